@@ -1,0 +1,38 @@
+# Everything but the library's own start: linked into GameAssembly.dll and into the unit tests.
+add_library(vlm STATIC
+  ${VLM_CORE_SOURCES}
+  src/abi/callbacks.cpp
+  src/abi/entries.S
+  src/abi/stubs.cpp
+  src/binding/catalogue.cpp
+  src/binding/shim_table.cpp
+  src/diag/log.cpp
+  src/host/driver.cpp
+  src/host/exports.cpp
+  src/host/forward_table.cpp
+  src/host/local_exports.cpp
+  src/host/mods.cpp
+  src/host/paths.cpp
+  src/host/reflection.cpp
+  src/host/title_keeper.cpp
+  src/macho/image_exports.cpp
+  src/macho/initializers.cpp
+  src/macho/load.cpp
+  src/posix/memory.cpp
+  src/support/text.cpp
+  src/tls/adopt.cpp
+  src/tls/game_tls.cpp
+  src/tls/gs_patch.cpp
+  src/tls/thread_record.cpp)
+target_include_directories(vlm PUBLIC src include)
+target_compile_options(vlm PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+target_link_libraries(vlm PUBLIC bcrypt)
+
+add_library(GameAssembly SHARED
+  src/host/static_startup.cpp
+  src/tls/attach_callback.cpp)
+target_compile_options(GameAssembly PRIVATE -fno-exceptions -fno-rtti)
+target_link_libraries(GameAssembly PRIVATE -Wl,--whole-archive vlm -Wl,--no-whole-archive)
+set_target_properties(GameAssembly PROPERTIES
+  PREFIX ""
+  RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})

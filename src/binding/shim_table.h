@@ -1,0 +1,44 @@
+// The shim table: Mach-O symbol name -> Windows implementation, and what stands in for a name without one.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace vlm {
+
+/// One row. `name` is spelled as in the Mach-O symbol table ("_malloc"). A function is called by game code with the
+/// System V convention; data has the macOS layout.
+struct ShimEntry {
+  const char* name;
+  const void* address;
+};
+
+/// A row's address from a function or an object.
+template <class R, class... A>
+const void* shim(R (*function)(A...) __attribute__((sysv_abi))) {
+  return reinterpret_cast<const void*>(function);
+}
+inline const void* shim(const void* object) { return object; }
+
+/// Appends rows; fatal "symbol table full" beyond 4096. Only during static start-up.
+void register_shims(std::span<const ShimEntry> rows);
+
+/// The implementation of a symbol, or null. Names are global: the library label is not part of the search.
+const void* lookup_shim(const char* library, const char* name);
+
+/// What an import without a row is bound to: a zeroed 512-byte object for data-like names, else a trap stub
+/// that reports the first call. Never null.
+const void* make_missing_symbol(const char* library, const char* name);
+
+/// One import without an implementation; lives until the process ends.
+struct TrapRecord {
+  const char* library;  // malloc'ed
+  const char* symbol;   // malloc'ed
+  std::int32_t calls;   // unsynchronised: a lost increment is harmless
+};
+
+/// Reached from game code through a trap stub and trap_entry: ends the process, or returns 0 in continue mode.
+extern "C" std::uint64_t trap_unimplemented(TrapRecord* record);
+
+}  // namespace vlm

@@ -1,0 +1,81 @@
+#include "diag/log.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <string>
+
+#include "support/locks.h"
+#include "support/text.h"
+
+namespace vlm {
+namespace {
+
+constexpr int log_threshold = 0;
+constexpr std::size_t message_size = 2048;
+constexpr std::size_t line_size = 2304;
+
+// Written once by open_log() inside log_once, then read-only. The thread-attach callback may log before
+// any constructor ran, so all of this is constant-initialised.
+constinit INIT_ONCE log_once = INIT_ONCE_STATIC_INIT;
+constinit HANDLE log_file = nullptr;
+constinit ULONGLONG start_tick = 0;
+
+constinit SrwLock log_lock;  // held around each write; a leaf: nothing is taken under it
+
+BOOL CALLBACK open_log(PINIT_ONCE, PVOID, PVOID*) {
+  start_tick = GetTickCount64();
+  std::wstring path = own_module_directory();
+  if (path.empty() || path.back() != L'\\') return TRUE;
+  path += L"PCSaveData";
+  CreateDirectoryW(path.c_str(), nullptr);
+  path += L"\\loader.log";
+  const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                  CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file != INVALID_HANDLE_VALUE) log_file = file;
+  return TRUE;
+}
+
+}  // namespace
+
+void log_line(const char* text) {
+  InitOnceExecuteOnce(&log_once, open_log, nullptr, nullptr);
+  if (log_file == nullptr) return;
+  const ULONGLONG elapsed = GetTickCount64() - start_tick;
+  char line[line_size];
+  const int length = std::snprintf(line, sizeof line, "[%5llu.%03llu] [%5lu] %s\r\n", elapsed / 1000, elapsed % 1000,
+                                   GetCurrentThreadId(), text);
+  if (length < 0) return;
+  const std::lock_guard guard(log_lock);
+  DWORD written = 0;
+  WriteFile(log_file, line, std::min<DWORD>(length, line_size - 1), &written, nullptr);
+}
+
+void log_message(int level, const char* format, ...) {
+  if (level > log_threshold) return;
+  char message[message_size];
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(message, sizeof message, format, arguments);
+  va_end(arguments);
+  OutputDebugStringA(message);
+  log_line(message);
+}
+
+void fatal_error(const char* format, ...) {
+  char message[message_size];
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(message, sizeof message, format, arguments);
+  va_end(arguments);
+  log_message(0, "FATAL: %s", message);
+  std::fflush(nullptr);
+  MessageBoxA(nullptr, message, "Velmora", MB_ICONERROR | MB_TOPMOST);
+  TerminateProcess(GetCurrentProcess(), 3);
+  for (;;) Sleep(INFINITE);
+}
+
+}  // namespace vlm

@@ -1,0 +1,20 @@
+// The log file and the fatal end: the only ways in which the library speaks.
+//
+// `loader.log` stands in the folder "PCSaveData" beside the library and is made anew at every start.
+// Each line is one write under one lock, so lines of different threads never mix. A message goes to the
+// debugger output too, exactly as formatted; a line from log_line() goes to the file only.
+#pragma once
+
+namespace vlm {
+
+/// Formats (at most 2047 characters) and writes the message when `level` is at or below the threshold, 0.
+[[gnu::format(__printf__, 2, 3)]] void log_message(int level, const char* format, ...);
+
+/// Writes one finished text as a line: "[seconds.millis] [thread] text\r\n". Opens the log on first use.
+void log_line(const char* text);
+
+/// Logs "FATAL: " and the message, flushes the C streams, shows the message in a box captioned "Velmora"
+/// and ends the process with code 3.
+[[noreturn, gnu::format(__printf__, 1, 2)]] void fatal_error(const char* format, ...);
+
+}  // namespace vlm

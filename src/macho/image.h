@@ -1,0 +1,80 @@
+// The record of one loaded Mach-O image, and the list of them. Includes no Windows header: the readers of
+// this record (commands, opcode streams, export trie, symbols) also build natively for tools and fuzzing.
+//
+//   file_data                        the process
+//   +----------------+               base                 base + extent         base + rounded extent
+//   | header, cmds   |               | __TEXT | __DATA | ... |    (64 KiB)      | hook arena, 16 MiB |
+//   | segments ------+-- copied -->  +--------+--------+-----+                  +--------------------+
+//   | opcode streams |               vmaddr = address - slide
+//   | trie, symbols  |
+//   +----------------+  kept for the life of the image: queries read it in place
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace vlm {
+
+/// From `segment_command_64`, <mach-o/loader.h>. Addresses stay link-time addresses.
+struct MachSegment {
+  char name[17];  // the 16 bytes of segname and a NUL
+  std::uint64_t vmaddr;
+  std::uint64_t vmsize;
+  std::uint64_t fileoff;
+  std::uint64_t filesize;
+  std::uint32_t maxprot;
+  std::uint32_t initprot;
+};
+
+/// From `section_64`. `addr` is a link-time address until the image is placed, a run-time address from then on.
+struct MachSection {
+  char segname[17];
+  char sectname[17];
+  std::uint64_t addr;
+  std::uint64_t size;
+};
+
+inline constexpr int max_segments = 16;
+inline constexpr int max_sections = 128;
+inline constexpr int max_dylibs = 64;
+inline constexpr int max_images = 8;
+
+/// One loaded image. Zero-filled when made; lives until the process ends; immutable once macho_load() returned it.
+struct MachImage {
+  char path[1024];  // as given to macho_load(), with '/' separators
+  const std::byte* file_data;
+  std::uint64_t file_size;
+  std::uint64_t base;
+  std::int64_t slide;
+  std::uint64_t vm_min;  // lowest vmaddr of a counted segment (not __PAGEZERO, vmsize not 0)
+  std::uint64_t vm_end;  // highest vmaddr + vmsize of a counted segment
+  MachSegment segments[max_segments];
+  std::int32_t segment_count;
+  MachSection sections[max_sections];
+  std::int32_t section_count;
+  const char* dylib_names[max_dylibs];  // into file_data; library ordinal N is entry N - 1
+  std::int32_t dylib_count;
+  std::uint32_t rebase_off, rebase_size;
+  std::uint32_t bind_off, bind_size;
+  std::uint32_t weak_bind_off, weak_bind_size;
+  std::uint32_t lazy_bind_off, lazy_bind_size;
+  std::uint32_t export_off, export_size;
+  std::uint32_t symoff, nsyms, stroff, strsize;
+
+  std::uint64_t extent() const { return vm_end - vm_min; }
+  /// True for a run-time address inside the mapped extent.
+  bool contains(std::uint64_t address) const { return address >= base && address - base < extent(); }
+  /// The slice of the file that a stream or table occupies; in range since the commands were read.
+  std::span<const std::byte> file_range(std::uint32_t offset, std::uint64_t size) const {
+    return {file_data + offset, size};
+  }
+};
+
+/// The loaded images in load order. Only macho_load() adds one, on the start-up thread; read without a lock.
+std::span<MachImage* const> image_list();
+
+/// The game's image: null until start-up has loaded it, never cleared.
+extern MachImage* game_image;
+
+}  // namespace vlm

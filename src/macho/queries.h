@@ -1,0 +1,25 @@
+// Read-only questions about a loaded image. They read immutable data, keep no state and take no lock.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "macho/image.h"
+
+namespace vlm {
+
+/// Run-time address of an exported symbol (name with its leading underscore), or 0.
+/// Re-exports are not followed; absolute symbols come back as they stand.
+std::uint64_t macho_find_export(const MachImage& image, std::string_view name);
+
+/// The first section with exactly these names, or null.
+const MachSection* macho_find_section(const MachImage& image, std::string_view segment, std::string_view section);
+
+/// Name of the nearest defined section symbol at or below a run-time address, with its leading underscore, or null.
+/// Stores the distance from the symbol when `offset` is not null.
+const char* macho_symbol_for_address(const MachImage& image, std::uint64_t address, std::uint64_t* offset);
+
+/// Run-time address of the first defined section symbol named `name` or "_" + `name`, local symbols included, or 0.
+std::uint64_t macho_symbol_by_name(const MachImage& image, std::string_view name);
+
+}  // namespace vlm

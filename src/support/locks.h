@@ -1,0 +1,24 @@
+// Slim reader/writer locks behind the standard's lock vocabulary (std::lock_guard, std::shared_lock).
+#pragma once
+
+#include <windows.h>
+
+namespace vlm {
+
+/// Not recursive. Constant-initialised, so the thread-attach callback may take one before any constructor ran.
+class SrwLock {
+ public:
+  constexpr SrwLock() = default;
+  SrwLock(const SrwLock&) = delete;
+  SrwLock& operator=(const SrwLock&) = delete;
+
+  void lock() { AcquireSRWLockExclusive(&srw_); }
+  void unlock() { ReleaseSRWLockExclusive(&srw_); }
+  void lock_shared() { AcquireSRWLockShared(&srw_); }
+  void unlock_shared() { ReleaseSRWLockShared(&srw_); }
+
+ private:
+  SRWLOCK srw_ = SRWLOCK_INIT;
+};
+
+}  // namespace vlm
