@@ -2,6 +2,8 @@
 add_library(vlm STATIC
   ${VLM_CORE_SOURCES}
   src/abi/callbacks.cpp
+  src/abi/shims.cpp
+  src/abi/pending.cpp
   src/abi/entries.S
   src/abi/stubs.cpp
   src/binding/catalogue.cpp
@@ -10,6 +12,7 @@ add_library(vlm STATIC
   src/host/driver.cpp
   src/host/exports.cpp
   src/host/forward_table.cpp
+  src/host/internal_calls.cpp
   src/host/local_exports.cpp
   src/host/mods.cpp
   src/host/paths.cpp
@@ -19,6 +22,8 @@ add_library(vlm STATIC
   src/macho/initializers.cpp
   src/macho/load.cpp
   src/posix/memory.cpp
+  src/posix/streams.cpp
+  src/posix/strings.cpp
   src/support/text.cpp
   src/tls/adopt.cpp
   src/tls/game_tls.cpp

@@ -14,12 +14,13 @@ struct ShimEntry {
   const void* address;
 };
 
-/// A row's address from a function or an object.
+/// A row's address from a System V function or an object. constexpr, so that rows are laid out by the compiler and
+/// need no constructor: static start-up reads them, whatever order constructors run in.
 template <class R, class... A>
-const void* shim(R (*function)(A...) __attribute__((sysv_abi))) {
+constexpr const void* shim(R (*function)(A...) __attribute__((sysv_abi))) {
   return reinterpret_cast<const void*>(function);
 }
-inline const void* shim(const void* object) { return object; }
+constexpr const void* shim(const void* object) { return object; }
 
 /// Appends rows; fatal "symbol table full" beyond 4096. Only during static start-up.
 void register_shims(std::span<const ShimEntry> rows);

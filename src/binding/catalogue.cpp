@@ -1,0 +1,41 @@
+// The eight blocks of the shim table, composed from the families' own row arrays.
+//
+// A shim and its row live in one file of its family; the family's shims.h declares the array with its length.
+// Each block below knows how many rows it holds once complete. A family that is not built yet is absent: its names
+// are answered by make_missing_symbol(), so a call says which import is missing.
+#include "binding/catalogue.h"
+
+#include <span>
+
+#include "abi/shims.h"
+#include "binding/shim_table.h"
+#include "posix/shims.h"
+
+namespace vlm {
+namespace {
+
+template <std::size_t Complete, std::size_t... Rows>
+void register_block(const ShimEntry (&... families)[Rows]) {
+  static_assert((Rows + ... + 0) <= Complete, "a row too many in this block");
+  (register_shims(families), ...);
+}
+
+}  // namespace
+
+void register_first_shim_block() {
+  register_block<123>(memory_shims, string_shims, stream_shims, abi_block1_shims);  // C library
+}
+
+void register_other_shim_blocks() {
+  register_block<41>(abi_block2_shims);  // files and descriptors
+  register_block<59>();                  // threads, Mach, dispatch, system information, dynamic loading
+  register_block<9>();                   // C++ allocation
+  register_block<19>();                  // C++ strings
+  register_block<21>(abi_block6_shims);  // Objective-C runtime
+  register_block<70>();                  // Objective-C classes, CoreFoundation
+  register_block<29>();                  // C++ exceptions and type information
+}
+
+static_assert(123 + 41 + 59 + 9 + 19 + 21 + 70 + 29 == complete_shim_rows);
+
+}  // namespace vlm

@@ -1,0 +1,125 @@
+#include "binding/shim_table.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "abi/entries.h"
+#include "abi/stubs.h"
+#include "diag/log.h"
+#include "support/text.h"
+
+namespace vlm {
+namespace {
+
+constexpr std::size_t max_rows = 4096;
+constexpr std::size_t zero_block_size = 512;
+constexpr std::size_t trap_arena_size = 0x10000;
+constexpr std::size_t trap_stub_slot = 32;
+
+// Filled by static start-up and sorted by the first lookup, both on one thread and before game code runs;
+// read-only from then on.
+struct {
+  ShimEntry rows[max_rows];
+  std::uint64_t count;
+  bool sorted;
+} shim_table;
+
+// Traps are made while an image is bound, on the start-up thread.
+std::byte* trap_arena = nullptr;
+std::size_t trap_arena_used = 0;
+
+// Read once from the environment; reading it twice on a race gives the same answer.
+enum class TrapContinue { unread, off, on };
+std::atomic<TrapContinue> trap_continue{TrapContinue::unread};
+
+/// Names of data: an empty object that game code may read is safer than a stub that it would read as data.
+constexpr std::string_view data_prefixes[] = {
+    "_OBJC_CLASS_$_", "_OBJC_METACLASS_$_", "__objc_empty_cache", "___CFConstantString", "_kCF",          "__ZTI",
+    "__ZTS",          "__ZTV",              "_NSLocale",          "_GKPlayerDid",        "_NSUbiquitous",
+};
+
+bool is_data_name(std::string_view name) {
+  if (std::ranges::any_of(data_prefixes, [&](std::string_view prefix) { return name.starts_with(prefix); })) return true;
+  return name.size() >= 5 && name.ends_with("2idE");  // a static member `id`: the C++ library's locale facets
+}
+
+void sort_rows() {
+  const auto rows = std::span(shim_table.rows, shim_table.count);
+  std::ranges::sort(rows, [](const ShimEntry& a, const ShimEntry& b) { return std::strcmp(a.name, b.name) < 0; });
+  for (std::size_t i = 1; i < rows.size(); ++i) {
+    if (std::strcmp(rows[i - 1].name, rows[i].name) == 0) log_message(0, "duplicate shim symbol %s", rows[i].name);
+  }
+  shim_table.sorted = true;
+}
+
+[[noreturn]] void out_of_memory(const char* name) { fatal_error("out of memory while binding %s", name); }
+
+char* copy_text(const char* text, const char* name) {
+  char* copy = strdup(text);
+  if (copy == nullptr) out_of_memory(name);
+  return copy;
+}
+
+const void* make_trap(const char* library, const char* name) {
+  auto* record = static_cast<TrapRecord*>(std::malloc(sizeof(TrapRecord)));
+  if (record == nullptr) out_of_memory(name);
+  *record = {copy_text(library, name), copy_text(name, name), 0};
+  if (trap_arena == nullptr || trap_arena_used + trap_stub_slot > trap_arena_size) {
+    trap_arena = static_cast<std::byte*>(allocate_stub_memory(trap_arena_size));
+    trap_arena_used = 0;
+  }
+  std::byte* stub = trap_arena + trap_arena_used;
+  trap_arena_used += trap_stub_slot;
+  write_record_stub(stub, record, reinterpret_cast<const void*>(&trap_entry));
+  return stub;
+}
+
+bool continues_after_trap() {
+  TrapContinue mode = trap_continue.load(std::memory_order_relaxed);
+  if (mode == TrapContinue::unread) {
+    mode = read_environment(L"VLM_TRAP_CONTINUE").text.starts_with('1') ? TrapContinue::on : TrapContinue::off;
+    trap_continue.store(mode, std::memory_order_relaxed);
+  }
+  return mode == TrapContinue::on;
+}
+
+}  // namespace
+
+void register_shims(std::span<const ShimEntry> rows) {
+  for (const ShimEntry& row : rows) {
+    if (shim_table.count == max_rows) fatal_error("symbol table full");
+    shim_table.rows[shim_table.count++] = row;
+  }
+  shim_table.sorted = false;
+}
+
+const void* lookup_shim(const char* library, const char* name) {
+  if (!shim_table.sorted) sort_rows();
+  const auto rows = std::span(shim_table.rows, shim_table.count);
+  const auto found = std::ranges::lower_bound(
+      rows, name, [](const char* a, const char* b) { return std::strcmp(a, b) < 0; }, &ShimEntry::name);
+  return found != rows.end() && std::strcmp(found->name, name) == 0 ? found->address : nullptr;
+}
+
+const void* make_missing_symbol(const char* library, const char* name) {
+  if (!is_data_name(name)) return make_trap(library, name);
+  void* block = std::calloc(1, zero_block_size);
+  if (block == nullptr) out_of_memory(name);
+  return block;
+}
+
+extern "C" std::uint64_t trap_unimplemented(TrapRecord* record) {
+  const std::int32_t earlier_calls = record->calls++;
+  if (!continues_after_trap()) fatal_error("unimplemented import %s (%s) called", record->symbol, record->library);
+  if (earlier_calls <= 2) {
+    log_message(0, "[trap] unimplemented import %s (%s) called; returning 0", record->symbol, record->library);
+  }
+  return 0;
+}
+
+}  // namespace vlm
