@@ -142,7 +142,7 @@
         enter_aligned 0xe0
         save_arguments SEND_REGISTERS
         movq    %rax, SEND_RAX(%rsp)
-        movq    \receiver, %rcx         # stret: rcx is no source, rdx is read after it
+        movq    \receiver, %rcx
         .ifnc   \selector, %rdx
         movq    \selector, %rdx
         .endif

@@ -1,0 +1,75 @@
+/*
+ * The C interface of GameAssembly.dll for mods and tools.
+ *
+ * Two calling conventions meet in the game process. Windows code (the player, mods, this interface) uses the
+ * Windows x64 convention; game code (the macOS image and everything it calls) uses the System V AMD64 convention.
+ * A function pointer must not cross from one side to the other as it is: wrap it first, with the functions below.
+ *
+ * Everything here is exported from GameAssembly.dll under its plain name, has the Windows x64 convention and may be
+ * called from any thread at any time after the library was loaded. Link against the library or look the names up
+ * with GetProcAddress.
+ */
+#ifndef VLM_H
+#define VLM_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+/* The library itself defines this as an export. */
+#ifndef VLM_API
+#define VLM_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/*
+ * Crossing between the conventions
+ *
+ * Wrappers forward up to six integer or pointer arguments and the result in rax (and xmm0). Structures by value,
+ * floating-point arguments and more than six arguments are outside their reach. A wrapper is never freed: it stays
+ * valid until the process ends, so wrap a function once and keep the result.
+ */
+
+/**
+ * Makes a Windows function callable from game code.
+ *
+ * Returns a System V function pointer to hand to the game, or null for a null `function`. Wrapping the same function
+ * again returns the same pointer for the first 1024 functions that are wrapped; beyond that each call makes a new
+ * wrapper, and vlm_unwrap_callback() does not know it. The process ends with a message when memory is out.
+ */
+VLM_API void* vlm_wrap_callback(void* function);
+
+/**
+ * The Windows function behind a pointer from vlm_wrap_callback(). Any other pointer is returned as it is, so
+ * unwrapping a pointer that was never wrapped is harmless. The pointer is not followed.
+ */
+VLM_API void* vlm_unwrap_callback(void* pointer);
+
+/**
+ * Makes a game function callable from Windows code.
+ *
+ *   function        System V function of the game
+ *   argument_count  integer or pointer arguments it takes, at most 6
+ *
+ * Returns a Windows x64 function pointer, or null when `function` is null or `argument_count` is 7 or more. Each call
+ * makes a new wrapper. The process ends with a message when memory is out.
+ */
+VLM_API void* vlm_wrap_sysv_function(void* function, uint32_t argument_count);
+
+/**
+ * Takes a fresh page for hand-made code within reach of a loaded image's 32-bit relative jumps.
+ *
+ *   address  anywhere inside the image, as loaded
+ *
+ * Returns 4096 zeroed bytes, readable, writable and executable, at most 16 MiB behind the image's end; or null when
+ * the address is in no image, the image's 16 MiB are used up or memory is out. Pages are never freed.
+ */
+VLM_API void* vlm_allocate_trampoline(void* address);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

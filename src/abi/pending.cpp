@@ -1,0 +1,62 @@
+// What the entries call in families that are not built yet. Each ends as a call of a missing import does: it reports
+// which symbol was called, and returns zero when the library is told to go on. A body leaves this file when its
+// family defines it.
+#include "abi/entries.h"
+#include "binding/shim_table.h"
+
+namespace {
+
+using namespace vlm;
+
+/// Reports the call of a symbol; returns 0 if it returns. The record counts the calls of its own symbol.
+#define MISSING(library, symbol)                         \
+  ([] {                                                  \
+    static constinit TrapRecord record{library, symbol, 0}; \
+    return trap_unimplemented(&record);                  \
+  }())
+
+constexpr const char* c_library = "libSystem.B.dylib";
+constexpr const char* foundation = "Foundation";
+
+}  // namespace
+
+extern "C" {
+
+SYSV std::int32_t vsnprintf_body(char*, std::uint64_t, const char*, SysvVaList*) {
+  return static_cast<std::int32_t>(MISSING(c_library, "_snprintf"));
+}
+SYSV std::int32_t fprintf_body(void*, const char*, SysvVaList*) {
+  return static_cast<std::int32_t>(MISSING(c_library, "_fprintf"));
+}
+SYSV std::int32_t sscanf_body(const char*, const char*, SysvVaList*) {
+  return static_cast<std::int32_t>(MISSING(c_library, "_sscanf"));
+}
+SYSV std::int32_t open_body(const char*, std::int32_t, SysvVaList*) {
+  return static_cast<std::int32_t>(MISSING(c_library, "_open"));
+}
+SYSV std::int32_t fcntl_body(std::int32_t, std::int32_t, SysvVaList*) {
+  return static_cast<std::int32_t>(MISSING(c_library, "_fcntl"));
+}
+SYSV std::int32_t ioctl_body(std::int32_t, std::uint64_t, SysvVaList*) {
+  return static_cast<std::int32_t>(MISSING(c_library, "_ioctl"));
+}
+
+SYSV void NSLog_body(void*, SysvVaList*) { MISSING(foundation, "_NSLog"); }
+SYSV void* stringWithFormat_body(void*, const char*, void*, SysvVaList*) {
+  return reinterpret_cast<void*>(MISSING(foundation, "stringWithFormat:"));
+}
+SYSV void* initWithObjects_body(void*, const char*, void*, SysvVaList*) {
+  return reinterpret_cast<void*>(MISSING(foundation, "initWithObjects:"));
+}
+
+const void* objc_lookup(void*, const char*) {
+  MISSING("libobjc.A.dylib", "_objc_msgSend");
+  return reinterpret_cast<const void*>(&objc_null_method);
+}
+
+void dispatch_managed_call(IcallRecord*, const RegisterSaveArea*, const std::uint64_t*, ManagedResult* result) {
+  MISSING("GameAssembly.dylib", "managed call");
+  *result = {};
+}
+
+}  // extern "C"
