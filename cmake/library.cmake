@@ -16,7 +16,6 @@ add_library(vlm STATIC
   src/host/local_exports.cpp
   src/host/mods.cpp
   src/host/paths.cpp
-  src/host/reflection.cpp
   src/host/title_keeper.cpp
   src/macho/image_exports.cpp
   src/macho/initializers.cpp
@@ -30,13 +29,14 @@ add_library(vlm STATIC
   src/tls/gs_patch.cpp
   src/tls/thread_record.cpp)
 target_include_directories(vlm PUBLIC src include)
-target_compile_options(vlm PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
-target_link_libraries(vlm PUBLIC bcrypt)
+# -fno-auto-import: all data that the library reads is its own, so it is reached directly and not through a pointer.
+target_compile_options(vlm PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-auto-import>)
+target_compile_definitions(vlm PRIVATE "VLM_API=__declspec(dllexport)")
 
 add_library(GameAssembly SHARED
   src/host/static_startup.cpp
   src/tls/attach_callback.cpp)
-target_compile_options(GameAssembly PRIVATE -fno-exceptions -fno-rtti)
+target_compile_options(GameAssembly PRIVATE -fno-exceptions -fno-rtti -fno-auto-import)
 target_link_libraries(GameAssembly PRIVATE -Wl,--whole-archive vlm -Wl,--no-whole-archive)
 set_target_properties(GameAssembly PROPERTIES
   PREFIX ""

@@ -68,6 +68,26 @@ VLM_API void* vlm_wrap_sysv_function(void* function, uint32_t argument_count);
  */
 VLM_API void* vlm_allocate_trampoline(void* address);
 
+/*
+ * Mods
+ */
+
+/**
+ * A mod's function. Called on the game's main thread, from inside the managed invocations that the player makes, at
+ * most every 15 ms; never before the first scene change and never while it runs already. `called_before` is 0 on the
+ * first call and 1 on every later one. It may call il2cpp_* exports.
+ */
+typedef void (*vlm_mod_entry)(int32_t called_before);
+
+/** Version of this interface: 1. */
+VLM_API uint32_t vlm_mod_abi_version(void);
+
+/**
+ * Registers the mod. Returns 1 when `entry` is registered now (again or for the first time), 0 when it is null or
+ * another mod is registered already. There is no way to unregister.
+ */
+VLM_API int32_t vlm_mod_register(vlm_mod_entry entry);
+
 #ifdef __cplusplus
 }
 #endif

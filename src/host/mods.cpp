@@ -1,0 +1,65 @@
+#include "host/mods.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+
+#include "host/forward_table.h"
+#include "vlm.h"
+
+namespace vlm {
+namespace {
+
+constexpr ULONGLONG mod_interval_ms = 15;
+
+constinit std::atomic<vlm_mod_entry> mod_entry{nullptr};  // set at most once, by compare-and-swap
+constinit std::atomic<DWORD> main_thread{0};              // 0 until il2cpp_init succeeded; no thread has id 0
+
+// Touched on the main thread only.
+struct {
+  bool busy = false;        // the mod runs: its own managed invocations do not call it again
+  bool scene_seen = false;  // "Internal_ActiveSceneChanged" has been invoked
+  bool fired = false;       // the mod has been called
+  ULONGLONG last_tick = 0;
+} hook;
+
+}  // namespace
+
+void mark_main_thread(int init_result) {
+  if (init_result != 0) main_thread = GetCurrentThreadId();
+}
+
+Il2CppObject* scene_hook(const char* method_name, Il2CppObject* result) {
+  if (main_thread.load(std::memory_order_relaxed) != GetCurrentThreadId() || hook.busy) return result;
+  if (method_name != nullptr && std::strcmp(method_name, "Internal_ActiveSceneChanged") == 0) hook.scene_seen = true;
+  const vlm_mod_entry entry = mod_entry.load(std::memory_order_acquire);
+  if (entry == nullptr || !hook.scene_seen) return result;
+  const ULONGLONG now = GetTickCount64();
+  if (hook.fired && now - hook.last_tick < mod_interval_ms) return result;
+
+  hook.busy = true;
+  hook.last_tick = now;
+  // The mod may make the collector run; only a handle keeps the result alive until the player has it.
+  const Il2CppGCHandle handle = result != nullptr ? GAME(il2cpp_gchandle_new)(result, false) : 0;
+  const std::int32_t argument = hook.fired ? 1 : 0;
+  hook.fired = true;
+  entry(argument);
+  hook.busy = false;
+  if (handle != 0) {
+    result = GAME(il2cpp_gchandle_get_target)(handle);
+    GAME(il2cpp_gchandle_free)(handle);
+  }
+  return result;
+}
+
+}  // namespace vlm
+
+extern "C" VLM_API uint32_t vlm_mod_abi_version(void) { return 1; }
+
+extern "C" VLM_API int32_t vlm_mod_register(vlm_mod_entry entry) {
+  if (entry == nullptr) return 0;
+  vlm_mod_entry registered = nullptr;
+  return vlm::mod_entry.compare_exchange_strong(registered, entry) || registered == entry;
+}

@@ -1,0 +1,40 @@
+// Everything that needs no game code, done while Windows loads the library (under its loader lock).
+#include <windows.h>
+
+#include "binding/catalogue.h"
+#include "diag/log.h"
+#include "host/title_keeper.h"
+#include "posix/streams.h"
+#include "tls/game_tls.h"
+
+namespace vlm {
+namespace {
+
+void log_windows_version() {
+  RTL_OSVERSIONINFOW version{};
+  version.dwOSVersionInfoSize = sizeof version;
+  static_assert(sizeof version == 276);
+  using RtlGetVersion = LONG(WINAPI*)(RTL_OSVERSIONINFOW*);
+  const auto rtl_get_version =
+      reinterpret_cast<RtlGetVersion>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion")));
+  if (rtl_get_version != nullptr) rtl_get_version(&version);
+  log_message(0, "GameAssembly.dll loaded on Windows %lu.%lu.%lu", version.dwMajorVersion, version.dwMinorVersion,
+              version.dwBuildNumber);
+}
+
+/// Ten steps in this order. Steps 3, 6, 8 and 9 belong to families that are not built yet: the Objective-C classes,
+/// the standard descriptors, controller input and the plug-in modules; so does the crash handler of step 1.
+void start_statically() {
+  log_windows_version();              // 1. the first line of every log
+  game_tls_init();                    // 2. thread storage for game threads
+  game_tls_announce();                //
+  set_up_standard_streams();          // 4. what the C library's data symbols show
+  register_first_shim_block();        // 5. the C library
+  register_other_shim_blocks();       // 7. all other families
+  start_title_keeper();               // 10.
+}
+
+[[gnu::constructor]] void run_at_load() { start_statically(); }
+
+}  // namespace
+}  // namespace vlm
