@@ -69,6 +69,23 @@ VLM_API void* vlm_wrap_sysv_function(void* function, uint32_t argument_count);
 VLM_API void* vlm_allocate_trampoline(void* address);
 
 /*
+ * The game image
+ */
+
+/**
+ * Address of a function or variable of the game image, static ones included, by its symbol-table name.
+ *
+ *   name  with or without the Mach-O underscore: "il2cpp_init" finds "_il2cpp_init"
+ *
+ * Returns null when the name is null, the image has no such symbol (or was stripped of it), or the game is not loaded
+ * yet. A function found here has the System V convention. Every call searches the whole symbol table: keep the result.
+ */
+VLM_API void* vlm_native_symbol(const char* name);
+
+/** 1 when the address lies inside the loaded game image, else 0; the pages and stubs behind the image do not. */
+VLM_API int32_t vlm_is_mac_address(const void* address);
+
+/*
  * Mods
  */
 

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <span>
 
 namespace vlm {
@@ -26,6 +27,9 @@ struct MachSegment {
   std::uint64_t filesize;
   std::uint32_t maxprot;
   std::uint32_t initprot;
+
+  /// False for __PAGEZERO and for a segment without size: neither counts in the extent, is copied or protected.
+  bool mapped() const { return vmsize != 0 && std::strcmp(name, "__PAGEZERO") != 0; }
 };
 
 /// From `section_64`. `addr` is a link-time address until the image is placed, a run-time address from then on.
@@ -63,10 +67,11 @@ struct MachImage {
   std::uint32_t export_off, export_size;
   std::uint32_t symoff, nsyms, stroff, strsize;
 
+  /// Bytes from the lowest to the highest mapped address; 1 when no segment is mapped (vm_min all ones, vm_end 0).
   std::uint64_t extent() const { return vm_end - vm_min; }
   /// True for a run-time address inside the mapped extent.
   bool contains(std::uint64_t address) const { return address >= base && address - base < extent(); }
-  /// The slice of the file that a stream or table occupies; in range since the commands were read.
+  /// The bytes of a stream or table of non-zero size; in range since the commands were read.
   std::span<const std::byte> file_range(std::uint32_t offset, std::uint64_t size) const {
     return {file_data + offset, size};
   }

@@ -10,7 +10,8 @@ namespace vlm {
 
 /// Run-time address of an exported symbol (name with its leading underscore), or 0.
 /// Re-exports are not followed; absolute symbols come back as they stand.
-std::uint64_t macho_find_export(const MachImage& image, std::string_view name);
+/// Adds the bytes it walked to `bytes_read` when that is not null, so that a caller can bound many look-ups.
+std::uint64_t macho_find_export(const MachImage& image, std::string_view name, std::uint64_t* bytes_read = nullptr);
 
 /// The first section with exactly these names, or null.
 const MachSection* macho_find_section(const MachImage& image, std::string_view segment, std::string_view section);

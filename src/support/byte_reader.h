@@ -32,7 +32,7 @@ class ByteReader {
     return value;
   }
 
-  /// Unsigned LEB128; bits beyond 64 are dropped. A value cut by the end of the bytes ends there and
+  /// Unsigned LEB128; shifts are taken modulo 64. A value cut by the end of the bytes ends there and
   /// leaves ok() as it was, as dyld's streams are defined.
   std::uint64_t uleb128() { return leb128(false); }
 
@@ -77,7 +77,7 @@ class ByteReader {
     std::uint8_t byte = 0;
     while (ok_ && offset_ < bytes_.size()) {
       byte = static_cast<std::uint8_t>(bytes_[offset_++]);
-      if (shift < 64) value |= std::uint64_t{byte & 0x7Fu} << shift;
+      value |= std::uint64_t{byte & 0x7Fu} << (shift % 64);
       shift += 7;
       if ((byte & 0x80) == 0) break;
     }

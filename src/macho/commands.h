@@ -1,0 +1,50 @@
+// Reading the headers of an image file: which slice of the file is loaded, and what its load commands say.
+//
+// Files are hostile. Every offset, size and count is compared with the file and with the record's capacities here, so
+// whoever reads a MachImage afterwards (placement, opcode streams, export trie, symbols) relies on:
+//   - each segment's file range lies in file_data, and filesize <= vmsize;
+//   - each section of non-zero size lies in a mapped segment, so in the image's extent;
+//   - the extent is at most 4 GiB;
+//   - the non-empty opcode streams, the export trie, the symbol and string tables lie in file_data;
+//   - library names are NUL-terminated inside file_data.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <expected>
+#include <span>
+#include <string>
+
+#include "macho/image.h"
+
+namespace vlm {
+
+/// Why a file is not taken as an image. The text is a whole message.
+struct ImageFault {
+  std::string text;
+  bool damaged;  // false: a sound file of a kind that is not loaded here
+};
+
+struct FileRange {
+  std::uint64_t offset;
+  std::uint64_t size;
+};
+
+/// How many of the file's leading bytes choose_slice() wants to see, told from the first eight of them (or fewer, when
+/// the file has no more): the whole table of a universal file, 0 for any other.
+std::uint64_t slice_table_size(std::span<const std::byte> first_bytes);
+
+/// The part of a file that is loaded: the last x86_64 slice of a universal file, or the whole file.
+///   path  for messages
+///   head  the first min(file_size, max(8, slice_table_size())) bytes of the file
+std::expected<FileRange, ImageFault> choose_slice(const char* path, std::span<const std::byte> head,
+                                                  std::uint64_t file_size);
+
+/// Fills an image's record from the load commands in its file_data. `path`, `file_data` and `file_size` are set by the
+/// caller, the rest is zero. Section addresses are link-time addresses afterwards.
+std::expected<void, ImageFault> read_commands(MachImage& image);
+
+/// The message for a file whose bytes make no sense, or exceed what is supported.
+std::string damaged_text(const char* path, const std::string& fault);
+
+}  // namespace vlm

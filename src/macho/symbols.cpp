@@ -1,0 +1,79 @@
+// Questions that the section list and the symbol table of an image answer.
+
+#include <cstring>
+
+#include "macho/format.h"
+#include "macho/queries.h"
+
+namespace vlm {
+namespace {
+
+/// Calls `visit(entry)` for each defined section symbol, debugging entries left out, until it returns false.
+template <class Visit>
+void for_each_section_symbol(const MachImage& image, Visit visit) {
+  if (image.nsyms == 0) return;
+  const auto table = image.file_range(image.symoff, image.nsyms * sizeof(Nlist64));
+  for (std::size_t at = 0; at < table.size(); at += sizeof(Nlist64)) {
+    Nlist64 entry;
+    std::memcpy(&entry, &table[at], sizeof entry);
+    if ((entry.n_type & (N_STAB | N_TYPE)) == N_SECT && !visit(entry)) return;
+  }
+}
+
+/// Bytes of the string table up to its last NUL: a name that starts below ends inside the table.
+std::uint32_t terminated_strings(const MachImage& image) {
+  std::uint32_t size = image.strsize;
+  while (size != 0 && image.file_data[image.stroff + std::uint64_t{size} - 1] != std::byte{0}) --size;
+  return size;
+}
+
+const char* string_at(const MachImage& image, std::uint64_t n_strx) {
+  return reinterpret_cast<const char*>(image.file_data) + image.stroff + n_strx;
+}
+
+}  // namespace
+
+const MachSection* macho_find_section(const MachImage& image, std::string_view segment, std::string_view section) {
+  for (int i = 0; i < image.section_count; ++i) {
+    const MachSection& candidate = image.sections[i];
+    if (segment == candidate.segname && section == candidate.sectname) return &candidate;
+  }
+  return nullptr;
+}
+
+const char* macho_symbol_for_address(const MachImage& image, std::uint64_t address, std::uint64_t* offset) {
+  if (!image.contains(address)) return nullptr;
+  const std::uint32_t strings = terminated_strings(image);
+  const char* name = nullptr;
+  std::uint64_t nearest = 0;
+  for_each_section_symbol(image, [&](const Nlist64& entry) {
+    const std::uint64_t value = entry.n_value + static_cast<std::uint64_t>(image.slide);
+    if (entry.n_strx < strings && value <= address && (name == nullptr || value > nearest)) {
+      name = string_at(image, entry.n_strx);
+      nearest = value;
+    }
+    return true;
+  });
+  if (name != nullptr && offset != nullptr) *offset = address - nearest;
+  return name;
+}
+
+std::uint64_t macho_symbol_by_name(const MachImage& image, std::string_view name) {
+  const std::uint32_t strings = terminated_strings(image);
+  const auto matches = [&](std::uint64_t start) {
+    return start + name.size() < strings && std::memcmp(string_at(image, start), name.data(), name.size()) == 0 &&
+           string_at(image, start)[name.size()] == '\0';
+  };
+  std::uint64_t address = 0;
+  for_each_section_symbol(image, [&](const Nlist64& entry) {
+    const bool underscored = entry.n_strx < strings && *string_at(image, entry.n_strx) == '_';
+    if (!matches(entry.n_strx) && !(underscored && matches(std::uint64_t{entry.n_strx} + 1))) return true;
+    if (entry.n_value >= image.vm_min && entry.n_value < image.vm_end) {
+      address = entry.n_value + static_cast<std::uint64_t>(image.slide);
+    }
+    return false;
+  });
+  return address;
+}
+
+}  // namespace vlm
