@@ -11,7 +11,7 @@
 namespace vlm {
 
 inline constexpr int thread_storage_slots = 512;
-inline constexpr int max_threads = 4096;
+inline constexpr std::uint32_t max_threads = 4096;
 inline constexpr std::uint32_t first_thread_port = 4096;
 
 /// A thread as game code sees it; its address is the game's pthread_t. Zero-filled when made, never freed.
@@ -27,6 +27,12 @@ struct ThreadRecord {
   void* storage[thread_storage_slots];  // what game code sees at gs:[0]; touched by its own thread only
 };
 static_assert(offsetof(ThreadRecord, storage) == 48, "patched code and the TLS slot use this position");
+
+/// A zero-filled record that belongs to no thread yet, or null when memory is out. Safe in the thread-attach callback.
+ThreadRecord* make_thread_record();
+
+/// Takes the bounds of a thread's stack reservation from its environment block.
+void set_stack_limits(ThreadRecord* record, std::uint64_t teb);
 
 /// The calling thread's record, made and registered on the first call. Never null except when memory is out.
 ThreadRecord* register_current_thread();
