@@ -1,0 +1,61 @@
+# Sourced by run, test and bench: makes sure that what they need is installed, builds, and readies Wine.
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+build=$root/build
+
+# program or file that shows the package is there : Debian package
+needs=(
+  clang-19:clang-19 clang++-19:clang-19 ld64.lld-19:lld-19 llvm-ar-19:llvm-19 cmake:cmake ninja:ninja-build
+  /usr/lib/llvm-19/lib/clang/19/lib/linux/libclang_rt.asan-x86_64.a:libclang-rt-19-dev
+  /usr/x86_64-w64-mingw32/include/windows.h:mingw-w64-x86-64-dev
+  x86_64-w64-mingw32-g++:g++-mingw-w64-x86-64
+  wine:wine wine:wine64 xvfb-run:xvfb xauth:xauth
+  /usr/include/doctest/doctest.h:doctest-dev /usr/include/Zydis/Zydis.h:libzydis-dev
+)
+
+missing_packages() {
+  local need
+  for need in "${needs[@]}"; do
+    local thing=${need%%:*} package=${need##*:}
+    if [[ $thing == /* ]]; then [[ -e $thing ]] || echo "$package"; else command -v "$thing" >/dev/null || echo "$package"; fi
+  done | sort -u
+}
+
+set_up() {
+  local missing
+  missing=$(missing_packages | tr '\n' ' ')
+  [[ -z $missing ]] && return
+  if [[ -e /etc/debian_version ]] && command -v apt-get >/dev/null && { [[ $EUID == 0 ]] || command -v sudo >/dev/null; }; then
+    echo "installing: $missing"
+    local as_root=()
+    [[ $EUID == 0 ]] || as_root=(sudo)
+    "${as_root[@]}" apt-get update -q
+    # shellcheck disable=SC2086 # a list of names
+    DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -q -y --no-install-recommends $missing
+    missing=$(missing_packages | tr '\n' ' ')
+  fi
+  if [[ -n $missing ]]; then
+    echo "These packages are missing (names as in Debian): $missing" >&2
+    echo "Install them and run this command again." >&2
+    exit 1
+  fi
+}
+
+build_all() {
+  local preset
+  for preset in native windows; do
+    [[ -e $build/$preset/build.ninja ]] || cmake -S "$root" --preset "$preset"
+    cmake --build "$build/$preset"
+  done
+}
+
+# A Wine prefix of our own; making the first takes some seconds.
+ready_wine() {
+  export WINEPREFIX=$build/wine WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+  if [[ ! -e $WINEPREFIX/.ready ]]; then
+    echo "making a Wine prefix in build/wine"
+    xvfb-run -a wineboot --init >/dev/null 2>&1
+    wineserver -w
+    touch "$WINEPREFIX/.ready"
+  fi
+}

@@ -1,0 +1,67 @@
+// Runs the tests of one guest image through the real library.
+//
+//   guest_driver IMAGE [PROBE]
+//
+// Starts the library with IMAGE (the first export call), then runs the image's own tests (`run_guest_tests`), or, with
+// PROBE, calls the image's function of that name without arguments. Exit code: 0 all passed (or the probe returned 0),
+// 1 failures, 2 a probe's other result; a fatal error of the library ends the process with 3.
+#include <windows.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "vlm.h"
+
+namespace {
+
+int failures = 0;
+
+/// Called by the guest, through a callback stub, for each check that failed.
+void report_failure(const char* file, std::int64_t line, const char* what) {
+  ++failures;
+  std::printf("%s:%lld: %s\n", file, static_cast<long long>(line), what);
+}
+
+template <class Function>
+Function library_function(HMODULE library, const char* name) {
+  const auto function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+  if (function == nullptr) {
+    std::printf("GameAssembly.dll does not export %s\n", name);
+    std::exit(1);
+  }
+  return function;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    std::puts("usage: guest_driver IMAGE [PROBE]");
+    return 1;
+  }
+  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
+  const HMODULE library = LoadLibraryA("GameAssembly.dll");
+  if (library == nullptr) {
+    std::printf("GameAssembly.dll could not be loaded: error %lu\n", GetLastError());
+    return 1;
+  }
+  library_function<int (*)(const char*)>(library, "il2cpp_init")("guest");
+
+  const auto native_symbol = library_function<decltype(&vlm_native_symbol)>(library, "vlm_native_symbol");
+  const auto wrap_sysv = library_function<decltype(&vlm_wrap_sysv_function)>(library, "vlm_wrap_sysv_function");
+  const auto wrap_callback = library_function<decltype(&vlm_wrap_callback)>(library, "vlm_wrap_callback");
+  const auto guest_function = [&](const char* name) {
+    const auto address = native_symbol(name);
+    if (address == 0) {
+      std::printf("%s has no function %s\n", argv[1], name);
+      std::exit(1);
+    }
+    return reinterpret_cast<std::int64_t (*)(void*)>(wrap_sysv(reinterpret_cast<void*>(address), 1));
+  };
+
+  if (argc > 2) return guest_function(argv[2])(nullptr) == 0 ? 0 : 2;
+  const std::int64_t checks = guest_function("run_guest_tests")(wrap_callback(reinterpret_cast<void*>(&report_failure)));
+  std::printf("%lld checks, %d failures\n", static_cast<long long>(checks), failures);
+  return failures == 0 && checks > 0 ? 0 : 1;
+}

@@ -1,0 +1,115 @@
+#include "support/game_process.h"
+
+#include <cstdio>
+#include <memory>
+
+namespace vlm::test {
+namespace {
+
+struct BoxSearch {
+  DWORD process;
+  HWND box = nullptr;
+};
+
+BOOL CALLBACK find_box(HWND window, LPARAM parameter) {
+  auto& search = *reinterpret_cast<BoxSearch*>(parameter);
+  DWORD process = 0;
+  GetWindowThreadProcessId(window, &process);
+  char class_name[16] = "";
+  GetClassNameA(window, class_name, sizeof class_name);
+  if (process != search.process || std::string_view(class_name) != "#32770" || !IsWindowVisible(window)) return TRUE;
+  search.box = window;
+  return FALSE;
+}
+
+std::string window_text(HWND window) {
+  char text[4096] = "";
+  DWORD_PTR length = 0;
+  SendMessageTimeoutA(window, WM_GETTEXT, sizeof text, reinterpret_cast<LPARAM>(text), SMTO_NORMAL, 2000, &length);
+  return text;
+}
+
+BOOL CALLBACK take_label(HWND control, LPARAM parameter) {
+  char class_name[16] = "";
+  GetClassNameA(control, class_name, sizeof class_name);
+  if (std::string_view(class_name) != "Static") return TRUE;
+  auto& text = *reinterpret_cast<std::string*>(parameter);
+  if (text.empty()) text = window_text(control);
+  return TRUE;
+}
+
+/// Reads and dismisses a message box of the process, if it shows one.
+void dismiss_box(DWORD process, Ending& ending) {
+  BoxSearch search{process};
+  EnumWindows(find_box, reinterpret_cast<LPARAM>(&search));
+  if (search.box == nullptr) return;
+  std::string text;
+  EnumChildWindows(search.box, take_label, reinterpret_cast<LPARAM>(&text));
+  if (text.empty()) return;  // not filled yet: the next round sees it
+  if (ending.box_text.empty()) {
+    ending.box_caption = window_text(search.box);
+    ending.box_text = text;
+  }
+  PostMessageW(search.box, WM_COMMAND, IDOK, 0);
+}
+
+}  // namespace
+
+std::wstring program_folder() {
+  wchar_t path[1024];
+  const std::wstring program(path, GetModuleFileNameW(nullptr, path, 1024));
+  return program.substr(0, program.find_last_of(L'\\') + 1);
+}
+
+Ending run_game_process(const std::wstring& folder, const std::wstring& program, const std::wstring& arguments,
+                        const Environment& environment, DWORD limit_ms) {
+  const std::wstring log_path = folder + L"PCSaveData\\loader.log";
+  DeleteFileW(log_path.c_str());
+  for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), value.c_str());
+
+  Ending ending;
+  std::wstring command_line = L"\"" + folder + program + L"\" " + arguments;
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process{};
+  if (!CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process)) {
+    ending.box_text = "CreateProcess failed with error " + std::to_string(GetLastError());
+    ending.exit_code = ~0u;
+    return ending;
+  }
+  for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), nullptr);
+  const ULONGLONG deadline = GetTickCount64() + limit_ms;
+  while (WaitForSingleObject(process.hProcess, 20) == WAIT_TIMEOUT) {
+    dismiss_box(process.dwProcessId, ending);
+    if (GetTickCount64() > deadline) {
+      ending.timed_out = true;
+      TerminateProcess(process.hProcess, 99);
+      WaitForSingleObject(process.hProcess, 5000);
+      break;
+    }
+  }
+  GetExitCodeProcess(process.hProcess, &ending.exit_code);
+  CloseHandle(process.hThread);
+  CloseHandle(process.hProcess);
+  ending.log = read_file(log_path);
+  return ending;
+}
+
+std::string read_file(const std::wstring& path) {
+  std::string bytes;
+  if (FILE* file = _wfopen(path.c_str(), L"rb")) {
+    char chunk[65536];
+    while (const std::size_t size = std::fread(chunk, 1, sizeof chunk, file)) bytes.append(chunk, size);
+    std::fclose(file);
+  }
+  return bytes;
+}
+
+bool write_file(const std::wstring& path, const std::string& bytes) {
+  FILE* file = _wfopen(path.c_str(), L"wb");
+  if (file == nullptr) return false;
+  const bool whole = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  return (std::fclose(file) == 0) && whole;
+}
+
+}  // namespace vlm::test

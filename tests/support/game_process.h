@@ -1,0 +1,34 @@
+// Starting the real library in a process of its own and seeing how it ends: exit code, message box, log.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace vlm::test {
+
+/// How a process ended.
+struct Ending {
+  DWORD exit_code = 0;
+  bool timed_out = false;   // still running after the time limit, then ended by force
+  std::string box_caption;  // of the first message box that it showed, empty when it showed none
+  std::string box_text;
+  std::string log;  // loader.log beside the library, as the process left it
+};
+
+using Environment = std::vector<std::pair<std::wstring, std::wstring>>;
+
+/// Folder of the running test program, with its trailing backslash. The library under test lies there.
+std::wstring program_folder();
+
+/// Runs a program with one line of arguments, dismisses its message boxes, waits until it ended.
+///   folder  where the program and the library lie, with a trailing backslash
+Ending run_game_process(const std::wstring& folder, const std::wstring& program, const std::wstring& arguments,
+                        const Environment& environment = {}, DWORD limit_ms = 60'000);
+
+std::string read_file(const std::wstring& path);
+bool write_file(const std::wstring& path, const std::string& bytes);
+
+}  // namespace vlm::test
