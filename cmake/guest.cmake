@@ -1,7 +1,7 @@
 # macOS x86-64 code: compiled by clang for a Mac, linked by the Mach-O lld. There is no SDK here; guests declare what
 # they need themselves.
 set(GUEST_FLAGS -target x86_64-apple-macos10.13 -O1 -g0 -fno-builtin -Wall -Wextra -Wno-unused-parameter -Werror
-    -fno-stack-protector -nostdinc++)
+    -fno-stack-protector -nostdinc++ -nostdlibinc)
 set(GUEST_LINK ld64.lld-19 -arch x86_64 -platform_version macos 10.13 10.13 -dylib -no_fixup_chains
     -undefined dynamic_lookup)
 

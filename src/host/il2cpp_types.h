@@ -1,14 +1,15 @@
 // The names under which the IL2CPP embedding interface passes its objects. All are opaque here: the library
-// moves their addresses between the player and the game and never looks inside.
+// moves their addresses between the player and the game and never looks inside. C headers only: macOS code that has no
+// C++ standard library includes this file too.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
+#include <stddef.h>
+#include <stdint.h>
 
-using Il2CppChar = std::uint16_t;  // a UTF-16 unit
+using Il2CppChar = uint16_t;  // a UTF-16 unit
 /// The width of a handle differs between runtime versions (32 bits, later a pointer); a pointer-sized value
 /// carries both through registers.
-using Il2CppGCHandle = std::uintptr_t;
+using Il2CppGCHandle = uintptr_t;
 /// A function pointer that the player hands over. What it takes is between the player and the game.
 using Il2CppCallback = void*;
 

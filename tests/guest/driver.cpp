@@ -52,12 +52,12 @@ int main(int argc, char** argv) {
   const auto wrap_sysv = library_function<decltype(&vlm_wrap_sysv_function)>(library, "vlm_wrap_sysv_function");
   const auto wrap_callback = library_function<decltype(&vlm_wrap_callback)>(library, "vlm_wrap_callback");
   const auto guest_function = [&](const char* name) {
-    const auto address = native_symbol(name);
-    if (address == 0) {
+    void* const address = native_symbol(name);
+    if (address == nullptr) {
       std::printf("%s has no function %s\n", argv[1], name);
       std::exit(1);
     }
-    return reinterpret_cast<std::int64_t (*)(void*)>(wrap_sysv(reinterpret_cast<void*>(address), 1));
+    return reinterpret_cast<std::int64_t (*)(void*)>(wrap_sysv(address, 1));
   };
 
   if (argc > 2) return guest_function(argv[2])(nullptr) == 0 ? 0 : 2;

@@ -1,0 +1,34 @@
+# Programs of this machine: the portable core for tools, fuzzers and their deterministic sibling, generators.
+
+add_library(vlm_core STATIC ${VLM_CORE_SOURCES})
+target_include_directories(vlm_core PUBLIC src)
+target_compile_options(vlm_core PRIVATE -fno-exceptions -fno-rtti)
+
+# The same sources once more, watched by the sanitizers; any report ends the program.
+add_library(vlm_core_checked STATIC ${VLM_CORE_SOURCES} tests/fuzz/image_run.cpp)
+target_include_directories(vlm_core_checked PUBLIC src tests)
+target_compile_options(vlm_core_checked PUBLIC -g -fsanitize=address,undefined,fuzzer-no-link
+                                               -fno-sanitize-recover=all)
+target_link_options(vlm_core_checked PUBLIC -fsanitize=address,undefined)
+
+add_executable(mutate_images tests/fuzz/mutate_images.cpp)
+target_link_libraries(mutate_images PRIVATE vlm_core_checked)
+add_custom_command(TARGET mutate_images POST_BUILD
+  COMMAND mutate_images --seeds ${CMAKE_BINARY_DIR}/fuzz_seeds VERBATIM)
+
+# A fuzz target is one file, tests/fuzz/<name>.cpp, with LLVMFuzzerTestOneInput.
+function(add_fuzzer name)
+  add_executable(${name} tests/fuzz/${name}.cpp)
+  target_link_libraries(${name} PRIVATE vlm_core_checked)
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+endfunction()
+add_fuzzer(fuzz_image)
+add_fuzzer(fuzz_fixups)
+add_fuzzer(fuzz_export_trie)
+
+# Makes images of any size for the loader's benchmark.
+add_executable(make_image bench/make_image.cpp)
+target_include_directories(make_image PRIVATE src tests)
+
+# The tools that come with the library (patch lists, inspection).
+include(tools/tools.cmake OPTIONAL)

@@ -1,0 +1,151 @@
+// Every forwarding export, called in the real library: what arrives in the game's registers, what comes back, and
+// which of the caller's registers survive. The image is echo_guest.cpp.
+#define DOCTEST_CONFIG_NO_MULTITHREADING
+#define DOCTEST_CONFIG_IMPLEMENT
+#include <doctest/doctest.h>
+#include <windows.h>
+
+#include <string>
+#include <type_traits>
+
+#include "host/il2cpp_types.h"
+#include "vlm.h"
+
+extern "C" std::uint64_t call_checked(void* function, const std::uint64_t arguments[6]);
+extern "C" std::uint32_t call_checked_broken;
+
+namespace {
+
+HMODULE library;
+decltype(&vlm_unwrap_callback) unwrap_callback;
+const std::uint64_t* echo_record;
+
+constexpr std::uint64_t echo_result = 0xABCD'0000'0000'0000;
+
+template <class T>
+T function(const char* name) {
+  return reinterpret_cast<T>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+}
+
+/// The part of a register that System V gives a meaning to, for a value of type T whose Windows register held `sent`:
+/// bool and narrow integers arrive widened to 32 bits, the rest of a 32-bit value's register is undefined.
+template <class T>
+std::uint64_t received(std::uint64_t sent) {
+  if constexpr (std::is_same_v<T, bool>) return (sent & 0xFF) != 0;
+  if constexpr (sizeof(T) == 4) return static_cast<std::uint32_t>(sent);
+  return sent;
+}
+template <class T>
+std::uint64_t meaningful(std::uint64_t value) {
+  if constexpr (std::is_void_v<T>) {
+    return 0;
+  } else if constexpr (sizeof(T) < 8) {
+    return value & ((std::uint64_t{1} << (8 * (sizeof(T) < 4 ? sizeof(T) : 4))) - 1);
+  } else {
+    return value;
+  }
+}
+
+/// What the caller's register holds for parameter i: a pattern of its own, with rubbish above a narrow value.
+template <class T>
+std::uint64_t sent_value(unsigned i) {
+  if constexpr (std::is_same_v<T, bool>) return 0xF0F0'F0F0'F0F0'F000 + i % 2;
+  return 0xA5A5'0000'8000'0000 + 0x1111 * (i + 1);
+}
+
+template <class R, class... Parameters>
+void check_export(const char* name, unsigned number, unsigned wrapped, R (*)(Parameters...)) {
+  CAPTURE(name);
+  void* entry = function<void*>(name);
+  REQUIRE(entry != nullptr);
+  unsigned i = 0;
+  std::uint64_t sent[6] = {sent_value<Parameters>(i++)...};
+  const std::uint64_t result = call_checked(entry, sent);
+  CHECK_EQ(call_checked_broken, 0);
+  CHECK_EQ(echo_record[6], number);
+  if constexpr (std::is_same_v<R, bool>) {
+    CHECK_EQ(meaningful<R>(result), number & 0xFF);
+  } else {
+    CHECK_EQ(meaningful<R>(result), meaningful<R>(echo_result + number));
+  }
+  i = 0;
+  const auto check_parameter = [&]<class T>(std::type_identity<T>) {
+    CAPTURE(i);
+    if ((wrapped >> i & 1) != 0) {
+      auto* stub = reinterpret_cast<void*>(echo_record[i]);
+      CHECK_NE(stub, reinterpret_cast<void*>(sent[i]));
+      CHECK_EQ(unwrap_callback(stub), reinterpret_cast<void*>(sent[i]));
+    } else {
+      const auto mask = sizeof(T) < 8 ? 0xFFFF'FFFFull : ~0ull;
+      CHECK_EQ(echo_record[i] & mask, received<T>(sent[i]));
+    }
+    ++i;
+  };
+  (check_parameter(std::type_identity<Parameters>{}), ...);
+}
+
+}  // namespace
+
+TEST_CASE("every forwarder moves and widens its arguments and keeps the caller's registers") {
+  unsigned number = 0;
+#define IL2CPP_FORWARD(result, name, ...) \
+  check_export(#name, number++, 0, static_cast<result (*)(__VA_ARGS__)>(nullptr));
+#define IL2CPP_WRAP(positions, result, name, ...) \
+  check_export(#name, number++, positions, static_cast<result (*)(__VA_ARGS__)>(nullptr));
+#define IL2CPP_LOCAL(result, name, ...) ++number;
+#include "host/il2cpp_exports.def"
+  CHECK_EQ(number, 241);
+}
+
+TEST_CASE("a callback that is handed over twice is one callback to the game") {
+  const auto for_each = function<void (*)(void*, void*)>("il2cpp_class_for_each");
+  const auto callback = reinterpret_cast<void*>(&unwrap_callback);
+  for_each(callback, nullptr);
+  const std::uint64_t first = echo_record[0];
+  for_each(callback, nullptr);
+  CHECK_EQ(echo_record[0], first);
+  for_each(nullptr, nullptr);
+  CHECK_EQ(echo_record[0], 0);
+}
+
+TEST_CASE("calls that the game must not receive do not reach it") {
+  function<void (*)()>("il2cpp_gc_enable")();
+  const std::uint64_t before = echo_record[6];
+  for (const char* name : {"il2cpp_set_memory_callbacks", "il2cpp_unity_install_unitytls_interface",
+                           "il2cpp_unity_set_android_network_up_state_func",
+                           "il2cpp_register_debugger_agent_transport"}) {
+    function<void (*)(void*)>(name)(&library);
+    CHECK_EQ(echo_record[6], before);
+  }
+}
+
+TEST_CASE("questions about the image") {
+  const auto native_symbol = function<decltype(&vlm_native_symbol)>("vlm_native_symbol");
+  const auto is_mac_address = function<decltype(&vlm_is_mac_address)>("vlm_is_mac_address");
+  CHECK_EQ(native_symbol("_echo_record"), echo_record);
+  CHECK_EQ(native_symbol("no_such_symbol"), nullptr);
+  CHECK_EQ(native_symbol(nullptr), nullptr);
+  CHECK_EQ(is_mac_address(echo_record), 1);
+  CHECK_EQ(is_mac_address(&library), 0);
+
+  const auto allocate = function<decltype(&vlm_allocate_trampoline)>("vlm_allocate_trampoline");
+  void* page = allocate(native_symbol("echo_record"));
+  REQUIRE(page != nullptr);
+  *static_cast<std::uint8_t*>(page) = 0xC3;  // ret
+  reinterpret_cast<void (*)()>(page)();
+  CHECK_EQ(is_mac_address(page), 0);
+  CHECK_EQ(allocate(&library), nullptr);
+}
+
+int main(int argc, char** argv) {
+  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
+  library = LoadLibraryA("GameAssembly.dll");
+  if (library == nullptr) return 1;
+  // The first call of all is a forwarder: it starts the game before the game sees the call.
+  function<void (*)()>("il2cpp_gc_collect")();
+  unwrap_callback = function<decltype(&vlm_unwrap_callback)>("vlm_unwrap_callback");
+  echo_record = static_cast<const std::uint64_t*>(
+      function<decltype(&vlm_native_symbol)>("vlm_native_symbol")("echo_record"));
+  doctest::Context context;
+  return context.run();
+}

@@ -1,0 +1,43 @@
+# Three rings: unit tests (modules linked into a Windows program), guest tests (macOS code in the real library) and,
+# built natively, mutations and fuzz targets of the readers.
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_SOURCE_DIR}/cmake/wine-run)
+
+# doctest is one header; taken out of the host's include folder, whose C headers must not be seen here.
+configure_file(/usr/include/doctest/doctest.h ${CMAKE_BINARY_DIR}/include/doctest/doctest.h COPYONLY)
+
+# A Windows test program beside the library.
+function(add_windows_test_program name)
+  add_executable(${name} ${ARGN})
+  target_include_directories(${name} PRIVATE ${CMAKE_BINARY_DIR}/include ${CMAKE_SOURCE_DIR}/tests
+    ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/include)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}
+    CROSSCOMPILING_EMULATOR ${CMAKE_SOURCE_DIR}/cmake/wine-run)
+endfunction()
+
+# Tests that start the game take turns: one game runs at a time, and all share the log beside the library.
+function(game_test name)
+  add_test(NAME ${name} COMMAND ${ARGN})
+  set_tests_properties(${name} PROPERTIES RESOURCE_LOCK game TIMEOUT 300)
+endfunction()
+
+# ---- Unit tests ------------------------------------------------------------------------------------------------------
+file(GLOB unit_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/unit/*.cpp)
+add_windows_test_program(unit_tests ${unit_sources})
+target_link_libraries(unit_tests PRIVATE vlm)
+add_test(NAME unit COMMAND unit_tests)
+set_tests_properties(unit PROPERTIES TIMEOUT 300)
+
+# ---- Guest tests -----------------------------------------------------------------------------------------------------
+foreach(guest c_library start echo local)
+  add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
+endforeach()
+
+add_windows_test_program(guest_driver tests/guest/driver.cpp)
+foreach(guest c_library start)
+  game_test(guest.${guest} guest_driver $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
+endforeach()
+
+add_windows_test_program(forwarders_test tests/guest/forwarders_test.cpp tests/guest/call_checked.S)
+game_test(guest.forwarders forwarders_test $<TARGET_PROPERTY:echo_guest,GUEST_IMAGE>)
+add_windows_test_program(local_exports_test tests/guest/local_exports_test.cpp)
+game_test(guest.local_exports local_exports_test $<TARGET_PROPERTY:local_guest,GUEST_IMAGE>)
