@@ -3,7 +3,6 @@
 // Wrapped callbacks are remembered in a registry of 1024 pairs, in creation order. Two hash indices over the pairs
 // answer "the stub of this function" and "the function of this stub"; both are read without a lock, so wrapping a
 // function that is known and unwrapping any pointer cost a few loads, however many callbacks there are.
-#define VLM_API __declspec(dllexport)
 #include "vlm.h"
 
 #include <windows.h>

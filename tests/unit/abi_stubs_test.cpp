@@ -1,0 +1,212 @@
+// Generated stubs and the exports that make them: arguments, results, sharing, chunks, stack walks.
+#include "abi/stubs.h"
+
+#define DOCTEST_CONFIG_NO_MULTITHREADING
+#include <doctest/doctest.h>
+
+#include <windows.h>
+
+#include <cstring>
+#include <vector>
+
+#include "abi_probe.h"
+#include "macho/load.h"
+#include "run_alone.h"
+#include "stack_walk.h"
+#include "vlm.h"
+
+using namespace vlm;
+
+namespace {
+
+std::uint64_t windows_arguments[6];
+std::vector<WalkedFrame> walked;
+
+std::uint64_t windows_function(std::uint64_t a, std::uint64_t b, std::uint64_t c, std::uint64_t d, std::uint64_t e,
+                               std::uint64_t f) {
+  const std::uint64_t all[] = {a, b, c, d, e, f};
+  std::memcpy(windows_arguments, all, sizeof all);
+  walked = walk_stack();
+  return 0x3141;
+}
+
+double windows_double(double x) { return x * 2; }
+
+template <class Function>
+void* pointer(Function* function) {
+  return reinterpret_cast<void*>(function);
+}
+
+/// Game code that calls a callback with six arguments, compiled as such.
+SYSV std::uint64_t game_calls(std::uint64_t (*SYSV callback)(std::uint64_t, std::uint64_t, std::uint64_t,
+                                                              std::uint64_t, std::uint64_t, std::uint64_t)) {
+  return callback(1, 2, 3, 4, 5, 6) + 1;
+}
+
+}  // namespace
+
+TEST_CASE("a callback stub forwards six arguments and the result, and a stack walk crosses it") {
+  void* stub = vlm_wrap_callback(pointer(windows_function));
+  SysvProbe probe = {};
+  for (unsigned i = 0; i < 6; ++i) probe.gp[i] = 0x6700000000000000 + i;
+  sysv_probe(stub, &probe);
+  CHECK_EQ(std::memcmp(windows_arguments, probe.gp, sizeof probe.gp), 0);
+  CHECK_EQ(probe.out_rax, 0x3141);
+  CHECK_EQ(std::memcmp(probe.kept, probe_kept, sizeof probe.kept), 0);
+  CHECK(frame_of(walked, stub) != nullptr);
+  const WalkedFrame* caller = frame_of(walked, pointer(sysv_probe));
+  REQUIRE(caller != nullptr);
+  CHECK_EQ(caller->context.Rbp, probe_kept[1]);
+
+  const auto doubled = reinterpret_cast<SYSV double (*)(double)>(vlm_wrap_callback(pointer(windows_double)));
+  CHECK_EQ(doubled(1.5), 3.0);
+}
+
+TEST_CASE("wrapping is shared and can be undone; other pointers unwrap to themselves") {
+  void* stub = vlm_wrap_callback(pointer(windows_double));
+  CHECK_EQ(vlm_wrap_callback(pointer(windows_double)), stub);
+  CHECK_EQ(vlm_unwrap_callback(stub), pointer(windows_double));
+  CHECK_EQ(reinterpret_cast<std::uint64_t>(stub) % 16, 0);
+  void* const never_wrapped[] = {nullptr, static_cast<char*>(stub) + 1, pointer(windows_double), &stub};
+  for (void* other : never_wrapped) CHECK_EQ(vlm_unwrap_callback(other), other);
+  CHECK_EQ(vlm_wrap_callback(nullptr), static_cast<void*>(nullptr));
+}
+
+TEST_CASE("a System V function stub forwards the arguments that its count covers") {
+  for (unsigned count = 0; count <= 6; ++count) {
+    CAPTURE(count);
+    void* stub = vlm_wrap_sysv_function(pointer(record_sysv_call), count);
+    REQUIRE(stub != nullptr);
+    Win64Probe probe = {};
+    for (unsigned i = 0; i < 8; ++i) probe.arguments[i] = 0xA0 + i;
+    for (unsigned i = 0; i < 4; ++i) probe.xmm[i] = 0xF00 + i;
+    win64_probe(stub, &probe);
+    for (unsigned i = 0; i < 4; ++i) CHECK_EQ(recorded_call.gp[i], 0xA0 + i);
+    CHECK_EQ(recorded_call.gp[4], (count >= 5 ? 0xA4 : 0));
+    CHECK_EQ(recorded_call.gp[5], (count >= 6 ? 0xA5 : 0));
+    for (unsigned i = 0; i < 4; ++i) CHECK_EQ(recorded_call.xmm[i][0], 0xF00 + i);
+    CHECK_EQ(probe.out_rax, recorded_results[0]);
+    CHECK_EQ(probe.out_xmm0, recorded_results[2]);
+    CHECK_EQ(std::memcmp(probe.kept_xmm, probe_kept_xmm, sizeof probe.kept_xmm), 0);
+    CHECK_EQ(probe.kept[2], probe_kept[6]);  // rsi
+    CHECK_EQ(probe.kept[3], probe_kept[7]);  // rdi
+  }
+  CHECK_EQ(vlm_wrap_sysv_function(pointer(record_sysv_call), 7), static_cast<void*>(nullptr));
+  CHECK_EQ(vlm_wrap_sysv_function(pointer(record_sysv_call), 0xFFFFFFFF), static_cast<void*>(nullptr));
+  CHECK_EQ(vlm_wrap_sysv_function(nullptr, 2), static_cast<void*>(nullptr));
+}
+
+TEST_CASE("a stack walk crosses Windows code, game code and both kinds of stubs between them") {
+  void* callback = vlm_wrap_callback(pointer(windows_function));
+  for (const unsigned count : {1u, 5u, 6u}) {  // stubs of three lengths
+    CAPTURE(count);
+    void* stub = vlm_wrap_sysv_function(pointer(game_calls), count);
+    Win64Probe probe = {};
+    probe.arguments[0] = reinterpret_cast<std::uint64_t>(callback);
+    win64_probe(stub, &probe);
+    CHECK_EQ(probe.out_rax, 0x3142);
+    for (const void* function : {pointer(windows_function), callback, pointer(game_calls), pointer(call_sysv), stub}) {
+      CHECK(frame_of(walked, function) != nullptr);
+    }
+    const WalkedFrame* caller = frame_of(walked, pointer(win64_probe));
+    REQUIRE(caller != nullptr);
+    CHECK_EQ(caller->context.Rbx, probe_kept[0]);
+    CHECK_EQ(caller->context.R15, probe_kept[5]);
+    CHECK_EQ(caller->context.Rsi, probe_kept[6]);
+    CHECK_EQ(caller->context.Rdi, probe_kept[7]);
+    CHECK_EQ(std::memcmp(&caller->context.Xmm6, probe_kept_xmm, sizeof probe_kept_xmm), 0);
+  }
+}
+
+TEST_CASE("a record stub arrives with its record in rax, and tells its record again") {
+  int record = 0;
+  void* stub = make_record_stub(&record, pointer(record_sysv_call));
+  SysvProbe probe = {};
+  sysv_probe(stub, &probe);
+  CHECK_EQ(recorded_call.rax, reinterpret_cast<std::uint64_t>(&record));
+  CHECK_EQ(record_of_stub(stub, pointer(record_sysv_call)), &record);
+
+  auto* pages = static_cast<std::byte*>(VirtualAlloc(nullptr, 0x2000, MEM_RESERVE, PAGE_NOACCESS));
+  REQUIRE(VirtualAlloc(pages, 0x1000, MEM_COMMIT, PAGE_READWRITE) != nullptr);
+  write_record_stub(pages + 0x1000 - record_stub_size, &record, pointer(record_sysv_call));
+  CHECK_EQ(record_of_stub(pages + 0x1000 - record_stub_size, pointer(record_sysv_call)), &record);
+  const void* no_stubs[] = {nullptr, pages + 0x1000 - record_stub_size + 1, pages + 0x1800, pointer(windows_double),
+                            static_cast<char*>(stub) + 1, reinterpret_cast<void*>(~0ull - 3)};
+  for (const void* other : no_stubs) CHECK_EQ(record_of_stub(other, pointer(record_sysv_call)), nullptr);
+  CHECK_EQ(record_of_stub(stub, pointer(windows_double)), nullptr);
+  VirtualFree(pages, 0, MEM_RELEASE);
+}
+
+TEST_CASE("stubs run on into new chunks, all of them working and known to stack walks") {
+  std::uint64_t last = 0;
+  unsigned chunks = 0, misplaced = 0, unknown = 0, wrong = 0;
+  for (unsigned i = 0; i < 45'000; ++i) {  // two chunks hold fewer
+    const auto stub = reinterpret_cast<std::uint64_t>(make_callback_stub(pointer(windows_function)));
+    if (stub - last != 48) {
+      if (i != 0 && stub % 0x10000 != 0) ++misplaced;  // a chunk starts where an allocation does
+      ++chunks;
+    }
+    last = stub;
+    DWORD64 image = 0;
+    const RUNTIME_FUNCTION* function = RtlLookupFunctionEntry(stub + 40, &image, nullptr);
+    if (function == nullptr || image + function->BeginAddress != stub || image + function->EndAddress != stub + 44) {
+      ++unknown;
+    }
+    if (i % 1000 == 0) {
+      SysvProbe probe = {};
+      sysv_probe(reinterpret_cast<void*>(stub), &probe);
+      if (probe.out_rax != 0x3141) ++wrong;
+    }
+  }
+  CHECK_GE(chunks, 3);
+  CHECK_EQ(misplaced, 0);
+  CHECK_EQ(unknown, 0);
+  CHECK_EQ(wrong, 0);
+}
+
+// Fills the process's registry for good.
+TEST_CASE("alone: the callback registry is filled" * doctest::skip()) {
+  auto* targets = static_cast<std::byte*>(allocate_stub_memory(0x10000));
+  std::vector<void*> stubs;
+  for (unsigned i = 0; i < 1025; ++i) {
+    static constexpr unsigned char code[] = {0x8D, 0x41, 0x01, 0xC3};  // lea eax, [rcx+1]; ret
+    std::memcpy(targets + 8 * i, code, sizeof code);
+    stubs.push_back(vlm_wrap_callback(targets + 8 * i));
+  }
+  for (unsigned i = 0; i < 1024; ++i) {
+    REQUIRE_EQ(vlm_wrap_callback(targets + 8 * i), stubs[i]);
+    REQUIRE_EQ(vlm_unwrap_callback(stubs[i]), static_cast<void*>(targets + 8 * i));
+  }
+  REQUIRE_EQ(vlm_unwrap_callback(stubs[1024]), stubs[1024]);
+  REQUIRE_NE(vlm_wrap_callback(targets + 8 * 1024), stubs[1024]);
+  REQUIRE_EQ(reinterpret_cast<SYSV int (*)(int)>(stubs[1024])(6), 7);
+  passed_alone();
+}
+
+TEST_CASE("the callback after the 1024th works but is not remembered") {
+  CHECK(run_alone("alone: the callback registry is filled"));
+}
+
+TEST_CASE("pages near an image come one after the other until its arena is full") {
+  constexpr std::uint64_t image_size = 0x12345, rounded = 0x20000;
+  auto* region = static_cast<std::byte*>(VirtualAlloc(nullptr, rounded + hook_arena_size, MEM_RESERVE, PAGE_NOACCESS));
+  REQUIRE(region != nullptr);
+  const auto base = reinterpret_cast<std::uint64_t>(region);
+  const int count = hook_arena_count;
+  hook_arenas[hook_arena_count++] = {base, base + rounded, image_size, 0};
+
+  CHECK_EQ(vlm_allocate_trampoline(region - 1), static_cast<void*>(nullptr));
+  CHECK_EQ(vlm_allocate_trampoline(region + image_size), static_cast<void*>(nullptr));
+  unsigned wrong = 0;
+  for (unsigned i = 0; i < 4096; ++i) {
+    auto* page = static_cast<std::byte*>(vlm_allocate_trampoline(region + i % image_size));
+    if (page != region + rounded + 4096 * i) ++wrong;
+    else page[4095] = std::byte{0xC3};
+  }
+  CHECK_EQ(wrong, 0);
+  reinterpret_cast<void (*)()>(region + rounded + 4095)();
+  CHECK_EQ(vlm_allocate_trampoline(region), static_cast<void*>(nullptr));
+
+  hook_arena_count = count;
+  VirtualFree(region, 0, MEM_RELEASE);
+}
