@@ -1,0 +1,63 @@
+// Running managed code.
+#include "runtime/runtime.h"
+
+void il2cpp_runtime_class_init(Il2CppClass* klass) {
+  if (klass->initialized) return;
+  klass->initialized = true;  // first: a class constructor may use its own class
+  if (klass->parent != nullptr) il2cpp_runtime_class_init(klass->parent);
+  for (const MethodInfo& method : klass->methods) {
+    if (strcmp(method.name, ".cctor") == 0) method.invoke(&method, nullptr, nullptr);
+  }
+}
+
+/// An exception that no out-pointer takes is reported as unhandled.
+Il2CppObject* il2cpp_runtime_invoke(const MethodInfo* method, void* object, void** arguments,
+                                    Il2CppException** exception) {
+  if (exception != nullptr) *exception = nullptr;
+  il2cpp_runtime_class_init(method->parent);
+  Il2CppObject* result = nullptr;
+  {
+    const Frame frame(method);
+    if ((method->implementation & METHOD_INTERNAL_CALL) != 0) {
+      Text name;
+      append_internal_call_name(name, method);
+      MethodInfo bound = *method;
+      bound.code = find_internal_call(name.c_str());
+      if (bound.code != nullptr) result = bound.invoke(&bound, object, arguments);
+    } else {
+      result = method->invoke(method, object, arguments);
+    }
+  }
+  Il2CppException* raised = take_pending_exception();
+  if (raised == nullptr) return result;
+  if (exception != nullptr) {
+    *exception = raised;
+  } else {
+    il2cpp_unhandled_exception(raised);
+  }
+  return nullptr;
+}
+
+/// The same with boxed values.
+Il2CppObject* il2cpp_runtime_invoke_convert_args(const MethodInfo* method, void* object, Il2CppObject** arguments,
+                                                 int count, Il2CppException** exception) {
+  constexpr int most = 16;
+  void* converted[most];
+  if (count > most) count = most;
+  for (int i = 0; i < count; ++i) {
+    const bool is_value = arguments[i] != nullptr && arguments[i]->klass->is_valuetype();
+    converted[i] = is_value ? il2cpp_object_unbox(arguments[i]) : static_cast<void*>(arguments[i]);
+  }
+  return il2cpp_runtime_invoke(method, object, converted, exception);
+}
+
+void il2cpp_runtime_object_init_exception(Il2CppObject* object, Il2CppException** exception) {
+  const MethodInfo* constructor = il2cpp_class_get_method_from_name(object->klass, ".ctor", 0);
+  if (exception != nullptr) *exception = nullptr;
+  if (constructor != nullptr) il2cpp_runtime_invoke(constructor, object, nullptr, exception);
+}
+
+void il2cpp_runtime_object_init(Il2CppObject* object) { il2cpp_runtime_object_init_exception(object, nullptr); }
+
+/// Unhandled exceptions are logged and survived, whatever is asked for.
+void il2cpp_runtime_unhandled_exception_policy_set(int) {}

@@ -1,0 +1,77 @@
+// What the files of the runtime and the game ask of each other beyond the exported interface.
+#pragma once
+
+#include "runtime/model.h"
+#include "runtime/text.h"
+
+/// For tables that several threads change. It spins: nothing here is held for longer than a few instructions.
+class SpinLock {
+ public:
+  void lock() {
+    while (__atomic_test_and_set(&taken_, __ATOMIC_ACQUIRE)) __builtin_ia32_pause();
+  }
+  void unlock() { __atomic_clear(&taken_, __ATOMIC_RELEASE); }
+
+ private:
+  bool taken_ = false;
+};
+
+class Locked {
+ public:
+  explicit Locked(SpinLock& lock) : lock_(lock) { lock_.lock(); }
+  ~Locked() { lock_.unlock(); }
+
+ private:
+  SpinLock& lock_;
+};
+
+// domain.cpp
+Il2CppDomain& domain();
+
+// setup.cpp
+/// One line: to the player's log callback, or to the standard output while there is none.
+void log(const Text& text);
+/// The file name of a native plug-in, as the player knows it. The player's text stays its own.
+const char* find_plugin(const char* name);
+struct Settings {
+  int argument_count;
+  char* data_directory;
+};
+extern Settings settings;
+
+// classes.cpp
+/// Bytes that a variable of the type occupies: a reference's 8, or the value itself.
+size_t size_of(const Il2CppType* type);
+bool is_same_or_subclass(const Il2CppClass* klass, const Il2CppClass* of);
+
+// types.cpp
+void append_type_name(Text& text, const Il2CppType* type, const char* nesting = ".");
+
+// objects.cpp
+Il2CppObject* new_object(const Il2CppClass* klass, size_t size);
+
+// strings.cpp
+Il2CppString* new_string(const Text& text);
+/// UTF-8 for a managed string, which may be null; ill-formed text becomes U+FFFD.
+Text utf8_of(const Il2CppString* string);
+char* utf8_copy(const Il2CppChar* text);
+
+// exceptions.cpp
+void raise(const Il2CppClass& klass, const Text& message);
+Il2CppException* take_pending_exception();
+Text describe(const Il2CppException* exception);
+
+// icalls.cpp
+/// What is registered under the name; null with a pending MissingMethodException when nothing is.
+Il2CppCallback find_internal_call(const char* name);
+void append_internal_call_name(Text& text, const MethodInfo* method);
+
+// frames.cpp
+/// An invocation on the calling thread's stack.
+struct Frame {
+  explicit Frame(const MethodInfo* method);
+  ~Frame();
+  const MethodInfo* method;
+  Frame* caller = nullptr;
+};
+const MethodInfo* running_method();

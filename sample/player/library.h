@@ -1,0 +1,32 @@
+// GameAssembly.dll: found beside the player, its exports typed from the list that the library makes them from.
+#pragma once
+
+#include <string>
+
+#include "host/il2cpp_types.h"
+
+struct Api {
+#define IL2CPP_FORWARD(result, name, ...) result (*name)(__VA_ARGS__);
+#define IL2CPP_WRAP(positions, result, name, ...) result (*name)(__VA_ARGS__);
+#define IL2CPP_LOCAL(result, name, ...) result (*name)(__VA_ARGS__);
+#include "host/il2cpp_exports.def"
+#undef IL2CPP_FORWARD
+#undef IL2CPP_WRAP
+#undef IL2CPP_LOCAL
+};
+
+/// Complete once load_library() has returned, then read-only.
+extern Api api;
+
+/// The player's folder, with a backslash at its end.
+std::wstring player_directory();
+
+/// Loads the library and takes all of its exports; ends the process with EXIT_NOT_STARTED when something is missing.
+void load_library();
+
+// Text between Windows and the interface
+
+std::string utf8_of(const wchar_t* text);
+std::wstring utf16_of(const char* text);
+/// The text of a managed string.
+std::string utf8_of(Il2CppString* string);

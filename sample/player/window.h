@@ -1,0 +1,29 @@
+// The player's window: the playing field with what the game drew in this frame.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+struct Box {
+  int x, y, width, height;
+  std::uint32_t color;  // 0xRRGGBB
+  std::wstring label;
+};
+
+inline constexpr int field_width = 640, field_height = 360;
+
+void open_window();
+
+/// Begins a new picture.
+void clear_picture();
+void show_box(Box box);
+/// Puts the picture on the screen.
+void present();
+
+/// Answers what Windows asks of the window; false once the user has closed it.
+bool pump_messages();
+
+/// The same until `milliseconds` have passed.
+bool pump_messages_for(unsigned milliseconds);
+
+std::wstring window_title();

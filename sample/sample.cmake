@@ -1,0 +1,75 @@
+# A small macOS game, and a Windows player for it, in the places of the real ones.
+#
+#   sample/GameAssembly.dylib   the game: macOS code
+#   sample/GameAssembly.dll     the library, with the patch list for exactly this game behind it
+#   sample/SamplePlayer.exe     the player: loads the DLL beside it
+set(SAMPLE_DIR ${CMAKE_BINARY_DIR}/sample)
+set(SAMPLE_GAME ${CMAKE_CURRENT_LIST_DIR}/game)
+
+# The image exports the interface and nothing else; every exported name has to be defined.
+set(SAMPLE_EXPORTS ${CMAKE_BINARY_DIR}/guests/sample_exports.txt)
+file(STRINGS ${CMAKE_SOURCE_DIR}/src/host/il2cpp_exports.def rows REGEX "^IL2CPP_[A-Z]+\\(")
+list(TRANSFORM rows REPLACE "^[^(]*\\((0b[01]+, )?[^,]*, (il2cpp_[a-z0-9_]+).*" "_\\2" OUTPUT_VARIABLE export_names)
+list(LENGTH export_names export_count)
+if(NOT export_count EQUAL 241)
+  message(FATAL_ERROR "src/host/il2cpp_exports.def has ${export_count} rows, expected 241")
+endif()
+list(JOIN export_names "\n" export_lines)
+file(CONFIGURE OUTPUT ${SAMPLE_EXPORTS} CONTENT "${export_lines}\n" @ONLY)
+
+# What the game takes from the library. Anything else that stays undefined is an error of the game, not an import.
+set(SAMPLE_IMPORTS
+  _calloc _malloc _free _memcpy _memset ___bzero _memcmp _strlen _strcmp _strchr _strdup
+  _fwrite _fflush ___stdoutp
+  _objc_msgSend _OBJC_CLASS_$_NSObject _OBJC_METACLASS_$_NSObject __objc_empty_cache
+  dyld_stub_binder)
+set(import_flags)
+foreach(symbol ${SAMPLE_IMPORTS})
+  list(APPEND import_flags -U ${symbol})
+endforeach()
+
+add_guest(sample_game
+  SOURCES
+    # corlib first: assemblies join the domain in link order.
+    ${SAMPLE_GAME}/runtime/corlib.cpp
+    ${SAMPLE_GAME}/game/engine.cpp
+    ${SAMPLE_GAME}/game/game.cpp
+    ${SAMPLE_GAME}/game/scoreboard.m
+    ${SAMPLE_GAME}/runtime/absent.cpp
+    ${SAMPLE_GAME}/runtime/classes.cpp
+    ${SAMPLE_GAME}/runtime/domain.cpp
+    ${SAMPLE_GAME}/runtime/exceptions.cpp
+    ${SAMPLE_GAME}/runtime/frames.cpp
+    ${SAMPLE_GAME}/runtime/gc.cpp
+    ${SAMPLE_GAME}/runtime/icalls.cpp
+    ${SAMPLE_GAME}/runtime/invoke.cpp
+    ${SAMPLE_GAME}/runtime/members.cpp
+    ${SAMPLE_GAME}/runtime/monitors.cpp
+    ${SAMPLE_GAME}/runtime/objects.cpp
+    ${SAMPLE_GAME}/runtime/setup.cpp
+    ${SAMPLE_GAME}/runtime/strings.cpp
+    ${SAMPLE_GAME}/runtime/thread_storage.cpp
+    ${SAMPLE_GAME}/runtime/threads.cpp
+    ${SAMPLE_GAME}/runtime/types.cpp
+  OUTPUT ${SAMPLE_DIR}/GameAssembly.dylib
+  FLAGS -ffreestanding -fno-exceptions -fno-rtti -fno-threadsafe-statics -I${SAMPLE_GAME}/include -I${SAMPLE_GAME}
+  LINK_FLAGS -exported_symbols_list ${SAMPLE_EXPORTS} -undefined error ${import_flags})
+
+add_executable(SamplePlayer
+  sample/player/engine.cpp
+  sample/player/library.cpp
+  sample/player/managed.cpp
+  sample/player/player.cpp
+  sample/player/report.cpp
+  sample/player/tour.cpp
+  sample/player/window.cpp)
+target_include_directories(SamplePlayer PRIVATE src sample/player)
+target_link_libraries(SamplePlayer PRIVATE gdi32)
+set_target_properties(SamplePlayer PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${SAMPLE_DIR})
+
+set(TESSERA ${VLM_NATIVE_DIR}/tessera)
+add_custom_command(OUTPUT ${SAMPLE_DIR}/GameAssembly.dll
+  COMMAND ${TESSERA} --image ${SAMPLE_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
+          --output ${SAMPLE_DIR}/GameAssembly.dll
+  DEPENDS ${TESSERA} sample_game ${SAMPLE_DIR}/GameAssembly.dylib GameAssembly VERBATIM)
+add_custom_target(sample ALL DEPENDS ${SAMPLE_DIR}/GameAssembly.dll SamplePlayer)

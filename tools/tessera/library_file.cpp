@@ -1,0 +1,34 @@
+#include "tessera/library_file.h"
+
+#include <cstring>
+
+#include "tls/patch_list.h"
+
+namespace vlm::tessera {
+
+Result<std::span<const std::byte>> without_patch_list(std::span<const std::byte> library) {
+  if (library.size() < 2 || std::memcmp(library.data(), "MZ", 2) != 0) {
+    return fault("it does not begin with \"MZ\", so it is no Windows library");
+  }
+  if (library.size() < gs_patch_trailer_size) return library;
+  const auto trailer = library.last<gs_patch_trailer_size>();
+  if (std::memcmp(trailer.data() + 8, gs_patch_end_magic, sizeof gs_patch_end_magic) != 0) return library;
+
+  const auto size = gs_patch_blob_size(trailer);
+  const std::size_t before = library.size() - gs_patch_trailer_size;
+  if (!size || *size > before || *size < sizeof gs_patch_magic ||
+      std::memcmp(library.data() + before - *size, gs_patch_magic, sizeof gs_patch_magic) != 0) {
+    return fault("it ends in a damaged patch list; build the library anew");
+  }
+  return library.first(before - *size);
+}
+
+Result<std::vector<std::byte>> with_patch_list(std::span<const std::byte> library, std::span<const std::byte> list) {
+  const auto own = without_patch_list(library);
+  if (!own) return std::unexpected(own.error());
+  std::vector<std::byte> file(own->begin(), own->end());
+  file.insert(file.end(), list.begin(), list.end());
+  return file;
+}
+
+}  // namespace vlm::tessera

@@ -1,0 +1,19 @@
+// The library's file and the patch list at its end.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <vector>
+
+#include "support/result.h"
+
+namespace vlm::tessera {
+
+/// The library's own bytes: the file without the list that it may already end in. Fails when the bytes are no Windows
+/// library, or end in a damaged list.
+Result<std::span<const std::byte>> without_patch_list(std::span<const std::byte> library);
+
+/// The library with the list behind it, in place of the one that was there.
+Result<std::vector<std::byte>> with_patch_list(std::span<const std::byte> library, std::span<const std::byte> list);
+
+}  // namespace vlm::tessera

@@ -1,0 +1,17 @@
+# The tools that come with the library. Instructions are decoded and encoded by Zydis, never by hand.
+
+add_library(tessera_core STATIC
+  tools/tessera/code_ranges.cpp
+  tools/tessera/gs_sites.cpp
+  tools/tessera/library_file.cpp
+  tools/tessera/patch_image.cpp
+  tools/tessera/trampoline.cpp)
+target_include_directories(tessera_core PUBLIC tools)
+target_link_libraries(tessera_core PUBLIC vlm_core Zydis)
+
+add_executable(tessera tools/tessera/main.cpp)
+target_link_libraries(tessera PRIVATE tessera_core)
+
+add_executable(tessera_test tests/unit-native/tessera_test.cpp)
+target_include_directories(tessera_test PRIVATE tests)
+target_link_libraries(tessera_test PRIVATE tessera_core)
