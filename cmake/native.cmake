@@ -28,7 +28,8 @@ add_fuzzer(fuzz_export_trie)
 
 # Makes images of any size for the loader's benchmark.
 add_executable(make_image bench/make_image.cpp)
-target_include_directories(make_image PRIVATE src tests)
+target_include_directories(make_image PRIVATE tests)
+target_link_libraries(make_image PRIVATE vlm_core)
 
 # The tools that come with the library (patch lists, inspection).
 include(tools/tools.cmake OPTIONAL)

@@ -21,7 +21,7 @@ function(game_test name)
 endfunction()
 
 # ---- Unit tests ------------------------------------------------------------------------------------------------------
-file(GLOB unit_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/unit/*.cpp)
+file(GLOB unit_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/unit/*.cpp ${CMAKE_SOURCE_DIR}/tests/unit/*.S)
 add_windows_test_program(unit_tests ${unit_sources})
 target_link_libraries(unit_tests PRIVATE vlm)
 add_test(NAME unit COMMAND unit_tests)
@@ -37,7 +37,13 @@ foreach(guest c_library start)
   game_test(guest.${guest} guest_driver $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
 endforeach()
 
-add_windows_test_program(forwarders_test tests/guest/forwarders_test.cpp tests/guest/call_checked.S)
+add_windows_test_program(forwarders_test tests/guest/forwarders_test.cpp tests/guest/call_checked.S
+  tests/support/game_process.cpp)
 game_test(guest.forwarders forwarders_test $<TARGET_PROPERTY:echo_guest,GUEST_IMAGE>)
 add_windows_test_program(local_exports_test tests/guest/local_exports_test.cpp)
 game_test(guest.local_exports local_exports_test $<TARGET_PROPERTY:local_guest,GUEST_IMAGE>)
+
+add_windows_test_program(missing_export tests/guest/missing_export.cpp)
+add_windows_test_program(endings_test tests/guest/endings_test.cpp tests/support/game_process.cpp)
+target_link_libraries(endings_test PRIVATE vlm)
+game_test(guest.endings endings_test)

@@ -5,14 +5,18 @@
 #include <doctest/doctest.h>
 #include <windows.h>
 
+#include <atomic>
 #include <string>
 #include <type_traits>
 
 #include "host/il2cpp_types.h"
+#include "support/game_process.h"
 #include "vlm.h"
 
 extern "C" std::uint64_t call_checked(void* function, const std::uint64_t arguments[6]);
 extern "C" std::uint32_t call_checked_broken;
+
+using namespace vlm::test;
 
 namespace {
 
@@ -84,7 +88,29 @@ void check_export(const char* name, unsigned number, unsigned wrapped, R (*)(Par
   (check_parameter(std::type_identity<Parameters>{}), ...);
 }
 
+std::atomic<int> calls_during_start{0};
+
+/// Eight of these make the process's first call at one moment.
+DWORD WINAPI make_first_call(void* go) {
+  WaitForSingleObject(go, INFINITE);
+  function<void (*)()>("il2cpp_gc_collect")();
+  if (read_file(program_folder() + L"PCSaveData\\loader.log").find("GameAssembly.dylib ready") == std::string::npos) {
+    ++calls_during_start;
+  }
+  return 0;
+}
+
 }  // namespace
+
+TEST_CASE("threads that make the first call together start the game once") {
+  const std::string log = read_file(program_folder() + L"PCSaveData\\loader.log");
+  const std::string ready = "GameAssembly.dylib ready\r\n";
+  const std::size_t at = log.find(ready);
+  REQUIRE(at != std::string::npos);
+  CHECK_EQ(log.find(ready, at + 1), std::string::npos);
+  CHECK_EQ(log.find("does not export"), std::string::npos);
+  CHECK_EQ(calls_during_start, 0);  // nobody got through before the game was ready
+}
 
 TEST_CASE("every forwarder moves and widens its arguments and keeps the caller's registers") {
   unsigned number = 0;
@@ -142,7 +168,11 @@ int main(int argc, char** argv) {
   library = LoadLibraryA("GameAssembly.dll");
   if (library == nullptr) return 1;
   // The first call of all is a forwarder: it starts the game before the game sees the call.
-  function<void (*)()>("il2cpp_gc_collect")();
+  const HANDLE go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  HANDLE threads[8];
+  for (HANDLE& thread : threads) thread = CreateThread(nullptr, 0, make_first_call, go, 0, nullptr);
+  SetEvent(go);
+  WaitForMultipleObjects(8, threads, TRUE, INFINITE);
   unwrap_callback = function<decltype(&vlm_unwrap_callback)>("vlm_unwrap_callback");
   echo_record = static_cast<const std::uint64_t*>(
       function<decltype(&vlm_native_symbol)>("vlm_native_symbol")("echo_record"));

@@ -22,10 +22,12 @@ BOOL CALLBACK find_box(HWND window, LPARAM parameter) {
   return FALSE;
 }
 
+/// The text as the window manager keeps it: a message to the process would wait until it answers.
 std::string window_text(HWND window) {
+  wchar_t wide[4096] = L"";
   char text[4096] = "";
-  DWORD_PTR length = 0;
-  SendMessageTimeoutA(window, WM_GETTEXT, sizeof text, reinterpret_cast<LPARAM>(text), SMTO_NORMAL, 2000, &length);
+  InternalGetWindowText(window, wide, 4096);
+  WideCharToMultiByte(CP_ACP, 0, wide, -1, text, sizeof text, nullptr, nullptr);
   return text;
 }
 
