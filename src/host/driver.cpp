@@ -49,6 +49,7 @@ BOOL CALLBACK startup_driver(PINIT_ONCE, PVOID, PVOID*) {
   log_message(0, "running GameAssembly.dylib initializers");
   macho_run_initializers(*game_image);
   log_message(0, "GameAssembly.dylib ready");
+  open_forward_table();
   start_completed.store(true, std::memory_order_release);
   return TRUE;
 }

@@ -2,7 +2,6 @@
 //
 // Each is an ordinary Windows function that calls a System V function pointer: the compiler moves and widens the
 // arguments and keeps rsi, rdi and xmm6-xmm15, which System V code may change and Windows callers rely on.
-#include "host/driver.h"
 #include "host/forward_table.h"
 #include "vlm.h"
 
@@ -47,8 +46,8 @@ T game_argument(T argument) {
 #define IL2CPP_FORWARD(result, name, ...) IL2CPP_WRAP(0, result, name __VA_OPT__(, ) __VA_ARGS__)
 #define IL2CPP_WRAP(positions, result, name, ...)                                        \
   extern "C" __declspec(dllexport) result name(VLM_PARAMETERS(__VA_ARGS__)) {            \
-    vlm::ensure_started();                                                               \
-    return GAME(name)(VLM_ARGUMENTS(VLM_ARITY(__VA_ARGS__), positions));                 \
+    return vlm::open_function(vlm::open_table.name)(                                     \
+        VLM_ARGUMENTS(VLM_ARITY(__VA_ARGS__), positions));                               \
   }
 #define IL2CPP_LOCAL(result, name, ...)  // local_exports.cpp, internal_calls.cpp
 #include "host/il2cpp_exports.def"

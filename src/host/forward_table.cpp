@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "diag/log.h"
+#include "host/driver.h"
 #include "macho/queries.h"
 
 namespace vlm {
@@ -24,6 +25,7 @@ static_assert(std::size(symbol_names) == export_count);
 }  // namespace
 
 constinit ForwardTable forward_table{};
+constinit ForwardTable open_table{};
 
 void resolve_forward_table() {
   const MachImage& image = *game_image;
@@ -33,6 +35,20 @@ void resolve_forward_table() {
     if (addresses[i] == 0) log_message(0, "[api] GameAssembly.dylib does not export %s", symbol_names[i]);
   }
   std::memcpy(&forward_table, addresses, sizeof forward_table);
+}
+
+void open_forward_table() {
+  void* functions[export_count];
+  std::memcpy(functions, &forward_table, sizeof functions);
+  auto* const slots = reinterpret_cast<void**>(&open_table);
+  for (std::size_t i = 0; i < export_count; ++i) __atomic_store_n(&slots[i], functions[i], __ATOMIC_RELEASE);
+}
+
+void* pass_gate_to(std::size_t slot) {
+  ensure_started();
+  void* const function = reinterpret_cast<void* const*>(&open_table)[slot];
+  if (function == nullptr) missing_export(symbol_names[slot] + 1);
+  return function;
 }
 
 void missing_export(const char* name) {

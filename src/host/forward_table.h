@@ -24,11 +24,31 @@ static_assert(sizeof(ForwardTable) == export_count * sizeof(void*));
 
 extern ForwardTable forward_table;
 
+/// The same functions as the forwarders see them: all null until start-up is complete. One load thus answers two
+/// questions, whether the game is ready and where its function is.
+extern ForwardTable open_table;
+
 /// Looks every name up, with a leading underscore, among the exports of game_image; logs those that are missing.
 void resolve_forward_table();
 
+/// Lets the forwarders through. The last step of start-up.
+void open_forward_table();
+
+/// A forwarder whose slot of open_table is null comes here: waits at the start-up gate and returns the game's function.
+/// Fatal when the image lacks it. Keeps all argument registers, so that the way past it need not save them.
+[[clang::preserve_most]] void* pass_gate_to(std::size_t slot);
+
 /// The end of a call to an export that the game image lacks.
 [[noreturn]] void missing_export(const char* name);
+
+/// Where a forwarder goes: `slot` is its slot of open_table.
+template <class Function>
+inline Function open_function(const Function& slot) {
+  const Function function = __atomic_load_n(&slot, __ATOMIC_ACQUIRE);
+  if (function != nullptr) [[likely]] return function;
+  return reinterpret_cast<Function>(pass_gate_to(reinterpret_cast<const void* const*>(&slot) -
+                                                 reinterpret_cast<const void* const*>(&open_table)));
+}
 
 /// The function in a slot; fatal when the image lacks it.
 template <class Function>
