@@ -18,7 +18,9 @@ std::wstring player_directory() {
 
 static void take_export(HMODULE library, const char* name, void* place) {
   const FARPROC address = GetProcAddress(library, name);
-  if (address == nullptr) fail(EXIT_NOT_STARTED, "GameAssembly.dll does not export %s: is it the loader library?", name);
+  if (address == nullptr) {
+    fail(EXIT_NOT_STARTED, "GameAssembly.dll does not export %s: is it the loader library?", name);
+  }
   *static_cast<FARPROC*>(place) = address;
 }
 

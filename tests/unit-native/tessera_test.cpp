@@ -101,7 +101,7 @@ TEST_CASE("an instruction that cannot run elsewhere is refused with the reason")
   }
 }
 
-// ---- Running ---------------------------------------------------------------------------------------------------------
+// ---- Running --------------------------------------------------------------------------------------------------------
 
 /// What a piece of code starts with and leaves behind. run_code reads and writes it by these offsets.
 struct Machine {
@@ -300,7 +300,7 @@ TEST_CASE("a trampoline leaves registers, flags, storage and red zone as the ins
   CHECK_EQ(compared, std::size(instructions) - 1);
 }
 
-// ---- Images ----------------------------------------------------------------------------------------------------------
+// ---- Images ---------------------------------------------------------------------------------------------------------
 
 static constexpr std::uint64_t text_vmaddr = 0x100000000;
 static constexpr std::uint64_t code_vmaddr = text_vmaddr + test::header_room;
@@ -424,7 +424,7 @@ TEST_CASE("the list holds each site with its distance from the image's start") {
   CHECK_EQ(entry->slot, address_slot);
 }
 
-// ---- Libraries -------------------------------------------------------------------------------------------------------
+// ---- Libraries ------------------------------------------------------------------------------------------------------
 
 TEST_CASE("a list is appended, and the one of an earlier build replaced") {
   const auto library = bytes_of("4d 5a 90 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10 11 12 13 14");

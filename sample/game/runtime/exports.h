@@ -1,5 +1,6 @@
 // The 241 functions that the image exports, declared from the list that the library forwards them by. A definition
-// whose signature differs does not compile; a function without a definition does not link (see sample.cmake).
+// with other parameters is another function, which is not exported; with another result it does not compile. The image
+// links only when each of the 241 is defined (sample.cmake).
 #pragma once
 
 #include "host/il2cpp_types.h"

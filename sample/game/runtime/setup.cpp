@@ -17,7 +17,9 @@ void log(const Text& text) {
   fflush(__stdoutp);
 }
 
-const char* find_plugin(const char* name) { return find_plugin_callback == nullptr ? name : find_plugin_callback(name); }
+const char* find_plugin(const char* name) {
+  return find_plugin_callback == nullptr ? name : find_plugin_callback(name);
+}
 
 void il2cpp_register_log_callback(Il2CppCallback callback) {
   log_callback = reinterpret_cast<decltype(log_callback)>(callback);
