@@ -50,7 +50,8 @@ void Game_Start(Game* self, Il2CppString* title, const MethodInfo*) {
   log(Text() << "game: " << settings.argument_count << " arguments, data in "
              << (settings.data_directory == nullptr ? "(nowhere)" : settings.data_directory));
   log(Text() << "game: platform " << application_platform() << ", device "
-             << utf8_of(system_info_device_model()).c_str() << ", saves in " << utf8_of(application_persistent_data_path()).c_str());
+             << utf8_of(system_info_device_model()).c_str() << ", saves in "
+             << utf8_of(application_persistent_data_path()).c_str());
   log(Text() << "game: plug-in VelmoraStore is " << find_plugin("VelmoraStore"));
   log(Text() << "game: " << scoreboard_report(0) << " score boards are listening");
   log(Text() << "game: at most " << particle_system_max_particles() << " particles, cursor lock "
