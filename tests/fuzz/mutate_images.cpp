@@ -1,0 +1,278 @@
+// Breaks a sound image in thousands of ways, the same ones in every run, and takes each through the portable core.
+// Built with AddressSanitizer and UndefinedBehaviorSanitizer, which judge every read and write; this program judges
+// that each image ends in a load or in a fault that says something, after work that the image's size bounds.
+//
+//   mutate_images              run all
+//   mutate_images --seeds DIR  write sound input for the fuzzers to start with, a folder for each
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+
+#include "fuzz/image_run.h"
+#include "support/good_image.h"
+
+using namespace vlm;
+using namespace vlm::test;
+
+namespace {
+
+constexpr std::uint64_t huge = std::uint64_t{1} << 60;
+constexpr std::uint64_t max_extent = std::uint64_t{1} << 32;
+constexpr auto max_time = std::chrono::seconds(5);
+
+int loaded, refused, failures;
+
+void fail(const std::string& what, const char* why, const ImageRun& run) {
+  std::printf("FAILED %s: %s (fault \"%s\", %llu patched, %llu looked up)\n", what.c_str(), why, run.fault.c_str(),
+              static_cast<unsigned long long>(run.patched), static_cast<unsigned long long>(run.looked_up));
+  ++failures;
+}
+
+enum class Expect { any, load, refuse };
+
+void check(const std::string& what, std::span<const std::byte> file, Expect expect = Expect::any) {
+  const auto start = std::chrono::steady_clock::now();
+  const ImageRun run = run_image(file, max_extent);
+  const auto time = std::chrono::steady_clock::now() - start;
+  ++(run.fault.empty() ? loaded : refused);
+
+  if (run.fault.empty() && !run.placed) fail(what, "read but too large to place", run);
+  if (!run.fault.empty() && run.fault.size() < 12) fail(what, "refused without saying why", run);
+  // A rebase, a bind and a lazy-bind stream, each at most once over the image; a bind asks for one symbol.
+  if (run.patched > 3 * (run.extent / 8)) fail(what, "patched more than the image holds", run);
+  if (run.looked_up > run.patched + 3) fail(what, "looked up more than it bound", run);
+  if (time > max_time) fail(what, "took too long", run);
+  if (expect == Expect::load && !run.fault.empty()) fail(what, "refused", run);
+  if (expect == Expect::refuse && run.fault.empty()) fail(what, "loaded", run);
+}
+
+std::string at(const char* what, std::size_t offset, std::uint64_t value) {
+  char text[96];
+  std::snprintf(text, sizeof text, "%s at 0x%zx: 0x%llx", what, offset, static_cast<unsigned long long>(value));
+  return text;
+}
+
+std::size_t commands_end(const Bytes& file) {
+  MachHeader64 header;
+  std::memcpy(&header, file.data(), sizeof header);
+  return sizeof header + header.sizeofcmds;
+}
+
+/// Every length up to the end of the commands, and steps through the rest.
+void truncate(const Bytes& good) {
+  const std::size_t end = commands_end(good);
+  for (std::size_t size = 0; size < good.size(); size += size < end ? 1 : 61) {
+    check(at("cut", size, size), std::span(good).first(size), Expect::refuse);
+  }
+}
+
+/// Every field of the header and the commands, at every width, with values that overflow what is computed from it.
+void replace_fields(const Bytes& good) {
+  for (std::size_t offset = 0; offset < commands_end(good); offset += 4) {
+    for (const std::uint32_t value : {0u, 1u, 7u, 0x48u, 0x1000u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFF8u, 0xFFFFFFFFu}) {
+      Bytes file = good;
+      file.put_at(offset, value);
+      check(at("u32", offset, value), file);
+    }
+    if (offset % 8 != 0) continue;
+    for (const std::uint64_t value : {huge, huge << 3, ~std::uint64_t{0}, ~std::uint64_t{7}, max_extent,
+                                      max_extent - 0x1000, text_vmaddr + 1, std::uint64_t{0x7FFFFFFFFFFFFFFF}}) {
+      Bytes file = good;
+      file.put_at(offset, value);
+      check(at("u64", offset, value), file);
+    }
+  }
+}
+
+void flip_bytes(const char* what, const Bytes& good, std::size_t begin, std::size_t end) {
+  for (std::size_t offset = begin; offset < end; ++offset) {
+    for (const unsigned mask : {0x01u, 0x08u, 0x10u, 0x80u, 0xFFu}) {
+      Bytes file = good;
+      file[offset] ^= std::byte(mask);
+      check(at(what, offset, mask), file);
+    }
+  }
+}
+
+struct DraftRow {
+  const char* what;
+  Expect expect;
+  std::function<void(ImageDraft&)> change;
+};
+
+Bytes rebase_at(std::uint64_t offset) {
+  return Bytes().u8(REBASE_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(offset);
+}
+
+Bytes bind_at(std::uint64_t offset) {
+  return Bytes()
+      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_malloc")
+      .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(offset);
+}
+
+constexpr std::uint64_t minus(std::uint64_t value) { return ~value + 1; }
+
+const DraftRow draft_rows[] = {
+    {"nothing", Expect::load, [](ImageDraft&) {}},
+    {"no segments", Expect::refuse, [](ImageDraft& d) { d.segments.clear(); d.linkedit_vmaddr = 0; }},
+    {"2^60 rebases", Expect::refuse,
+     [](ImageDraft& d) { d.rebase = rebase_at(0).u8(REBASE_OPCODE_DO_REBASE_ULEB_TIMES).uleb(huge); }},
+    {"2^60 rebases of one place", Expect::refuse,
+     [](ImageDraft& d) {
+       d.rebase = rebase_at(0).u8(REBASE_OPCODE_DO_REBASE_ULEB_TIMES_SKIPPING_ULEB).uleb(huge).uleb(minus(8));
+     }},
+    {"rebases running backwards out of the segment", Expect::refuse,
+     [](ImageDraft& d) {
+       d.rebase = rebase_at(64).u8(REBASE_OPCODE_DO_REBASE_ULEB_TIMES_SKIPPING_ULEB).uleb(huge).uleb(minus(16));
+     }},
+    {"rebases running backwards to the segment's start", Expect::load,
+     [](ImageDraft& d) {
+       d.rebase = rebase_at(64).u8(REBASE_OPCODE_DO_REBASE_ULEB_TIMES_SKIPPING_ULEB).uleb(9).uleb(minus(16));
+     }},
+    {"a product of count and stride that wraps", Expect::refuse,
+     [](ImageDraft& d) {
+       d.rebase = rebase_at(0).u8(REBASE_OPCODE_DO_REBASE_ULEB_TIMES_SKIPPING_ULEB).uleb(huge + 1).uleb(huge - 8);
+     }},
+    {"one run over and over", Expect::refuse,
+     [](ImageDraft& d) {
+       d.rebase.clear();
+       for (int i = 0; i < 1000; ++i) d.rebase.append(rebase_at(0)).u8(REBASE_OPCODE_DO_REBASE_ULEB_TIMES).uleb(0x600);
+     }},
+    {"2^60 binds of one place", Expect::refuse,
+     [](ImageDraft& d) {
+       d.bind = bind_at(0).u8(BIND_OPCODE_DO_BIND_ULEB_TIMES_SKIPPING_ULEB).uleb(huge).uleb(minus(8));
+     }},
+    {"a bind in __TEXT's last 7 bytes", Expect::refuse,
+     [](ImageDraft& d) {
+       d.bind = bind_at(0).u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | text_segment).uleb(0x1FF9).u8(BIND_OPCODE_DO_BIND);
+     }},
+    {"a bind in __PAGEZERO", Expect::refuse,
+     [](ImageDraft& d) {
+       d.bind = bind_at(0).u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB).uleb(0x1000).u8(BIND_OPCODE_DO_BIND);
+     }},
+    {"a symbol name without end", Expect::refuse,
+     [](ImageDraft& d) { d.lazy_bind = Bytes().u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).text("_malloc"); }},
+    {"a bind that never stops changing its ordinal", Expect::any,
+     [](ImageDraft& d) {
+       d.bind = bind_at(0);
+       for (int i = 0; i < 100000; ++i) {
+         d.bind.u8(BIND_OPCODE_SET_DYLIB_ORDINAL_IMM | (i & 1)).u8(BIND_OPCODE_DO_BIND_ADD_ADDR_ULEB).uleb(minus(8));
+       }
+     }},
+    {"a trie whose root is its own child", Expect::load,
+     [](ImageDraft& d) { d.exports = Bytes().u8(0).u8(1).c_string("_").uleb(0); }},
+    {"a trie with an empty edge to itself", Expect::load,
+     [](ImageDraft& d) { d.exports = Bytes().u8(0).u8(1).c_string("").uleb(0); }},
+    {"a trie of two nodes that overlap", Expect::load,
+     [](ImageDraft& d) { d.exports = Bytes().u8(0).u8(2).c_string("").uleb(1).c_string("").uleb(0); }},
+    {"a trie whose children end before they begin", Expect::load,
+     [](ImageDraft& d) { d.exports = Bytes().u8(0).u8(255).text("_game"); }},
+    {"a trie with a child far outside", Expect::load,
+     [](ImageDraft& d) { d.exports = Bytes().u8(0).u8(1).c_string("_").uleb(huge); }},
+    {"terminal information of 2^60 bytes", Expect::load, [](ImageDraft& d) { d.exports = Bytes().uleb(huge).u8(1); }},
+    {"too many segments", Expect::refuse,
+     [](ImageDraft& d) { for (int i = 0; i < 13; ++i) d.segments.push_back({"__MORE", 0, 0, 0, {}, {}}); }},
+    {"as many segments as fit", Expect::load,
+     [](ImageDraft& d) { for (int i = 0; i < 12; ++i) d.segments.push_back({"__MORE", 0, 0, 0, {}, {}}); }},
+    {"too many libraries", Expect::refuse, [](ImageDraft& d) { d.dylibs.resize(65, "x"); }},
+    {"as many libraries as fit", Expect::load, [](ImageDraft& d) { d.dylibs.resize(64, "x"); }},
+    {"a section beyond its segment", Expect::refuse,
+     [](ImageDraft& d) { d.segments[data_segment].sections[1].size += 1; }},
+    {"a section before its segment", Expect::refuse,
+     [](ImageDraft& d) { d.segments[data_segment].sections[0].addr -= 8; }},
+    {"a section that wraps", Expect::refuse, [](ImageDraft& d) { d.segments[1].sections[0].size = minus(0x1000); }},
+    {"a section in __PAGEZERO", Expect::refuse,
+     [](ImageDraft& d) { d.segments[0].sections = {{"__PAGEZERO", "__mod_init_func", 0x1000, 8}}; }},
+    {"an image of more than 4 GiB", Expect::refuse, [](ImageDraft& d) { d.segments[2].vmsize = max_extent; }},
+    {"a segment that wraps", Expect::refuse, [](ImageDraft& d) { d.segments[2].vmsize = minus(0x1000); }},
+};
+
+void change_drafts() {
+  for (const DraftRow& row : draft_rows) {
+    ImageDraft draft = good_draft();
+    row.change(draft);
+    check(row.what, build_image(draft), row.expect);
+  }
+  // 129 sections do not fit the room of a draft's commands with names of their own; they go into one segment alone.
+  for (const int count : {128, 129}) {
+    ImageDraft draft;
+    SegmentDraft segment{"__DATA", 0x1000, 0x1000, VM_PROT_READ, {}, {}};
+    segment.sections.resize(static_cast<std::size_t>(count), {"__DATA", "__s", 0x1000, 0});
+    Bytes command = segment_command(segment, 0, 0);
+    Bytes file;
+    file.put(MachHeader64{MH_MAGIC_64, CPU_TYPE_X86_64, 3, 6, 1, static_cast<std::uint32_t>(command.size()), 0, 0});
+    file.append(command);
+    check(at("sections", 0, static_cast<std::uint64_t>(count)), file, count == 128 ? Expect::load : Expect::refuse);
+  }
+}
+
+/// Every opcode byte after a place and a symbol, followed by numbers that are small, huge or cut.
+void every_opcode() {
+  for (unsigned byte = 0; byte < 256; ++byte) {
+    for (const std::uint64_t number : {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{0x3000}, huge, minus(8)}) {
+      ImageDraft draft = good_draft();
+      draft.rebase = rebase_at(8).u8(byte).uleb(number).uleb(number).u8(REBASE_OPCODE_DO_REBASE_IMM_TIMES | 15);
+      check(at("rebase opcode", byte, number), build_image(draft));
+      draft.rebase = Bytes().u8(byte).u8(0x80);
+      draft.bind = bind_at(8).u8(byte).uleb(number).uleb(number).u8(BIND_OPCODE_DO_BIND);
+      draft.lazy_bind = bind_at(16).u8(byte).uleb(number).u8(BIND_OPCODE_DO_BIND).u8(byte);
+      check(at("bind opcode", byte, number), build_image(draft));
+    }
+  }
+}
+
+void break_universal(const Bytes& good) {
+  const Bytes universal = build_universal({{CPU_TYPE_X86_64, good}, {0x0100000C, Bytes().u64(0)}});
+  check("universal", universal, Expect::load);
+  for (std::size_t size = 0; size < 64; ++size) check(at("cut universal", size, size), std::span(universal).first(size));
+  flip_bytes("universal header", universal, 0, 48);
+  for (std::size_t offset = 0; offset < 48; offset += 4) {
+    for (const std::uint32_t value : {0u, 1u, 0x1000u, 0x7FFFFFFFu, 0xFFFFFFF0u, 0xFFFFFFFFu}) {
+      Bytes file = universal;
+      file.put_at(offset, std::byteswap(value));
+      check(at("universal u32", offset, value), file);
+    }
+  }
+}
+
+int write_seeds(const std::filesystem::path& folder) {
+  const ImageDraft draft = good_draft();
+  const Bytes good = build_image(draft);
+  const auto write = [&](const char* target, const char* name, const Bytes& bytes) {
+    std::filesystem::create_directories(folder / target);
+    std::ofstream(folder / target / name, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  };
+  write("fuzz_image", "thin", good);
+  write("fuzz_image", "universal", build_universal({{CPU_TYPE_X86_64, good}}));
+  write("fuzz_fixups", "bind", Bytes().u8(draft.rebase.size()).u8(0).append(draft.rebase).append(draft.bind));
+  write("fuzz_fixups", "lazy", Bytes().u8(draft.rebase.size()).u8(1).append(draft.rebase).append(draft.lazy_bind));
+  write("fuzz_export_trie", "trie", Bytes().u8(10).text("_game_stop").append(draft.exports));
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 3 && std::strcmp(argv[1], "--seeds") == 0) return write_seeds(argv[2]);
+  const Bytes good = build_image(good_draft());
+  const ImageRun run = run_image(good, max_extent);
+  if (run.patched != good_rebases + good_binds + good_lazy_binds) fail("the sound image", "not all patched", run);
+  check("the sound image", good, Expect::load);
+
+  truncate(good);
+  replace_fields(good);
+  flip_bytes("flip", good, 0, commands_end(good));
+  flip_bytes("flip", good, 0x3000, good.size());  // the streams, the trie and the tables
+  change_drafts();
+  every_opcode();
+  break_universal(good);
+
+  std::printf("%d images: %d loaded, %d refused, %d failures\n", loaded + refused, loaded, refused, failures);
+  return failures == 0 ? 0 : 1;
+}
