@@ -118,6 +118,45 @@ TEST_CASE("a stack walk crosses Windows code, game code and both kinds of stubs 
   }
 }
 
+TEST_CASE("a walk that starts inside a stub finds its caller after every instruction of the prologue") {
+  const struct {
+    void* stub;
+    std::uint64_t rip;    // offset in the stub
+    std::uint64_t depth;  // bytes from rsp there to the return address
+    bool has_rbp;         // rbp is the frame register already
+  } cases[] = {
+      {make_callback_stub(pointer(windows_function)), 0, 0, false},
+      {make_callback_stub(pointer(windows_function)), 1, 8, false},
+      {make_callback_stub(pointer(windows_function)), 4, 8, true},
+      {make_callback_stub(pointer(windows_function)), 8, 0x38, true},
+      {make_callback_stub(pointer(windows_function)), 40, 0x38, true},
+      {make_sysv_function_stub(pointer(record_sysv_call), 6), 0, 0, false},
+      {make_sysv_function_stub(pointer(record_sysv_call), 6), 4, 0x68, false},
+      {make_sysv_function_stub(pointer(record_sysv_call), 6), 80, 0x68, false},
+  };
+  for (const auto& c : cases) {
+    CAPTURE(c.rip);
+    CAPTURE(c.depth);
+    std::uint64_t stack[32] = {};
+    const std::size_t return_address = c.depth / 8;
+    stack[return_address] = 0xCA11E9;
+    if (return_address != 0) stack[return_address - 1] = 0xCA11E5;  // the caller's rbp, where it was pushed
+    CONTEXT context = {};
+    context.Rip = reinterpret_cast<std::uint64_t>(c.stub) + c.rip;
+    context.Rsp = reinterpret_cast<std::uint64_t>(stack);
+    if (c.has_rbp) context.Rbp = reinterpret_cast<std::uint64_t>(&stack[return_address - 1]);
+    DWORD64 image = 0;
+    RUNTIME_FUNCTION* function = RtlLookupFunctionEntry(context.Rip, &image, nullptr);
+    REQUIRE(function != nullptr);
+    void* handler_data;
+    DWORD64 frame;
+    RtlVirtualUnwind(UNW_FLAG_NHANDLER, image, context.Rip, function, &context, &handler_data, &frame, nullptr);
+    CHECK_EQ(context.Rip, 0xCA11E9);
+    CHECK_EQ(context.Rsp, reinterpret_cast<std::uint64_t>(&stack[return_address + 1]));
+    if (c.has_rbp) CHECK_EQ(context.Rbp, 0xCA11E5);
+  }
+}
+
 TEST_CASE("a record stub arrives with its record in rax, and tells its record again") {
   int record = 0;
   void* stub = make_record_stub(&record, pointer(record_sysv_call));
