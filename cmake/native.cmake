@@ -25,6 +25,7 @@ endfunction()
 add_fuzzer(fuzz_image)
 add_fuzzer(fuzz_fixups)
 add_fuzzer(fuzz_export_trie)
+add_fuzzer(fuzz_patch_list)
 
 # Makes images of any size for the loader's benchmark.
 add_executable(make_image bench/make_image.cpp)

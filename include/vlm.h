@@ -63,8 +63,8 @@ VLM_API void* vlm_wrap_sysv_function(void* function, uint32_t argument_count);
  *
  *   address  anywhere inside the image, as loaded
  *
- * Returns 4096 zeroed bytes, readable, writable and executable, at most 16 MiB behind the image's end; or null when
- * the address is in no image, the image's 16 MiB are used up or memory is out. Pages are never freed.
+ * Returns 4096 zeroed bytes, readable, writable and executable, in the 16 MiB right behind the image; or null when
+ * the address is in no image, those 16 MiB are used up or memory is out. Pages are never freed.
  */
 VLM_API void* vlm_allocate_trampoline(void* address);
 
