@@ -47,3 +47,24 @@ add_windows_test_program(missing_export tests/guest/missing_export.cpp)
 add_windows_test_program(endings_test tests/guest/endings_test.cpp tests/support/game_process.cpp)
 target_link_libraries(endings_test PRIVATE vlm)
 game_test(guest.endings endings_test)
+
+# The image with thread storage has a folder of its own, as a playable copy has.
+set(STORAGE_DIR ${CMAKE_BINARY_DIR}/storage)
+add_guest(storage_guest SOURCES tests/guest/storage_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest
+  OUTPUT ${STORAGE_DIR}/GameAssembly.dylib)
+add_custom_command(OUTPUT ${STORAGE_DIR}/GameAssembly.dll
+  COMMAND ${VLM_NATIVE_DIR}/tessera --image ${STORAGE_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
+          --output ${STORAGE_DIR}/GameAssembly.dll
+  DEPENDS ${VLM_NATIVE_DIR}/tessera storage_guest ${STORAGE_DIR}/GameAssembly.dylib GameAssembly VERBATIM)
+add_custom_target(storage ALL DEPENDS ${STORAGE_DIR}/GameAssembly.dll)
+add_windows_test_program(storage_test tests/guest/storage_test.cpp)
+set_target_properties(storage_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${STORAGE_DIR})
+game_test(guest.storage storage_test)
+game_test(guest.storage_expansion storage_test expansion)
+
+game_test(sample ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePlayer> --frames 60)
+
+# ---- Native programs -------------------------------------------------------------------------------------------------
+add_test(NAME native.tessera COMMAND ${VLM_NATIVE_DIR}/tessera_test)
+add_test(NAME native.mutate_images COMMAND ${VLM_NATIVE_DIR}/mutate_images)
+set_tests_properties(native.tessera native.mutate_images PROPERTIES TIMEOUT 300)

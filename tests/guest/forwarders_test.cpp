@@ -103,6 +103,31 @@ DWORD WINAPI make_first_call(void* go) {
 
 }  // namespace
 
+TEST_CASE("the library stands on system libraries alone and exports its interface, nothing else") {
+  const auto base = reinterpret_cast<const std::byte*>(library);
+  const auto& dos = *reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+  const auto& header = *reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos.e_lfanew);
+  const auto directory = [&](unsigned index) { return base + header.OptionalHeader.DataDirectory[index].VirtualAddress; };
+
+  for (auto* import = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(directory(IMAGE_DIRECTORY_ENTRY_IMPORT));
+       import->Name != 0; ++import) {
+    const std::string name = reinterpret_cast<const char*>(base + import->Name);
+    CAPTURE(name);
+    CHECK((name == "KERNEL32.dll" || name == "USER32.dll" || name == "msvcrt.dll"));
+  }
+
+  const auto& exports = *reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(directory(IMAGE_DIRECTORY_ENTRY_EXPORT));
+  const auto* names = reinterpret_cast<const std::uint32_t*>(base + exports.AddressOfNames);
+  unsigned il2cpp = 0;
+  for (unsigned i = 0; i < exports.NumberOfNames; ++i) {
+    const std::string name = reinterpret_cast<const char*>(base + names[i]);
+    CAPTURE(name);
+    CHECK((name.starts_with("il2cpp_") || name.starts_with("vlm_")));
+    il2cpp += name.starts_with("il2cpp_");
+  }
+  CHECK_EQ(il2cpp, 241);
+}
+
 TEST_CASE("threads that make the first call together start the game once") {
   const std::string log = read_file(program_folder() + L"PCSaveData\\loader.log");
   const std::string ready = "GameAssembly.dylib ready\r\n";
