@@ -114,7 +114,7 @@ class ImportResolver {
  private:
   // Resolving walks tries and copies names, so a stream that never repeats itself over a trie made to be slow could
   // keep start-up busy for hours. Counted in bytes; it ends after seconds, having had room for millions of imports.
-  static constexpr std::uint64_t max_work = std::uint64_t{1} << 33;
+  static constexpr std::uint64_t max_work = std::uint64_t{1} << 32;
   static constexpr std::uint64_t resolution_work = 1024;
 
   std::uint64_t look_up(const Import& import) {

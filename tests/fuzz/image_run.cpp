@@ -46,7 +46,7 @@ MachImage& other_image() {
 
 /// Everything that is asked of a loaded image; the sanitizers watch.
 void ask(const MachImage& image) {
-  for (const char* name : {"", "_game_start", "_g", "_stub", "_elsewhere", "_constant", "_aaaaaaaaaaaaaaaaaaaaaaaaaaa"}) {
+  for (const char* name : {"", "_game_start", "_g", "_stub", "_elsewhere", "_constant", "_aaaaaaaaaaaaaaaaaaaaaa"}) {
     macho_find_export(image, name);
     macho_symbol_by_name(image, name);
   }

@@ -149,7 +149,8 @@ const DraftRow draft_rows[] = {
      }},
     {"a bind in __TEXT's last 7 bytes", Expect::refuse,
      [](ImageDraft& d) {
-       d.bind = bind_at(0).u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | text_segment).uleb(0x1FF9).u8(BIND_OPCODE_DO_BIND);
+       d.bind = bind_at(0).u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | text_segment).uleb(0x1FF9);
+       d.bind.u8(BIND_OPCODE_DO_BIND);
      }},
     {"a bind in __PAGEZERO", Expect::refuse,
      [](ImageDraft& d) {
@@ -229,7 +230,9 @@ void every_opcode() {
 void break_universal(const Bytes& good) {
   const Bytes universal = build_universal({{CPU_TYPE_X86_64, good}, {0x0100000C, Bytes().u64(0)}});
   check("universal", universal, Expect::load);
-  for (std::size_t size = 0; size < 64; ++size) check(at("cut universal", size, size), std::span(universal).first(size));
+  for (std::size_t size = 0; size < 64; ++size) {
+    check(at("cut universal", size, size), std::span(universal).first(size));
+  }
   flip_bytes("universal header", universal, 0, 48);
   for (std::size_t offset = 0; offset < 48; offset += 4) {
     for (const std::uint32_t value : {0u, 1u, 0x1000u, 0x7FFFFFFFu, 0xFFFFFFF0u, 0xFFFFFFFFu}) {

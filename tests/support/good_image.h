@@ -72,7 +72,8 @@ inline ImageDraft good_draft() {
   ImageDraft draft;
   SegmentDraft pagezero{"__PAGEZERO", 0, text_vmaddr, 0, {}, {}};
   SegmentDraft text{"__TEXT", text_vmaddr, 0x2000, VM_PROT_READ | VM_PROT_EXECUTE, Bytes(0x1000, std::byte{0xC3}), {}};
-  text.sections = {{"__TEXT", "__text", text_vmaddr + 0x1000, 0x800}, {"__TEXT", "__const", text_vmaddr + 0x1800, 0x80}};
+  text.sections = {{"__TEXT", "__text", text_vmaddr + 0x1000, 0x800},
+                   {"__TEXT", "__const", text_vmaddr + 0x1800, 0x80}};
   SegmentDraft data{"__DATA", data_vmaddr, 0x3000, VM_PROT_READ | VM_PROT_WRITE, {}, {}};
   for (int i = 0; i < 0x200; ++i) data.content.u64(text_vmaddr + 0x1000 + static_cast<std::uint64_t>(i));
   data.sections = {{"__DATA", "__mod_init_func", data_vmaddr, 0x10}, {"__DATA", "__data", data_vmaddr + 0x10, 0x2FF0}};

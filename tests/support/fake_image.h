@@ -1,0 +1,50 @@
+// A built image, read and placed in memory of the test, without the loader.
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "macho/commands.h"
+#include "support/macho_builder.h"
+
+namespace vlm::test {
+
+struct FakeImage {
+  static constexpr std::uint64_t base = 0x700000000000;  // what the image takes for its address
+
+  Bytes file;
+  std::unique_ptr<MachImage> image = std::make_unique<MachImage>();
+  std::vector<std::byte> memory;
+  std::string fault;  // empty: read and placed
+
+  explicit FakeImage(Bytes bytes, const char* path = "/games/libFake.dylib") : file(std::move(bytes)) {
+    std::snprintf(image->path, sizeof image->path, "%s", path);
+    image->file_data = file.data();
+    image->file_size = file.size();
+    if (const auto read = read_commands(*image); !read) {
+      fault = read.error().text;
+      return;
+    }
+    memory.resize(image->extent());
+    image->base = base;
+    image->slide = static_cast<std::int64_t>(base - image->vm_min);
+    for (const MachSegment& segment : std::span(image->segments, static_cast<std::size_t>(image->segment_count))) {
+      if (!segment.mapped() || segment.filesize == 0) continue;
+      std::memcpy(&memory[segment.vmaddr - image->vm_min], image->file_data + segment.fileoff, segment.filesize);
+    }
+    for (MachSection& section : std::span(image->sections, static_cast<std::size_t>(image->section_count))) {
+      section.addr += static_cast<std::uint64_t>(image->slide);
+    }
+  }
+  explicit FakeImage(const ImageDraft& draft, const char* path = "/games/libFake.dylib")
+      : FakeImage(build_image(draft), path) {}
+
+  std::uint64_t pointer_at(std::uint64_t offset) const {
+    std::uint64_t value;
+    std::memcpy(&value, &memory[offset], sizeof value);
+    return value;
+  }
+};
+
+}  // namespace vlm::test
