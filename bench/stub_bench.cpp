@@ -97,7 +97,8 @@ int main(int argc, char** argv) {
   for (int i = 0; i < rounds; ++i) {
     std::FILE* output = _popen(round.c_str(), "r");
     double values[4];
-    if (output == nullptr || std::fscanf(output, "%lf %lf %lf %lf", &values[0], &values[1], &values[2], &values[3]) != 4) {
+    if (output == nullptr ||
+        std::fscanf(output, "%lf %lf %lf %lf", &values[0], &values[1], &values[2], &values[3]) != 4) {
       std::fprintf(stderr, "stub_bench: a round did not report its times\n");
       return 1;
     }

@@ -20,7 +20,8 @@ struct ManagedResult {
   std::uint64_t xmm0;  // low 64 bits
   std::uint64_t xmm1;  // low 64 bits
 };
-static_assert(offsetof(ManagedResult, rax) == MANAGED_RESULT_RAX && offsetof(ManagedResult, rdx) == MANAGED_RESULT_RDX &&
+static_assert(offsetof(ManagedResult, rax) == MANAGED_RESULT_RAX &&
+                  offsetof(ManagedResult, rdx) == MANAGED_RESULT_RDX &&
                   offsetof(ManagedResult, xmm0) == MANAGED_RESULT_XMM0 &&
                   offsetof(ManagedResult, xmm1) == MANAGED_RESULT_XMM1,
               "icall_entry loads the registers from here");

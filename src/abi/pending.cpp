@@ -9,10 +9,10 @@ namespace {
 using namespace vlm;
 
 /// Reports the call of a symbol; returns 0 if it returns. The record counts the calls of its own symbol.
-#define MISSING(library, symbol)                         \
-  ([] {                                                  \
+#define MISSING(library, symbol)                            \
+  ([] {                                                     \
     static constinit TrapRecord record{library, symbol, 0}; \
-    return trap_unimplemented(&record);                  \
+    return trap_unimplemented(&record);                     \
   }())
 
 constexpr const char* c_library = "libSystem.B.dylib";

@@ -50,7 +50,8 @@ void game_tls_init() {
 }
 
 void game_tls_announce() {
-  if (game_tls_expansion != 0) log_message(0, "using TLS expansion slot %lu", static_cast<unsigned long>(game_tls_index));
+  if (game_tls_expansion == 0) return;
+  log_message(0, "using TLS expansion slot %lu", static_cast<unsigned long>(game_tls_index));
 }
 
 void game_tls_set(ThreadRecord* record) { TlsSetValue(game_tls_index, record->storage); }

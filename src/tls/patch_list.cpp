@@ -1,6 +1,7 @@
 #include "tls/patch_list.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "support/byte_reader.h"
@@ -36,7 +37,7 @@ void append(std::vector<std::byte>& to, const T& value) {
   to.insert(to.end(), bytes.begin(), bytes.end());
 }
 
-/// True when the template loads the block with "mov R, gs:[R]" of a plain base register where expansion mode expects it.
+/// True when the template loads the block with "mov R, gs:[R]", R a plain base register, right behind its address.
 bool has_gs_load(const PatchEntry& entry) {
   if (entry.slot + gs_load + gs_load_size > entry.trampoline.size()) return false;
   const auto load = entry.trampoline.subspan(entry.slot + gs_load, gs_load_size);

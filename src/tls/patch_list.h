@@ -16,7 +16,6 @@
 // Nothing here includes a Windows header: the build tool writes lists and the fuzzer reads them with this code.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>

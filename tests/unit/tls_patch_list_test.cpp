@@ -67,7 +67,9 @@ struct Fixture {
     return {reinterpret_cast<const char*>(&value), sizeof value};
   }
   std::string offset_address() { return le(reinterpret_cast<std::uint64_t>(&offset)); }
-  std::string address_of(std::size_t image_offset) { return le(reinterpret_cast<std::uint64_t>(memory + image_offset)); }
+  std::string address_of(std::size_t offset_in_image) {
+    return le(reinterpret_cast<std::uint64_t>(memory + offset_in_image));
+  }
 };
 
 std::string replaced(std::string_view from, std::size_t at, std::string_view with) {
@@ -198,8 +200,9 @@ TEST_CASE("a trampoline out of a jump's reach is refused before anything is writ
   Fixture fixture;
   const std::string blob = blob_of({{0, site_code, 8, rcx_template}});
   // Never touched: the distance is checked first.
-  const std::span far_away(reinterpret_cast<std::byte*>(reinterpret_cast<std::uint64_t>(fixture.memory) + 0x80000005), 48);
-  const PatchTarget target = {fixture.image_bytes(), far_away, &fixture.offset, false};
+  const auto far_away = reinterpret_cast<std::uint64_t>(fixture.memory) + 0x80000005;
+  const PatchTarget target = {
+      fixture.image_bytes(), {reinterpret_cast<std::byte*>(far_away), 64}, &fixture.offset, false};
   const auto patched = apply_patch_list(bytes(blob), target, "LIST");
   REQUIRE(!patched);
   CHECK_EQ(patched.error().text, "gs trampoline out of range");
