@@ -28,7 +28,7 @@ add_fuzzer(fuzz_export_trie)
 add_fuzzer(fuzz_patch_list)
 
 # Makes images of any size for the loader's benchmark.
-add_executable(make_image bench/make_image.cpp)
+add_executable(make_image benchmarks/make_image.cpp)
 target_include_directories(make_image PRIVATE tests)
 target_link_libraries(make_image PRIVATE vlm_core)
 

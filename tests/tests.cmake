@@ -47,6 +47,8 @@ add_windows_test_program(missing_export tests/guest/missing_export.cpp)
 add_windows_test_program(endings_test tests/guest/endings_test.cpp tests/support/game_process.cpp)
 target_link_libraries(endings_test PRIVATE vlm)
 game_test(guest.endings endings_test)
+add_windows_test_program(damaged_images_test tests/guest/damaged_images_test.cpp tests/support/game_process.cpp)
+game_test(guest.damaged_images damaged_images_test)
 
 # The image with thread storage has a folder of its own, as a playable copy has.
 set(STORAGE_DIR ${CMAKE_BINARY_DIR}/storage)
@@ -67,4 +69,13 @@ game_test(sample ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePlayer> 
 # ---- Native programs -------------------------------------------------------------------------------------------------
 add_test(NAME native.tessera COMMAND ${VLM_NATIVE_DIR}/tessera_test)
 add_test(NAME native.mutate_images COMMAND ${VLM_NATIVE_DIR}/mutate_images)
-set_tests_properties(native.tessera native.mutate_images PROPERTIES TIMEOUT 300)
+set_tests_properties(native.tessera native.mutate_images PROPERTIES TIMEOUT 60)
+
+# A short run of each fuzz target from the seeds of the build, the same every time: what it finds new is thrown away.
+foreach(target fuzz_image fuzz_fixups fuzz_export_trie fuzz_patch_list)
+  set(corpus ${CMAKE_BINARY_DIR}/corpus/${target})
+  set(seeds ${VLM_NATIVE_DIR}/fuzz_seeds/${target})
+  add_test(NAME native.${target} COMMAND bash -c
+    "rm -rf ${corpus}; mkdir -p ${corpus} ${seeds}; exec ${VLM_NATIVE_DIR}/${target} -runs=20000 -seed=1 -max_len=32768 -verbosity=0 ${corpus} ${seeds}")
+  set_tests_properties(native.${target} PROPERTIES TIMEOUT 120)
+endforeach()

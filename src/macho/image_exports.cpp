@@ -1,5 +1,4 @@
 // The questions about the game image that code outside the library may ask; documented in vlm.h.
-#define VLM_API __declspec(dllexport)
 #include "vlm.h"
 
 #include "macho/image.h"

@@ -16,11 +16,11 @@ using UniqueHandle = std::unique_ptr<void, HandleCloser>;
 /// Files and snapshots say INVALID_HANDLE_VALUE where events say null; from here on "none" is null.
 inline UniqueHandle own_handle(HANDLE handle) { return UniqueHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle); }
 
-struct HeapFree {
+struct HeapDeleter {
   void operator()(void* block) const noexcept { std::free(block); }
 };
 /// A block of the C heap, which game code and the library share.
 template <class T>
-using UniqueHeap = std::unique_ptr<T, HeapFree>;
+using UniqueHeap = std::unique_ptr<T, HeapDeleter>;
 
 }  // namespace vlm

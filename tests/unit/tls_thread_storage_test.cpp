@@ -98,7 +98,7 @@ TEST_CASE("another thread's slot is empty until it is written, with or without a
     game_tls_write_teb(teb.address(), &other);  // into the same array
     CHECK_EQ(teb.word(TEB_TLS_EXPANSION_SLOTS), reinterpret_cast<std::uint64_t>(array));
     CHECK_EQ(array[game_tls_index - 64], reinterpret_cast<std::uint64_t>(other.storage));
-    ::HeapFree(GetProcessHeap(), 0, array);
+    HeapFree(GetProcessHeap(), 0, array);
   }
 }
 
