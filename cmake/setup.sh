@@ -62,3 +62,8 @@ ready_wine() {
   wineserver -w
   touch "$WINEPREFIX/.ready"
 }
+
+# on_a_screen COMMAND...: runs it on a virtual screen, and ends Wine before the screen goes away.
+on_a_screen() {
+  xvfb-run -a bash -c 'status=0; "$@" || status=$?; wineserver -k || true; exit $status' on_a_screen "$@"
+}
