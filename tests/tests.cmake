@@ -22,8 +22,9 @@ endfunction()
 
 # ---- Unit tests ------------------------------------------------------------------------------------------------------
 file(GLOB unit_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/unit/*.cpp ${CMAKE_SOURCE_DIR}/tests/unit/*.S)
-add_windows_test_program(unit_tests ${unit_sources})
+add_windows_test_program(unit_tests ${unit_sources} tests/support/game_process.cpp)
 target_link_libraries(unit_tests PRIVATE vlm)
+set_target_properties(unit_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/unit)  # has a log of its own
 add_test(NAME unit COMMAND unit_tests)
 set_tests_properties(unit PROPERTIES TIMEOUT 300)
 

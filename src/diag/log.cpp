@@ -28,8 +28,9 @@ constinit SrwLock log_lock;  // held around each write; a leaf: nothing is taken
 
 BOOL CALLBACK open_log(PINIT_ONCE, PVOID, PVOID*) {
   start_tick = GetTickCount64();
-  std::wstring path = own_module_directory();
-  if (path.empty() || path.back() != L'\\') return TRUE;
+  std::wstring path = own_module_path();
+  if (path.size() >= MAX_PATH || path.find(L'\\') == std::wstring::npos) return TRUE;
+  path.resize(path.find_last_of(L'\\') + 1);
   path += L"PCSaveData";
   CreateDirectoryW(path.c_str(), nullptr);
   path += L"\\loader.log";

@@ -1,0 +1,78 @@
+// The log file and the fatal end, each in a process of its own: a process has one log.
+#include "diag/log.h"
+
+#define DOCTEST_CONFIG_NO_MULTITHREADING
+#include <doctest/doctest.h>
+
+#include <windows.h>
+
+#include <string>
+
+#include "run_alone.h"
+#include "support/game_process.h"
+
+using namespace vlm;
+using namespace vlm::test;
+
+namespace {
+
+std::wstring log_path() { return program_folder() + L"PCSaveData\\loader.log"; }
+
+DWORD WINAPI write_lines(void* tag) {
+  for (int i = 0; i < 500; ++i) log_message(0, "%s", std::string(200, *static_cast<char*>(tag)).c_str());
+  return 0;
+}
+
+}  // namespace
+
+TEST_CASE("alone: log lines" * doctest::skip()) {
+  write_file(log_path(), "an older log\r\n");
+  log_message(1, "above the threshold");
+  log_message(0, "first %d", 1);
+  log_line("% is no format here");
+  log_message(0, "%s", std::string(3000, 'x').c_str());
+
+  char tags[] = {'a', 'b', 'c', 'd'};
+  HANDLE threads[4];
+  for (int i = 0; i < 4; ++i) threads[i] = CreateThread(nullptr, 0, write_lines, &tags[i], 0, nullptr);
+  WaitForMultipleObjects(4, threads, TRUE, INFINITE);
+
+  const std::string log = read_file(log_path());
+  char head[64];
+  std::snprintf(head, sizeof head, "[    0.000] [%5lu] first 1\r\n[    0.", GetCurrentThreadId());
+  REQUIRE(log.starts_with(head));
+  REQUIRE(log.find("] % is no format here\r\n") != std::string::npos);
+  REQUIRE(log.find("] " + std::string(2047, 'x') + "\r\n") != std::string::npos);
+  int whole = 0;
+  for (const char tag : tags) {
+    const std::string line = "] " + std::string(200, tag) + "\r\n[";
+    for (std::size_t at = 0; (at = log.find(line, at)) != std::string::npos; ++at) ++whole;
+  }
+  REQUIRE_GE(whole, 4 * 500 - 1);  // the very last line has no "[" behind it
+  passed_alone();
+}
+
+TEST_CASE("the log is made anew, lines are whole, long messages are cut") { CHECK(run_alone("alone: log lines")); }
+
+TEST_CASE("alone: no log file" * doctest::skip()) {
+  DeleteFileW(log_path().c_str());
+  REQUIRE(CreateDirectoryW(log_path().c_str(), nullptr));  // a folder in the file's place
+  log_message(0, "nobody reads this");
+  REQUIRE(RemoveDirectoryW(log_path().c_str()));
+  log_message(0, "nor this: opening is not tried again");
+  REQUIRE_EQ(GetFileAttributesW(log_path().c_str()), INVALID_FILE_ATTRIBUTES);
+  passed_alone();
+}
+
+TEST_CASE("a log that cannot be opened is gone without") { CHECK(run_alone("alone: no log file")); }
+
+TEST_CASE("alone: a fatal error" * doctest::skip()) { fatal_error("code %d: %s", 7, std::string(3000, 'y').c_str()); }
+
+TEST_CASE("a fatal error is logged, shown without its prefix, and ends the process with 3") {
+  const Ending ending = run_game_process(program_folder(), L"unit_tests.exe",
+                                         L"\"--test-case=alone: a fatal error\" --no-skip");
+  CHECK_EQ(ending.exit_code, 3);
+  CHECK_EQ(ending.box_caption, "Velmora");
+  CHECK_EQ(ending.box_text, ("code 7: " + std::string(3000, 'y')).substr(0, 2047));
+  CHECK(ending.log.find("FATAL: code 7: yyy") != std::string::npos);
+}
