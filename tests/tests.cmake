@@ -47,6 +47,7 @@ game_test(guest.local_exports local_exports_test $<TARGET_PROPERTY:local_guest,G
 add_windows_test_program(missing_export tests/guest/missing_export.cpp)
 add_windows_test_program(endings_test tests/guest/endings_test.cpp tests/support/game_process.cpp)
 target_link_libraries(endings_test PRIVATE vlm)
+add_dependencies(endings_test storage)
 game_test(guest.endings endings_test)
 add_windows_test_program(damaged_images_test tests/guest/damaged_images_test.cpp tests/support/game_process.cpp)
 game_test(guest.damaged_images damaged_images_test)

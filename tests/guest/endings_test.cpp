@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <random>
+#include <vector>
 
 #include "support/game_process.h"
 #include "tls/patch_list.h"
@@ -26,14 +27,14 @@ Ending start_with(const std::wstring& image, const std::wstring& probe = L"", co
 }
 
 /// Starts the library in a folder of its own whose GameAssembly.dll ends in `appended` and whose image is `image`.
-Ending start_patched(const std::string& appended, const std::string& image) {
+Ending start_patched(const std::string& appended, const std::string& image, const std::wstring& probe = L"") {
   const std::wstring home = work_folder + L"home\\";
   CreateDirectoryW(home.c_str(), nullptr);
   static const std::string library = read_file(folder + L"GameAssembly.dll");
   CopyFileW((folder + L"guest_driver.exe").c_str(), (home + L"guest_driver.exe").c_str(), FALSE);
   REQUIRE(write_file(home + L"GameAssembly.dll", library + appended));
   REQUIRE(write_file(home + L"GameAssembly.dylib", image));
-  return run_game_process(home, L"guest_driver.exe", in_quotes(home + L"GameAssembly.dylib"));
+  return run_game_process(home, L"guest_driver.exe", in_quotes(home + L"GameAssembly.dylib") + L" " + probe);
 }
 
 std::string patch_list(std::span<const vlm::PatchEntry> entries) {
@@ -189,7 +190,7 @@ TEST_CASE("a patch list that is missing or does not fit is refused before the ga
                   " was made for a different GameAssembly.dylib");
 }
 
-TEST_CASE("whatever is changed in an image or a patch list, it starts or ends with a message") {
+TEST_CASE("whatever is changed in an image, it starts or ends with a message") {
   const std::string good = read_file(start_image);
   const std::wstring path = work_folder + L"mutated.dylib";
   std::mt19937 random(20);
@@ -225,6 +226,43 @@ TEST_CASE("whatever is changed in an image or a patch list, it starts or ends wi
     run(bytes);
   }
   MESSAGE("images: " << started << " started, " << refused << " refused");
+}
+
+TEST_CASE("whatever is changed in a patch list, the game starts or ends with a message") {
+  // The library and the image of the storage tests: every field of the list is changed, but no trampoline code, which
+  // only its own maker can vouch for.
+  const std::string image = read_file(folder + L"storage\\GameAssembly.dylib");
+  const std::string library = read_file(folder + L"storage\\GameAssembly.dll");
+  const std::string plain = read_file(folder + L"GameAssembly.dll");
+  REQUIRE(library.starts_with(plain));
+  const std::string list = library.substr(plain.size());
+  const auto blob = std::as_bytes(std::span(list)).first(list.size() - vlm::gs_patch_trailer_size);
+  std::vector<std::size_t> fields;
+  for (std::size_t at = 0; at < 16; ++at) fields.push_back(at);
+  for (std::size_t at = blob.size(); at < list.size(); ++at) fields.push_back(at);
+  vlm::PatchListReader reader(blob);
+  for (std::uint32_t i = 0; i < reader.count(); ++i) {
+    const auto entry = reader.next();
+    REQUIRE(entry);
+    const std::size_t expected = entry->expected.data() - blob.data();
+    const std::size_t trampoline = entry->trampoline.data() - blob.data();
+    for (std::size_t at = expected - 5; at < trampoline; ++at) fields.push_back(at);
+  }
+  std::mt19937 random(21);
+  int refused = 0;
+  for (int i = 0; i < 32; ++i) {
+    std::string bytes = list;
+    const std::size_t at = fields[random() % fields.size()];
+    bytes[at] = static_cast<char>(bytes[at] + 1 + random() % 255);
+    if (i % 8 == 7) bytes = list.substr(random() % list.size());  // the front is missing
+    CAPTURE(at);
+    const Ending ending = start_patched(bytes, image, L"do_nothing");
+    CAPTURE(ending.box_text);
+    CHECK_FALSE(ending.timed_out);
+    CHECK((ending.exit_code == 3 || ending.exit_code == 0));
+    refused += ending.exit_code == 3;
+  }
+  MESSAGE("patch lists: " << refused << " of 32 refused");
 }
 
 int main(int argc, char** argv) {
