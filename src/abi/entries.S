@@ -40,14 +40,9 @@
         movq    %rcx, \at+24(%rsp)
         movq    %r8, \at+32(%rsp)
         movq    %r9, \at+40(%rsp)
-        movaps  %xmm0, \at+SAVE_AREA_XMM(%rsp)
-        movaps  %xmm1, \at+SAVE_AREA_XMM+16(%rsp)
-        movaps  %xmm2, \at+SAVE_AREA_XMM+32(%rsp)
-        movaps  %xmm3, \at+SAVE_AREA_XMM+48(%rsp)
-        movaps  %xmm4, \at+SAVE_AREA_XMM+64(%rsp)
-        movaps  %xmm5, \at+SAVE_AREA_XMM+80(%rsp)
-        movaps  %xmm6, \at+SAVE_AREA_XMM+96(%rsp)
-        movaps  %xmm7, \at+SAVE_AREA_XMM+112(%rsp)
+        .irp    n, 0, 1, 2, 3, 4, 5, 6, 7
+        movaps  %xmm\n, \at+SAVE_AREA_XMM+16*\n(%rsp)
+        .endr
         .endm
 
         .macro  restore_arguments at
@@ -57,14 +52,9 @@
         movq    \at+24(%rsp), %rcx
         movq    \at+32(%rsp), %r8
         movq    \at+40(%rsp), %r9
-        movaps  \at+SAVE_AREA_XMM(%rsp), %xmm0
-        movaps  \at+SAVE_AREA_XMM+16(%rsp), %xmm1
-        movaps  \at+SAVE_AREA_XMM+32(%rsp), %xmm2
-        movaps  \at+SAVE_AREA_XMM+48(%rsp), %xmm3
-        movaps  \at+SAVE_AREA_XMM+64(%rsp), %xmm4
-        movaps  \at+SAVE_AREA_XMM+80(%rsp), %xmm5
-        movaps  \at+SAVE_AREA_XMM+96(%rsp), %xmm6
-        movaps  \at+SAVE_AREA_XMM+112(%rsp), %xmm7
+        .irp    n, 0, 1, 2, 3, 4, 5, 6, 7
+        movaps  \at+SAVE_AREA_XMM+16*\n(%rsp), %xmm\n
+        .endr
         .endm
 
 # trap_entry: game code called an import that has no implementation.
@@ -305,26 +295,10 @@
         .seh_pushreg %rsi
         subq    $0xa8, %rsp
         .seh_stackalloc 0xa8
-        movaps  %xmm6, 0x00(%rsp)
-        .seh_savexmm %xmm6, 0x00
-        movaps  %xmm7, 0x10(%rsp)
-        .seh_savexmm %xmm7, 0x10
-        movaps  %xmm8, 0x20(%rsp)
-        .seh_savexmm %xmm8, 0x20
-        movaps  %xmm9, 0x30(%rsp)
-        .seh_savexmm %xmm9, 0x30
-        movaps  %xmm10, 0x40(%rsp)
-        .seh_savexmm %xmm10, 0x40
-        movaps  %xmm11, 0x50(%rsp)
-        .seh_savexmm %xmm11, 0x50
-        movaps  %xmm12, 0x60(%rsp)
-        .seh_savexmm %xmm12, 0x60
-        movaps  %xmm13, 0x70(%rsp)
-        .seh_savexmm %xmm13, 0x70
-        movaps  %xmm14, 0x80(%rsp)
-        .seh_savexmm %xmm14, 0x80
-        movaps  %xmm15, 0x90(%rsp)
-        .seh_savexmm %xmm15, 0x90
+        .irp    n, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15
+        movaps  %xmm\n, 16*(\n-6)(%rsp)
+        .seh_savexmm %xmm\n, 16*(\n-6)
+        .endr
         .seh_endprologue
         movq    %rcx, %r11
         movq    %rdx, %r10
@@ -336,16 +310,9 @@
         movq    40(%r10), %r9
         movl    $4, %eax                # a variadic function may find floating-point arguments in xmm0..xmm3
         callq   *%r11
-        movaps  0x00(%rsp), %xmm6
-        movaps  0x10(%rsp), %xmm7
-        movaps  0x20(%rsp), %xmm8
-        movaps  0x30(%rsp), %xmm9
-        movaps  0x40(%rsp), %xmm10
-        movaps  0x50(%rsp), %xmm11
-        movaps  0x60(%rsp), %xmm12
-        movaps  0x70(%rsp), %xmm13
-        movaps  0x80(%rsp), %xmm14
-        movaps  0x90(%rsp), %xmm15
+        .irp    n, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15
+        movaps  16*(\n-6)(%rsp), %xmm\n
+        .endr
         addq    $0xa8, %rsp
         popq    %rsi
         popq    %rdi
