@@ -7,6 +7,20 @@ extern "C" {
 /// Written by every export, read by the test: rdi, rsi, rdx, rcx, r8, r9 and the export's number.
 uint64_t echo_record[7];
 
+/// Set by an initializer that takes its time: whoever gets through the gate too early finds it zero.
+volatile uint64_t echo_initialized;
+}
+namespace {
+struct SlowInitializer {
+  SlowInitializer() {
+    for (volatile unsigned i = 0; i < 100'000'000; i = i + 1) {
+    }
+    echo_initialized = 1;
+  }
+} slow_initializer;
+}  // namespace
+extern "C" {
+
 #define RECORD_(name, number)                                       \
   [[gnu::naked]] void name() {                                      \
     asm("movl $" #number ", %eax\n jmp _echo_registers");           \

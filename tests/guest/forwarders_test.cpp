@@ -91,13 +91,13 @@ void check_export(const char* name, unsigned number, unsigned wrapped, R (*)(Par
 std::atomic<int> calls_during_start{0};
 constexpr std::uint64_t first_call[6] = {0x1111, 0x2222, 0x3333, 0x4444, 0, 0};
 
-/// Eight of these make the process's first call at one moment.
-DWORD WINAPI make_first_call(void* go) {
-  WaitForSingleObject(go, INFINITE);
+/// Eight of these make the process's first calls, some while the image's initializer is still busy.
+DWORD WINAPI make_first_call(void* delay_ms) {
+  Sleep(static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(delay_ms)));
   call_checked(function<void*>("il2cpp_exception_from_name_msg"), first_call);
-  if (read_file(program_folder() + L"PCSaveData\\loader.log").find("GameAssembly.dylib ready") == std::string::npos) {
-    ++calls_during_start;
-  }
+  const auto* initialized = static_cast<const std::uint64_t*>(
+      function<decltype(&vlm_native_symbol)>("vlm_native_symbol")("echo_initialized"));
+  if (*initialized == 0) ++calls_during_start;
   return 0;
 }
 
@@ -195,10 +195,10 @@ int main(int argc, char** argv) {
   library = LoadLibraryA("GameAssembly.dll");
   if (library == nullptr) return 1;
   // The first call of all is a forwarder: it starts the game before the game sees the call.
-  const HANDLE go = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   HANDLE threads[8];
-  for (HANDLE& thread : threads) thread = CreateThread(nullptr, 0, make_first_call, go, 0, nullptr);
-  SetEvent(go);
+  for (std::uintptr_t i = 0; i < 8; ++i) {
+    threads[i] = CreateThread(nullptr, 0, make_first_call, reinterpret_cast<void*>(i / 2 * 10), 0, nullptr);
+  }
   WaitForMultipleObjects(8, threads, TRUE, INFINITE);
   unwrap_callback = function<decltype(&vlm_unwrap_callback)>("vlm_unwrap_callback");
   echo_record = static_cast<const std::uint64_t*>(

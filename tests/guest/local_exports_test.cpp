@@ -55,7 +55,8 @@ long long add(long long a, long long b) { return a * 10 + b; }
 std::vector<std::int32_t> mod_calls;
 void mod_entry(std::int32_t called_before) {
   mod_calls.push_back(called_before);
-  // The mod's own invocations do not call it again.
+  // The mod's own invocations do not call it again, however long it takes.
+  Sleep(20);
   library_function<void* (*)(void*, void*, void**, void**)>("il2cpp_runtime_invoke")(nullptr, nullptr, nullptr, nullptr);
 }
 void other_mod(std::int32_t) {}
