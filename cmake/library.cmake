@@ -20,7 +20,14 @@ add_library(vlm STATIC
   src/macho/image_exports.cpp
   src/macho/initializers.cpp
   src/macho/load.cpp
+  src/posix/aligned_blocks.cpp
+  src/posix/error_numbers.cpp
+  src/posix/math.cpp
   src/posix/memory.cpp
+  src/posix/numbers.cpp
+  src/posix/random.cpp
+  src/posix/rune_locale.cpp
+  src/posix/sorting.cpp
   src/posix/streams.cpp
   src/posix/strings.cpp
   src/support/text.cpp
@@ -29,6 +36,7 @@ add_library(vlm STATIC
   src/tls/gs_patch.cpp
   src/tls/thread_record.cpp)
 target_include_directories(vlm PUBLIC src include)
+target_link_libraries(vlm PUBLIC bcrypt)
 # -fno-auto-import: all data that the library reads is its own, so it is reached directly and not through a pointer.
 target_compile_options(vlm PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-auto-import>)
 target_compile_definitions(vlm PRIVATE "VLM_API=__declspec(dllexport)")

@@ -23,7 +23,9 @@ void register_block(const ShimEntry (&... families)[Rows]) {
 }  // namespace
 
 void register_first_shim_block() {
-  register_block<123>(memory_shims, string_shims, stream_shims, abi_block1_shims);  // C library
+  // C library
+  register_block<123>(error_shims, memory_shims, string_shims, number_shims, math_shims, rune_locale_shims,
+                      sorting_shims, random_shims, stream_shims, abi_block1_shims);
 }
 
 void register_other_shim_blocks() {

@@ -1,44 +1,172 @@
 // Memory shims: the C heap, which game code shares with the library, and operations on blocks of bytes.
+#include <malloc.h>
+
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
-#include "posix/errno.h"
+#include "posix/aligned_blocks.h"
+#include "posix/error_numbers.h"
 #include "posix/shims.h"
 #include "support/sysv.h"
 
 namespace vlm {
-
-constinit thread_local std::int32_t shim_errno = 0;
-
 namespace {
+
+// Called straight through the import table, without the linker's jump on the way.
+extern "C" __declspec(dllimport) void* host_malloc(std::size_t) __asm__("malloc");
+extern "C" __declspec(dllimport) void host_free(void*) __asm__("free");
+
+constinit AlignedBlocks aligned_blocks;
+
+/// What every block of the heap is aligned to.
+constexpr std::uint64_t heap_alignment = 16;
 
 /// macOS hands out a block for a request of nothing; the host may hand out null.
 std::uint64_t at_least_one(std::uint64_t size) { return size == 0 ? 1 : size; }
 
-SYSV void* malloc_(std::uint64_t size) { return std::malloc(at_least_one(size)); }
+SYSV void* malloc_(std::uint64_t size) { return host_malloc(at_least_one(size)); }
+
 SYSV void* calloc_(std::uint64_t count, std::uint64_t size) {
-  std::uint64_t total = 0;
+  std::uint64_t total;
   if (__builtin_mul_overflow(at_least_one(count), at_least_one(size), &total)) return nullptr;
   return std::calloc(1, total);
 }
-SYSV void* realloc_(void* block, std::uint64_t size) { return std::realloc(block, at_least_one(size)); }
-SYSV void free_(void* block) { std::free(block); }
+
+/// Apart from free_, so that its registers are not saved for every ordinary block.
+[[gnu::noinline]] void free_possibly_aligned(void* block) {
+  if (aligned_blocks.remove(block)) {
+    _aligned_free(block);
+  } else {
+    std::free(block);
+  }
+}
+
+SYSV void free_(void* block) {
+  if (aligned_blocks.may_contain(block)) [[unlikely]] {
+    free_possibly_aligned(block);
+  } else {
+    host_free(block);  // null does nothing there
+  }
+}
+
+/// An aligned block moves to an ordinary one: C promises no more alignment than the heap's to what realloc returns.
+[[gnu::noinline]] void* realloc_possibly_aligned(void* block, std::uint64_t size) {
+  const std::uint64_t old_size = aligned_blocks.size_of(block);
+  if (old_size == 0) return std::realloc(block, size);
+  void* const moved = std::malloc(size);
+  if (moved == nullptr) return nullptr;
+  std::memcpy(moved, block, std::min(old_size, size));
+  free_possibly_aligned(block);
+  return moved;
+}
+
+SYSV void* realloc_(void* block, std::uint64_t size) {
+  size = at_least_one(size);
+  if (aligned_blocks.may_contain(block)) [[unlikely]] return realloc_possibly_aligned(block, size);
+  return std::realloc(block, size);
+}
+
+/// Null when memory is out, or for an alignment that is not a power of two (the host may end the process over one).
+void* allocate_aligned(std::uint64_t alignment, std::uint64_t size) {
+  constexpr std::uint64_t address_space = std::uint64_t{1} << 47;  // the host adds the two up; below this they fit
+  if ((alignment & (alignment - 1)) != 0 || alignment > address_space || size > address_space) return nullptr;
+  void* const block = _aligned_malloc(size, alignment);
+  if (block != nullptr && !aligned_blocks.add(block, size)) {
+    _aligned_free(block);
+    return nullptr;
+  }
+  return block;
+}
+
+SYSV std::int32_t posix_memalign_(void** result, std::uint64_t alignment, std::uint64_t size) {
+  size = at_least_one(size);
+  *result = alignment <= heap_alignment ? std::malloc(size) : allocate_aligned(alignment, size);
+  return *result == nullptr ? DARWIN_ENOMEM : 0;
+}
 
 SYSV void bzero_(void* to, std::uint64_t size) { std::memset(to, 0, size); }
 SYSV void* memset_(void* to, std::int32_t value, std::uint64_t size) { return std::memset(to, value, size); }
-/// macOS's memcpy and memmove are one function: game code that overlaps works there, so it works here.
-SYSV void* memmove_(void* to, const void* from, std::uint64_t size) { return std::memmove(to, from, size); }
+
+/// The pattern restarts every 16 bytes; a last part is cut.
+SYSV void memset_pattern16_(std::byte* to, const void* pattern, std::uint64_t size) {
+  std::byte copy[16];  // what is filled may overlap the pattern
+  std::memcpy(copy, pattern, sizeof copy);
+  for (; size >= sizeof copy; size -= sizeof copy, to += sizeof copy) std::memcpy(to, copy, sizeof copy);
+  std::memcpy(to, copy, size);
+}
+
+/// Copies `size` bytes, from one to two times those of Part, as its first and its last ones; both are read before
+/// anything is written, so the places may overlap.
+template <class Part>
+[[gnu::always_inline]] inline void copy_ends(std::byte* to, const std::byte* from, std::uint64_t size) {
+  Part first, last;
+  std::memcpy(&first, from, sizeof(Part));
+  std::memcpy(&last, from + size - sizeof(Part), sizeof(Part));
+  std::memcpy(to, &first, sizeof(Part));
+  std::memcpy(to + size - sizeof(Part), &last, sizeof(Part));
+}
+
+/// So many bytes in vector registers; all sixteen are free to use here, two parts of 128 bytes fill them.
+template <std::size_t Bytes>
+using Vector = unsigned char __attribute__((vector_size(Bytes)));
+
+/// macOS's memcpy and memmove are one function: game code that overlaps works there, so it works here. Most copies
+/// are short and cost less than the way to the host.
+SYSV std::byte* memmove_(std::byte* to, const std::byte* from, std::uint64_t size) {
+  if (size > 256) {
+    std::memmove(to, from, size);
+  } else if (size > 128) {
+    copy_ends<Vector<128>>(to, from, size);
+  } else if (size > 64) {
+    copy_ends<Vector<64>>(to, from, size);
+  } else if (size > 32) {
+    copy_ends<Vector<32>>(to, from, size);
+  } else if (size >= 16) {
+    copy_ends<Vector<16>>(to, from, size);
+  } else if (size >= 8) {
+    copy_ends<std::uint64_t>(to, from, size);
+  } else if (size >= 4) {
+    copy_ends<std::uint32_t>(to, from, size);
+  } else if (size >= 2) {
+    copy_ends<std::uint16_t>(to, from, size);
+  } else if (size == 1) {
+    *to = *from;
+  }
+  return to;
+}
+
+SYSV const void* memchr_(const void* block, std::int32_t value, std::uint64_t size) {
+  return std::memchr(block, value, size);
+}
 SYSV std::int32_t memcmp_(const void* a, const void* b, std::uint64_t size) { return std::memcmp(a, b, size); }
 
-SYSV std::int32_t* error_() { return &shim_errno; }
+/// The wchar_t of macOS has 32 bits, so the host's function does not do.
+SYSV const std::int32_t* wmemchr_(const std::int32_t* units, std::int32_t value, std::uint64_t count) {
+  const auto* const found = std::find(units, units + count, value);
+  return found == units + count ? nullptr : found;
+}
 
 }  // namespace
 
-const ShimEntry memory_shims[10] = {
-    {"_malloc", shim(malloc_)},   {"_calloc", shim(calloc_)},   {"_realloc", shim(realloc_)}, {"_free", shim(free_)},
-    {"___bzero", shim(bzero_)},   {"_memset", shim(memset_)},   {"_memcpy", shim(memmove_)},  {"_memmove", shim(memmove_)},
-    {"_memcmp", shim(memcmp_)},   {"___error", shim(error_)},
+// The checked forms carry the size of the destination in a last argument, which is left alone.
+const ShimEntry memory_shims[15] = {
+    {"_malloc", shim(malloc_)},
+    {"_calloc", shim(calloc_)},
+    {"_realloc", shim(realloc_)},
+    {"_free", shim(free_)},
+    {"_posix_memalign", shim(posix_memalign_)},
+    {"___bzero", shim(bzero_)},
+    {"_memset", shim(memset_)},
+    {"___memset_chk", shim(memset_)},
+    {"_memset_pattern16", shim(memset_pattern16_)},
+    {"_memcpy", shim(memmove_)},
+    {"_memmove", shim(memmove_)},
+    {"___memmove_chk", shim(memmove_)},
+    {"_memchr", shim(memchr_)},
+    {"_memcmp", shim(memcmp_)},
+    {"_wmemchr", shim(wmemchr_)},
 };
 
 }  // namespace vlm

@@ -1,0 +1,87 @@
+// The shims that game code calls most, against the host functions behind them: what it costs that a game calls them
+// with its own convention. Both sides are called through a pointer, as an import slot is.
+//
+//   c_library_bench [ROUNDS]
+//
+//   case | peer | ours | ratio | goal
+#include <malloc.h>
+#include <windows.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "binding/catalogue.h"
+#include "binding/shim_table.h"
+#include "report.h"
+#include "support/sysv.h"
+
+namespace {
+
+using vlm::bench::compare;
+using vlm::bench::print_row;
+
+/// A function of the host's C runtime, and the shim of the same name. Volatile: no call is foreseen or left out.
+template <class R, class... A>
+struct Function {
+  using Host = R (*)(A...);
+  using Shim = SYSV R (*)(A...);
+  explicit Function(const std::string& name)
+      : host(reinterpret_cast<Host>(
+            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("msvcrt.dll"), name.c_str())))),
+        shim(reinterpret_cast<Shim>(const_cast<void*>(vlm::lookup_shim("libSystem.B.dylib", ("_" + name).c_str())))) {}
+  Host volatile host;
+  Shim volatile shim;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  vlm::register_first_shim_block();
+  const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 301;
+
+  const Function<void*, std::uint64_t> malloc_("malloc");
+  const Function<void, void*> free_("free");
+  const auto allocate = [&](const char* name, const char* goal) {
+    const auto time = compare(
+        rounds, 2'000, [&] { free_.host(malloc_.host(48)); }, [&] { free_.shim(malloc_.shim(48)); });
+    print_row(name, "ns", time.peer, time.ours, goal);
+  };
+  allocate("malloc and free, 48 bytes", "1.05");
+  const auto posix_memalign_ = reinterpret_cast<SYSV int (*)(void**, std::uint64_t, std::uint64_t)>(
+      const_cast<void*>(vlm::lookup_shim("libSystem.B.dylib", "_posix_memalign")));
+  for (int i = 0; i < 10'000; ++i) {
+    void* block;
+    if (posix_memalign_(&block, 64, 48) != 0) return 1;
+  }
+  allocate("malloc and free, 48 bytes, 10000 aligned blocks alive", "1.5");
+  // The same with many blocks alive, so that each free meets another address.
+  static void* blocks[1'000];
+  const auto many = [&](auto take, auto give) {
+    for (void*& block : blocks) block = take(48);
+    for (void* block : blocks) give(block);
+  };
+  const auto time = compare(
+      rounds, 2, [&] { many(malloc_.host, free_.host); }, [&] { many(malloc_.shim, free_.shim); });
+  print_row("the same, a thousand blocks in turn", "ns", time.peer / 1'000, time.ours / 1'000, "1.5");
+
+  const Function<void*, void*, const void*, std::uint64_t> memcpy_("memcpy");
+  const Function<std::uint64_t, const char*> strlen_("strlen");
+  const Function<int, const char*, const char*> strcmp_("strcmp");
+  for (const std::size_t size : {16, 256, 65'536}) {
+    const std::string text(size, 'v');
+    const std::string same = text;
+    const auto to = std::make_unique<char[]>(size);
+    const int calls = size > 1'000 ? 20 : 5'000;
+    const auto row = [&](const char* function, auto peer, auto ours) {
+      const auto time = compare(rounds, calls, peer, ours);
+      print_row((function + std::string(", ") + std::to_string(size) + " bytes").c_str(), "ns", time.peer, time.ours,
+                "1.1");
+    };
+    row("memcpy", [&] { memcpy_.host(to.get(), text.data(), size); }, [&] { memcpy_.shim(to.get(), text.data(), size); });
+    row("strlen", [&] { strlen_.host(text.c_str()); }, [&] { strlen_.shim(text.c_str()); });
+    row("strcmp", [&] { strcmp_.host(text.c_str(), same.c_str()); }, [&] { strcmp_.shim(text.c_str(), same.c_str()); });
+  }
+}
