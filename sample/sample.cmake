@@ -69,7 +69,7 @@ set_target_properties(SamplePlayer PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${SAMPLE_
 
 set(TESSERA ${VLM_NATIVE_DIR}/tessera)
 add_custom_command(OUTPUT ${SAMPLE_DIR}/GameAssembly.dll
-  COMMAND ${TESSERA} --image ${SAMPLE_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
-          --output ${SAMPLE_DIR}/GameAssembly.dll
+  COMMAND ${TESSERA} ${SAMPLE_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
+          -o ${SAMPLE_DIR}/GameAssembly.dll
   DEPENDS ${TESSERA} sample_game ${SAMPLE_DIR}/GameAssembly.dylib GameAssembly VERBATIM)
 add_custom_target(sample ALL DEPENDS ${SAMPLE_DIR}/GameAssembly.dll SamplePlayer)

@@ -57,8 +57,8 @@ set(STORAGE_DIR ${CMAKE_BINARY_DIR}/storage)
 add_guest(storage_guest SOURCES tests/guest/storage_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest
   OUTPUT ${STORAGE_DIR}/GameAssembly.dylib)
 add_custom_command(OUTPUT ${STORAGE_DIR}/GameAssembly.dll
-  COMMAND ${VLM_NATIVE_DIR}/tessera --image ${STORAGE_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
-          --output ${STORAGE_DIR}/GameAssembly.dll
+  COMMAND ${VLM_NATIVE_DIR}/tessera ${STORAGE_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
+          -o ${STORAGE_DIR}/GameAssembly.dll
   DEPENDS ${VLM_NATIVE_DIR}/tessera storage_guest ${STORAGE_DIR}/GameAssembly.dylib GameAssembly VERBATIM)
 add_custom_target(storage ALL DEPENDS ${STORAGE_DIR}/GameAssembly.dll)
 add_windows_test_program(storage_test tests/guest/storage_test.cpp)

@@ -1,8 +1,10 @@
 # The tools that come with the library. Instructions are decoded and encoded by Zydis, never by hand.
 
 add_library(tessera_core STATIC
+  tools/tessera/check_list.cpp
   tools/tessera/code_ranges.cpp
   tools/tessera/gs_sites.cpp
+  tools/tessera/instruction.cpp
   tools/tessera/library_file.cpp
   tools/tessera/patch_image.cpp
   tools/tessera/trampoline.cpp)

@@ -37,14 +37,6 @@ void append(std::vector<std::byte>& to, const T& value) {
   to.insert(to.end(), bytes.begin(), bytes.end());
 }
 
-/// True when the template loads the block with "mov R, gs:[R]", R a plain base register, right behind its address.
-bool has_gs_load(const PatchEntry& entry) {
-  if (entry.slot + gs_load + gs_load_size > entry.trampoline.size()) return false;
-  const auto load = entry.trampoline.subspan(entry.slot + gs_load, gs_load_size);
-  const unsigned rm = std::to_integer<unsigned>(load[3]) & 7;
-  return load[0] == std::byte{gs_prefix} && load[2] == std::byte{mov_load} && rm != 4 && rm != 5;
-}
-
 /// What stands for "mov R, gs:[R]" when the slot is in the expansion array:
 ///   mov R, gs:[0x1780]        65 X' 8B ModRM SIB disp32   TEB.TlsExpansionSlots; no base, so no base bit in the prefix
 ///   mov R, [R + offset]       X 8B ModRM disp32
@@ -79,6 +71,13 @@ void write_trampoline(const PatchEntry& entry, const PatchTarget& target, std::s
 }
 
 }  // namespace
+
+bool has_gs_load(const PatchEntry& entry) {
+  if (entry.slot + gs_load + gs_load_size > entry.trampoline.size()) return false;
+  const auto load = entry.trampoline.subspan(entry.slot + gs_load, gs_load_size);
+  const unsigned rm = std::to_integer<unsigned>(load[3]) & 7;
+  return load[0] == std::byte{gs_prefix} && load[2] == std::byte{mov_load} && rm != 4 && rm != 5;
+}
 
 PatchListReader::PatchListReader(std::span<const std::byte> blob) : blob_(blob), offset_(header_size) {
   count_ = ByteReader(blob, sizeof gs_patch_magic).read<std::uint32_t>();  // the upper half of the field is not read

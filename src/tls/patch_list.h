@@ -58,6 +58,10 @@ class PatchListReader {
   std::uint32_t count_;
 };
 
+/// True when the template loads the block with "mov R, gs:[R]", R a plain base register, right behind its address:
+/// expansion mode needs it so.
+bool has_gs_load(const PatchEntry& entry);
+
 /// Size of the blob that a trailer announces, or nullopt when the 16 bytes are no trailer.
 std::optional<std::uint64_t> gs_patch_blob_size(std::span<const std::byte, gs_patch_trailer_size> trailer);
 

@@ -165,7 +165,10 @@ Result<std::vector<CodeRange>> code_ranges(const MachImage& image) {
       std::uint64_t end = section.end;
       if (next_start != starts->end()) end = std::min(end, *next_start);
       if (next_data != data->end()) end = std::min(end, next_data->begin);
-      ranges.push_back({at, bytes->subspan(at - section.begin, end - at)});
+      const std::uint64_t function_begin = next_start == starts->begin() ? section.begin : *std::prev(next_start);
+      const std::uint64_t function_end = next_start == starts->end() ? section.end : *next_start;
+      ranges.push_back({at, bytes->subspan(at - section.begin, end - at), std::max(function_begin, section.begin),
+                        std::min(function_end, section.end)});
       at = end;
     }
   }

@@ -21,6 +21,8 @@ namespace vlm::tessera {
 struct CodeRange {
   std::uint64_t vmaddr;
   std::span<const std::byte> bytes;  // in the image's file_data
+  std::uint64_t function_begin;      // the function that it is a part of
+  std::uint64_t function_end;
 };
 
 /// The code of an image whose commands have been read, in ascending order of addresses. Fails when a code section's

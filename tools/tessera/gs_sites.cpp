@@ -1,59 +1,186 @@
 #include "tessera/gs_sites.h"
 
-#include <Zydis/Zydis.h>
-
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "macho/fixups.h"
+#include "tessera/instruction.h"
 
 namespace vlm::tessera {
 namespace {
-
-/// True when executing the instruction depends on gs: it reads or writes memory through it, or handles gs itself. A
-/// gs prefix alone says little: assemblers pad with it, and lea ignores it.
-bool uses_gs(const ZydisDecodedInstruction& instruction, std::span<const ZydisDecodedOperand> operands) {
-  switch (instruction.mnemonic) {
-    case ZYDIS_MNEMONIC_SWAPGS:
-    case ZYDIS_MNEMONIC_RDGSBASE:
-    case ZYDIS_MNEMONIC_WRGSBASE:
-    case ZYDIS_MNEMONIC_LGS:
-      return true;
-    case ZYDIS_MNEMONIC_NOP:
-      return false;
-    default:
-      break;
-  }
-  return std::ranges::any_of(operands, [](const ZydisDecodedOperand& operand) {
-    if (operand.type == ZYDIS_OPERAND_TYPE_REGISTER) return operand.reg.value == ZYDIS_REGISTER_GS;
-    return operand.type == ZYDIS_OPERAND_TYPE_MEMORY && operand.mem.segment == ZYDIS_REGISTER_GS &&
-           operand.mem.type != ZYDIS_MEMOP_TYPE_AGEN;
-  });
-}
 
 bool all_zero(std::span<const std::byte> bytes) {
   return std::ranges::all_of(bytes, [](std::byte byte) { return byte == std::byte{0}; });
 }
 
-}  // namespace
+/// What of an instruction alone, without its operands, lets it use gs: most need not be looked at further.
+bool may_use_gs(const ZydisDecodedInstruction& instruction) {
+  if ((instruction.attributes & ZYDIS_ATTRIB_HAS_SEGMENT_GS) != 0) return true;
+  switch (instruction.opcode_map) {
+    case ZYDIS_OPCODE_MAP_DEFAULT:
+      return instruction.opcode == 0x8C || instruction.opcode == 0x8E;  // mov to and from segment registers
+    case ZYDIS_OPCODE_MAP_0F:  // swapgs, push, pop and lgs, rdgsbase and wrgsbase
+      return instruction.opcode == 0x01 || instruction.opcode == 0xA8 || instruction.opcode == 0xA9 ||
+             instruction.opcode == 0xB5 || instruction.opcode == 0xAE;
+    default:
+      return false;
+  }
+}
 
-GsSearch find_gs_sites(std::span<const CodeRange> ranges) {
-  ZydisDecoder decoder;
-  ZydisDecoderInit(&decoder, ZYDIS_MACHINE_MODE_LONG_64, ZYDIS_STACK_WIDTH_64);
-  GsSearch found;
-  for (const CodeRange& range : ranges) {
+class Walk {
+ public:
+  Walk(const MachImage& image, std::span<const CodeRange> ranges) : image_(image), ranges_(ranges) {
+    ZydisDecoderInit(&decoder_, machine_mode, ZYDIS_STACK_WIDTH_64);
+  }
+
+  void visit(std::uint32_t number) {
+    const CodeRange& range = ranges_[number];
+    if (range.function_begin != function_begin_) {
+      end_function();
+      function_begin_ = range.function_begin;
+      function_end_ = range.function_end;
+    }
+    std::array<std::uint8_t, 2> before = {};
     for (std::size_t at = 0; at < range.bytes.size();) {
       const auto rest = range.bytes.subspan(at);
+      ZydisDecoderContext context;
       ZydisDecodedInstruction instruction;
-      ZydisDecodedOperand operands[ZYDIS_MAX_OPERAND_COUNT];
-      if (ZYAN_FAILED(ZydisDecoderDecodeFull(&decoder, rest.data(), rest.size(), &instruction, operands))) {
-        if (!all_zero(rest)) found.undecoded.push_back({range.vmaddr + at, rest.size()});
+      if (ZYAN_FAILED(ZydisDecoderDecodeInstruction(&decoder_, &context, rest.data(), rest.size(), &instruction))) {
+        if (!all_zero(rest)) found_.undecoded.push_back({range.vmaddr + at, rest.size()});
         break;
       }
-      if (uses_gs(instruction, std::span(operands, instruction.operand_count))) {
-        found.sites.push_back({range.vmaddr + at, rest.first(instruction.length)});
+      const auto bytes = rest.first(instruction.length);
+      if (may_use_gs(instruction) && uses_gs(*decode(bytes))) {
+        found_.sites.push_back({range.vmaddr + at, bytes, number, before});
       }
       at += instruction.length;
+      note_targets(instruction, range.vmaddr + at);
+      before = {instruction.length, before[0]};
     }
   }
-  return found;
+
+  Result<GsSearch> finish() {
+    end_function();
+    if (auto rebased = add_rebased_pointers(); !rebased) return std::unexpected(rebased.error());
+    std::ranges::sort(found_.targets);
+    const auto repeated = std::ranges::unique(found_.targets);
+    found_.targets.erase(repeated.begin(), repeated.end());
+    return std::move(found_);
+  }
+
+ private:
+  /// Data counts too: that nothing but code is asked about later is cheaper than to ask here.
+  void add_target(std::uint64_t vmaddr) {
+    if (vmaddr >= image_.vm_min && vmaddr < image_.vm_end) {
+      found_.targets.push_back(static_cast<std::uint32_t>(vmaddr - image_.vm_min));
+    }
+  }
+
+  void note_targets(const ZydisDecodedInstruction& instruction, std::uint64_t end) {
+    if (instruction.raw.imm[0].is_relative) {
+      add_target(end + static_cast<std::uint64_t>(instruction.raw.imm[0].value.s));
+    } else if (instruction.meta.category == ZYDIS_CATEGORY_UNCOND_BR) {
+      jumps_indirectly_ = true;
+    }
+    const bool at_rip = (instruction.attributes & ZYDIS_ATTRIB_HAS_MODRM) != 0 && instruction.raw.modrm.mod == 0 &&
+                        instruction.raw.modrm.rm == 5;
+    if (at_rip && instruction.mnemonic == ZYDIS_MNEMONIC_LEA) {
+      const std::uint64_t address = end + static_cast<std::uint64_t>(instruction.raw.disp.value);
+      tables_.push_back(address);
+      add_target(address);
+    }
+  }
+
+  /// What of the file is mapped from an address on, to the end of its segment.
+  std::span<const std::byte> mapped_from(std::uint64_t vmaddr) const {
+    for (const MachSegment& segment : std::span(image_.segments, image_.segment_count)) {
+      if (vmaddr < segment.vmaddr || vmaddr - segment.vmaddr >= segment.filesize) continue;
+      const std::uint64_t offset = vmaddr - segment.vmaddr;
+      return {image_.file_data + segment.fileoff + offset, segment.filesize - offset};
+    }
+    return {};
+  }
+
+  /// Jump tables of a function that jumps through a register: 32-bit distances from the table, whose address the
+  /// function computed. A table ends where the next one begins, or where an entry leads out of the function. No
+  /// table is followed for more bytes than the function has, so that the work stays in proportion to the file.
+  void end_function() {
+    if (jumps_indirectly_) {
+      std::ranges::sort(tables_);
+      for (std::size_t i = 0; i < tables_.size(); ++i) {
+        std::uint64_t size = function_end_ - function_begin_;
+        if (i + 1 < tables_.size()) size = std::min(size, tables_[i + 1] - tables_[i]);
+        auto entries = mapped_from(tables_[i]);
+        for (std::uint64_t at = 0; at + 4 <= std::min<std::uint64_t>(size, entries.size()); at += 4) {
+          std::int32_t distance;
+          std::memcpy(&distance, entries.data() + at, sizeof distance);
+          const std::uint64_t target = tables_[i] + static_cast<std::uint64_t>(std::int64_t{distance});
+          if (target < function_begin_ || target >= function_end_) break;
+          add_target(target);
+        }
+      }
+    }
+    tables_.clear();
+    jumps_indirectly_ = false;
+  }
+
+  /// The loader's own reader of rebases marks the pointers in memory that is zero everywhere else.
+  Result<void> add_rebased_pointers() {
+    if (image_.rebase_size == 0) return {};
+    const auto extent = static_cast<std::size_t>(image_.extent());
+    const std::unique_ptr<std::byte, decltype(&std::free)> marks(static_cast<std::byte*>(std::calloc(extent, 1)),
+                                                                 &std::free);
+    if (!marks) return fault("no memory for an image of %zu bytes", extent);
+    auto marking = std::make_unique<MachImage>(image_);
+    marking->slide = 1;
+    const auto rebased = macho_rebase(*marking, {marks.get(), extent});
+    if (!rebased) return std::unexpected(rebased.error());
+
+    for (const MachSegment& segment : std::span(image_.segments, image_.segment_count)) {
+      if (!segment.mapped()) continue;
+      const std::byte* const from = marks.get() + (segment.vmaddr - image_.vm_min);
+      for (std::uint64_t at = 0; at + 8 <= segment.filesize; ++at) {
+        if (from[at] == std::byte{0}) continue;
+        std::uint64_t pointer;
+        std::memcpy(&pointer, image_.file_data + segment.fileoff + at, sizeof pointer);
+        add_target(pointer);
+      }
+    }
+    return {};
+  }
+
+  const MachImage& image_;
+  std::span<const CodeRange> ranges_;
+  ZydisDecoder decoder_;
+  GsSearch found_;
+
+  // Of the function being walked:
+  std::uint64_t function_begin_ = 0;
+  std::uint64_t function_end_ = 0;
+  std::vector<std::uint64_t> tables_;  // addresses that it computes relative to rip
+  bool jumps_indirectly_ = false;
+};
+
+}  // namespace
+
+bool GsSearch::leads_inside(std::uint64_t begin, std::uint64_t end) const {
+  const auto target = std::ranges::upper_bound(targets, begin);
+  return target != targets.end() && *target < end;
+}
+
+Result<GsSearch> find_gs_sites(const MachImage& image, std::span<const CodeRange> ranges, const Progress& progress) {
+  std::uint64_t total = 0, done = 0, reported = 0;
+  for (const CodeRange& range : ranges) total += range.bytes.size();
+  Walk walk(image, ranges);
+  for (std::size_t i = 0; i < ranges.size(); ++i) {
+    walk.visit(static_cast<std::uint32_t>(i));
+    done += ranges[i].bytes.size();
+    if (done - reported >= 1'000'000) progress(reported = done, total);
+  }
+  progress(total, total);
+  return walk.finish();
 }
 
 }  // namespace vlm::tessera

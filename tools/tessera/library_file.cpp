@@ -23,6 +23,13 @@ Result<std::span<const std::byte>> without_patch_list(std::span<const std::byte>
   return library.first(before - *size);
 }
 
+Result<std::span<const std::byte>> embedded_patch_list(std::span<const std::byte> library) {
+  const auto own = without_patch_list(library);
+  if (!own) return std::unexpected(own.error());
+  const auto list = library.subspan(own->size());
+  return list.empty() ? list : list.first(list.size() - gs_patch_trailer_size);
+}
+
 Result<std::vector<std::byte>> with_patch_list(std::span<const std::byte> library, std::span<const std::byte> list) {
   const auto own = without_patch_list(library);
   if (!own) return std::unexpected(own.error());

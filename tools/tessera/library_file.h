@@ -13,6 +13,9 @@ namespace vlm::tessera {
 /// library, or end in a damaged list.
 Result<std::span<const std::byte>> without_patch_list(std::span<const std::byte> library);
 
+/// The blob of the list that the library ends in; empty when there is none.
+Result<std::span<const std::byte>> embedded_patch_list(std::span<const std::byte> library);
+
 /// The library with the list behind it, in place of the one that was there.
 Result<std::vector<std::byte>> with_patch_list(std::span<const std::byte> library, std::span<const std::byte> list);
 

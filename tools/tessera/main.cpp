@@ -2,18 +2,25 @@
 //
 // macOS code reaches its thread storage through gs, which belongs to the system on Windows. Tessera finds each such
 // instruction, prepares a trampoline that performs the access elsewhere, and leaves the rest to the library.
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "macho/commands.h"
+#include "tessera/check_list.h"
+#include "tessera/instruction.h"
 #include "tessera/library_file.h"
 #include "tessera/patch_image.h"
 #include "tessera/trampoline.h"
+#include "tls/patch_list.h"
 
 namespace {
 
@@ -21,18 +28,23 @@ using namespace vlm;
 using namespace vlm::tessera;
 
 constexpr char usage[] =
-    "usage: tessera --image GameAssembly.dylib --library GameAssembly.dll --output GAME/GameAssembly.dll\n"
-    "       tessera --image GameAssembly.dylib --list\n"
+    "usage: tessera IMAGE --library GameAssembly.dll -o OUT     write a library that loads this image\n"
+    "       tessera IMAGE --library GameAssembly.dll --check    compare the library's list with the image\n"
+    "       tessera IMAGE --list                                show each place, before and after\n"
     "\n"
     "Finds the instructions of the macOS image that access thread storage through gs and writes a copy of the\n"
     "library that ends in the list of their replacements. The copy loads exactly this image. A list that the\n"
-    "library already ends in is replaced, so --library and --output may name one file.\n"
+    "library already ends in is replaced, so --library and -o may name one file.\n"
     "\n"
-    "  --image FILE    the game image: x86-64 Mach-O, thin or universal\n"
-    "  --library FILE  the loader library to copy\n"
-    "  --output FILE   where the copy goes\n"
-    "  --list          print every instruction and its replacement\n"
-    "  --help          print this text\n";
+    "  IMAGE               the game image, GameAssembly.dylib: x86-64 Mach-O, thin or universal\n"
+    "  -l, --library FILE  the loader library\n"
+    "  -o, --output FILE   where the copy goes\n"
+    "      --check         writes nothing; says what of the library's list does not fit the image\n"
+    "      --list          print every replaced piece of code and its replacement\n"
+    "      --help          print this text\n"
+    "\n"
+    "Exit status: 0 done; 1 a file cannot be used, an instruction cannot be replaced, or the check found a\n"
+    "difference (each is named, nothing is written); 2 the arguments make no sense.\n";
 
 enum ExitCode { EXIT_DONE = 0, EXIT_REFUSED = 1, EXIT_USAGE = 2 };
 
@@ -41,46 +53,42 @@ struct Options {
   const char* library = nullptr;
   const char* output = nullptr;
   bool list = false;
+  bool check = false;
 };
 
 /// Nothing, after a message, when the arguments make no sense.
 std::optional<Options> read_options(int count, char** arguments) {
   Options options;
-  const struct {
-    const char* name;
-    const char** value;
-  } files[] = {{"--image", &options.image}, {"--library", &options.library}, {"--output", &options.output}};
-  for (int i = 1; i < count; ++i) {
-    if (std::strcmp(arguments[i], "--list") == 0) {
-      options.list = true;
-      continue;
-    }
-    bool known = false;
-    for (const auto& file : files) {
-      if (std::strcmp(arguments[i], file.name) != 0) continue;
-      known = true;
-      if (i + 1 == count) {
-        std::fprintf(stderr, "tessera: %s needs a file name behind it\n\n%s", file.name, usage);
-        return std::nullopt;
-      }
-      *file.value = arguments[++i];
-      break;
-    }
-    if (!known) {
-      std::fprintf(stderr, "tessera: unknown argument '%s'\n\n%s", arguments[i], usage);
-      return std::nullopt;
-    }
-  }
-  const bool writes = options.library != nullptr || options.output != nullptr;
-  const char* missing = options.image == nullptr                ? "--image"
-                        : writes && options.library == nullptr  ? "--library"
-                        : writes && options.output == nullptr   ? "--output"
-                        : !writes && !options.list              ? "--library and --output, or --list,"
-                                                                : nullptr;
-  if (missing != nullptr) {
-    std::fprintf(stderr, "tessera: %s is missing\n\n%s", missing, usage);
+  const auto complain = [](const std::string& what) {
+    std::fprintf(stderr, "tessera: %s\n\n%s", what.c_str(), usage);
     return std::nullopt;
+  };
+  for (int i = 1; i < count; ++i) {
+    const std::string_view argument = arguments[i];
+    const char** value = nullptr;
+    if (argument == "--list") {
+      options.list = true;
+    } else if (argument == "--check") {
+      options.check = true;
+    } else if (argument == "-l" || argument == "--library") {
+      value = &options.library;
+    } else if (argument == "-o" || argument == "--output") {
+      value = &options.output;
+    } else if (argument.starts_with("-")) {
+      return complain("unknown option '" + std::string(argument) + "'");
+    } else if (options.image != nullptr) {
+      return complain("one image at a time: '" + std::string(options.image) + "' or '" + std::string(argument) + "'");
+    } else {
+      options.image = arguments[i];
+    }
+    if (value == nullptr) continue;
+    if (i + 1 == count) return complain(std::string(argument) + " needs a file name behind it");
+    *value = arguments[++i];
   }
+  if (options.image == nullptr) return complain("the image is missing");
+  if (options.check && options.output != nullptr) return complain("--check writes nothing, so -o makes no sense");
+  if (options.library == nullptr && (options.check || options.output != nullptr)) return complain("--library is missing");
+  if (!options.list && !options.check && options.output == nullptr) return complain("-o, --check or --list is missing");
   return options;
 }
 
@@ -136,12 +144,79 @@ std::optional<std::string> read_image(const char* path, const std::vector<std::b
   return std::nullopt;
 }
 
-void print_list(const MachImage& image, const ImagePatch& patch) {
-  for (const auto& [site, trampoline] : patch.sites) {
-    std::printf("%s: %s   %s\n", describe_place(image, site.vmaddr).c_str(), describe_bytes(site.bytes).c_str(),
-                disassemble(site.bytes).c_str());
-    for (const std::string& line : disassemble_trampoline(trampoline)) std::printf("    %s\n", line.c_str());
+/// A line of progress on the terminal, once it turns out to take a while; nothing in scripts.
+class ProgressLine {
+ public:
+  ~ProgressLine() {
+    if (shown_) std::fputs("\r\x1b[K", stderr);
   }
+  void operator()(std::uint64_t done, std::uint64_t total) {
+    const auto now = std::chrono::steady_clock::now();
+    if (!on_terminal_ || now < next_) return;
+    next_ = now + std::chrono::milliseconds(100);
+    shown_ = true;
+    std::fprintf(stderr, "\rtessera: %llu of %llu MB of code", static_cast<unsigned long long>(done / 1'000'000),
+                 static_cast<unsigned long long>(total / 1'000'000));
+  }
+
+ private:
+  bool on_terminal_ = isatty(fileno(stderr)) != 0;
+  bool shown_ = false;
+  std::chrono::steady_clock::time_point next_ = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+};
+
+void print_list(const MachImage& image, const ImagePatch& patch) {
+  for (const PatchedPiece& piece : patch.pieces) {
+    std::printf("%s\n", describe_place(image, piece.vmaddr).c_str());
+    for (std::size_t at = 0; at < piece.bytes.size();) {
+      const auto rest = piece.bytes.subspan(at);
+      const auto bytes = rest.first(decode(rest)->size());
+      std::printf("    %-34s%s\n", describe_bytes(bytes).c_str(), disassemble(bytes, piece.vmaddr + at).c_str());
+      at += bytes.size();
+    }
+    std::puts("  becomes");
+    for (const std::string& line : disassemble_trampoline(piece.trampoline)) std::printf("    %s\n", line.c_str());
+  }
+}
+
+/// Asks whether the library's list and the image belong together.
+ExitCode check(const Options& options, const MachImage& image, std::span<const std::byte> library) {
+  const auto list = embedded_patch_list(library);
+  if (!list) return refuse("cannot use %s: %s", options.library, list.error().text.c_str());
+  if (list->empty()) return refuse("%s ends in no patch list: write one with -o", options.library);
+  const auto check = check_patch_list(image, *list, ProgressLine());
+  if (!check) return refuse("cannot check %s: %s", options.library, check.error().text.c_str());
+  for (const std::string& text : check->problems) std::fprintf(stderr, "tessera: %s\n", text.c_str());
+  if (!check->problems.empty()) return refuse("%s was not made for %s", options.library, options.image);
+  std::printf("%s: its %zu entries replace all %zu gs-relative instructions of %s\n", options.library, check->entries,
+              check->sites, options.image);
+  return EXIT_DONE;
+}
+
+/// Finds the pieces to replace, shows them, and writes the library as asked.
+ExitCode patch(const Options& options, const MachImage& image, std::span<const std::byte> library) {
+  const auto patch = patch_image(image, ProgressLine());
+  if (!patch) return refuse("cannot use %s: %s", options.image, patch.error().text.c_str());
+  if (options.list) print_list(image, *patch);
+  for (const std::string& text : patch->warnings) std::fprintf(stderr, "tessera: warning: %s\n", text.c_str());
+  for (const std::string& text : patch->refusals) std::fprintf(stderr, "tessera: %s\n", text.c_str());
+  if (!patch->refusals.empty()) {
+    return refuse("%zu of the %zu gs-relative instructions of %s cannot be replaced; nothing was written",
+                  patch->refusals.size(), patch->site_count, options.image);
+  }
+  if (options.output == nullptr) return EXIT_DONE;
+
+  const auto list = patch_list(image, *patch);
+  if (list.size() - gs_patch_trailer_size > max_gs_patch_blob) {
+    return refuse("the list for %s would have %zu bytes, more than the library reads", options.image, list.size());
+  }
+  const auto patched = with_patch_list(library, list);
+  if (!patched) return refuse("cannot use %s: %s", options.library, patched.error().text.c_str());
+  if (!write_file(options.output, *patched)) {
+    return refuse("cannot write %s: is the folder there, and is the game closed?", options.output);
+  }
+  std::printf("%s: %zu instructions of %s redirected\n", options.output, patch->site_count, options.image);
+  return EXIT_DONE;
 }
 
 ExitCode run(const Options& options) {
@@ -153,27 +228,13 @@ ExitCode run(const Options& options) {
   if (const auto fault = read_image(options.image, *image_file, image)) {
     return refuse("cannot use %s: %s", options.image, fault->c_str());
   }
-  const auto patch = patch_image(image);
-  if (!patch) return refuse("cannot use %s: %s", options.image, patch.error().text.c_str());
-
-  if (options.list) print_list(image, *patch);
-  for (const std::string& text : patch->warnings) std::fprintf(stderr, "tessera: warning: %s\n", text.c_str());
-  for (const std::string& text : patch->refusals) std::fprintf(stderr, "tessera: %s\n", text.c_str());
-  if (!patch->refusals.empty()) {
-    return refuse("%s has %zu instructions that cannot be replaced; nothing was written", options.image,
-                  patch->refusals.size());
+  std::vector<std::byte> library;
+  if (options.library != nullptr) {
+    auto file = read_file(options.library);
+    if (!file) return refuse("cannot read %s: build the library first", options.library);
+    library = std::move(*file);
   }
-  if (options.output == nullptr) return EXIT_DONE;
-
-  const auto library = read_file(options.library);
-  if (!library) return refuse("cannot read %s: build the library first", options.library);
-  const auto patched = with_patch_list(*library, patch_list(image, *patch));
-  if (!patched) return refuse("cannot use %s: %s", options.library, patched.error().text.c_str());
-  if (!write_file(options.output, *patched)) {
-    return refuse("cannot write %s: is the folder there, and is the game closed?", options.output);
-  }
-  std::printf("%s: %zu instructions of %s redirected\n", options.output, patch->sites.size(), options.image);
-  return EXIT_DONE;
+  return options.check ? check(options, image, library) : patch(options, image, library);
 }
 
 }  // namespace

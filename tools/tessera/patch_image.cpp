@@ -1,14 +1,90 @@
 #include "tessera/patch_image.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "macho/queries.h"
-#include "tessera/trampoline.h"
+#include "tessera/instruction.h"
 #include "tls/patch_list.h"
 
 namespace vlm::tessera {
+namespace {
 
 using Wide = unsigned long long;  // what %llx prints, on every system
+
+/// Chooses the pieces, site by site in the order of addresses.
+class Chooser {
+ public:
+  Chooser(const MachImage& image, std::span<const CodeRange> ranges, const GsSearch& search, ImagePatch& patch)
+      : image_(image), ranges_(ranges), search_(search), patch_(patch) {}
+
+  void choose(const GsSite& site) {
+    const std::uint64_t covered = patch_.pieces.empty() ? 0 : end_of(patch_.pieces.back());
+    if (site.vmaddr < covered) return;  // together with the site before it
+
+    // The reason that is told is the one of the first attempt: what stands in the way of the usual form.
+    std::string reason;
+    const auto attempt = [&](std::uint64_t begin) {
+      auto piece = piece_from(begin, site);
+      if (piece) {
+        while (!patch_.pieces.empty() && end_of(patch_.pieces.back()) > begin) patch_.pieces.pop_back();
+        patch_.pieces.push_back(std::move(*piece));
+      } else if (reason.empty()) {
+        reason = piece.error().text;
+      }
+      return piece.has_value();
+    };
+    if (attempt(site.vmaddr)) return;
+    if (site.bytes.size() < min_site_length) {
+      std::uint64_t begin = site.vmaddr;
+      for (const unsigned size : site.before) {
+        if (size == 0 || begin - size < covered) break;
+        if (attempt(begin -= size)) return;
+      }
+      const bool beside = covered != 0 && covered == begin && covered > ranges_[site.range].vmaddr;
+      if (beside && attempt(patch_.pieces.back().vmaddr)) return;
+    }
+    patch_.refusals.push_back("cannot replace the instruction at " + describe_place(image_, site.vmaddr) + ", " +
+                              describe_bytes(site.bytes) + ", " + disassemble(site.bytes, site.vmaddr) + ": " + reason);
+  }
+
+ private:
+  static std::uint64_t end_of(const PatchedPiece& piece) { return piece.vmaddr + piece.bytes.size(); }
+
+  /// The piece from an instruction on that holds the site and has room for a jump.
+  Result<PatchedPiece> piece_from(std::uint64_t begin, const GsSite& site) const {
+    const CodeRange& range = ranges_[site.range];
+    const auto rest = range.bytes.subspan(begin - range.vmaddr);
+    const std::size_t wanted = std::max(site.vmaddr + site.bytes.size() - begin, std::uint64_t{min_site_length});
+    std::size_t size = 0;
+    while (size < wanted) {
+      const auto decoded = decode(rest.subspan(size));
+      if (!decoded) {
+        return fault("it has %zu bytes, a jump to its trampoline needs %zu, and its function ends", site.bytes.size(),
+                     min_site_length);
+      }
+      size += decoded->size();
+    }
+    if (size > max_site_length) return fault("too many instructions beside it would have to move with it");
+    const std::uint64_t offset = begin - image_.vm_min;
+    if (search_.leads_inside(offset, offset + size)) {
+      return size == site.bytes.size()
+                 ? fault("a branch leads into it")
+                 : fault("it has %zu bytes, a jump to its trampoline needs %zu, and a branch leads to its neighbour",
+                         site.bytes.size(), min_site_length);
+    }
+    auto trampoline = make_trampoline(rest.first(size));
+    if (!trampoline) return std::unexpected(trampoline.error());
+    return PatchedPiece{begin, rest.first(size), std::move(*trampoline)};
+  }
+
+  const MachImage& image_;
+  std::span<const CodeRange> ranges_;
+  const GsSearch& search_;
+  ImagePatch& patch_;
+};
+
+}  // namespace
 
 std::string describe_place(const MachImage& image, std::uint64_t vmaddr) {
   char number[40];
@@ -24,39 +100,28 @@ std::string describe_place(const MachImage& image, std::uint64_t vmaddr) {
   return text;
 }
 
-Result<ImagePatch> patch_image(const MachImage& image) {
+Result<ImagePatch> patch_image(const MachImage& image, const Progress& progress) {
   const auto ranges = code_ranges(image);
   if (!ranges) return std::unexpected(ranges.error());
-  const GsSearch found = find_gs_sites(*ranges);
+  const auto found = find_gs_sites(image, *ranges, progress);
+  if (!found) return std::unexpected(found.error());
 
   ImagePatch patch;
-  for (const Undecoded& undecoded : found.undecoded) {
+  patch.site_count = found->sites.size();
+  for (const Undecoded& undecoded : found->undecoded) {
     patch.warnings.push_back(std::to_string(undecoded.size) + " bytes at " + describe_place(image, undecoded.vmaddr) +
                              " do not decode as instructions; a gs access among them is not redirected");
   }
-  for (const GsSite& site : found.sites) {
-    const auto refuse = [&](const std::string& reason) {
-      patch.refusals.push_back("cannot replace the instruction at " + describe_place(image, site.vmaddr) + ", " +
-                               describe_bytes(site.bytes) + ", " + disassemble(site.bytes) + ": " + reason);
-    };
-    auto trampoline = make_trampoline(site.bytes);
-    if (!trampoline) {
-      refuse(trampoline.error().text);
-    } else if (site.bytes.size() < min_site_length) {
-      refuse("it has " + std::to_string(site.bytes.size()) + " bytes, a jump to its trampoline needs " +
-             std::to_string(min_site_length));
-    } else {
-      patch.sites.push_back({site, std::move(*trampoline)});
-    }
-  }
+  Chooser chooser(image, *ranges, *found, patch);
+  for (const GsSite& site : found->sites) chooser.choose(site);
   return patch;
 }
 
 std::vector<std::byte> patch_list(const MachImage& image, const ImagePatch& patch) {
   std::vector<PatchEntry> entries;
-  for (const PatchedSite& each : patch.sites) {
-    entries.push_back({static_cast<std::uint32_t>(each.site.vmaddr - image.vm_min), each.site.bytes, address_slot,
-                       each.trampoline});
+  for (const PatchedPiece& each : patch.pieces) {
+    entries.push_back({static_cast<std::uint32_t>(each.vmaddr - image.vm_min), each.bytes, each.trampoline.slot,
+                       each.trampoline.code});
   }
   return write_patch_list(entries);
 }
