@@ -17,6 +17,9 @@ class SrwLock {
   void lock_shared() { AcquireSRWLockShared(&srw_); }
   void unlock_shared() { ReleaseSRWLockShared(&srw_); }
 
+  /// Lets the lock, held exclusively, go until the condition is signalled; may return for no reason.
+  void wait(CONDITION_VARIABLE& condition) { SleepConditionVariableSRW(&condition, &srw_, INFINITE, 0); }
+
  private:
   SRWLOCK srw_ = SRWLOCK_INIT;
 };

@@ -23,6 +23,7 @@ enum TebOffset : std::uint32_t {
   TEB_STACK_BASE = 0x08,
   TEB_STACK_LIMIT = 0x10,
   TEB_SELF = 0x30,
+  TEB_THREAD_ID = 0x48,
   TEB_DEALLOCATION_STACK = 0x1478,
   TEB_TLS_SLOTS = 0x1480,
   TEB_TLS_EXPANSION_SLOTS = 0x1780,
@@ -36,6 +37,9 @@ volatile T& teb_field(std::uint64_t teb, TebOffset offset) {
 
 /// Address of the calling thread's environment block.
 std::uint64_t current_teb();
+
+/// GetCurrentThreadId() without the call: every mutex operation asks.
+inline std::uint32_t current_thread_id() { return __readgsdword(TEB_THREAD_ID); }
 
 extern "C" std::uint64_t game_storage_offset;  // of the slot: in the TEB, or in its expansion array
 extern std::uint32_t game_tls_index;
@@ -63,6 +67,15 @@ void game_tls_set(ThreadRecord* record);
 
 /// The calling thread's record, or null when it has none.
 ThreadRecord* game_tls_get();
+
+/// The calling thread's storage, read as patched code reads it; null when it has none.
+inline void** game_storage() {
+  if (game_tls_expansion == 0) [[likely]] {
+    return reinterpret_cast<void**>(__readgsqword(static_cast<unsigned long>(game_storage_offset)));
+  }
+  const std::uint64_t array = __readgsqword(TEB_TLS_EXPANSION_SLOTS);
+  return array != 0 ? *reinterpret_cast<void***>(array + game_storage_offset) : nullptr;
+}
 
 /// Another thread's slot value, read from its environment block: 0 when it has no storage yet.
 std::uint64_t game_tls_read_teb(std::uint64_t teb);

@@ -23,6 +23,17 @@ void report_failure(const char* file, std::int64_t line, const char* what) {
   std::printf("%s:%lld: %s\n", file, static_cast<long long>(line), what);
 }
 
+constexpr DWORD time_limit_ms = 100'000;
+
+/// Names the test that does not come to an end.
+DWORD WINAPI watch(void* running_test) {
+  Sleep(time_limit_ms);
+  std::printf("%s does not end\n", *static_cast<const char* volatile*>(running_test));
+  std::fflush(stdout);
+  TerminateProcess(GetCurrentProcess(), 1);
+  return 0;
+}
+
 template <class Function>
 Function library_function(HMODULE library, const char* name) {
   const auto function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
@@ -61,6 +72,9 @@ int main(int argc, char** argv) {
   };
 
   if (argc > 2) return guest_function(argv[2])(nullptr) == 0 ? 0 : 2;
+  if (void* const running_test = native_symbol("running_test")) {
+    CloseHandle(CreateThread(nullptr, 0, watch, running_test, 0, nullptr));
+  }
   const std::int64_t checks = guest_function("run_guest_tests")(wrap_callback(reinterpret_cast<void*>(&report_failure)));
   std::printf("%lld checks, %d failures\n", static_cast<long long>(checks), failures);
   return failures == 0 && checks > 0 ? 0 : 1;

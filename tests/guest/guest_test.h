@@ -18,6 +18,7 @@ namespace guest_test {
 using Report = void (*)(const char* file, int64 line, const char* what);
 
 struct Test {
+  const char* name;
   void (*run)();
   Test* next;
 };
@@ -28,7 +29,7 @@ extern int64 checks;
 
 struct Registration {
   Test test;
-  explicit Registration(void (*run)()) : test{run, nullptr} {
+  Registration(const char* name, void (*run)()) : test{name, run, nullptr} {
     *last_test = &test;
     last_test = &test.next;
   }
@@ -46,7 +47,7 @@ inline void check(bool passed, const char* file, int64 line, const char* what) {
 // Registered by static initializers: the tests also prove that those run, in order.
 #define GUEST_TEST(name)                                        \
   static void name();                                           \
-  static guest_test::Registration register_##name(name);       \
+  static guest_test::Registration register_##name(#name, name); \
   static void name()
 
 #ifndef GUEST_TEST_NO_MAIN
@@ -61,9 +62,15 @@ extern "C" {
 /// The driver starts the library with this export; 0 keeps the steps after a successful init from running.
 int il2cpp_init(const char*) { return 0; }
 
+/// Looked at by the driver when the tests take too long.
+const char* volatile running_test = "none";
+
 int64 run_guest_tests(guest_test::Report report) {
   guest_test::report = report;
-  for (guest_test::Test* test = guest_test::first_test; test; test = test->next) test->run();
+  for (guest_test::Test* test = guest_test::first_test; test; test = test->next) {
+    running_test = test->name;
+    test->run();
+  }
   return guest_test::checks;
 }
 }

@@ -1,0 +1,187 @@
+// POSIX threads and thread-specific data on Windows threads.
+//
+// A game's pthread_t is the address of its ThreadRecord. Thread-specific data is the record's storage array, indexed
+// by key: the same memory that patched game code reaches through gs, so inlined and called accesses agree.
+#include <windows.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+#include "posix/error_numbers.h"
+#include "posix/thread_shims.h"
+#include "support/handles.h"
+#include "support/locks.h"
+#include "support/sysv.h"
+#include "support/text.h"
+#include "tls/game_tls.h"
+
+namespace vlm {
+namespace {
+
+
+constexpr std::size_t game_stack_size = 0x800000;
+constexpr std::size_t pthread_attr_size = 64;
+
+using StartRoutine = SYSV void* (*)(void*);
+using KeyDestructor = SYSV void (*)(void*);
+
+// ---- Keys -----------------------------------------------------------------------------------------------------------
+
+constexpr std::uint64_t key_count = thread_storage_slots;
+constexpr int destructor_passes = 4;
+
+struct Key {
+  std::uint32_t in_use;
+  KeyDestructor destructor;
+};
+SrwLock key_lock;  // taken by key creation only; a thread's values are touched by that thread alone
+Key keys[key_count];  // key 0 is never handed out
+
+/// The calling thread's values; null only when the thread has no record for want of memory.
+void** thread_values() {
+  if (void** storage = game_storage()) [[likely]] return storage;
+  ThreadRecord* record = register_current_thread();
+  return record != nullptr ? record->storage : nullptr;
+}
+
+SYSV std::int32_t pthread_key_create_(std::uint64_t* key, KeyDestructor destructor) {
+  const std::lock_guard guard(key_lock);
+  for (std::uint64_t i = 1; i < key_count; ++i) {
+    if (keys[i].in_use) continue;
+    keys[i] = {1, destructor};
+    *key = i;
+    return 0;
+  }
+  return DARWIN_EAGAIN;
+}
+
+SYSV std::int32_t pthread_key_delete_(std::uint64_t key) {
+  if (key < key_count) keys[key].in_use = 0;
+  return 0;
+}
+
+SYSV void* pthread_getspecific_(std::uint64_t key) {
+  if (key >= key_count) return nullptr;
+  void** const values = thread_values();
+  return values != nullptr ? values[key] : nullptr;
+}
+
+SYSV std::int32_t pthread_setspecific_(std::uint64_t key, void* value) {
+  void** const values = key < key_count ? thread_values() : nullptr;
+  if (values == nullptr) return DARWIN_EINVAL;
+  values[key] = value;
+  return 0;
+}
+
+/// A destructor may store a value again: another pass sees it, up to a limit.
+void destroy_values(ThreadRecord* record) {
+  for (int pass = 0; pass < destructor_passes; ++pass) {
+    bool called = false;
+    for (std::uint64_t i = 0; i < key_count; ++i) {
+      void* const value = record->storage[i];
+      if (!keys[i].in_use || keys[i].destructor == nullptr || value == nullptr) continue;
+      record->storage[i] = nullptr;
+      keys[i].destructor(value);
+      called = true;
+    }
+    if (!called) return;
+  }
+}
+
+// ---- Threads --------------------------------------------------------------------------------------------------------
+
+/// On the creator's stack; the creator waits until the new thread has read it.
+struct StartBlock {
+  ThreadRecord* record;
+  StartRoutine start;
+  void* argument;
+  HANDLE ready;
+};
+
+DWORD WINAPI thread_procedure(void* parameter) {
+  const StartBlock block = *static_cast<StartBlock*>(parameter);
+  game_tls_set(block.record);  // in place of the record that the attach callback made
+  set_stack_limits(block.record, current_teb());
+  SetEvent(block.ready);
+  block.record->exit_value = block.start(block.argument);
+  destroy_values(block.record);
+  return 0;
+}
+
+std::int32_t creation_failed() {
+  shim_errno = DARWIN_EAGAIN;
+  return DARWIN_EAGAIN;
+}
+
+SYSV std::int32_t pthread_create_(ThreadRecord** thread, const void*, StartRoutine start, void* argument) {
+  ThreadRecord* record = make_thread_record();
+  if (record == nullptr) return creation_failed();
+  if (!register_thread_record(record)) {
+    std::free(record);  // nobody has seen it
+    return creation_failed();
+  }
+  const UniqueHandle ready(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+  if (!ready) return creation_failed();
+  StartBlock block{record, start, argument, ready.get()};
+  // Suspended until its record is whole: whoever learns its port may use the handle.
+  DWORD thread_id = 0;
+  const HANDLE handle =
+      CreateThread(nullptr, game_stack_size, thread_procedure, &block, CREATE_SUSPENDED, &thread_id);
+  if (handle == nullptr) return creation_failed();
+  record->handle = handle;
+  record->thread_id = thread_id;
+  ResumeThread(handle);
+  WaitForSingleObject(ready.get(), INFINITE);
+  *thread = record;
+  return 0;
+}
+
+SYSV ThreadRecord* pthread_self_() { return register_current_thread(); }
+
+SYSV std::uint64_t pthread_get_stackaddr_np_(const ThreadRecord* thread) {
+  return thread != nullptr ? thread->stack_high : 0;
+}
+
+SYSV std::int32_t pthread_setname_np_(const char* name) {
+  using SetThreadDescription = HRESULT(WINAPI*)(HANDLE, const wchar_t*);  // since Windows 10
+  static const auto set_description = reinterpret_cast<SetThreadDescription>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "SetThreadDescription")));
+  const auto wide = to_host_path(name);
+  if (set_description != nullptr && wide) set_description(GetCurrentThread(), wide.get());
+  return 0;
+}
+
+SYSV std::int32_t pthread_setcancelstate_(std::int32_t, std::int32_t* old) {
+  if (old != nullptr) *old = 0;
+  return 0;
+}
+
+SYSV std::int32_t pthread_attr_init_(void* attribute) {
+  std::memset(attribute, 0, pthread_attr_size);
+  return 0;
+}
+
+/// Calls that have nothing to do here: there is no join, no fork and nothing to give back.
+SYSV std::int32_t succeed() { return 0; }
+
+}  // namespace
+
+const ShimEntry thread_shims[13] = {
+    {"_pthread_create", shim(pthread_create_)},
+    {"_pthread_self", shim(pthread_self_)},
+    {"_pthread_detach", shim(succeed)},
+    {"_pthread_get_stackaddr_np", shim(pthread_get_stackaddr_np_)},
+    {"_pthread_setname_np", shim(pthread_setname_np_)},
+    {"_pthread_setcancelstate", shim(pthread_setcancelstate_)},
+    {"_pthread_atfork", shim(succeed)},
+    {"_pthread_attr_init", shim(pthread_attr_init_)},
+    {"_pthread_attr_destroy", shim(succeed)},
+    {"_pthread_key_create", shim(pthread_key_create_)},
+    {"_pthread_key_delete", shim(pthread_key_delete_)},
+    {"_pthread_getspecific", shim(pthread_getspecific_)},
+    {"_pthread_setspecific", shim(pthread_setspecific_)},
+};
+
+}  // namespace vlm
