@@ -23,15 +23,20 @@ void report_failure(const char* file, std::int64_t line, const char* what) {
   std::printf("%s:%lld: %s\n", file, static_cast<long long>(line), what);
 }
 
+/// Ends the process as il2cpp_shutdown does: threads of the game and the library still run.
+[[noreturn]] void end(int code) {
+  std::fflush(nullptr);
+  TerminateProcess(GetCurrentProcess(), code);
+  for (;;) Sleep(INFINITE);
+}
+
 constexpr DWORD time_limit_ms = 100'000;
 
 /// Names the test that does not come to an end.
 DWORD WINAPI watch(void* running_test) {
   Sleep(time_limit_ms);
   std::printf("%s does not end\n", *static_cast<const char* volatile*>(running_test));
-  std::fflush(stdout);
-  TerminateProcess(GetCurrentProcess(), 1);
-  return 0;
+  end(1);
 }
 
 template <class Function>
@@ -71,11 +76,11 @@ int main(int argc, char** argv) {
     return reinterpret_cast<std::int64_t (*)(void*)>(wrap_sysv(address, 1));
   };
 
-  if (argc > 2) return guest_function(argv[2])(nullptr) == 0 ? 0 : 2;
+  if (argc > 2) end(guest_function(argv[2])(nullptr) == 0 ? 0 : 2);
   if (void* const running_test = native_symbol("running_test")) {
     CloseHandle(CreateThread(nullptr, 0, watch, running_test, 0, nullptr));
   }
   const std::int64_t checks = guest_function("run_guest_tests")(wrap_callback(reinterpret_cast<void*>(&report_failure)));
   std::printf("%lld checks, %d failures\n", static_cast<long long>(checks), failures);
-  return failures == 0 && checks > 0 ? 0 : 1;
+  end(failures == 0 && checks > 0 ? 0 : 1);
 }
