@@ -2,6 +2,7 @@
 add_library(vlm STATIC
   ${VLM_CORE_SOURCES}
   src/abi/callbacks.cpp
+  src/abi/format_shims.cpp
   src/abi/shims.cpp
   src/abi/pending.cpp
   src/abi/entries.S

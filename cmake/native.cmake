@@ -26,6 +26,7 @@ add_fuzzer(fuzz_image)
 add_fuzzer(fuzz_fixups)
 add_fuzzer(fuzz_export_trie)
 add_fuzzer(fuzz_patch_list)
+add_fuzzer(fuzz_format)
 
 # Makes images of any size for the loader's benchmark.
 add_executable(make_image benchmarks/make_image.cpp)

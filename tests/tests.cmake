@@ -29,7 +29,7 @@ add_test(NAME unit COMMAND unit_tests)
 set_tests_properties(unit PROPERTIES TIMEOUT 300)
 
 # ---- Guest tests -----------------------------------------------------------------------------------------------------
-foreach(guest c_library start echo local)
+foreach(guest c_library format start echo local)
   add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
 
@@ -74,7 +74,7 @@ add_test(NAME native.mutate_images COMMAND ${VLM_NATIVE_DIR}/mutate_images)
 set_tests_properties(native.tessera native.mutate_images PROPERTIES TIMEOUT 60)
 
 # A short run of each fuzz target from the seeds of the build, the same every time: what it finds new is thrown away.
-foreach(target fuzz_image fuzz_fixups fuzz_export_trie fuzz_patch_list)
+foreach(target fuzz_image fuzz_fixups fuzz_export_trie fuzz_patch_list fuzz_format)
   set(corpus ${CMAKE_BINARY_DIR}/corpus/${target})
   set(seeds ${VLM_NATIVE_DIR}/fuzz_seeds/${target})
   add_test(NAME native.${target} COMMAND bash -c

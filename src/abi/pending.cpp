@@ -2,6 +2,7 @@
 // which symbol was called, and returns zero when the library is told to go on. A body leaves this file when its
 // family defines it.
 #include "abi/entries.h"
+#include "abi/format.h"
 #include "binding/shim_table.h"
 
 namespace {
@@ -22,15 +23,6 @@ constexpr const char* foundation = "Foundation";
 
 extern "C" {
 
-SYSV std::int32_t vsnprintf_body(char*, std::uint64_t, const char*, SysvVaList*) {
-  return static_cast<std::int32_t>(MISSING(c_library, "_snprintf"));
-}
-SYSV std::int32_t fprintf_body(void*, const char*, SysvVaList*) {
-  return static_cast<std::int32_t>(MISSING(c_library, "_fprintf"));
-}
-SYSV std::int32_t sscanf_body(const char*, const char*, SysvVaList*) {
-  return static_cast<std::int32_t>(MISSING(c_library, "_sscanf"));
-}
 SYSV std::int32_t open_body(const char*, std::int32_t, SysvVaList*) {
   return static_cast<std::int32_t>(MISSING(c_library, "_open"));
 }
@@ -60,3 +52,8 @@ void dispatch_managed_call(IcallRecord*, const RegisterSaveArea*, const std::uin
 }
 
 }  // extern "C"
+
+const char* vlm::objc_object_cstring(void* object) {
+  if (object != nullptr) MISSING(foundation, "%@");
+  return "(null)";
+}

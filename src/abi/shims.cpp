@@ -7,9 +7,10 @@ namespace vlm {
 
 #define ENTRY(function) reinterpret_cast<const void*>(&function)
 
-const ShimEntry abi_block1_shims[7] = {
-    {"_snprintf", ENTRY(snprintf_entry)}, {"_fprintf", ENTRY(fprintf_entry)},   {"_sscanf", ENTRY(sscanf_entry)},
-    {"__setjmp", ENTRY(setjmp_entry)},    {"_setjmp", ENTRY(setjmp_entry)},     {"__longjmp", ENTRY(longjmp_entry)},
+const ShimEntry abi_block1_shims[4] = {
+    {"__setjmp", ENTRY(setjmp_entry)},
+    {"_setjmp", ENTRY(setjmp_entry)},
+    {"__longjmp", ENTRY(longjmp_entry)},
     {"_longjmp", ENTRY(longjmp_entry)},
 };
 

@@ -1,11 +1,12 @@
-// The shim rows whose implementation is an entry of entries.S, for the catalogue.
+// The shim rows of formatting and of what else is an entry of entries.S, for the catalogue.
 #pragma once
 
 #include "binding/shim_table.h"
 
 namespace vlm {
 
-extern const ShimEntry abi_block1_shims[7];  // formatting and scanning, non-local jumps
+extern const ShimEntry format_shims[4];      // format_shims.cpp
+extern const ShimEntry abi_block1_shims[4];  // non-local jumps
 extern const ShimEntry abi_block2_shims[3];  // descriptors
 extern const ShimEntry abi_block6_shims[3];  // message send, NSLog
 

@@ -25,7 +25,7 @@ void register_block(const ShimEntry (&... families)[Rows]) {
 void register_first_shim_block() {
   // C library
   register_block<123>(error_shims, memory_shims, string_shims, number_shims, math_shims, rune_locale_shims,
-                      sorting_shims, random_shims, stream_shims, abi_block1_shims);
+                      sorting_shims, random_shims, stream_shims, format_shims, abi_block1_shims);
 }
 
 void register_other_shim_blocks() {

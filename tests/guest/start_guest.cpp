@@ -14,7 +14,6 @@ int32 _setjmp(JumpBuffer) __attribute__((returns_twice));
 [[noreturn]] void _longjmp(JumpBuffer, int32);
 
 void objc_msgSend();  // cast to the shape of each message, as compiled code does
-int32 snprintf(char*, uint64, const char*, ...);
 }
 
 namespace {
@@ -89,10 +88,6 @@ int64 call_missing_function() {
   int64 sum = 0;
   for (int i = 0; i < 4; ++i) sum += missing_function(i);
   return sum;
-}
-int64 call_variadic() {
-  char text[16];
-  return snprintf(text, sizeof text, "%d", 5);
 }
 int64 send_to_object() {
   uint64 object[4] = {};

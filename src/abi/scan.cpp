@@ -1,0 +1,346 @@
+#include "abi/scan.h"
+
+#include <bitset>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <string>
+
+#include "abi/format_length.h"
+
+namespace vlm {
+namespace {
+
+bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+char to_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
+
+/// A digit's value, 36 when `c` is none in any base.
+int digit_value(char c) {
+  if (is_digit(c)) return c - '0';
+  c = to_lower(c);
+  return c >= 'a' && c <= 'z' ? c - 'a' + 10 : 36;
+}
+
+/// The input as one conversion sees it: it ends at the NUL or where the field's width does.
+struct Field {
+  const char* at;
+  std::uint64_t width;  // characters left
+
+  char peek() const { return width > 0 ? *at : '\0'; }
+  void skip() {
+    ++at;
+    --width;
+  }
+  /// Takes the character when it is `c`, a lower-case letter or no letter at all, in either case.
+  bool take(char c) {
+    if (to_lower(peek()) != c) return false;
+    skip();
+    return true;
+  }
+  bool take_sign() {
+    const bool negative = take('-');
+    if (!negative) take('+');
+    return negative;
+  }
+};
+
+/// What stands between '%' and the end of the conversion.
+struct Specification {
+  bool suppressed = false;
+  std::uint64_t width = 0;  // 0: not given
+  Length length = Length::none;
+  char conversion = 0;  // 0: the format ends before it
+  std::bitset<256> set;  // of '['
+};
+
+/// Reads a set from behind its '[' to behind its ']'. A '-' between two characters in their order is a range.
+std::bitset<256> read_set(const char*& format) {
+  std::bitset<256> set;
+  const bool inverted = *format == '^';
+  if (inverted) ++format;
+  for (bool first = true; *format != 0 && (first || *format != ']'); first = false) {
+    const auto from = static_cast<unsigned char>(*format++);
+    set.set(from);
+    while (format[0] == '-' && format[1] != 0 && format[1] != ']' && static_cast<unsigned char>(format[1]) >= from) {
+      for (unsigned c = from; c <= static_cast<unsigned char>(format[1]); ++c) set.set(c);
+      format += 2;  // [a-c-e] goes on: a to e
+    }
+  }
+  if (*format != 0) ++format;
+  return inverted ? ~set : set;
+}
+
+Specification read_specification(const char*& format) {
+  Specification specification;
+  if (*format == '*') {
+    specification.suppressed = true;
+    ++format;
+  }
+  for (; is_digit(*format); ++format) {
+    if (specification.width < std::numeric_limits<std::uint32_t>::max()) {
+      specification.width = 10 * specification.width + static_cast<std::uint64_t>(*format - '0');
+    }
+  }
+  specification.length = read_length(format);
+  if (*format == 0) return specification;
+  specification.conversion = *format++;
+  if (specification.conversion == '[') specification.set = read_set(format);
+  if (specification.conversion == 'S' || specification.conversion == 'C') {
+    specification.conversion = to_lower(specification.conversion);
+    specification.length = Length::wide;
+  }
+  return specification;
+}
+
+/// An integer of the base (0: by its prefix) as its 64 bits, clamped where it has more. False when there is none.
+bool match_integer(Field& field, int base, bool is_signed, std::uint64_t& bits) {
+  const bool negative = field.take_sign();
+  bool any = false;
+  if ((base == 0 || base == 16) && field.take('0')) {
+    any = true;
+    if (field.take('x')) {
+      any = false;
+      base = 16;
+    } else if (base == 0) {
+      base = 8;
+    }
+  }
+  if (base == 0) base = 10;
+  std::uint64_t magnitude = 0;
+  bool too_large = false;
+  for (; digit_value(field.peek()) < base; field.skip()) {
+    any = true;
+    too_large |= __builtin_mul_overflow(magnitude, static_cast<std::uint64_t>(base), &magnitude);
+    too_large |= __builtin_add_overflow(magnitude, static_cast<std::uint64_t>(digit_value(field.peek())), &magnitude);
+  }
+  const std::uint64_t most = is_signed ? (std::uint64_t{1} << 63) - !negative : UINT64_MAX;
+  if (too_large || magnitude > most) {
+    bits = most;
+  } else {
+    bits = negative ? 0 - magnitude : magnitude;
+  }
+  return any;
+}
+
+/// A floating-point number as it stands in the input.
+struct FloatItem {
+  enum { number, infinity, nan } kind = number;
+  bool negative = false;
+  bool hexadecimal = false;
+  const char* first = nullptr;  // the digits: behind sign and "0x"
+  const char* last = nullptr;
+};
+
+/// Takes the longest start of a number; false when that is no number.
+bool match_float(Field& field, FloatItem& item) {
+  item.negative = field.take_sign();
+  if (field.take('i')) {
+    item.kind = FloatItem::infinity;
+    if (!field.take('n') || !field.take('f')) return false;
+    if (!field.take('i')) return true;
+    return field.take('n') && field.take('i') && field.take('t') && field.take('y');
+  }
+  if (field.take('n')) {
+    item.kind = FloatItem::nan;
+    if (!field.take('a') || !field.take('n')) return false;
+    if (!field.take('(')) return true;
+    while (digit_value(field.peek()) < 36 || field.peek() == '_') field.skip();
+    return field.take(')');
+  }
+  item.first = field.at;
+  bool any = field.take('0');
+  if (any && field.take('x')) {
+    item.hexadecimal = true;
+    item.first = field.at;
+    any = false;
+  }
+  const auto take_digits = [&](int base) {
+    for (; digit_value(field.peek()) < base; field.skip()) any = true;
+  };
+  const int base = item.hexadecimal ? 16 : 10;
+  take_digits(base);
+  if (field.take('.')) take_digits(base);
+  if (any && field.take(item.hexadecimal ? 'p' : 'e')) {
+    field.take_sign();
+    any = false;
+    take_digits(10);
+  }
+  item.last = field.at;
+  return any;
+}
+
+/// The 80-bit value of a finite number, without its sign.
+long double extended_value(const FloatItem& item) {
+  std::string text = item.hexadecimal ? "0x" : "";  // a copy: the number may end before its digits do
+  text.append(item.first, item.last);
+  return std::strtold(text.c_str(), nullptr);
+}
+
+template <class T>
+T float_value(const FloatItem& item) {
+  T value = 0;
+  if (item.kind == FloatItem::infinity) {
+    value = std::numeric_limits<T>::infinity();
+  } else if (item.kind == FloatItem::nan) {
+    value = std::numeric_limits<T>::quiet_NaN();
+  } else if constexpr (sizeof(T) > sizeof(double)) {
+    value = extended_value(item);
+  } else {
+    const auto format = item.hexadecimal ? std::chars_format::hex : std::chars_format::general;
+    const auto result = std::from_chars(item.first, item.last, value, format);
+    // from_chars does not say whether the number is too large or too small; the wider range of 80 bits does.
+    if (result.ec != std::errc()) value = static_cast<T>(extended_value(item));
+  }
+  return item.negative ? -value : value;
+}
+
+void store_float(void* to, const FloatItem& item, Length length) {
+  if (length == Length::L) {
+    const auto value = float_value<long double>(item);
+    std::memcpy(to, &value, 10);  // the rest of its 16 bytes is padding
+  } else if (length == Length::wide) {
+    const auto value = float_value<double>(item);
+    std::memcpy(to, &value, sizeof value);
+  } else {
+    const auto value = float_value<float>(item);
+    std::memcpy(to, &value, sizeof value);
+  }
+}
+
+/// Bytes of the UTF-8 character at `text` and its value; 0 when it is ill-formed.
+std::size_t decode_utf8(const char* text, std::uint32_t& value) {
+  const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  value = byte(0);
+  if (value < 0x80) return 1;
+  const std::size_t size = value < 0xC0 ? 0 : value < 0xE0 ? 2 : value < 0xF0 ? 3 : value < 0xF8 ? 4 : 0;
+  if (size == 0) return 0;
+  value &= 0x7Fu >> size;
+  for (std::size_t i = 1; i < size; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;  // a NUL, too
+    value = value << 6 | (byte(i) & 0x3F);
+  }
+  static constexpr std::uint32_t least[] = {0x80, 0x800, 0x10000};
+  const bool surrogate = value >= 0xD800 && value < 0xE000;
+  return value < least[size - 2] || value > 0x10FFFF || surrogate ? 0 : size;
+}
+
+enum class Match { done, mismatch, end_of_input };
+
+/// %s, %c and %[: characters of the set, as many as the field allows.
+///   to     where they go, a NUL behind them unless `exactly`; null when suppressed
+///   wide   the input is UTF-8, 32-bit characters are stored, and the width counts characters
+Match match_text(Field& field, const std::bitset<256>& set, bool exactly, bool wide, char* to) {
+  const auto belongs = [&set](char c) { return c != 0 && set.test(static_cast<unsigned char>(c)); };
+  std::uint64_t taken = 0;
+  const std::size_t unit = wide ? sizeof(std::uint32_t) : 1;
+  for (; belongs(field.peek()); ++taken) {
+    std::uint32_t c = static_cast<unsigned char>(*field.at);
+    if (wide) {
+      const std::size_t size = decode_utf8(field.at, c);
+      if (size == 0) return Match::end_of_input;  // an encoding error ends the input
+      field.at += size - 1;
+    }
+    field.skip();
+    if (to != nullptr) std::memcpy(to + unit * taken, &c, unit);
+  }
+  if (exactly) return field.width == 0 ? Match::done : Match::mismatch;
+  if (taken == 0) return Match::mismatch;
+  if (to != nullptr) std::memset(to + unit * taken, 0, unit);
+  return Match::done;
+}
+
+std::bitset<256> set_of_words() {
+  std::bitset<256> set;
+  set.set();
+  for (const char c : {' ', '\t', '\n', '\v', '\f', '\r'}) set.reset(static_cast<unsigned char>(c));
+  return set;
+}
+
+/// Matches one conversion that takes input and stores its value.
+Match match_conversion(const char*& input, const Specification& specification, SysvVaList& arguments) {
+  const char conversion = specification.conversion;
+  if (conversion != 'c' && conversion != '[') {
+    while (is_space(*input)) ++input;
+  }
+  if (*input == 0) return Match::end_of_input;
+  // The place is taken when there is something to store there, so a list may be shorter than its format.
+  const auto place = [&] { return specification.suppressed ? nullptr : arguments.next<char*>(); };
+  Field field{input, specification.width > 0 ? specification.width : UINT64_MAX};
+  const bool wide = specification.length == Length::wide;
+  Match match = Match::done;
+  switch (conversion) {
+    case 'c':
+      if (specification.width == 0) field.width = 1;
+      match = match_text(field, std::bitset<256>().set(), true, wide, place());
+      break;
+    case 's': match = match_text(field, set_of_words(), false, wide, place()); break;
+    case '[': match = match_text(field, specification.set, false, wide, place()); break;
+    case 'd':
+    case 'i':
+    case 'o':
+    case 'u':
+    case 'x':
+    case 'X':
+    case 'p': {
+      const bool is_signed = conversion == 'd' || conversion == 'i';
+      const int base = conversion == 'i' ? 0 : conversion == 'o' ? 8 : is_signed || conversion == 'u' ? 10 : 16;
+      std::uint64_t bits;
+      if (!match_integer(field, base, is_signed, bits)) return Match::mismatch;
+      if (char* const to = place()) store_integer(to, bits, conversion == 'p' ? Length::wide : specification.length);
+      break;
+    }
+    default: {  // floating point, all of them alike
+      FloatItem item;
+      if (!match_float(field, item)) return Match::mismatch;
+      if (char* const to = place()) store_float(to, item, specification.length);
+    }
+  }
+  input = field.at;
+  return match;
+}
+
+}  // namespace
+
+std::int32_t scan_text(const char* input, const char* format, SysvVaList& arguments) {
+  if (input == nullptr || format == nullptr) return -1;
+  const char* const start = input;
+  bool any_conversion = false;
+  std::int32_t stored = 0;
+  const auto at_end_of_input = [&] { return any_conversion ? stored : -1; };
+  while (*format != 0) {
+    if (is_space(*format)) {
+      while (is_space(*input)) ++input;
+      ++format;
+      continue;
+    }
+    if (*format != '%' || format[1] == '%') {
+      if (*format == '%') {
+        while (is_space(*input)) ++input;  // "%%" is a conversion in this respect
+        ++format;
+      }
+      if (*input == 0) return at_end_of_input();
+      if (*input++ != *format++) return stored;
+      continue;
+    }
+    ++format;
+    const Specification specification = read_specification(format);
+    if (specification.conversion == 'n') {
+      const auto count = static_cast<std::uint64_t>(input - start);
+      if (!specification.suppressed) store_integer(arguments.next<void*>(), count, specification.length);
+      continue;
+    }
+    // The format ends early, or nobody knows the conversion: nothing more can be matched.
+    const char conversion = specification.conversion;
+    if (conversion == 0 || std::strchr("diouxXpaAeEfFgGsc[", conversion) == nullptr) return stored;
+    const Match match = match_conversion(input, specification, arguments);
+    if (match == Match::end_of_input) return at_end_of_input();
+    if (match == Match::mismatch) return stored;
+    any_conversion = true;
+    stored += !specification.suppressed;
+  }
+  return stored;
+}
+
+}  // namespace vlm

@@ -1,0 +1,99 @@
+// Any bytes as a format with its arguments, for printf and for sscanf. The sanitizers judge the reads and writes; every
+// size of buffer must get the same text, cut.
+//
+//   byte 0   bit 0: every integer argument is a valid place and text, so that %s, %ls, %n and scanning may follow it;
+//            else the arguments are random and conversions that would follow them are replaced
+//   byte 1   length of the format; the rest: the arguments, and the input to scan
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "abi/format.h"
+#include "abi/scan.h"
+
+const char* vlm::objc_object_cstring(void* object) { return object != nullptr ? "an object" : "(null)"; }
+
+namespace {
+
+constexpr std::size_t most_arguments = 260;  // every character of a format takes one at most; extended ones two words
+
+struct Block {
+  alignas(16) vlm::RegisterSaveArea area;
+  alignas(16) std::uint64_t stack[2 * most_arguments];
+
+  vlm::SysvVaList list() const {
+    return {0, SAVE_AREA_XMM, reinterpret_cast<const std::byte*>(stack), reinterpret_cast<const std::byte*>(&area)};
+  }
+  void set(std::size_t index, std::uint64_t word) {
+    if (index < sizeof area / 8) {
+      std::memcpy(reinterpret_cast<std::byte*>(&area) + 8 * index, &word, 8);
+    } else {
+      stack[index - sizeof area / 8] = word;
+    }
+  }
+};
+
+constexpr std::size_t words = sizeof(Block) / 8;
+
+/// Makes a place for %n and for what is scanned; as a text, narrow or wide, it ends.
+void fill_place(std::vector<std::uint32_t>& place) {
+  std::ranges::fill(place, 0);
+  for (std::uint32_t i = 0; i < 20; ++i) place[i] = 0x41 + (i << (i % 21));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 2) return 0;
+  const bool places = data[0] & 1;
+  const std::size_t length = std::min<std::size_t>(data[1], size - 2);
+  std::string text(reinterpret_cast<const char*>(data + 2), length);
+  if (!places) {
+    std::ranges::replace_if(text, [](char c) { return c == 's' || c == 'n' || c == '@'; }, 'd');
+  }
+  // On the heap and no byte longer: a read behind the NUL shows.
+  const auto format = std::make_unique<char[]>(text.size() + 1);
+  std::memcpy(format.get(), text.c_str(), text.size() + 1);
+  data += 2 + length;
+  size -= 2 + length;
+
+  const std::string input = std::string(reinterpret_cast<const char*>(data), size).c_str();  // up to its first NUL
+  std::vector<std::uint32_t> place(input.size() + 40);
+  fill_place(place);
+  const auto block = std::make_unique<Block>();
+  for (std::size_t i = 0; i < words; ++i) {
+    std::uint64_t word = 0;
+    if (size > 0) {
+      for (std::size_t byte = 0; byte < 8; ++byte) word = word << 8 | data[(8 * i + byte) % size];
+    }
+    const bool vector = i >= 6 && i < sizeof(vlm::RegisterSaveArea) / 8;
+    if (places && !vector) word = reinterpret_cast<std::uint64_t>(place.data());
+    block->set(i, word);
+  }
+
+  vlm::SysvVaList list = block->list();
+  const std::uint64_t complete = vlm::format_text(nullptr, 0, format.get(), list);
+  std::string longest;
+  for (const std::uint64_t room : {2000, 1000, 64, 17, 2, 1}) {
+    fill_place(place);
+    const auto buffer = std::make_unique<char[]>(room);
+    list = block->list();
+    if (vlm::format_text(buffer.get(), room, format.get(), list) != complete) std::abort();
+    const std::string written(buffer.get(), std::min(complete, room - 1));
+    if (buffer[written.size()] != 0) std::abort();
+    if (longest.empty()) longest = written;
+    if (!longest.starts_with(written)) std::abort();
+  }
+
+  if (places) {
+    const auto scanned = std::make_unique<char[]>(input.size() + 1);
+    std::memcpy(scanned.get(), input.c_str(), input.size() + 1);
+    list = block->list();
+    const std::int32_t stored = vlm::scan_text(scanned.get(), format.get(), list);
+    if (stored < -1 || stored > 255) std::abort();
+  }
+  return 0;
+}
