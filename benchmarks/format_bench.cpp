@@ -1,0 +1,75 @@
+// What formatting costs the game: snprintf of the real library called by a guest image, against the host's two called
+// by Windows code (the C runtime's, and the one that this toolchain brings along, which "std" names).
+#include <windows.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+#include "report.h"
+#include "vlm.h"
+
+namespace {
+
+using Loop = std::int64_t (*)(char* into, std::uint64_t size, std::int64_t calls);
+
+constexpr std::int64_t calls = 20'000;
+
+template <auto Print>
+std::int64_t words(char* into, std::uint64_t size, std::int64_t count) {
+  std::int64_t sum = 0;
+  for (std::int64_t i = 0; i < count; ++i) sum += Print(into, size, "%d %s", static_cast<int>(i), "velmora");
+  return sum;
+}
+
+template <auto Print>
+std::int64_t fraction(char* into, std::uint64_t size, std::int64_t count) {
+  std::int64_t sum = 0;
+  for (std::int64_t i = 0; i < count; ++i) sum += Print(into, size, "%.3f", static_cast<double>(i) * 0.7);
+  return sum;
+}
+
+constexpr auto std_print = [](char* into, std::size_t size, const char* format, auto... values) {
+  return std::snprintf(into, size, format, values...);
+};
+constexpr auto runtime_print = [](char* into, std::size_t size, const char* format, auto... values) {
+  return _snprintf(into, size, format, values...);
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
+  const HMODULE library = LoadLibraryA("GameAssembly.dll");
+  if (library == nullptr) return 1;
+  const auto function = [&](const char* name) { return reinterpret_cast<void*>(GetProcAddress(library, name)); };
+  reinterpret_cast<int (*)(const char*)>(function("il2cpp_init"))("bench");
+  const auto guest_loop = [&](const char* name) {
+    const auto native_symbol = reinterpret_cast<decltype(&vlm_native_symbol)>(function("vlm_native_symbol"));
+    const auto wrap = reinterpret_cast<decltype(&vlm_wrap_sysv_function)>(function("vlm_wrap_sysv_function"));
+    return reinterpret_cast<Loop>(wrap(native_symbol(name), 3));
+  };
+  const Loop guest_words = guest_loop("format_words"), guest_fraction = guest_loop("format_fraction");
+
+  const struct {
+    const char* name;
+    Loop peer;
+    Loop ours;
+    const char* goal;
+  } rows[] = {
+      {"_snprintf \"%d %s\", peer: C runtime", words<runtime_print>, guest_words, "1.2"},
+      {"_snprintf \"%d %s\", peer: std", words<std_print>, guest_words, "1.2"},
+      {"_snprintf \"%.3f\", peer: C runtime", fraction<runtime_print>, guest_fraction, "0.6"},
+      {"_snprintf \"%.3f\", peer: std", fraction<std_print>, guest_fraction, "0.6"},
+  };
+  for (const auto& row : rows) {
+    char theirs[64] = "", text[64] = "";
+    if (row.peer(theirs, sizeof theirs, 1000) != row.ours(text, sizeof text, 1000) || std::string(theirs) != text) {
+      std::printf("%s: the texts differ: %s, %s\n", row.name, theirs, text);
+      return 1;
+    }
+    const auto time = vlm::bench::compare(
+        101, 1, [&] { row.peer(theirs, sizeof theirs, calls); }, [&] { row.ours(text, sizeof text, calls); });
+    vlm::bench::print_row(row.name, "ns", time.peer / calls, time.ours / calls, row.goal);
+  }
+}
