@@ -34,7 +34,7 @@ foreach(guest c_library format start echo local)
 endforeach()
 
 add_windows_test_program(guest_driver tests/guest/driver.cpp)
-foreach(guest c_library start)
+foreach(guest c_library format start)
   game_test(guest.${guest} guest_driver $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
 endforeach()
 
