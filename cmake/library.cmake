@@ -31,6 +31,11 @@ add_library(vlm STATIC
   src/posix/sorting.cpp
   src/posix/streams.cpp
   src/posix/strings.cpp
+  src/posix/dispatch.cpp
+  src/posix/mach_threads.cpp
+  src/posix/mutexes.cpp
+  src/posix/signals.cpp
+  src/posix/threads.cpp
   src/support/text.cpp
   src/tls/adopt.cpp
   src/tls/game_tls.cpp

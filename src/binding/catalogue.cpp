@@ -10,6 +10,7 @@
 #include "abi/shims.h"
 #include "binding/shim_table.h"
 #include "posix/shims.h"
+#include "posix/thread_shims.h"
 
 namespace vlm {
 namespace {
@@ -30,7 +31,8 @@ void register_first_shim_block() {
 
 void register_other_shim_blocks() {
   register_block<41>(abi_block2_shims);  // files and descriptors
-  register_block<59>();                  // threads, Mach, dispatch, system information, dynamic loading
+  // threads, Mach, dispatch, system information, dynamic loading
+  register_block<59>(thread_shims, mutex_shims, dispatch_shims, mach_shims, signal_shims);
   register_block<9>();                   // C++ allocation
   register_block<19>();                  // C++ strings
   register_block<21>(abi_block6_shims);  // Objective-C runtime
