@@ -20,7 +20,7 @@ file(CONFIGURE OUTPUT ${SAMPLE_EXPORTS} CONTENT "${export_lines}\n" @ONLY)
 # What the game takes from the library. Anything else that stays undefined is an error of the game, not an import.
 set(SAMPLE_IMPORTS
   _calloc _malloc _free _memcpy _memset ___bzero _memcmp _strlen _strcmp _strchr _strdup
-  _fwrite _fflush ___stdoutp
+  _fprintf _snprintf _fflush ___stdoutp
   _objc_msgSend _OBJC_CLASS_$_NSObject _OBJC_METACLASS_$_NSObject __objc_empty_cache
   dyld_stub_binder)
 set(import_flags)

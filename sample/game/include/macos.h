@@ -23,8 +23,9 @@ char* strdup(const char* text);
 
 typedef struct FILE FILE;
 extern FILE* __stdoutp;
-size_t fwrite(const void* data, size_t size, size_t count, FILE* stream);
 int fflush(FILE* stream);
+int fprintf(FILE* stream, const char* format, ...);
+int snprintf(char* buffer, size_t size, const char* format, ...);
 
 #ifdef __cplusplus
 }

@@ -11,9 +11,7 @@ static size_t memory_pool_region_size;
 void log(const Text& text) {
   count_event(EVENT_LOG);
   if (log_callback != nullptr) return log_callback(text.c_str());
-  Text line = text;
-  line << "\n";
-  fwrite(line.c_str(), 1, line.size(), __stdoutp);
+  fprintf(__stdoutp, "%s\n", text.c_str());
   fflush(__stdoutp);
 }
 

@@ -1,4 +1,4 @@
-// A line of text under construction: all the formatting that the game needs.
+// A line of text under construction, on the C library's formatting.
 #pragma once
 
 #include <stddef.h>
@@ -21,29 +21,21 @@ class Text {
     return *this;
   }
   Text& operator<<(const char* text) { return append(text, strlen(text)); }
-  Text& operator<<(uint64_t number) {
-    char digits[20];
-    size_t first = sizeof digits;
-    do {
-      digits[--first] = static_cast<char>('0' + number % 10);
-      number /= 10;
-    } while (number != 0);
-    return append(digits + first, sizeof digits - first);
-  }
-  Text& operator<<(int64_t number) {
-    if (number >= 0) return *this << static_cast<uint64_t>(number);
-    return *this << "-" << -static_cast<uint64_t>(number);
-  }
-  Text& operator<<(int32_t number) { return *this << static_cast<int64_t>(number); }
-  Text& operator<<(uint32_t number) { return *this << static_cast<uint64_t>(number); }
-  /// One digit after the point, rounded; for numbers of a playing field's size.
-  Text& operator<<(float number) {
-    const auto tenths = static_cast<int64_t>(number * 10 + (number < 0 ? -0.5f : 0.5f));
-    const int64_t size = tenths < 0 ? -tenths : tenths;
-    return *this << (tenths < 0 ? "-" : "") << size / 10 << "." << size % 10;
-  }
+  Text& operator<<(uint64_t number) { return print("%llu", number); }
+  Text& operator<<(int64_t number) { return print("%lld", number); }
+  Text& operator<<(int32_t number) { return print("%d", number); }
+  Text& operator<<(uint32_t number) { return print("%u", number); }
+  Text& operator<<(float number) { return print("%.1f", static_cast<double>(number)); }
 
  private:
+  template <class T>
+  Text& print(const char* format, T value) {
+    const size_t room = sizeof bytes_ - size_;
+    const auto length = static_cast<size_t>(snprintf(bytes_ + size_, room, format, value));
+    size_ += length < room ? length : room - 1;
+    return *this;
+  }
+
   char bytes_[512] = "";
   size_t size_ = 0;
 };
