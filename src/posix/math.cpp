@@ -6,7 +6,7 @@
 //   the linked runtime's own (mingw-w64) computes with the x87, whose precision Windows sets to 53 bits on every new
 //                thread: its pow loses bits then, and its sin knows too little of pi. But what a single x87 instruction
 //                answers (fpatan, fprem, fyl2x, f2xm1, fscale, fxtract) does not depend on that setting.
-// So each function below says where it comes from by the name it calls: host_... is msvcrt.dll.
+// So each function below says where it comes from by the name it calls: __imp_... is msvcrt.dll.
 #include <cmath>
 #include <cstdint>
 
@@ -16,30 +16,23 @@
 namespace vlm {
 namespace {
 
-#define HOST(type, function, ...) \
-  extern "C" __declspec(dllimport) type host_##function(__VA_ARGS__) __asm__(#function)
-HOST(double, acos, double);
-HOST(double, asin, double);
-HOST(double, atan, double);
-HOST(double, cos, double);
-HOST(double, sin, double);
-HOST(double, tan, double);
-HOST(double, exp, double);
-HOST(double, log, double);
-HOST(double, log10, double);
-HOST(double, pow, double, double);
-HOST(float, acosf, float);
-HOST(float, asinf, float);
-HOST(float, atanf, float);
-HOST(float, cosf, float);
-HOST(float, sinf, float);
-HOST(float, tanf, float);
-HOST(float, expf, float);
-HOST(float, logf, float);
-HOST(float, log10f, float);
-HOST(float, powf, float, float);
-#undef HOST
+// The slots of the import table, by the linker's names for them. A plain declaration would not do: the compiler knows
+// functions of these names and may put a call of another one in the place.
+extern "C" {
+extern double (*const __imp_acos)(double), (*const __imp_asin)(double), (*const __imp_atan)(double);
+extern double (*const __imp_cos)(double), (*const __imp_sin)(double), (*const __imp_tan)(double);
+extern double (*const __imp_exp)(double), (*const __imp_log)(double), (*const __imp_log10)(double);
+extern double (*const __imp_pow)(double, double);
+extern float (*const __imp_acosf)(float), (*const __imp_asinf)(float), (*const __imp_atanf)(float);
+extern float (*const __imp_cosf)(float), (*const __imp_sinf)(float), (*const __imp_tanf)(float);
+extern float (*const __imp_expf)(float), (*const __imp_logf)(float), (*const __imp_log10f)(float);
+extern float (*const __imp_powf)(float, float);
+}
 
+template <class T, T (*const& slot)(T)>
+SYSV T imported(T x) {
+  return slot(x);
+}
 template <class T, T (*function)(T)>
 SYSV T unary(T x) {
   return function(x);
@@ -54,9 +47,9 @@ template <class T>
 bool power_is_one(T x, T y) {
   return x == 1 || y == 0 || (x == -1 && std::isinf(y));
 }
-SYSV double pow_(double x, double y) { return power_is_one(x, y) ? 1 : host_pow(x, y); }
-SYSV float powf_(float x, float y) { return power_is_one(x, y) ? 1 : host_powf(x, y); }
-SYSV float exp10f_(float x) { return host_powf(10, x); }
+SYSV double pow_(double x, double y) { return power_is_one(x, y) ? 1 : __imp_pow(x, y); }
+SYSV float powf_(float x, float y) { return power_is_one(x, y) ? 1 : __imp_powf(x, y); }
+SYSV float exp10f_(float x) { return __imp_powf(10, x); }
 
 /// In double precision, so that a result that is not a normal float is rounded once.
 SYSV float ldexpf_(float x, std::int32_t n) { return static_cast<float>(std::ldexp(static_cast<double>(x), n)); }
@@ -75,39 +68,39 @@ SYSV double modf_(double x, double* whole) {
 struct SineCosine {
   double sine, cosine;
 };
-SYSV SineCosine sincos_stret_(double x) { return {host_sin(x), host_cos(x)}; }
+SYSV SineCosine sincos_stret_(double x) { return {__imp_sin(x), __imp_cos(x)}; }
 
 /// Sine and cosine in the two low lanes of xmm0.
 struct SineCosineFloat {
   float sine, cosine;
 };
-SYSV SineCosineFloat sincosf_stret_(float x) { return {host_sinf(x), host_cosf(x)}; }
+SYSV SineCosineFloat sincosf_stret_(float x) { return {__imp_sinf(x), __imp_cosf(x)}; }
 
 }  // namespace
 
 const ShimEntry math_shims[34] = {
-    {"_acos", shim(unary<double, host_acos>)},
-    {"_acosf", shim(unary<float, host_acosf>)},
-    {"_asin", shim(unary<double, host_asin>)},
-    {"_asinf", shim(unary<float, host_asinf>)},
-    {"_atan", shim(unary<double, host_atan>)},
-    {"_atanf", shim(unary<float, host_atanf>)},
+    {"_acos", shim(imported<double, __imp_acos>)},
+    {"_acosf", shim(imported<float, __imp_acosf>)},
+    {"_asin", shim(imported<double, __imp_asin>)},
+    {"_asinf", shim(imported<float, __imp_asinf>)},
+    {"_atan", shim(imported<double, __imp_atan>)},
+    {"_atanf", shim(imported<float, __imp_atanf>)},
     {"_atan2", shim(binary<double, ::atan2>)},
     {"_atan2f", shim(binary<float, ::atan2f>)},
-    {"_cos", shim(unary<double, host_cos>)},
-    {"_cosf", shim(unary<float, host_cosf>)},
-    {"_sin", shim(unary<double, host_sin>)},
-    {"_sinf", shim(unary<float, host_sinf>)},
-    {"_tan", shim(unary<double, host_tan>)},
-    {"_tanf", shim(unary<float, host_tanf>)},
-    {"_exp", shim(unary<double, host_exp>)},
-    {"_expf", shim(unary<float, host_expf>)},
+    {"_cos", shim(imported<double, __imp_cos>)},
+    {"_cosf", shim(imported<float, __imp_cosf>)},
+    {"_sin", shim(imported<double, __imp_sin>)},
+    {"_sinf", shim(imported<float, __imp_sinf>)},
+    {"_tan", shim(imported<double, __imp_tan>)},
+    {"_tanf", shim(imported<float, __imp_tanf>)},
+    {"_exp", shim(imported<double, __imp_exp>)},
+    {"_expf", shim(imported<float, __imp_expf>)},
     {"_exp2f", shim(unary<float, ::exp2f>)},
     {"___exp10f", shim(exp10f_)},
-    {"_log", shim(unary<double, host_log>)},
-    {"_logf", shim(unary<float, host_logf>)},
-    {"_log10", shim(unary<double, host_log10>)},
-    {"_log10f", shim(unary<float, host_log10f>)},
+    {"_log", shim(imported<double, __imp_log>)},
+    {"_logf", shim(imported<float, __imp_logf>)},
+    {"_log10", shim(imported<double, __imp_log10>)},
+    {"_log10f", shim(imported<float, __imp_log10f>)},
     {"_log2", shim(unary<double, ::log2>)},
     {"_logb", shim(unary<double, ::logb>)},
     {"_fmod", shim(binary<double, ::fmod>)},
