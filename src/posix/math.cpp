@@ -6,6 +6,7 @@
 //   the linked runtime's own (mingw-w64) computes with the x87, whose precision Windows sets to 53 bits on every new
 //                thread: its pow loses bits then, and its sin knows too little of pi. But what a single x87 instruction
 //                answers (fpatan, fprem, fyl2x, f2xm1, fscale, fxtract) does not depend on that setting.
+//                Its hypot asks msvcrt.dll, after it has answered for infinities and NaN.
 // So each function below says where it comes from by the name it calls: __imp_... is msvcrt.dll.
 #include <cmath>
 #include <cstdint>
