@@ -66,6 +66,26 @@ set_target_properties(storage_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${STORAGE
 game_test(guest.storage storage_test)
 game_test(guest.storage_expansion storage_test expansion)
 
+# Some thousand functions around gs accesses, patched, against the same functions with plain memory.
+set(GS_CASES_DIR ${CMAKE_BINARY_DIR}/gs_cases)
+add_custom_command(OUTPUT ${GS_CASES_DIR}/cases.S
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${GS_CASES_DIR}
+  COMMAND ${VLM_NATIVE_DIR}/make_gs_cases ${GS_CASES_DIR}/cases.S
+  DEPENDS ${VLM_NATIVE_DIR}/make_gs_cases VERBATIM)
+add_guest(gs_cases_guest SOURCES ${GS_CASES_DIR}/cases.S FLAGS -Wno-unused-command-line-argument
+  OUTPUT ${GS_CASES_DIR}/GameAssembly.dylib)
+add_custom_command(OUTPUT ${GS_CASES_DIR}/GameAssembly.dll
+  COMMAND ${VLM_NATIVE_DIR}/tessera ${GS_CASES_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
+          -o ${GS_CASES_DIR}/GameAssembly.dll
+  DEPENDS ${VLM_NATIVE_DIR}/tessera gs_cases_guest ${GS_CASES_DIR}/GameAssembly.dylib GameAssembly VERBATIM)
+add_custom_target(gs_cases ALL DEPENDS ${GS_CASES_DIR}/GameAssembly.dll)
+add_windows_test_program(gs_cases_test tests/guest/gs_cases_test.cpp tests/guest/run_case.S)
+set_target_properties(gs_cases_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${GS_CASES_DIR})
+game_test(guest.gs_cases gs_cases_test)
+game_test(guest.gs_cases_expansion gs_cases_test expansion)
+add_test(NAME native.tessera_check COMMAND ${VLM_NATIVE_DIR}/tessera ${GS_CASES_DIR}/GameAssembly.dylib
+  --library ${GS_CASES_DIR}/GameAssembly.dll --check)
+
 game_test(sample ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePlayer> --frames 60)
 
 # ---- Native programs -------------------------------------------------------------------------------------------------

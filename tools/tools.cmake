@@ -17,3 +17,6 @@ target_link_libraries(tessera PRIVATE tessera_core)
 add_executable(tessera_test tests/unit-native/tessera_test.cpp)
 target_include_directories(tessera_test PRIVATE tests)
 target_link_libraries(tessera_test PRIVATE tessera_core)
+
+# Writes a guest image's source for the test of Tessera's replacements.
+add_executable(make_gs_cases tests/guest/make_gs_cases.cpp)

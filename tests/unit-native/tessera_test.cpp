@@ -77,7 +77,8 @@ TEST_CASE("a gs access becomes the same access relative to a scratch register") 
     const bool rcx = c.scratch == 'c';
     std::string expected(rcx ? enter_with_rcx : enter_with_rdx);
     expected.append(c.access).append(rcx ? " 59" : " 5a").append(leave);
-    if (!c.moved.empty()) expected.insert(expected.size() - jump_to_return_slot_text.size(), std::string(c.moved) + " ");
+    const std::size_t end = expected.size() - jump_to_return_slot_text.size();
+    if (!c.moved.empty()) expected.insert(end, std::string(c.moved) + " ");
     CHECK_EQ(trampoline_of(c.instruction), expected);
   }
 }

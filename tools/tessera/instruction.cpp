@@ -76,10 +76,11 @@ bool uses_gs(const Decoded& decoded) {
     case ZYDIS_MNEMONIC_NOP:
       return false;
     default:
-      return gs_memory(decoded) != nullptr || std::ranges::any_of(decoded.all(), [](const ZydisDecodedOperand& operand) {
-               return operand.type == ZYDIS_OPERAND_TYPE_REGISTER && operand.reg.value == ZYDIS_REGISTER_GS;
-             });
+      break;
   }
+  return gs_memory(decoded) != nullptr || std::ranges::any_of(decoded.all(), [](const ZydisDecodedOperand& operand) {
+           return operand.type == ZYDIS_OPERAND_TYPE_REGISTER && operand.reg.value == ZYDIS_REGISTER_GS;
+         });
 }
 
 const ZydisDecodedOperand* gs_memory(const Decoded& decoded) {

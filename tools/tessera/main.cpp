@@ -87,7 +87,8 @@ std::optional<Options> read_options(int count, char** arguments) {
   }
   if (options.image == nullptr) return complain("the image is missing");
   if (options.check && options.output != nullptr) return complain("--check writes nothing, so -o makes no sense");
-  if (options.library == nullptr && (options.check || options.output != nullptr)) return complain("--library is missing");
+  const bool needs_library = options.check || options.output != nullptr;
+  if (needs_library && options.library == nullptr) return complain("--library is missing");
   if (!options.list && !options.check && options.output == nullptr) return complain("-o, --check or --list is missing");
   return options;
 }

@@ -245,7 +245,8 @@ Result<std::vector<Step>> split(std::span<const std::byte> piece) {
     const auto bytes = piece.subspan(at, decoded->size());
     at += bytes.size();
     if (!steps.empty() && !falls_through(steps.back().decoded)) {
-      if (decoded->instruction.mnemonic != ZYDIS_MNEMONIC_NOP) return fault("code follows that is reached from elsewhere");
+      const bool padding = decoded->instruction.mnemonic == ZYDIS_MNEMONIC_NOP;
+      if (!padding) return fault("code follows that is reached from elsewhere");
       continue;
     }
     steps.push_back({*decoded, bytes, static_cast<std::int64_t>(at) - static_cast<std::int64_t>(piece.size())});
