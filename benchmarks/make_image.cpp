@@ -3,12 +3,14 @@
 //
 //   make_image OUT.dylib OUT.patches [MEGABYTES REBASES BINDS NAMES SYMBOLS SITES]
 //
-// The image is shaped like a game's: pointers in short runs with gaps between them, binds sorted by name as a linker
-// sorts them, one name in ten exported by the image itself, long symbol names.
+// The image is shaped like a game's: functions of ordinary instructions, pointers in short runs with gaps between them,
+// binds sorted by name as a linker sorts them, one name in ten exported by the image itself, long symbol names.
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support/macho_builder.h"
@@ -43,11 +45,14 @@ class Noise {
 };
 
 constexpr std::uint64_t text_vmaddr = 0x100000000;
-constexpr std::uint64_t site_distance = 64;
+constexpr std::uint64_t room_per_site = 64;
 constexpr int data_segment = 1;
 
 // mov rax, gs:[0x28]
 constexpr unsigned char gs_load[] = {0x65, 0x48, 0x8B, 0x04, 0x25, 0x28, 0x00, 0x00, 0x00};
+// mov rax, gs:[rax], too short for a jump, and test rax, rax. The list leaves these out: no benchmark runs the code,
+// and Tessera makes its own.
+constexpr unsigned char short_gs_load[] = {0x65, 0x48, 0x8B, 0x00, 0x48, 0x85, 0xC0};
 // Its trampoline: rcx takes the game storage instead of gs; zeros at 8 and at the end are filled in by the loader.
 constexpr unsigned char trampoline[] = {
     0x48, 0x8D, 0x64, 0x24, 0x80,                    // lea rsp, [rsp-0x80]
@@ -61,6 +66,65 @@ constexpr unsigned char trampoline[] = {
     0xFF, 0x25, 0, 0, 0, 0,                          // jmp [rip+0]
     0, 0, 0, 0, 0, 0, 0, 0};
 constexpr std::uint16_t trampoline_slot = 8;
+
+struct Text {
+  Bytes code;
+  std::vector<std::uint64_t> functions;  // offsets in the code
+  std::vector<std::uint64_t> sites;
+};
+
+/// Functions of what compilers emit, one behind the other, `site_count` gs loads spread over them and one short one
+/// for every four. `data_distance`: from the start of the code to data.
+Text make_text(std::uint64_t size, std::uint64_t site_count, std::uint64_t data_distance, Noise& noise) {
+  // Opcode and ModRM, then so many bytes of noise: a displacement from rbp or rdi, an immediate.
+  static constexpr struct {
+    std::string_view bytes;
+    unsigned noise;
+  } plain[] = {{"\x48\x8b\x45", 1},     {"\x48\x89\x45", 1}, {"\x8b\x45", 1},         {"\x48\x89\xc7", 0},
+               {"\x48\x85\xc0", 0},     {"\x31\xc9", 0},     {"\x48\x8b\x87", 4},     {"\x48\x01\xd8", 0},
+               {"\xf3\x0f\x10\x45", 1}, {"\xc7\x45", 5},     {"\x48\x83\xf8", 1},     {"\x41\x89\xc6", 0},
+               {"\xb8", 4},             {"\x0f\xb6\x47", 1}, {"\xf2\x0f\x59\xc1", 0}, {"\x4c\x8d\x65", 1}};
+  Text text;
+  Bytes& code = text.code;
+  code.reserve(size);
+  const auto put = [&](std::string_view bytes) { code.append(std::as_bytes(std::span(bytes))); };
+  const auto distance = [&](std::uint64_t to) { code.u32(static_cast<std::uint32_t>(to - (code.size() + 4))); };
+  const std::uint64_t site_distance = site_count == 0 ? size : size / site_count;
+  while (code.size() + 1024 < size) {
+    const std::uint64_t function = code.size(), length = 40 + noise.below(400);
+    text.functions.push_back(function);
+    put("\x55\x48\x89\xe5");
+    std::uint64_t earlier = code.size();  // the start of some instruction
+    while (code.size() < function + length) {
+      const std::uint64_t here = code.size();
+      const auto kind = noise.below(24);
+      if (text.sites.size() < site_count && here >= text.sites.size() * site_distance) {
+        text.sites.push_back(here);
+        code.append(std::as_bytes(std::span(gs_load)));
+        if (text.sites.size() % 4 == 0) code.append(std::as_bytes(std::span(short_gs_load)));
+      } else if (kind < std::size(plain)) {
+        put(plain[kind].bytes);
+        for (unsigned i = 0; i < plain[kind].noise; ++i) code.u8(noise.next());
+      } else if (kind < 18) {  // a call of an earlier function
+        put("\xe8");
+        distance(text.functions[noise.below(text.functions.size())]);
+      } else if (kind < 20) {  // a conditional jump back
+        put("\x0f\x84");
+        distance(earlier);
+      } else if (kind < 21) {  // one over the next instruction
+        put("\x75\x03\x48\x89\xf8");
+      } else {  // a load and an address of data
+        put(kind < 23 ? "\x48\x8b\x05" : "\x48\x8d\x3d");
+        distance(data_distance + noise.below(0x1000));
+      }
+      if (noise.below(4) == 0) earlier = here;
+    }
+    put("\x5d\xc3");
+    while (code.size() % 16 != 0) code.u8(0x90);
+  }
+  code.resize(size);
+  return text;
+}
 
 std::string numbered(const char* format, std::uint64_t number) {
   char text[96];
@@ -141,8 +205,7 @@ int main(int argc, char** argv) {
   draft.symbols.reserve(counts.symbols);
   std::uint64_t link_edit = draft.rebase.size() + draft.bind.size() + 0x2000;
   for (std::uint64_t i = 0; i < counts.symbols; ++i) {
-    draft.symbols.push_back({numbered("_Game_System_Class_Method_m%016llX", noise.next()), N_SECT,
-                             text_vmaddr + header_room + 16 * i});
+    draft.symbols.push_back({numbered("_Game_System_Class_Method_m%016llX", noise.next()), N_SECT, 0});
     link_edit += sizeof(Nlist64) + draft.symbols.back().name.size() + 1;
   }
   std::vector<ExportDraft> exports;
@@ -155,29 +218,33 @@ int main(int argc, char** argv) {
   // Code takes what the other contents leave of the file.
   const std::uint64_t others = link_edit + layout.size + 2 * header_room;
   const std::uint64_t wanted = counts.megabytes * 1'000'000;
-  std::uint64_t text_size = std::max(wanted > others ? wanted - others : 0, counts.sites * site_distance + 0x1000);
+  std::uint64_t text_size = std::max(wanted > others ? wanted - others : 0, counts.sites * room_per_site + 0x1000);
   text_size = detail::align(text_size, 0x1000);
   SegmentDraft text{"__TEXT", text_vmaddr, header_room + text_size, VM_PROT_READ | VM_PROT_EXECUTE, {}, {}};
-  text.content.resize(text_size);
-  for (std::size_t at = 0; at < text_size; at += 8) text.content.put_at(at, noise.next());
+  Text made = make_text(text_size, counts.sites, text_size, noise);
   std::vector<PatchEntry> sites;
-  for (std::uint64_t i = 0; i < counts.sites; ++i) {
-    const std::uint64_t at = i * (text_size / counts.sites / site_distance * site_distance);
-    text.content.put_at(at, gs_load);
+  for (const std::uint64_t at : made.sites) {
     sites.push_back({static_cast<std::uint32_t>(header_room + at), std::as_bytes(std::span(gs_load)), trampoline_slot,
                      std::as_bytes(std::span(trampoline))});
   }
+  const auto function_at = [&](std::uint64_t i) {
+    return text_vmaddr + header_room + made.functions[i % made.functions.size()];
+  };
+  for (std::uint64_t i = 0; i < draft.symbols.size(); ++i) draft.symbols[i].n_value = function_at(i);
+  text.content = std::move(made.code);
   text.sections = {{"__TEXT", "__text", text_vmaddr + header_room, text_size}};
 
   const std::uint64_t data_vmaddr = text_vmaddr + header_room + text_size;
   SegmentDraft data{"__DATA", data_vmaddr, layout.size, VM_PROT_READ | VM_PROT_WRITE, {}, {}};
   data.content.resize(layout.size);
-  for (const std::uint64_t at : layout.pointers) data.content.put_at(at, text_vmaddr + noise.below(text_size));
+  for (const std::uint64_t at : layout.pointers) data.content.put_at(at, function_at(noise.next()));
   data.sections = {{"__DATA", "__data", data_vmaddr, layout.size}};
   draft.segments = {std::move(text), std::move(data)};
   draft.linkedit_vmaddr = data_vmaddr + layout.size;
 
-  const Bytes image = build_image(draft);
+  Bytes image = build_image(draft);
+  // Of the first section, __text: S_ATTR_PURE_INSTRUCTIONS | S_ATTR_SOME_INSTRUCTIONS.
+  image.put_at(sizeof(MachHeader64) + sizeof(SegmentCommand64) + offsetof(Section64, flags), std::uint32_t{0x80000400});
   if (!write_file(argv[1], image) || !write_file(argv[2], write_patch_list(sites))) {
     std::perror("make_image");
     return 1;

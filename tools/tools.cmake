@@ -20,3 +20,6 @@ target_link_libraries(tessera_test PRIVATE tessera_core)
 
 # Writes a guest image's source for the test of Tessera's replacements.
 add_executable(make_gs_cases tests/guest/make_gs_cases.cpp)
+
+add_executable(tessera_bench EXCLUDE_FROM_ALL benchmarks/tessera_bench.cpp)
+target_link_libraries(tessera_bench PRIVATE tessera_core)

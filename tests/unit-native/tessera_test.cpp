@@ -461,6 +461,67 @@ TEST_CASE("the list holds each site with its distance from the image's start") {
   CHECK_EQ(entry->slot, 8);
 }
 
+TEST_CASE("ways into code that are no branches keep a neighbour in place") {
+  // A short access with a neighbour on both sides; something leads to the one behind.
+  static constexpr struct {
+    std::string_view what, code, found;
+    bool has_table = false;  // 4 bytes at 26
+  } cases[] = {
+      {"nothing", "90 65 48 8b 00 48 89 c7 c3", "1 65 48 8b 00 48 89 c7\n"},
+      {"an address computed relative to rip", "48 8d 05 05 00 00 00 90 65 48 8b 00 48 89 c7 c3",
+       "7 90 65 48 8b 00\n"},
+      {"a jump table",
+       "48 8d 05 13 00 00 00 90 65 48 8b 00 48 89 c7 ff e0 c3 66 66 66 66 66 66 66 90 f2 ff ff ff",
+       "7 90 65 48 8b 00\n", true},
+      {"the same numbers, but nothing jumps through a register",
+       "48 8d 05 13 00 00 00 90 65 48 8b 00 48 89 c7 66 90 c3 66 66 66 66 66 66 66 90 f2 ff ff ff",
+       "8 65 48 8b 00 48 89 c7\n", true},
+  };
+  for (const auto& c : cases) {
+    CAPTURE(c.what);
+    std::vector<std::pair<unsigned, unsigned>> data;
+    if (c.has_table) data = {{26, 4}};
+    CHECK_EQ(text_of(*patch_image(image_of(c.code, {}, data)->image)), c.found);
+  }
+}
+
+TEST_CASE("a check names what of a list does not fit the image") {
+  const auto code = "55 65 48 8b 04 25 00 01 00 00 65 48 8b 00 c3"sv;
+  const auto made = image_of(code, {});
+  const auto other = image_of("55 90 65 48 8b 04 25 00 01 00 00 c3 90 90 90", {});
+  const auto patch = patch_image(made->image);
+  REQUIRE(patch.has_value());
+  const auto problems = [&](const MachImage& image, ImagePatch from) {
+    const auto list = patch_list(made->image, from);
+    const auto check = check_patch_list(image, std::span(list).first(list.size() - gs_patch_trailer_size));
+    if (!check) return check.error().text;
+    std::string text;
+    for (const auto& problem : check->problems) text += problem + "\n";
+    return text;
+  };
+  CHECK_EQ(problems(made->image, *patch), "");
+
+  ImagePatch one_less = *patch;
+  one_less.pieces.pop_back();
+  CHECK_EQ(problems(made->image, one_less),
+           "no entry replaces the instruction at 0x10000100a (no symbol), 65 48 8b 00, mov rax, gs:[rax]\n");
+  ImagePatch twice = *patch;
+  twice.pieces.push_back(twice.pieces.back());
+  CHECK_EQ(problems(made->image, twice), "two entries replace the bytes at 0x10000100a (no symbol)\n");
+  ImagePatch other_layout = *patch;
+  other_layout.pieces[0].trampoline.code[21] = std::byte{0x8A};
+  CHECK_EQ(problems(made->image, other_layout),
+           "entry 0 at 0x100001001 (no symbol): its trampoline cannot be used with a TLS expansion slot\n");
+  ImagePatch short_entry = *patch;
+  short_entry.pieces[1].bytes = short_entry.pieces[1].bytes.first(4);
+  CHECK(problems(made->image, short_entry)
+            .starts_with("entry 1 at 0x10000100a (no symbol): its lengths make no sense"));
+  CHECK(problems(other->image, *patch)
+            .starts_with("entry 0 at 0x100001001 (no symbol): the image has 90 65 48 8b 04 25 00 01 00, expected 65 48 "
+                         "8b 04 25 00 01 00 00\n"));
+  CHECK_EQ(check_patch_list(made->image, bytes_of("01 02")).error().text, "the patch list is not a gs patch file");
+}
+
 // ---- Libraries ------------------------------------------------------------------------------------------------------
 
 TEST_CASE("a list is appended, and the one of an earlier build replaced") {

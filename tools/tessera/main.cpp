@@ -4,7 +4,9 @@
 // instruction, prepares a trampoline that performs the access elsewhere, and leaves the rest to the library.
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -166,6 +168,15 @@ class ProgressLine {
   std::chrono::steady_clock::time_point next_ = std::chrono::steady_clock::now() + std::chrono::seconds(1);
 };
 
+/// One line each, and of a long list only its beginning.
+void complain_of(const std::vector<std::string>& problems, const char* kind) {
+  constexpr std::size_t shown = 50;
+  for (std::size_t i = 0; i < std::min(problems.size(), shown); ++i) {
+    std::fprintf(stderr, "tessera: %s%s\n", kind, problems[i].c_str());
+  }
+  if (problems.size() > shown) std::fprintf(stderr, "tessera: %s... and %zu more\n", kind, problems.size() - shown);
+}
+
 void print_list(const MachImage& image, const ImagePatch& patch) {
   for (const PatchedPiece& piece : patch.pieces) {
     std::printf("%s\n", describe_place(image, piece.vmaddr).c_str());
@@ -187,7 +198,7 @@ ExitCode check(const Options& options, const MachImage& image, std::span<const s
   if (list->empty()) return refuse("%s ends in no patch list: write one with -o", options.library);
   const auto check = check_patch_list(image, *list, ProgressLine());
   if (!check) return refuse("cannot check %s: %s", options.library, check.error().text.c_str());
-  for (const std::string& text : check->problems) std::fprintf(stderr, "tessera: %s\n", text.c_str());
+  complain_of(check->problems, "");
   if (!check->problems.empty()) return refuse("%s was not made for %s", options.library, options.image);
   std::printf("%s: its %zu entries replace all %zu gs-relative instructions of %s\n", options.library, check->entries,
               check->sites, options.image);
@@ -199,7 +210,7 @@ ExitCode patch(const Options& options, const MachImage& image, std::span<const s
   const auto patch = patch_image(image, ProgressLine());
   if (!patch) return refuse("cannot use %s: %s", options.image, patch.error().text.c_str());
   if (options.list) print_list(image, *patch);
-  for (const std::string& text : patch->warnings) std::fprintf(stderr, "tessera: warning: %s\n", text.c_str());
+  complain_of(patch->warnings, "warning: ");
   for (const std::string& text : patch->refusals) std::fprintf(stderr, "tessera: %s\n", text.c_str());
   if (!patch->refusals.empty()) {
     return refuse("%zu of the %zu gs-relative instructions of %s cannot be replaced; nothing was written",
