@@ -15,4 +15,16 @@ add_bench(load_bench benchmarks/load_bench.cpp)
 target_link_libraries(load_bench PRIVATE vlm psapi)
 add_bench(c_library_bench benchmarks/c_library_bench.cpp)
 target_link_libraries(c_library_bench PRIVATE vlm)
-add_custom_target(benches DEPENDS forward_bench format_bench bench_format_guest stub_bench load_bench c_library_bench bench_forward_guest)
+
+# The thread benchmarks need a patched image, so a library of their own beside it.
+set(THREADS_BENCH_DIR ${CMAKE_BINARY_DIR}/bench_threads)
+add_guest(bench_threads_guest SOURCES benchmarks/threads_guest.cpp OUTPUT ${THREADS_BENCH_DIR}/GameAssembly.dylib
+  FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -DGUEST_TEST_NO_MAIN)
+add_custom_command(OUTPUT ${THREADS_BENCH_DIR}/GameAssembly.dll
+  COMMAND ${VLM_NATIVE_DIR}/tessera ${THREADS_BENCH_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
+          -o ${THREADS_BENCH_DIR}/GameAssembly.dll
+  DEPENDS ${VLM_NATIVE_DIR}/tessera bench_threads_guest ${THREADS_BENCH_DIR}/GameAssembly.dylib GameAssembly VERBATIM)
+add_bench(threads_bench benchmarks/threads_bench.cpp ${THREADS_BENCH_DIR}/GameAssembly.dll)
+set_target_properties(threads_bench PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${THREADS_BENCH_DIR})
+
+add_custom_target(benches DEPENDS threads_bench forward_bench format_bench bench_format_guest stub_bench load_bench c_library_bench bench_forward_guest)
