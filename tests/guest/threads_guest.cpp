@@ -442,3 +442,28 @@ GUEST_TEST(calls_that_have_little_to_do) {
   _Block_object_assign(&destination, attribute, 3);
   CHECK(destination == attribute);
 }
+
+// The last test: it uses up the places of the thread registry.
+GUEST_TEST(threads_run_out_with_an_error_and_those_that_run_go_on) {
+  const uint32 port = mach_thread_self();
+  Key key = 0;
+  CHECK(pthread_key_create(&key, nullptr) == 0 && pthread_setspecific(key, &key) == 0);
+  Signal done;
+  int32 result = 0, started = 0;
+  *__error() = 0;
+  for (Thread* thread; started < 5000; ++started) {
+    result = pthread_create(
+        &thread, nullptr,
+        [](void* argument) -> void* {
+          static_cast<Signal*>(argument)->raise();
+          return nullptr;
+        },
+        &done);
+    if (result != 0) break;
+    done.wait();
+  }
+  CHECK(result == 35 && *__error() == 35);
+  CHECK(started > 1500 && started < 4096);
+  CHECK(mach_thread_self() == port && pthread_getspecific(key) == &key);
+  CHECK(thread_resume(4096 + 4095) == 0);  // the last place is taken
+}
