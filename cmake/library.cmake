@@ -36,6 +36,13 @@ add_library(vlm STATIC
   src/posix/mutexes.cpp
   src/posix/signals.cpp
   src/posix/threads.cpp
+  src/posix/dyld.cpp
+  src/posix/dynamic_loading.cpp
+  src/posix/environment.cpp
+  src/posix/process.cpp
+  src/posix/system_info.cpp
+  src/posix/time.cpp
+  src/posix/time_text.cpp
   src/support/text.cpp
   src/tls/adopt.cpp
   src/tls/game_tls.cpp

@@ -10,6 +10,7 @@
 #include "abi/shims.h"
 #include "binding/shim_table.h"
 #include "posix/shims.h"
+#include "posix/system_shims.h"
 #include "posix/thread_shims.h"
 
 namespace vlm {
@@ -26,13 +27,15 @@ void register_block(const ShimEntry (&... families)[Rows]) {
 void register_first_shim_block() {
   // C library
   register_block<123>(error_shims, memory_shims, string_shims, number_shims, math_shims, rune_locale_shims,
-                      sorting_shims, random_shims, stream_shims, format_shims, abi_block1_shims);
+                      sorting_shims, random_shims, stream_shims, format_shims, abi_block1_shims,
+                      time_shims, time_text_shims, environment_shims, process_shims);
 }
 
 void register_other_shim_blocks() {
   register_block<41>(abi_block2_shims);  // files and descriptors
   // threads, Mach, dispatch, system information, dynamic loading
-  register_block<59>(thread_shims, mutex_shims, dispatch_shims, mach_shims, signal_shims);
+  register_block<59>(thread_shims, mutex_shims, dispatch_shims, mach_shims, signal_shims, system_info_shims,
+                     dyld_shims, dynamic_loading_shims);
   register_block<9>();                   // C++ allocation
   register_block<19>();                  // C++ strings
   register_block<21>(abi_block6_shims);  // Objective-C runtime

@@ -35,8 +35,6 @@ BOOL CALLBACK find_save_directory(PINIT_ONCE, PVOID, PVOID*) {
 
 }  // namespace
 
-constinit char emulated_executable_path[1024] = "/Applications/Velmora.app/Contents/MacOS/Velmora";
-
 std::string resolve_start_paths() {
   const auto library_directory = from_host_path(own_module_directory().c_str());
   const char* directory = library_directory ? library_directory.get() : "";

@@ -3,10 +3,9 @@
 
 #include <string>
 
-namespace vlm {
+#include "support/executable_path.h"
 
-/// What game code is told wherever macOS would report the path of the running executable. UTF-8.
-extern char emulated_executable_path[1024];
+namespace vlm {
 
 /// Sets emulated_executable_path beside the library and returns the path of the game image (UTF-8, at most 1023 bytes):
 /// VLM_GAMEASSEMBLY unchanged when it exists, else "GameAssembly.dylib" beside the library.
