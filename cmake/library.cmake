@@ -22,7 +22,11 @@ add_library(vlm STATIC
   src/macho/initializers.cpp
   src/macho/load.cpp
   src/posix/aligned_blocks.cpp
+  src/posix/descriptors.cpp
+  src/posix/directories.cpp
   src/posix/error_numbers.cpp
+  src/posix/file_status.cpp
+  src/posix/mapping.cpp
   src/posix/math.cpp
   src/posix/memory.cpp
   src/posix/numbers.cpp

@@ -29,12 +29,12 @@ add_test(NAME unit COMMAND unit_tests)
 set_tests_properties(unit PROPERTIES TIMEOUT 300)
 
 # ---- Guest tests -----------------------------------------------------------------------------------------------------
-foreach(guest c_library c_math c_memory c_strings format start echo local threads gc)
+foreach(guest c_library c_math c_memory c_strings files format start echo local system threads time gc)
   add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
 
 add_windows_test_program(guest_driver tests/guest/driver.cpp)
-foreach(guest c_library c_math c_memory c_strings format start threads gc)
+foreach(guest c_library c_math c_memory c_strings files format start system threads time gc)
   game_test(guest.${guest} guest_driver $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
 endforeach()
 

@@ -16,22 +16,11 @@ using namespace vlm;
     return trap_unimplemented(&record);                     \
   }())
 
-constexpr const char* c_library = "libSystem.B.dylib";
 constexpr const char* foundation = "Foundation";
 
 }  // namespace
 
 extern "C" {
-
-SYSV std::int32_t open_body(const char*, std::int32_t, SysvVaList*) {
-  return static_cast<std::int32_t>(MISSING(c_library, "_open"));
-}
-SYSV std::int32_t fcntl_body(std::int32_t, std::int32_t, SysvVaList*) {
-  return static_cast<std::int32_t>(MISSING(c_library, "_fcntl"));
-}
-SYSV std::int32_t ioctl_body(std::int32_t, std::uint64_t, SysvVaList*) {
-  return static_cast<std::int32_t>(MISSING(c_library, "_ioctl"));
-}
 
 SYSV void NSLog_body(void*, SysvVaList*) { MISSING(foundation, "_NSLog"); }
 SYSV void* stringWithFormat_body(void*, const char*, void*, SysvVaList*) {

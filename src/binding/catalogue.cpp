@@ -9,6 +9,7 @@
 
 #include "abi/shims.h"
 #include "binding/shim_table.h"
+#include "posix/file_shims.h"
 #include "posix/shims.h"
 #include "posix/system_shims.h"
 #include "posix/thread_shims.h"
@@ -32,7 +33,8 @@ void register_first_shim_block() {
 }
 
 void register_other_shim_blocks() {
-  register_block<41>(abi_block2_shims);  // files and descriptors
+  // files and descriptors
+  register_block<41>(abi_block2_shims, descriptor_shims, file_status_shims, directory_shims, mapping_shims);
   // threads, Mach, dispatch, system information, dynamic loading
   register_block<59>(thread_shims, mutex_shims, dispatch_shims, mach_shims, signal_shims, system_info_shims,
                      dyld_shims, dynamic_loading_shims);

@@ -4,6 +4,7 @@
 #include "binding/catalogue.h"
 #include "diag/log.h"
 #include "host/title_keeper.h"
+#include "posix/descriptors.h"
 #include "posix/dynamic_loading.h"
 #include "posix/streams.h"
 #include "posix/time.h"
@@ -24,8 +25,8 @@ void log_windows_version() {
               version.dwBuildNumber);
 }
 
-/// Ten steps in this order. Steps 3, 6 and 8 belong to families that are not built yet: the Objective-C classes,
-/// the standard descriptors and controller input; so does the crash handler of step 1.
+/// Ten steps in this order. Steps 3 and 8 belong to families that are not built yet: the Objective-C classes and
+/// controller input; so does the crash handler of step 1.
 void start_statically() {
   log_windows_version();              // 1. the first line of every log
   game_tls_init();                    // 2. thread storage for game threads
@@ -33,6 +34,7 @@ void start_statically() {
   set_up_standard_streams();          // 4. what the C library's data symbols show
   set_up_time_base();                 //
   register_first_shim_block();        // 5. the C library
+  set_up_standard_descriptors();      // 6. what descriptors 0, 1 and 2 stand for
   register_other_shim_blocks();       // 7. all other families
   register_plugin_modules();          // 9. what dlopen knows
   start_title_keeper();               // 10.

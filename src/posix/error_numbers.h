@@ -18,6 +18,7 @@ inline constexpr std::int32_t DARWIN_EIO = 5;
 inline constexpr std::int32_t DARWIN_EBADF = 9;
 inline constexpr std::int32_t DARWIN_ENOMEM = 12;
 inline constexpr std::int32_t DARWIN_EACCES = 13;
+inline constexpr std::int32_t DARWIN_EFAULT = 14;
 inline constexpr std::int32_t DARWIN_EEXIST = 17;
 inline constexpr std::int32_t DARWIN_EXDEV = 18;
 inline constexpr std::int32_t DARWIN_ENOTDIR = 20;

@@ -15,6 +15,6 @@ extern const ShimEntry rune_locale_shims[6];  // rune_locale.cpp
 extern const ShimEntry sorting_shims[2];      // sorting.cpp
 extern const ShimEntry random_shims[1];       // random.cpp
 
-extern const ShimEntry stream_shims[5];  // streams.cpp
+extern const ShimEntry stream_shims[13];  // streams.cpp
 
 }  // namespace vlm

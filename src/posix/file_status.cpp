@@ -1,0 +1,179 @@
+// What a file is: the stat family, access and times. Owners and permissions of macOS have no counterpart here: all
+// files are the first user's, and only the read-only attribute shows in the mode.
+#include <windows.h>
+
+#include <cstddef>
+#include <cstring>
+
+#include "posix/descriptors.h"
+#include "posix/error_numbers.h"
+#include "posix/file_shims.h"
+#include "support/sysv.h"
+
+namespace vlm {
+namespace {
+
+struct DarwinTime {
+  std::int64_t seconds;  // since 1970
+  std::int64_t nanoseconds;
+};
+
+/// `struct stat` of macOS with 64-bit inodes.
+struct DarwinStat {
+  std::int32_t device;
+  std::uint16_t mode;
+  std::uint16_t link_count;
+  std::uint64_t inode;
+  std::uint32_t user;
+  std::uint32_t group;
+  std::int32_t special_device;
+  std::int32_t padding;
+  DarwinTime accessed;
+  DarwinTime modified;
+  DarwinTime changed;
+  DarwinTime created;
+  std::int64_t size;
+  std::int64_t blocks;  // of 512 bytes
+  std::int32_t block_size;
+  std::uint32_t flags;
+  std::uint32_t generation;
+  std::int32_t spare;
+  std::int64_t more_spare[2];
+};
+static_assert(sizeof(DarwinStat) == 144 && offsetof(DarwinStat, inode) == 8 && offsetof(DarwinStat, accessed) == 32 &&
+                  offsetof(DarwinStat, created) == 80 && offsetof(DarwinStat, size) == 96 &&
+                  offsetof(DarwinStat, block_size) == 112 && offsetof(DarwinStat, more_spare) == 128,
+              "read by game code");
+
+/// `struct timeval` of macOS.
+struct DarwinTimeval {
+  std::int64_t seconds;
+  std::int32_t microseconds;
+};
+static_assert(sizeof(DarwinTimeval) == 16);
+
+constexpr std::uint64_t unix_epoch = 116444736000000000;  // 1970 in 100-ns units since 1601
+constexpr std::uint64_t ticks_per_second = 10'000'000;
+
+constexpr std::uint16_t mode_fifo = 0x1180;              // 0600
+constexpr std::uint16_t mode_character_device = 0x2190;  // 0620
+constexpr std::uint16_t mode_directory = 0x41ED;         // 0755
+constexpr std::uint16_t mode_regular = 0x81A4;           // 0644
+constexpr std::uint16_t mode_read_only = 0x8124;         // 0444
+constexpr std::uint16_t mode_link = 0xA1ED;              // 0755
+
+constexpr std::int32_t access_write = 2;
+
+DarwinTime darwin_time(FILETIME time) {
+  const std::uint64_t ticks = std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+  if (ticks < unix_epoch) return {};
+  const std::uint64_t since = ticks - unix_epoch;
+  return {static_cast<std::int64_t>(since / ticks_per_second),
+          static_cast<std::int64_t>(since % ticks_per_second * 100)};
+}
+
+FILETIME file_time(DarwinTimeval time) {
+  const std::uint64_t ticks = static_cast<std::uint64_t>(time.seconds) * ticks_per_second +
+                              static_cast<std::uint64_t>(std::int64_t{time.microseconds}) * 10 + unix_epoch;
+  return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+}
+
+std::uint16_t darwin_mode(DWORD attributes) {
+  if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) return mode_link;
+  if (attributes & FILE_ATTRIBUTE_DIRECTORY) return mode_directory;
+  return attributes & FILE_ATTRIBUTE_READONLY ? mode_read_only : mode_regular;
+}
+
+/// Both host structures name these fields alike.
+template <class HostInformation>
+DarwinStat darwin_stat(const HostInformation& host, std::uint64_t inode) {
+  DarwinStat result{};
+  result.device = 1;
+  result.mode = darwin_mode(host.dwFileAttributes);
+  result.link_count = 1;
+  result.inode = inode;
+  result.user = 501;
+  result.group = 20;
+  result.accessed = darwin_time(host.ftLastAccessTime);
+  result.modified = darwin_time(host.ftLastWriteTime);
+  result.changed = result.modified;
+  result.created = darwin_time(host.ftCreationTime);
+  result.size = static_cast<std::int64_t>(std::uint64_t{host.nFileSizeHigh} << 32 | host.nFileSizeLow);
+  result.blocks = (result.size + 511) / 512;
+  result.block_size = 4096;
+  return result;
+}
+
+/// The number of a file that is not open: a hash of its path, the same each time the game asks with the same text.
+std::uint64_t path_hash(const char* path) {
+  std::uint64_t hash = 0x14650FB0739D0383;
+  for (; *path != '\0'; ++path) hash = (hash ^ static_cast<std::uint8_t>(*path)) * 0x100000001B3;
+  return hash;
+}
+
+SYSV std::int32_t stat_(const char* game_path, DarwinStat* result) {
+  const auto path = file_path(game_path);
+  if (!path) return -1;
+  if (result == nullptr) return fail(DARWIN_EFAULT);
+  WIN32_FILE_ATTRIBUTE_DATA host;
+  if (!GetFileAttributesExW(path.get(), GetFileExInfoStandard, &host)) return fail_from_win32();
+  *result = darwin_stat(host, path_hash(game_path));
+  return 0;
+}
+
+SYSV std::int32_t fstat_(std::int32_t number, DarwinStat* result) {
+  const Descriptor descriptor = find_descriptor(number);
+  if (!descriptor) return -1;
+  if (result == nullptr) return fail(DARWIN_EFAULT);
+  if (descriptor.kind == DescriptorKind::Pipe || descriptor.kind == DescriptorKind::Standard) {
+    *result = {};
+    result->mode = descriptor.kind == DescriptorKind::Pipe ? mode_fifo : mode_character_device;
+    result->block_size = 4096;
+    return 0;
+  }
+  BY_HANDLE_FILE_INFORMATION host;
+  if (!GetFileInformationByHandle(descriptor.handle, &host)) return fail_from_win32();
+  *result = darwin_stat(host, std::uint64_t{host.nFileIndexHigh} << 32 | host.nFileIndexLow);
+  return 0;
+}
+
+SYSV std::int32_t access_(const char* game_path, std::int32_t mode) {
+  const auto path = file_path(game_path);
+  if (!path) return -1;
+  const DWORD attributes = GetFileAttributesW(path.get());
+  if (attributes == INVALID_FILE_ATTRIBUTES) return fail_from_win32();
+  const bool read_only = (attributes & FILE_ATTRIBUTE_READONLY) && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
+  return (mode & access_write) && read_only ? fail(DARWIN_EACCES) : 0;
+}
+
+SYSV std::int32_t chmod_(const char*, std::uint16_t) { return 0; }
+SYSV std::int32_t lchflags_(const char*, std::uint32_t) { return 0; }
+
+SYSV std::int32_t utimes_(const char* game_path, const DarwinTimeval* times) {
+  const auto path = file_path(game_path);
+  if (!path) return -1;
+  const UniqueHandle file = own_handle(
+      CreateFileW(path.get(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  if (!file) return fail_from_win32();
+  FILETIME accessed, modified;
+  if (times != nullptr) {
+    accessed = file_time(times[0]);
+    modified = file_time(times[1]);
+  } else {
+    GetSystemTimeAsFileTime(&accessed);
+    modified = accessed;
+  }
+  return SetFileTime(file.get(), nullptr, &accessed, &modified) ? 0 : fail_from_win32();
+}
+
+}  // namespace
+
+const ShimEntry file_status_shims[10] = {
+    {"_stat$INODE64", shim(stat_)}, {"_lstat$INODE64", shim(stat_)}, {"_fstat$INODE64", shim(fstat_)},
+    {"_stat", shim(stat_)},         {"_lstat", shim(stat_)},         {"_fstat", shim(fstat_)},
+    {"_access", shim(access_)},     {"_chmod", shim(chmod_)},        {"_lchflags", shim(lchflags_)},
+    {"_utimes", shim(utimes_)},
+};
+
+}  // namespace vlm
