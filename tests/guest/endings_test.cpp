@@ -148,6 +148,14 @@ TEST_CASE("a call of a missing import ends the game with its name, or is survive
   CHECK_EQ(lines, 3);
 }
 
+TEST_CASE("the game ends as its code asks") {
+  const std::wstring image = folder + L"guests\\system_guest.dylib";
+  check_fatal(start_with(image, L"call_abort"), "abort() called by game code");
+  check_fatal(start_with(image, L"smash_stack"), "stack smashing detected in game code");
+  CHECK_EQ(start_with(image, L"exit_with_handlers").exit_code, 77);            // newest first, each once
+  CHECK_EQ(start_with(image, L"exit_with_too_many_handlers").exit_code, 11);  // 511 of 600, after a first one
+}
+
 TEST_CASE("an export that the image lacks ends the game with its name when it is called") {
   const Ending ending = run_game_process(folder, L"missing_export.exe", in_quotes(start_image));
   CHECK_EQ(ending.exit_code, 3);
