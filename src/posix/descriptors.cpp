@@ -206,8 +206,13 @@ SYSV std::int32_t fcopyfile_(std::int32_t from, std::int32_t to, void*, std::uin
   const UniqueHeap<std::byte> buffer(static_cast<std::byte*>(std::malloc(copy_size)));
   if (!buffer) return fail(DARWIN_ENOMEM);
   SetFilePointerEx(source.handle, {}, nullptr, FILE_BEGIN);
+  // What a file holds now is all: one that is copied onto its own end would never come to it.
+  LARGE_INTEGER left;
+  if (!can_seek(source) || !GetFileSizeEx(source.handle, &left)) left.QuadPart = INT64_MAX;
   DWORD size = 0;
-  while (ReadFile(source.handle, buffer.get(), copy_size, &size, nullptr) && size != 0) {
+  for (; left.QuadPart > 0; left.QuadPart -= size) {
+    const auto wanted = static_cast<DWORD>(std::min<std::int64_t>(left.QuadPart, copy_size));
+    if (!ReadFile(source.handle, buffer.get(), wanted, &size, nullptr) || size == 0) break;
     DWORD written = 0;
     WriteFile(destination.handle, buffer.get(), size, &written, nullptr);
   }
@@ -275,15 +280,18 @@ UniqueHeap<wchar_t> file_path(const char* game_path) {
     std::wcscpy(result.get(), path.get());
     return result;
   }
-  const bool is_share = path.get()[0] == L'\\' && path.get()[1] == L'\\';
-  const wchar_t* const mark = is_share ? LR"(\\?\UNC)" : LR"(\\?\)";
-  const std::size_t mark_length = std::wcslen(mark);
-  wchar_t* const full = result.get() + mark_length - is_share;  // of "\\server", one backslash stays
+  constexpr std::size_t longest_mark = 8;
+  wchar_t* const full = result.get() + longest_mark;
   const DWORD length = GetFullPathNameW(path.get(), size, full, nullptr);
   if (length == 0 || length >= size) {  // another thread changed the current directory
     shim_errno = DARWIN_ENOENT;
     return nullptr;
   }
+  const bool is_share = std::wcsncmp(full, LR"(\\)", 2) == 0;
+  const wchar_t* const mark = is_share ? LR"(\\?\UNC\)" : LR"(\\?\)";
+  const std::size_t mark_length = std::wcslen(mark);
+  const wchar_t* const rest = is_share ? full + 2 : full;
+  std::wmemmove(result.get() + mark_length, rest, std::wcslen(rest) + 1);
   std::wmemcpy(result.get(), mark, mark_length);
   return result;
 }
@@ -342,9 +350,14 @@ extern "C" SYSV std::int32_t fcntl_body(std::int32_t number, std::int32_t comman
   switch (command) {
     case get_descriptor_flags: return close_on_exec;
     case get_status_flags: return static_cast<std::int32_t>(descriptor.flags);
-    case set_status_flags: rows[number].flags.store(arguments->next<std::uint32_t>(), std::memory_order_relaxed);
+    case set_status_flags: {
+      const std::lock_guard hold(table_lock);
+      if (!find_descriptor(number)) return -1;
+      rows[number].flags.store(arguments->next<std::uint32_t>(), std::memory_order_relaxed);
+      return 0;
+    }
+    default: return 0;
   }
-  return 0;
 }
 
 extern "C" SYSV std::int32_t ioctl_body(std::int32_t, std::uint64_t, SysvVaList*) { return fail(DARWIN_ENOTTY); }

@@ -39,8 +39,9 @@ struct Mapping {
   bool contains(std::uintptr_t where) const { return where - address < length; }
 };
 
-constinit SrwLock mapping_lock;           // held across every call of this file
-constinit std::unique_ptr<Mapping> newest;
+constinit SrwLock mapping_lock;  // held across every call of this file
+/// Never destroyed: when the process ends, threads of the game still use what it maps.
+[[clang::no_destroy]] constinit std::unique_ptr<Mapping> newest;
 
 /// The place in the list that holds the newest mapping around an address; one that is null when there is none.
 std::unique_ptr<Mapping>& find_mapping(std::uintptr_t address) {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <io.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -30,6 +31,15 @@ Result with_host_errno(Result result, bool failed) {
   return result;
 }
 
+/// Mode "x", which not every host runtime knows: the file must not exist.
+std::FILE* create_stream(const wchar_t* path, const wchar_t* mode, bool updates) {
+  const int number = _wopen(path, _O_CREAT | _O_EXCL | _O_BINARY | (updates ? _O_RDWR : _O_WRONLY), _S_IREAD | _S_IWRITE);
+  if (number < 0) return nullptr;
+  std::FILE* const stream = _wfdopen(number, mode);
+  if (stream == nullptr) _close(number);
+  return stream;
+}
+
 SYSV std::FILE* fopen_(const char* game_path, const char* mode) {
   const auto path = file_path(game_path);
   if (!path) return nullptr;
@@ -38,9 +48,11 @@ SYSV std::FILE* fopen_(const char* game_path, const char* mode) {
     return nullptr;
   }
   // Of the further letters only '+' means the same to the host; its text mode ('t') must not be reached.
-  const bool updates = std::memchr(mode, '+', strnlen(mode, longest_mode)) != nullptr;
+  const std::size_t mode_length = strnlen(mode, longest_mode);
+  const bool updates = std::memchr(mode, '+', mode_length) != nullptr;
+  const bool is_new = *mode == 'w' && std::memchr(mode, 'x', mode_length) != nullptr;
   const wchar_t host_mode[] = {static_cast<wchar_t>(*mode), L'b', updates ? L'+' : L'\0', L'\0'};
-  std::FILE* const stream = _wfopen(path.get(), host_mode);
+  std::FILE* const stream = is_new ? create_stream(path.get(), host_mode, updates) : _wfopen(path.get(), host_mode);
   return with_host_errno(stream, stream == nullptr);
 }
 

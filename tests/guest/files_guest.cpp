@@ -395,6 +395,9 @@ GUEST_TEST(links_and_copies) {
   const int32 from = open("files.tmp/b", 0), to = open("files.tmp/c", write_only | create);
   CHECK(lseek(from, 3, 0) == 3 && write(to, "<", 1) == 1 && fcopyfile(from, to, nullptr, 0) == 0);
   CHECK(close(from) == 0 && close(to) == 0 && holds("files.tmp/c", "<shared"));
+  const int32 itself = open("files.tmp/c", read_write), end = open("files.tmp/c", write_only);
+  CHECK(lseek(end, 0, 2) == 7 && fcopyfile(itself, end, nullptr, 0) == 0);
+  CHECK(close(itself) == 0 && close(end) == 0 && holds("files.tmp/c", "<shared<shared"));
   CHECK(rename("files.tmp/b", "files.tmp/c") == 0 && holds("files.tmp/c", "shared") && unlink("files.tmp/c") == 0);
 }
 
@@ -407,6 +410,10 @@ GUEST_TEST(streams_are_binary_and_seek_in_64_bits) {
   CHECK(fread(buffer, 1, 16, stream) == 7 && fseek(stream, -1, 2) == 0 && fread(buffer, 1, 1, stream) == 1);
   CHECK(buffer[0] == 'z' && fseeko(stream, int64{1} << 33, 0) == 0 && ftello(stream) == int64{1} << 33);
   CHECK(fails_with(e_inval, [&] { return fseek(stream, 0, 7); }));
+  CHECK(gives_null_with(e_exist, [] { return fopen("files.tmp/a", "wx"); }));
+  Stream* created = fopen("files.tmp/x", "w+x");
+  CHECK(fwrite("x", 1, 1, created) == 1 && fseek(created, 0, 0) == 0 && fread(buffer, 1, 2, created) == 1);
+  CHECK(fclose(created) == 0 && unlink("files.tmp/x") == 0);
   rewind(stream);
   CHECK(ftell(stream) == 0 && fwrite("A", 1, 1, stream) == 1 && fflush(stream) == 0);
   CHECK(fread(buffer, uint64{1} << 63, 2, stream) == 0 && fclose(stream) == 0 && holds("files.tmp/a", "A\nb\r\n\x1Az"));
