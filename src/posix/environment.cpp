@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <cwchar>
 #include <mutex>
 #include <string>
-#include <string_view>
 
 #include "posix/error_numbers.h"
 #include "posix/system_shims.h"
@@ -105,6 +105,11 @@ UniqueHeap<wchar_t> host_name(const char* name) {
 
 /// Sets a variable, or removes it (null), for the system and for the host C runtime, which have one list each.
 std::int32_t set_variable(const wchar_t* name, const wchar_t* value) {
+  constexpr std::size_t longest = 32766;  // of a name or a value; the runtime may end the process over a longer one
+  if (std::wcslen(name) > longest || (value != nullptr && std::wcslen(value) > longest)) {
+    shim_errno = DARWIN_ENOMEM;
+    return -1;
+  }
   // The runtime takes an empty value for a removal.
   if (const int error = _wputenv_s(name, value == nullptr ? L"" : value); error != 0) {
     shim_errno = errno_from_crt(error);

@@ -85,6 +85,10 @@ GUEST_TEST(what_getenv_returned_stays_as_it_was) {
     CHECK(unsetenv(bad) == -1 && *__error() == einval);
     CHECK(getenv(bad) == nullptr);
   }
+  static char long_text[40'000];
+  memset(long_text, 'x', sizeof long_text - 1);
+  CHECK(setenv("VLM_TEST", long_text, 1) == -1 && *__error() == enomem && getenv("VLM_TEST") == nullptr);
+  CHECK(unsetenv(long_text) == -1 && getenv(long_text) == nullptr);
 }
 
 GUEST_TEST(home_and_tmpdir_are_the_players_folders_whatever_is_set) {
