@@ -23,18 +23,25 @@ void register_block(const ShimEntry (&... families)[Rows]) {
   (register_shims(families), ...);
 }
 
+/// A block whose families are all built.
+template <std::size_t Complete, std::size_t... Rows>
+void register_complete_block(const ShimEntry (&... families)[Rows]) {
+  static_assert((Rows + ... + 0) == Complete, "a row is missing in this block, or one too many");
+  register_block<Complete>(families...);
+}
+
 }  // namespace
 
 void register_first_shim_block() {
   // C library
-  register_block<123>(error_shims, memory_shims, string_shims, number_shims, math_shims, rune_locale_shims,
-                      sorting_shims, random_shims, stream_shims, format_shims, abi_block1_shims,
-                      time_shims, time_text_shims, environment_shims, process_shims);
+  register_complete_block<123>(error_shims, memory_shims, string_shims, number_shims, math_shims, rune_locale_shims,
+                               sorting_shims, random_shims, stream_shims, format_shims, abi_block1_shims, time_shims,
+                               time_text_shims, environment_shims, process_shims);
 }
 
 void register_other_shim_blocks() {
   // files and descriptors
-  register_block<41>(abi_block2_shims, descriptor_shims, file_status_shims, directory_shims, mapping_shims);
+  register_complete_block<41>(abi_block2_shims, descriptor_shims, file_status_shims, directory_shims, mapping_shims);
   // threads, Mach, dispatch, system information, dynamic loading
   register_block<59>(thread_shims, mutex_shims, dispatch_shims, mach_shims, signal_shims, system_info_shims,
                      dyld_shims, dynamic_loading_shims);
