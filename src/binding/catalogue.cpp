@@ -9,10 +9,7 @@
 
 #include "abi/shims.h"
 #include "binding/shim_table.h"
-#include "posix/file_shims.h"
 #include "posix/shims.h"
-#include "posix/system_shims.h"
-#include "posix/thread_shims.h"
 
 namespace vlm {
 namespace {

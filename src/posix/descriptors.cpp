@@ -10,7 +10,7 @@
 
 #include "abi/entries.h"
 #include "posix/error_numbers.h"
-#include "posix/file_shims.h"
+#include "posix/shims.h"
 #include "support/locks.h"
 #include "support/sysv.h"
 #include "support/text.h"

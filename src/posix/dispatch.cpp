@@ -7,7 +7,7 @@
 #include <mutex>
 
 #include "diag/log.h"
-#include "posix/thread_shims.h"
+#include "posix/shims.h"
 #include "support/locks.h"
 #include "support/sysv.h"
 #include "tls/game_tls.h"

@@ -3,7 +3,7 @@
 
 #include "macho/image.h"
 #include "macho/queries.h"
-#include "posix/system_shims.h"
+#include "posix/shims.h"
 #include "support/sysv.h"
 
 namespace vlm {

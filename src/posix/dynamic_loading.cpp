@@ -10,7 +10,7 @@
 #include "diag/log.h"
 #include "macho/image.h"
 #include "macho/queries.h"
-#include "posix/system_shims.h"
+#include "posix/shims.h"
 #include "support/sysv.h"
 
 namespace vlm {

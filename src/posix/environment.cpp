@@ -14,7 +14,7 @@
 #include <string>
 
 #include "posix/error_numbers.h"
-#include "posix/system_shims.h"
+#include "posix/shims.h"
 #include "support/executable_path.h"
 #include "support/locks.h"
 #include "support/sysv.h"

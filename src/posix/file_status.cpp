@@ -7,7 +7,7 @@
 
 #include "posix/descriptors.h"
 #include "posix/error_numbers.h"
-#include "posix/file_shims.h"
+#include "posix/shims.h"
 #include "support/sysv.h"
 
 namespace vlm {

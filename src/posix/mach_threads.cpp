@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "diag/log.h"
-#include "posix/thread_shims.h"
+#include "posix/shims.h"
 #include "support/sysv.h"
 #include "tls/thread_record.h"
 

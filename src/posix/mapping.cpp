@@ -13,7 +13,7 @@
 #include "diag/log.h"
 #include "posix/descriptors.h"
 #include "posix/error_numbers.h"
-#include "posix/file_shims.h"
+#include "posix/shims.h"
 #include "support/locks.h"
 #include "support/sysv.h"
 

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "posix/thread_shims.h"
+#include "posix/shims.h"
 #include "support/sysv.h"
 #include "tls/game_tls.h"
 

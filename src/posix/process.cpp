@@ -10,7 +10,7 @@
 #include <optional>
 
 #include "diag/log.h"
-#include "posix/system_shims.h"
+#include "posix/shims.h"
 #include "support/locks.h"
 #include "support/sysv.h"
 

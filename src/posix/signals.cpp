@@ -3,7 +3,7 @@
 #include <mutex>
 
 #include "posix/error_numbers.h"
-#include "posix/thread_shims.h"
+#include "posix/shims.h"
 #include "support/locks.h"
 #include "support/sysv.h"
 

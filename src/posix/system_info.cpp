@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "posix/error_numbers.h"
-#include "posix/system_shims.h"
+#include "posix/shims.h"
 #include "posix/time.h"
 #include "support/sysv.h"
 

@@ -8,7 +8,7 @@
 #include <cstdint>
 
 #include "posix/error_numbers.h"
-#include "posix/system_shims.h"
+#include "posix/shims.h"
 #include "support/sysv.h"
 
 namespace vlm {

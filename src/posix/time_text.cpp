@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "posix/system_shims.h"
+#include "posix/shims.h"
 #include "posix/time.h"
 #include "support/sysv.h"
 

@@ -67,7 +67,7 @@ GUEST_TEST(a_weak_import_without_an_implementation_is_null) { CHECK(&absent_weak
 
 GUEST_TEST(a_long_jump_comes_back_to_its_set_jump) {
   CHECK(value_after_jump(42) == 42);
-  CHECK(value_after_jump(-1) == -1 + 0);
+  CHECK(value_after_jump(-1) == -1);
   CHECK(value_after_jump(0) == 1);
 }
 
