@@ -26,6 +26,7 @@ add_library(vlm STATIC
   src/posix/directories.cpp
   src/posix/error_numbers.cpp
   src/posix/file_status.cpp
+  src/posix/host_path.cpp
   src/posix/mapping.cpp
   src/posix/math.cpp
   src/posix/memory.cpp

@@ -5,15 +5,14 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <cwchar>
 #include <mutex>
 
 #include "abi/entries.h"
 #include "posix/error_numbers.h"
+#include "posix/host_path.h"
 #include "posix/shims.h"
 #include "support/locks.h"
 #include "support/sysv.h"
-#include "support/text.h"
 
 namespace vlm {
 namespace {
@@ -34,7 +33,6 @@ constexpr std::int32_t close_on_exec = 1;
 constexpr DWORD pipe_size = 65536;
 constexpr DWORD copy_size = 65536;
 constexpr std::uint64_t longest_transfer = 0x7FFFFFFF;
-constexpr std::size_t longest_name = 255;
 
 struct Row {
   std::atomic<DescriptorKind> kind;
@@ -117,11 +115,11 @@ SYSV std::int64_t lseek_(std::int32_t number, std::int64_t offset, std::int32_t 
   static_assert(FILE_BEGIN == 0 && FILE_CURRENT == 1 && FILE_END == 2, "the same on macOS");
   const Descriptor descriptor = find_descriptor(number);
   if (!descriptor) return -1;
-  if (whence < FILE_BEGIN || whence > FILE_END) return fail(DARWIN_EINVAL);
   if (!can_seek(descriptor)) return fail(DARWIN_ESPIPE);
+  const DWORD origin = whence == FILE_BEGIN || whence == FILE_CURRENT ? whence : FILE_END;  // whatever else it says
   LARGE_INTEGER distance, position;
   distance.QuadPart = offset;
-  if (!SetFilePointerEx(descriptor.handle, distance, &position, whence)) return fail_from_win32();
+  if (!SetFilePointerEx(descriptor.handle, distance, &position, origin)) return fail_from_win32();
   return position.QuadPart;
 }
 
@@ -248,54 +246,6 @@ void set_up_standard_descriptors() {
   rows[2].fill(DescriptorKind::Standard, GetStdHandle(STD_ERROR_HANDLE), open_write_only);
 }
 
-UniqueHeap<wchar_t> file_path(const char* game_path) {
-  if (game_path == nullptr || *game_path == '\0') {
-    shim_errno = game_path == nullptr ? DARWIN_EFAULT : DARWIN_ENOENT;
-    return nullptr;
-  }
-  const auto path = to_host_path(game_path);
-  if (!path) {
-    shim_errno = DARWIN_ENOMEM;
-    return nullptr;
-  }
-  for (const wchar_t* name = path.get(); *name != L'\0';) {
-    const std::size_t length = std::wcscspn(name, L"\\");
-    if (length > longest_name) {
-      shim_errno = DARWIN_ENAMETOOLONG;
-      return nullptr;
-    }
-    name += length + (name[length] == L'\\');
-  }
-  // A path that is too long for the plain calls (a directory leaves room for an 8.3 name) is made absolute and marked.
-  constexpr DWORD plain_limit = MAX_PATH - 14;
-  const DWORD size = GetFullPathNameW(path.get(), 0, nullptr, nullptr);
-  const bool plain = size < plain_limit || std::wcsncmp(path.get(), LR"(\\?\)", 4) == 0;
-  const std::size_t capacity = (plain ? std::wcslen(path.get()) : size) + 12;
-  UniqueHeap<wchar_t> result(static_cast<wchar_t*>(std::calloc(capacity, sizeof(wchar_t))));
-  if (!result) {
-    shim_errno = DARWIN_ENOMEM;
-    return nullptr;
-  }
-  if (plain) {
-    std::wcscpy(result.get(), path.get());
-    return result;
-  }
-  constexpr std::size_t longest_mark = 8;
-  wchar_t* const full = result.get() + longest_mark;
-  const DWORD length = GetFullPathNameW(path.get(), size, full, nullptr);
-  if (length == 0 || length >= size) {  // another thread changed the current directory
-    shim_errno = DARWIN_ENOENT;
-    return nullptr;
-  }
-  const bool is_share = std::wcsncmp(full, LR"(\\)", 2) == 0;
-  const wchar_t* const mark = is_share ? LR"(\\?\UNC\)" : LR"(\\?\)";
-  const std::size_t mark_length = std::wcslen(mark);
-  const wchar_t* const rest = is_share ? full + 2 : full;
-  std::wmemmove(result.get() + mark_length, rest, std::wcslen(rest) + 1);
-  std::wmemcpy(result.get(), mark, mark_length);
-  return result;
-}
-
 std::int32_t fail(std::int32_t darwin_error) {
   shim_errno = darwin_error;
   return -1;
@@ -314,19 +264,13 @@ std::int32_t fail_from_win32(DWORD error) {
 using namespace vlm;
 
 extern "C" SYSV std::int32_t open_body(const char* game_path, std::int32_t given_flags, SysvVaList*) {
-  const auto path = file_path(game_path);
+  const HostPath path(game_path);
   if (!path) return -1;
   const auto flags = static_cast<std::uint32_t>(given_flags);
   const std::uint32_t access_mode = flags & open_access_mode;
 
-  const DWORD attributes = GetFileAttributesW(path.get());
+  const DWORD attributes = GetFileAttributesW(path.c_str());
   const bool is_directory = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
-  if (is_directory) {
-    if ((flags & open_create) && (flags & open_exclusive)) return fail(DARWIN_EEXIST);
-    const bool writes = access_mode == open_write_only || access_mode == open_read_write;
-    if (writes || (flags & (open_create | open_truncate))) return fail(DARWIN_EISDIR);
-  }
-
   DWORD disposition = flags & open_truncate ? TRUNCATE_EXISTING : OPEN_EXISTING;
   if (flags & open_create) {
     disposition = flags & open_exclusive ? CREATE_NEW : flags & open_truncate ? CREATE_ALWAYS : OPEN_ALWAYS;
@@ -336,8 +280,13 @@ extern "C" SYSV std::int32_t open_body(const char* game_path, std::int32_t given
   if (access_mode == open_read_write) access = GENERIC_READ | GENERIC_WRITE;
   if (disposition == TRUNCATE_EXISTING) access |= GENERIC_WRITE;  // the host's condition; macOS has none
 
+  if (is_directory) {  // opens for reading, whatever else is asked: there is nothing to write or to cut
+    if (disposition != CREATE_NEW) disposition = OPEN_EXISTING;
+    access = GENERIC_READ;
+  }
+
   UniqueHandle handle = own_handle(CreateFileW(
-      path.get(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, disposition,
+      path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, disposition,
       FILE_ATTRIBUTE_NORMAL | (is_directory ? FILE_FLAG_BACKUP_SEMANTICS : 0), nullptr));
   if (!handle) return fail_from_win32();
   const std::lock_guard hold(table_lock);

@@ -26,11 +26,6 @@ Descriptor find_descriptor(std::int32_t number);
 /// Puts the process's standard handles behind 0, 1 and 2. Part of static start-up.
 void set_up_standard_descriptors();
 
-/// A host path for the Win32 file calls: to_host_path(), in the form without a length limit where it needs one, with
-/// room for two more characters. Null, with shim_errno set, for a null (EFAULT) or empty (ENOENT) path and for one
-/// with a name of more than 255 characters (ENAMETOOLONG).
-UniqueHeap<wchar_t> file_path(const char* game_path);
-
 /// Sets shim_errno from a Win32 error that a file call left; returns -1.
 std::int32_t fail_from_win32(DWORD error = GetLastError());
 

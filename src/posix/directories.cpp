@@ -1,7 +1,6 @@
 // Names in the file system: directories and their streams, renaming, linking, removing, the current directory.
 #include <windows.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -12,6 +11,7 @@
 
 #include "posix/descriptors.h"
 #include "posix/error_numbers.h"
+#include "posix/host_path.h"
 #include "posix/shims.h"
 #include "support/sysv.h"
 #include "support/text.h"
@@ -66,15 +66,19 @@ DirectoryStream* no_stream(std::int32_t darwin_error) {
   return nullptr;
 }
 
+/// An empty path is the current directory.
 SYSV DirectoryStream* opendir_(const char* game_path) {
-  auto pattern = file_path(game_path);
-  if (!pattern) return nullptr;
-  const DWORD attributes = GetFileAttributesW(pattern.get());
+  const HostPath path(game_path != nullptr && *game_path == '\0' ? "." : game_path);
+  if (!path) return nullptr;
+  const DWORD attributes = GetFileAttributesW(path.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return no_stream(errno_from_win32(GetLastError()));
   if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) return no_stream(DARWIN_ENOTDIR);
-  const std::size_t length = std::wcslen(pattern.get());
-  std::wcscpy(pattern.get() + length, pattern.get()[length - 1] == L'\\' ? L"*" : L"\\*");
 
+  const std::size_t length = std::wcslen(path.c_str());
+  UniqueHeap<wchar_t> pattern(static_cast<wchar_t*>(std::malloc((length + 3) * sizeof(wchar_t))));
+  if (!pattern) return no_stream(DARWIN_ENOMEM);
+  std::wmemcpy(pattern.get(), path.c_str(), length);
+  std::wcscpy(pattern.get() + length, path.c_str()[length - 1] == L'\\' ? L"*" : L"\\*");
   auto* const stream = new (std::nothrow) DirectoryStream(std::move(pattern));
   if (stream == nullptr) return no_stream(DARWIN_ENOMEM);
   if (stream->start()) return stream;
@@ -93,18 +97,12 @@ SYSV DarwinDirent* readdir_(DirectoryStream* stream) {
     }
   }
   stream->pending = false;
-  const auto name = from_host_path(stream->found.cFileName);
-  if (!name) {
-    shim_errno = DARWIN_ENOMEM;
-    return nullptr;
-  }
   DarwinDirent& entry = stream->entry;
-  entry = {};
+  static_assert(sizeof entry.name > 3 * MAX_PATH, "holds every name of the host");
+  entry.name_length = static_cast<std::uint16_t>(from_host_path(stream->found.cFileName, entry.name, sizeof entry.name));
   entry.inode = entry.seek_offset = ++stream->count;
   entry.record_length = sizeof entry;
-  entry.name_length = static_cast<std::uint16_t>(std::min(std::strlen(name.get()), sizeof entry.name - 1));
   entry.type = stream->found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY ? type_directory : type_regular;
-  std::memcpy(entry.name, name.get(), entry.name_length);
   return &entry;
 }
 
@@ -120,38 +118,38 @@ SYSV std::int32_t closedir_(DirectoryStream* stream) {
 }
 
 SYSV std::int32_t mkdir_(const char* game_path, std::uint16_t) {
-  const auto path = file_path(game_path);
+  const HostPath path(game_path);
   if (!path) return -1;
-  return CreateDirectoryW(path.get(), nullptr) ? 0 : fail_from_win32();
+  return CreateDirectoryW(path.c_str(), nullptr) ? 0 : fail_from_win32();
 }
 
 SYSV std::int32_t rmdir_(const char* game_path) {
-  const auto path = file_path(game_path);
+  const HostPath path(game_path);
   if (!path) return -1;
-  return RemoveDirectoryW(path.get()) ? 0 : fail_from_win32();
+  return RemoveDirectoryW(path.c_str()) ? 0 : fail_from_win32();
 }
 
 SYSV std::int32_t unlink_(const char* game_path) {
-  const auto path = file_path(game_path);
+  const HostPath path(game_path);
   if (!path) return -1;
-  return DeleteFileW(path.get()) ? 0 : fail_from_win32();
+  return DeleteFileW(path.c_str()) ? 0 : fail_from_win32();
 }
 
 SYSV std::int32_t rename_(const char* old_path, const char* new_path) {
-  const auto from = file_path(old_path);
+  const HostPath from(old_path);
   if (!from) return -1;
-  const auto to = file_path(new_path);
+  const HostPath to(new_path);
   if (!to) return -1;
   const DWORD how = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED;
-  return MoveFileExW(from.get(), to.get(), how) ? 0 : fail_from_win32();
+  return MoveFileExW(from.c_str(), to.c_str(), how) ? 0 : fail_from_win32();
 }
 
 SYSV std::int32_t link_(const char* existing_path, const char* new_path) {
-  const auto existing = file_path(existing_path);
+  const HostPath existing(existing_path);
   if (!existing) return -1;
-  const auto link = file_path(new_path);
+  const HostPath link(new_path);
   if (!link) return -1;
-  return CreateHardLinkW(link.get(), existing.get(), nullptr) ? 0 : fail_from_win32();
+  return CreateHardLinkW(link.c_str(), existing.c_str(), nullptr) ? 0 : fail_from_win32();
 }
 
 // Symbolic links need rights that players do not have: none is made, so none is there to read.

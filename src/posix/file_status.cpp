@@ -7,6 +7,7 @@
 
 #include "posix/descriptors.h"
 #include "posix/error_numbers.h"
+#include "posix/host_path.h"
 #include "posix/shims.h"
 #include "support/sysv.h"
 
@@ -112,11 +113,11 @@ std::uint64_t path_hash(const char* path) {
 }
 
 SYSV std::int32_t stat_(const char* game_path, DarwinStat* result) {
-  const auto path = file_path(game_path);
+  const HostPath path(game_path);
   if (!path) return -1;
   if (result == nullptr) return fail(DARWIN_EFAULT);
   WIN32_FILE_ATTRIBUTE_DATA host;
-  if (!GetFileAttributesExW(path.get(), GetFileExInfoStandard, &host)) return fail_from_win32();
+  if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &host)) return fail_from_win32();
   *result = darwin_stat(host, path_hash(game_path));
   return 0;
 }
@@ -138,9 +139,9 @@ SYSV std::int32_t fstat_(std::int32_t number, DarwinStat* result) {
 }
 
 SYSV std::int32_t access_(const char* game_path, std::int32_t mode) {
-  const auto path = file_path(game_path);
+  const HostPath path(game_path);
   if (!path) return -1;
-  const DWORD attributes = GetFileAttributesW(path.get());
+  const DWORD attributes = GetFileAttributesW(path.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES) return fail_from_win32();
   const bool read_only = (attributes & FILE_ATTRIBUTE_READONLY) && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
   return (mode & access_write) && read_only ? fail(DARWIN_EACCES) : 0;
@@ -150,10 +151,10 @@ SYSV std::int32_t chmod_(const char*, std::uint16_t) { return 0; }
 SYSV std::int32_t lchflags_(const char*, std::uint32_t) { return 0; }
 
 SYSV std::int32_t utimes_(const char* game_path, const DarwinTimeval* times) {
-  const auto path = file_path(game_path);
+  const HostPath path(game_path);
   if (!path) return -1;
   const UniqueHandle file = own_handle(
-      CreateFileW(path.get(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+      CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                   OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   if (!file) return fail_from_win32();
   FILETIME accessed, modified;

@@ -12,6 +12,7 @@
 
 #include "posix/descriptors.h"
 #include "posix/error_numbers.h"
+#include "posix/host_path.h"
 #include "posix/shims.h"
 #include "support/sysv.h"
 
@@ -41,7 +42,7 @@ std::FILE* create_stream(const wchar_t* path, const wchar_t* mode, bool updates)
 }
 
 SYSV std::FILE* fopen_(const char* game_path, const char* mode) {
-  const auto path = file_path(game_path);
+  const HostPath path(game_path);
   if (!path) return nullptr;
   if (mode == nullptr || *mode == '\0' || std::strchr("rwa", *mode) == nullptr) {
     shim_errno = DARWIN_EINVAL;
@@ -52,7 +53,7 @@ SYSV std::FILE* fopen_(const char* game_path, const char* mode) {
   const bool updates = std::memchr(mode, '+', mode_length) != nullptr;
   const bool is_new = *mode == 'w' && std::memchr(mode, 'x', mode_length) != nullptr;
   const wchar_t host_mode[] = {static_cast<wchar_t>(*mode), L'b', updates ? L'+' : L'\0', L'\0'};
-  std::FILE* const stream = is_new ? create_stream(path.get(), host_mode, updates) : _wfopen(path.get(), host_mode);
+  std::FILE* const stream = is_new ? create_stream(path.c_str(), host_mode, updates) : _wfopen(path.c_str(), host_mode);
   return with_host_errno(stream, stream == nullptr);
 }
 

@@ -1,6 +1,8 @@
 #include "support/text.h"
 
+#include <algorithm>
 #include <cstring>
+#include <cwchar>
 
 namespace vlm {
 namespace {
@@ -37,20 +39,42 @@ UniqueHeap<char> utf8_from_utf16(const wchar_t* text) {
   return narrow;
 }
 
+std::size_t to_host_path(const char* game_path, wchar_t* buffer, std::size_t capacity) {
+  const char* const text = windows_part(game_path);
+  const int size = MultiByteToWideChar(CP_UTF8, 0, text, -1, buffer, static_cast<int>(capacity));
+  if (size == 0) return capacity;
+  std::replace(buffer, buffer + size, L'/', L'\\');
+  return static_cast<std::size_t>(size) - 1;
+}
+
 UniqueHeap<wchar_t> to_host_path(const char* game_path) {
-  auto wide = utf16_from_utf8(windows_part(game_path));
-  for (wchar_t* c = wide.get(); c && *c; ++c) {
-    if (*c == L'/') *c = L'\\';
+  const std::size_t capacity = std::strlen(game_path) + 1;  // no byte becomes more than one unit
+  UniqueHeap<wchar_t> path(static_cast<wchar_t*>(std::calloc(capacity, sizeof(wchar_t))));
+  if (path) to_host_path(game_path, path.get(), capacity);
+  return path;
+}
+
+std::size_t from_host_path(const wchar_t* host_path, char* buffer, std::size_t capacity) {
+  // Most names are ASCII, which the host's conversion is slow for.
+  std::size_t length = 0;
+  for (; length < capacity && host_path[length] < 0x80; ++length) {
+    const auto c = static_cast<char>(host_path[length]);
+    buffer[length] = c == '\\' ? '/' : c;
+    if (c == '\0') return length;
   }
-  return wide;
+  if (length == capacity) return capacity;
+  const int size = WideCharToMultiByte(CP_UTF8, 0, host_path + length, -1, buffer + length,
+                                       static_cast<int>(capacity - length), nullptr, nullptr);
+  if (size == 0) return capacity;
+  std::replace(buffer + length, buffer + length + size, '\\', '/');
+  return length + static_cast<std::size_t>(size) - 1;
 }
 
 UniqueHeap<char> from_host_path(const wchar_t* host_path) {
-  auto narrow = utf8_from_utf16(host_path);
-  for (char* c = narrow.get(); c && *c; ++c) {
-    if (*c == '\\') *c = '/';
-  }
-  return narrow;
+  const std::size_t capacity = 3 * std::wcslen(host_path) + 1;  // bytes of the longest unit
+  UniqueHeap<char> path(static_cast<char*>(std::calloc(capacity, 1)));
+  if (path) from_host_path(host_path, path.get(), capacity);
+  return path;
 }
 
 std::wstring own_module_path() {

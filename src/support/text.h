@@ -11,8 +11,13 @@ namespace vlm {
 /// wins ("/Users/x/C:/Save" is "C:\Save"); every '/' becomes '\'. The caller releases it; null when memory is out.
 UniqueHeap<wchar_t> to_host_path(const char* game_path);
 
+/// The same into a buffer. Returns the length without the NUL, or `capacity` when that is too little.
+std::size_t to_host_path(const char* game_path, wchar_t* buffer, std::size_t capacity);
+
 /// A newly allocated UTF-8 string for a UTF-16 Windows path, every '\' turned into '/'. Null when memory is out.
 UniqueHeap<char> from_host_path(const wchar_t* host_path);
+/// The same into a buffer. Returns the length without the NUL, or `capacity` when that is too little.
+std::size_t from_host_path(const wchar_t* host_path, char* buffer, std::size_t capacity);
 
 /// UTF-8 to UTF-16 and back (code page 65001); ill-formed text becomes U+FFFD. Null when memory is out.
 UniqueHeap<wchar_t> utf16_from_utf8(const char* text);

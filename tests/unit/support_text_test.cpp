@@ -33,6 +33,15 @@ TEST_CASE("a game path becomes a Windows path; a Windows path behind a macOS pre
     CHECK_EQ(std::wstring(to_host_path(c.game).get()), c.host);
   }
   CHECK_EQ(std::string(from_host_path(L"C:\\セーブ\\a/b").get()), "C:/セーブ/a/b");
+
+  wchar_t wide[] = L"????";
+  CHECK_EQ(to_host_path("a/ü", wide, 3), 3);  // one unit more is needed
+  CHECK_EQ(to_host_path("a/ü", wide, 4), 3);
+  CHECK_EQ(std::wstring(wide), L"a\\ü");
+  char narrow[] = "?????";
+  for (const std::size_t little : {0, 1, 2, 3, 4}) CHECK_EQ(from_host_path(L"a\\ü", narrow, little), little);
+  CHECK_EQ(from_host_path(L"a\\ü", narrow, 5), 4);
+  CHECK_EQ(std::string(narrow), "a/ü");
 }
 
 TEST_CASE("an environment variable that is empty exists") {
