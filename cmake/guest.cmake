@@ -5,10 +5,18 @@ set(GUEST_FLAGS -target x86_64-apple-macos10.13 -O1 -g0 -fno-builtin -Wall -Wext
 set(GUEST_LINK ld64.lld-19 -arch x86_64 -platform_version macos 10.13 10.13 -dylib -no_fixup_chains
     -undefined dynamic_lookup)
 
-# add_guest(name SOURCES a.cpp b.m c.s [OUTPUT path] [FLAGS ...] [LINK_FLAGS ...] [DEPENDS ...])
-# Builds a Mach-O dylib; the target <name> makes it and the property GUEST_IMAGE of <name> is its path.
+# The headers of libc++, over a configuration and the few C headers of macOS that are the guests' own. Forms of new and
+# delete that the library does not have are not called.
+set(GUEST_LIBCXX_FLAGS -fno-sized-deallocation -fno-aligned-allocation
+    -isystem ${CMAKE_SOURCE_DIR}/tests/guest/include/libcxx
+    -isystem /usr/lib/llvm-19/include/c++/v1
+    -isystem ${CMAKE_SOURCE_DIR}/tests/guest/include/darwin)
+
+# add_guest(name SOURCES a.cpp b.m c.s [LIBCXX] [OUTPUT path] [FLAGS ...] [LINK_FLAGS ...] [DEPENDS ...])
+# Builds a Mach-O dylib; the target <name> makes it and the property GUEST_IMAGE of <name> is its path. With LIBCXX
+# its C++ sources may include <string>, <vector> and their like.
 function(add_guest name)
-  cmake_parse_arguments(G "" "OUTPUT" "SOURCES;FLAGS;LINK_FLAGS;DEPENDS" ${ARGN})
+  cmake_parse_arguments(G "LIBCXX" "OUTPUT" "SOURCES;FLAGS;LINK_FLAGS;DEPENDS" ${ARGN})
   if(NOT G_OUTPUT)
     set(G_OUTPUT ${CMAKE_BINARY_DIR}/guests/${name}.dylib)
   endif()
@@ -21,6 +29,9 @@ function(add_guest name)
     set(language_flags)
     if(source MATCHES "\\.(cpp|mm)$")
       set(language_flags -std=c++20)
+      if(G_LIBCXX)
+        list(APPEND language_flags ${GUEST_LIBCXX_FLAGS})
+      endif()
     endif()
     if(source MATCHES "\\.(m|mm)$")
       list(APPEND language_flags -fobjc-arc -fblocks)

@@ -11,6 +11,7 @@ needs=(
   x86_64-w64-mingw32-g++:g++-mingw-w64-x86-64
   wine:wine wine:wine64 xvfb-run:xvfb xauth:xauth
   /usr/include/doctest/doctest.h:doctest-dev /usr/include/Zydis/Zydis.h:libzydis-dev
+  /usr/lib/llvm-19/include/c++/v1/string:libc++-19-dev
 )
 
 missing_packages() {
