@@ -21,6 +21,12 @@ add_library(vlm STATIC
   src/macho/image_exports.cpp
   src/macho/initializers.cpp
   src/macho/load.cpp
+  src/objc/classes.cpp
+  src/objc/dispatch.cpp
+  src/objc/ns_object.cpp
+  src/objc/ns_string.cpp
+  src/objc/pending_classes.cpp
+  src/objc/runtime.cpp
   src/posix/aligned_blocks.cpp
   src/posix/descriptors.cpp
   src/posix/directories.cpp

@@ -26,3 +26,9 @@
 #define JUMP_R14 40
 #define JUMP_R15 48
 #define JUMP_RIP 56
+
+// CachedMethod and the method cache (objc/dispatch.h): a power of two.
+#define CACHED_METHOD_CLASS 0
+#define CACHED_METHOD_SELECTOR 8
+#define CACHED_METHOD_IMPLEMENTATION 16
+#define METHOD_CACHE_SLOTS 8192

@@ -30,19 +30,9 @@ SYSV void* initWithObjects_body(void*, const char*, void*, SysvVaList*) {
   return reinterpret_cast<void*>(MISSING(foundation, "initWithObjects:"));
 }
 
-const void* objc_lookup(void*, const char*) {
-  MISSING("libobjc.A.dylib", "_objc_msgSend");
-  return reinterpret_cast<const void*>(&objc_null_method);
-}
-
 void dispatch_managed_call(IcallRecord*, const RegisterSaveArea*, const std::uint64_t*, ManagedResult* result) {
   MISSING("GameAssembly.dylib", "managed call");
   *result = {};
 }
 
 }  // extern "C"
-
-const char* vlm::objc_object_cstring(void* object) {
-  if (object != nullptr) MISSING(foundation, "%@");
-  return "(null)";
-}

@@ -9,6 +9,7 @@
 
 #include "abi/shims.h"
 #include "binding/shim_table.h"
+#include "objc/shims.h"
 #include "posix/shims.h"
 
 namespace vlm {
@@ -40,12 +41,12 @@ void register_other_shim_blocks() {
   // files and descriptors
   register_complete_block<41>(abi_block2_shims, descriptor_shims, file_status_shims, directory_shims, mapping_shims);
   // threads, Mach, dispatch, system information, dynamic loading
-  register_block<59>(thread_shims, mutex_shims, dispatch_shims, mach_shims, signal_shims, system_info_shims,
-                     dyld_shims, dynamic_loading_shims);
+  register_complete_block<59>(thread_shims, mutex_shims, dispatch_shims, mach_shims, signal_shims, system_info_shims,
+                              dyld_shims, dynamic_loading_shims, block_class_shims);
   register_block<9>();                   // C++ allocation
   register_block<19>();                  // C++ strings
-  register_block<21>(abi_block6_shims);  // Objective-C runtime
-  register_block<70>();                  // Objective-C classes, CoreFoundation
+  register_complete_block<21>(abi_block6_shims, objc_runtime_shims, root_class_shims);  // Objective-C runtime
+  register_block<70>(class_shims);  // Objective-C classes, CoreFoundation
   register_block<29>();                  // C++ exceptions and type information
 }
 

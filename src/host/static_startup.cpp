@@ -4,6 +4,7 @@
 #include "binding/catalogue.h"
 #include "diag/log.h"
 #include "host/title_keeper.h"
+#include "objc/object.h"
 #include "posix/descriptors.h"
 #include "posix/dynamic_loading.h"
 #include "posix/streams.h"
@@ -25,12 +26,13 @@ void log_windows_version() {
               version.dwBuildNumber);
 }
 
-/// Ten steps in this order. Steps 3 and 8 belong to families that are not built yet: the Objective-C classes and
-/// controller input; so does the crash handler of step 1.
+/// Ten steps in this order. Step 8, controller input, belongs to a family that is not built yet; so does the crash
+/// handler of step 1.
 void start_statically() {
   log_windows_version();              // 1. the first line of every log
   game_tls_init();                    // 2. thread storage for game threads
   game_tls_announce();                //
+  build_objc_classes();               // 3. what class symbols stand for
   set_up_standard_streams();          // 4. what the C library's data symbols show
   set_up_time_base();                 //
   register_first_shim_block();        // 5. the C library

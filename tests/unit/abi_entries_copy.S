@@ -22,6 +22,7 @@
 #define trap_unimplemented test_trap_unimplemented
 #define dispatch_managed_call test_dispatch_managed_call
 #define objc_lookup test_objc_lookup
+#define objc_method_cache test_objc_method_cache
 #define vsnprintf_body test_vsnprintf_body
 #define fprintf_body test_fprintf_body
 #define sscanf_body test_sscanf_body

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "abi_probe.h"
+#include "objc/dispatch.h"
 #include "stack_walk.h"
 
 using namespace vlm;
@@ -55,7 +56,7 @@ struct {
   std::uint64_t stack[4];
 } managed_call;
 struct {
-  void* receiver;
+  const void* receiver;
   const char* selector;
 } lookup;
 std::vector<WalkedFrame> walked;
@@ -131,6 +132,8 @@ void test_dispatch_managed_call(void* record, const RegisterSaveArea* registers,
   *result = {1001, 1002, 1003, 1004};
   walked = walk_stack();
 }
+
+std::atomic<const CachedMethod*> test_objc_method_cache[METHOD_CACHE_SLOTS];
 
 const void* test_objc_lookup(void* receiver, const char* selector) {
   lookup = {receiver, selector};
@@ -222,12 +225,29 @@ TEST_CASE("a message reaches its method with every register and stack word as th
     void (*entry)();
     unsigned receiver;  // index into gp; the selector follows
   } cases[] = {{test_objc_msgSend_entry, 0}, {test_objc_msgSend_stret_entry, 1}};
-  for (const auto& c : cases) {
+  // What the cache holds for the message: nothing of use, the same class with another selector, the other way round, and
+  // the method itself.
+  ObjcClass classes[2] = {};
+  ObjcObject object{&classes[0]};
+  const Selector selectors[2] = {"one", "two"};
+  const auto method = reinterpret_cast<const void*>(record_sysv_call);
+  const struct {
+    CachedMethod cached;
+    bool looked_up;
+  } slots[] = {{{}, true},
+               {{&classes[0], selectors[1], nullptr, nullptr}, true},
+               {{&classes[1], selectors[0], nullptr, nullptr}, true},
+               {{&classes[0], selectors[0], method, nullptr}, false}};
+  for (const auto& c : cases) for (const auto& slot : slots) {
     CAPTURE(c.receiver);
+    for (auto& cached : test_objc_method_cache) cached = &slot.cached;
+    lookup = {};
     SysvProbe probe = patterned_probe();
+    probe.gp[c.receiver] = reinterpret_cast<std::uint64_t>(&object);
+    probe.gp[c.receiver + 1] = reinterpret_cast<std::uint64_t>(selectors[0]);
     sysv_probe(reinterpret_cast<void*>(c.entry), &probe);
-    CHECK_EQ(reinterpret_cast<std::uint64_t>(lookup.receiver), probe.gp[c.receiver]);
-    CHECK_EQ(reinterpret_cast<std::uint64_t>(lookup.selector), probe.gp[c.receiver + 1]);
+    CHECK_EQ(lookup.receiver, slot.looked_up ? static_cast<const void*>(&object) : nullptr);
+    CHECK_EQ(lookup.selector, slot.looked_up ? selectors[0] : nullptr);
     // gp, stack, rax (the variadic count) and xmm: the stack words are right only when the method was jumped to.
     CHECK_EQ(std::memcmp(&recorded_call, &probe, offsetof(SysvProbe, out_rax)), 0);
     CHECK_EQ(probe.out_rax, recorded_results[0]);

@@ -1,0 +1,31 @@
+// The method cache, as the message-send entries of entries.S read it.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+
+#include "abi/entry_layout.h"
+#include "objc/object.h"
+
+namespace vlm {
+
+/// What one (class, selector address) pair runs. Immutable once it can be reached, and never freed.
+struct CachedMethod {
+  const ObjcClass* class_;
+  Selector selector;
+  const void* implementation;
+  CachedMethod* next;  // an older one of the same slot
+};
+static_assert(offsetof(CachedMethod, class_) == CACHED_METHOD_CLASS &&
+                  offsetof(CachedMethod, selector) == CACHED_METHOD_SELECTOR &&
+                  offsetof(CachedMethod, implementation) == CACHED_METHOD_IMPLEMENTATION,
+              "message_send reads a cached method");
+
+/// Makes every slot of the cache readable. Part of building the classes.
+void empty_method_cache();
+
+}  // namespace vlm
+
+/// What the entries look at: one method of each slot, the one that was wanted last. Never null once the classes are
+/// built. A slot's pointer is all that changes, so no reader sees half of a change.
+extern "C" std::atomic<const vlm::CachedMethod*> objc_method_cache[METHOD_CACHE_SLOTS];
