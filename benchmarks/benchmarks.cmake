@@ -15,6 +15,8 @@ add_bench(load_bench benchmarks/load_bench.cpp)
 target_link_libraries(load_bench PRIVATE vlm psapi)
 add_bench(c_library_bench benchmarks/c_library_bench.cpp)
 target_link_libraries(c_library_bench PRIVATE vlm)
+add_bench(files_bench benchmarks/files_bench.cpp)
+target_link_libraries(files_bench PRIVATE vlm)
 
 # The thread benchmarks need a patched image, so a library of their own beside it.
 set(THREADS_BENCH_DIR ${CMAKE_BINARY_DIR}/bench_threads)
@@ -27,4 +29,4 @@ add_custom_command(OUTPUT ${THREADS_BENCH_DIR}/GameAssembly.dll
 add_bench(threads_bench benchmarks/threads_bench.cpp ${THREADS_BENCH_DIR}/GameAssembly.dll)
 set_target_properties(threads_bench PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${THREADS_BENCH_DIR})
 
-add_custom_target(benches DEPENDS threads_bench forward_bench format_bench bench_format_guest stub_bench load_bench c_library_bench bench_forward_guest)
+add_custom_target(benches DEPENDS threads_bench forward_bench format_bench bench_format_guest stub_bench load_bench c_library_bench files_bench bench_forward_guest)

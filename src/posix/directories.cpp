@@ -70,10 +70,6 @@ DirectoryStream* no_stream(std::int32_t darwin_error) {
 SYSV DirectoryStream* opendir_(const char* game_path) {
   const HostPath path(game_path != nullptr && *game_path == '\0' ? "." : game_path);
   if (!path) return nullptr;
-  const DWORD attributes = GetFileAttributesW(path.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) return no_stream(errno_from_win32(GetLastError()));
-  if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) return no_stream(DARWIN_ENOTDIR);
-
   const std::size_t length = std::wcslen(path.c_str());
   UniqueHeap<wchar_t> pattern(static_cast<wchar_t*>(std::malloc((length + 3) * sizeof(wchar_t))));
   if (!pattern) return no_stream(DARWIN_ENOMEM);
@@ -82,8 +78,12 @@ SYSV DirectoryStream* opendir_(const char* game_path) {
   auto* const stream = new (std::nothrow) DirectoryStream(std::move(pattern));
   if (stream == nullptr) return no_stream(DARWIN_ENOMEM);
   if (stream->start()) return stream;
-  const DWORD error = GetLastError();
+  DWORD error = GetLastError();
   delete stream;
+  // Hosts differ in what a search below a file or below nothing fails with, but not in what is there.
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) error = GetLastError();
+  else if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) error = ERROR_DIRECTORY;
   return no_stream(errno_from_win32(error));
 }
 

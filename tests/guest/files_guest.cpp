@@ -371,6 +371,7 @@ GUEST_TEST(names_beyond_ascii_long_ones_and_those_behind_a_macos_prefix) {
 GUEST_TEST(directory_streams_number_their_entries_from_one) {
   CHECK(make_file("files.tmp/a", "") && mkdir("files.tmp/sub", 0755) == 0 && make_file("files.tmp/sub/ü", ""));
   CHECK(gives_null_with(e_notdir, [] { return opendir("files.tmp/a"); }));
+  CHECK(gives_null_with(e_noent, [] { return opendir("files.tmp/a/b"); }));
   CHECK(fails_with(e_notempty, [] { return rmdir("files.tmp/sub"); }));
   Directory* directory = opendir("files.tmp/sub/");
   for (int32 round = 0; round < 2; ++round) {
