@@ -23,10 +23,10 @@ constexpr std::size_t share_mark_length = std::size(share_mark) - 1;
 
 bool is_marked(const wchar_t* path) { return std::wcsncmp(path, mark, mark_length) == 0; }
 
-/// Whether the plain calls take a path that is below their limit itself.
-bool fits_plain_calls(const wchar_t* path) {
-  const bool has_drive = path[0] != L'\0' && path[1] == L':' && path[2] == L'\\';
-  return has_drive || GetFullPathNameW(path, 0, nullptr, nullptr) < plain_limit;
+/// Whether the plain calls take a path of this length, below their limit itself, together with what they put in front.
+bool fits_plain_calls(const wchar_t* path, std::size_t length) {
+  const bool has_drive = length > 2 && path[1] == L':' && path[2] == L'\\';
+  return has_drive || GetCurrentDirectoryW(0, nullptr) + length < plain_limit;
 }
 
 bool has_long_name(const wchar_t* path) {
@@ -46,7 +46,8 @@ HostPath::HostPath(const char* game_path) {
     return;
   }
   // No name can be too long in a path that is not.
-  if (to_host_path(game_path, short_, plain_limit) < plain_limit && fits_plain_calls(short_)) {
+  const std::size_t length = to_host_path(game_path, short_, plain_limit);
+  if (length < plain_limit && fits_plain_calls(short_, length)) {
     text_ = short_;
   } else {
     use_long_form(game_path);
