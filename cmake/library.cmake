@@ -9,6 +9,10 @@ add_library(vlm STATIC
   src/abi/stubs.cpp
   src/binding/catalogue.cpp
   src/binding/shim_table.cpp
+  src/cxx/allocation.cpp
+  src/cxx/guards.cpp
+  src/cxx/handlers.cpp
+  src/cxx/strings.cpp
   src/diag/log.cpp
   src/host/driver.cpp
   src/host/exports.cpp

@@ -9,6 +9,7 @@
 
 #include "abi/shims.h"
 #include "binding/shim_table.h"
+#include "cxx/shims.h"
 #include "objc/shims.h"
 #include "posix/shims.h"
 
@@ -43,8 +44,10 @@ void register_other_shim_blocks() {
   // threads, Mach, dispatch, system information, dynamic loading
   register_complete_block<59>(thread_shims, mutex_shims, dispatch_shims, mach_shims, signal_shims, system_info_shims,
                               dyld_shims, dynamic_loading_shims, block_class_shims);
-  register_block<9>();                   // C++ allocation
-  register_block<19>();                  // C++ strings
+  // C++ allocation, guards and handlers
+  register_complete_block<9>(allocation_shims, guard_shims, handler_shims);
+  // C++ strings and synchronisation
+  register_complete_block<19>(cxx_string_shims, cxx_lock_shims);
   register_complete_block<21>(abi_block6_shims, objc_runtime_shims, root_class_shims);  // Objective-C runtime
   register_block<70>(class_shims);  // Objective-C classes, CoreFoundation
   register_block<29>();                  // C++ exceptions and type information

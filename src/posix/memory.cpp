@@ -8,7 +8,9 @@
 
 #include "posix/aligned_blocks.h"
 #include "posix/error_numbers.h"
+#include "posix/heap.h"
 #include "posix/shims.h"
+#include "support/bytes.h"
 #include "support/sysv.h"
 
 namespace vlm {
@@ -26,28 +28,18 @@ constexpr std::uint64_t heap_alignment = 16;
 /// macOS hands out a block for a request of nothing; the host may hand out null.
 std::uint64_t at_least_one(std::uint64_t size) { return size == 0 ? 1 : size; }
 
-SYSV void* malloc_(std::uint64_t size) { return host_malloc(at_least_one(size)); }
-
 SYSV void* calloc_(std::uint64_t count, std::uint64_t size) {
   std::uint64_t total;
   if (__builtin_mul_overflow(at_least_one(count), at_least_one(size), &total)) return nullptr;
   return std::calloc(1, total);
 }
 
-/// Apart from free_, so that its registers are not saved for every ordinary block.
+/// Apart from heap_free, so that its registers are not saved for every ordinary block.
 [[gnu::noinline]] void free_possibly_aligned(void* block) {
   if (aligned_blocks.remove(block)) {
     _aligned_free(block);
   } else {
     std::free(block);
-  }
-}
-
-SYSV void free_(void* block) {
-  if (aligned_blocks.may_contain(block)) [[unlikely]] {
-    free_possibly_aligned(block);
-  } else {
-    host_free(block);  // null does nothing there
   }
 }
 
@@ -97,46 +89,6 @@ SYSV void memset_pattern16_(std::byte* to, const void* pattern, std::uint64_t si
   std::memcpy(to, copy, size);
 }
 
-/// Copies `size` bytes, from one to two times those of Part, as its first and its last ones; both are read before
-/// anything is written, so the places may overlap.
-template <class Part>
-[[gnu::always_inline]] inline void copy_ends(std::byte* to, const std::byte* from, std::uint64_t size) {
-  Part first, last;
-  std::memcpy(&first, from, sizeof(Part));
-  std::memcpy(&last, from + size - sizeof(Part), sizeof(Part));
-  std::memcpy(to, &first, sizeof(Part));
-  std::memcpy(to + size - sizeof(Part), &last, sizeof(Part));
-}
-
-/// So many bytes in vector registers; all sixteen are free to use here, two parts of 128 bytes fill them.
-template <std::size_t Bytes>
-using Vector = unsigned char __attribute__((vector_size(Bytes)));
-
-/// macOS's memcpy and memmove are one function: game code that overlaps works there, so it works here. Most copies
-/// are short and cost less than the way to the host.
-SYSV std::byte* memmove_(std::byte* to, const std::byte* from, std::uint64_t size) {
-  if (size > 256) {
-    std::memmove(to, from, size);
-  } else if (size > 128) {
-    copy_ends<Vector<128>>(to, from, size);
-  } else if (size > 64) {
-    copy_ends<Vector<64>>(to, from, size);
-  } else if (size > 32) {
-    copy_ends<Vector<32>>(to, from, size);
-  } else if (size >= 16) {
-    copy_ends<Vector<16>>(to, from, size);
-  } else if (size >= 8) {
-    copy_ends<std::uint64_t>(to, from, size);
-  } else if (size >= 4) {
-    copy_ends<std::uint32_t>(to, from, size);
-  } else if (size >= 2) {
-    copy_ends<std::uint16_t>(to, from, size);
-  } else if (size == 1) {
-    *to = *from;
-  }
-  return to;
-}
-
 SYSV const void* memchr_(const void* block, std::int32_t value, std::uint64_t size) {
   return std::memchr(block, value, size);
 }
@@ -150,20 +102,31 @@ SYSV const std::int32_t* wmemchr_(const std::int32_t* units, std::int32_t value,
 
 }  // namespace
 
-// The checked forms carry the size of the destination in a last argument, which is left alone.
+SYSV void* heap_allocate(std::uint64_t size) { return host_malloc(at_least_one(size)); }
+
+SYSV void heap_free(void* block) {
+  if (aligned_blocks.may_contain(block)) [[unlikely]] {
+    free_possibly_aligned(block);
+  } else {
+    host_free(block);  // null does nothing there
+  }
+}
+
+// macOS's memcpy and memmove are one function: game code that overlaps works there, so it works here. The checked
+// forms carry the size of the destination in a last argument, which is left alone.
 const ShimEntry memory_shims[15] = {
-    {"_malloc", shim(malloc_)},
+    {"_malloc", shim(heap_allocate)},
     {"_calloc", shim(calloc_)},
     {"_realloc", shim(realloc_)},
-    {"_free", shim(free_)},
+    {"_free", shim(heap_free)},
     {"_posix_memalign", shim(posix_memalign_)},
     {"___bzero", shim(bzero_)},
     {"_memset", shim(memset_)},
     {"___memset_chk", shim(memset_)},
     {"_memset_pattern16", shim(memset_pattern16_)},
-    {"_memcpy", shim(memmove_)},
-    {"_memmove", shim(memmove_)},
-    {"___memmove_chk", shim(memmove_)},
+    {"_memcpy", shim(copy_bytes)},
+    {"_memmove", shim(copy_bytes)},
+    {"___memmove_chk", shim(copy_bytes)},
     {"_memchr", shim(memchr_)},
     {"_memcmp", shim(memcmp_)},
     {"_wmemchr", shim(wmemchr_)},

@@ -1,7 +1,7 @@
 // String shims: NUL-terminated byte strings.
 //
-// The two that games call most, strlen and strcmp, look at 16 bytes at once. That may read behind the end of a string,
-// but never into the next page, which need not be there.
+// strcmp looks at 16 bytes at once, as strlen (support/bytes.h) does. That may read behind the end of a string, but never
+// into the next page, which need not be there.
 #include <emmintrin.h>
 
 #include <algorithm>
@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "posix/shims.h"
+#include "support/bytes.h"
 #include "support/sysv.h"
 
 namespace vlm {
@@ -17,18 +18,6 @@ namespace {
 
 /// Bit i is set when byte i of both is the same.
 std::uint32_t equal_bytes(__m128i a, __m128i b) { return _mm_movemask_epi8(_mm_cmpeq_epi8(a, b)); }
-
-SYSV std::uint64_t strlen_(const char* text) {
-  // Aligned reads stay in their page; what stands before the text in the first one is shifted out.
-  const auto misalignment = reinterpret_cast<std::uintptr_t>(text) % 16;
-  const auto* block = reinterpret_cast<const __m128i*>(text - misalignment);
-  if (const std::uint32_t ends = equal_bytes(*block, __m128i{}) >> misalignment) return std::countr_zero(ends);
-  for (;;) {
-    if (const std::uint32_t ends = equal_bytes(*++block, __m128i{})) {
-      return reinterpret_cast<const char*>(block) - text + std::countr_zero(ends);
-    }
-  }
-}
 
 bool next_16_bytes_are_in_page(const char* text) { return reinterpret_cast<std::uintptr_t>(text) % 4096 <= 4096 - 16; }
 
@@ -63,7 +52,7 @@ SYSV char* strdup_(const char* text) { return strdup(text); }
 
 /// Returns the length that the whole copy would have had.
 SYSV std::uint64_t strlcpy_(char* to, const char* from, std::uint64_t size) {
-  const std::uint64_t length = strlen_(from);
+  const std::uint64_t length = text_length(from);
   if (size == 0) return length;
   const std::uint64_t copied = std::min(length, size - 1);
   std::memcpy(to, from, copied);
@@ -74,9 +63,9 @@ SYSV std::uint64_t strlcpy_(char* to, const char* from, std::uint64_t size) {
 }  // namespace
 
 const ShimEntry string_shims[10] = {
-    {"_strlen", shim(strlen_)},   {"_strcmp", shim(strcmp_)},   {"_strncmp", shim(strncmp_)},
-    {"_strchr", shim(strchr_)},   {"_strrchr", shim(strrchr_)}, {"_strstr", shim(strstr_)},
-    {"_strcpy", shim(strcpy_)},   {"_strncpy", shim(strncpy_)}, {"_strdup", shim(strdup_)},
+    {"_strlen", shim(text_length)}, {"_strcmp", shim(strcmp_)},   {"_strncmp", shim(strncmp_)},
+    {"_strchr", shim(strchr_)},     {"_strrchr", shim(strrchr_)}, {"_strstr", shim(strstr_)},
+    {"_strcpy", shim(strcpy_)},     {"_strncpy", shim(strncpy_)}, {"_strdup", shim(strdup_)},
     {"_strlcpy", shim(strlcpy_)},
 };
 

@@ -1,0 +1,282 @@
+#include "cxx/compact_unwind.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "support/byte_reader.h"
+
+namespace vlm {
+namespace {
+
+struct UnwindInfoSectionHeader {
+  std::uint32_t version;
+  std::uint32_t commonEncodingsArraySectionOffset;
+  std::uint32_t commonEncodingsArrayCount;
+  std::uint32_t personalityArraySectionOffset;
+  std::uint32_t personalityArrayCount;
+  std::uint32_t indexSectionOffset;
+  std::uint32_t indexCount;
+};
+static_assert(sizeof(UnwindInfoSectionHeader) == 28);
+
+struct IndexEntry {
+  std::uint32_t functionOffset;
+  std::uint32_t secondLevelPagesSectionOffset;  // 0 in the entry that ends the index
+  std::uint32_t lsdaIndexArraySectionOffset;
+};
+static_assert(sizeof(IndexEntry) == 12);
+
+struct LsdaEntry {
+  std::uint32_t functionOffset;
+  std::uint32_t lsdaOffset;
+};
+static_assert(sizeof(LsdaEntry) == 8);
+
+enum SecondLevelKind : std::uint32_t { UNWIND_SECOND_LEVEL_REGULAR = 2, UNWIND_SECOND_LEVEL_COMPRESSED = 3 };
+
+struct RegularPage {
+  std::uint32_t kind;
+  std::uint16_t entryPageOffset;
+  std::uint16_t entryCount;
+};
+static_assert(sizeof(RegularPage) == 8);
+
+struct RegularEntry {
+  std::uint32_t functionOffset;
+  std::uint32_t encoding;
+};
+static_assert(sizeof(RegularEntry) == 8);
+
+struct CompressedPage {
+  std::uint32_t kind;
+  std::uint16_t entryPageOffset;
+  std::uint16_t entryCount;
+  std::uint16_t encodingsPageOffset;
+  std::uint16_t encodingsCount;
+};
+static_assert(sizeof(CompressedPage) == 12);
+
+constexpr std::uint32_t compressed_function(std::uint32_t entry) { return entry & 0xFFFFFF; }
+constexpr std::uint32_t compressed_encoding(std::uint32_t entry) { return entry >> 24; }
+
+constexpr std::uint32_t UNWIND_HAS_LSDA = 0x40000000;
+constexpr std::uint32_t personality_index(std::uint32_t encoding) { return encoding >> 28 & 3; }
+
+/// The last of `count` ascending keys that is not above `target`.
+std::optional<std::uint32_t> last_not_above(std::uint32_t count, std::uint64_t target, auto key) {
+  std::uint32_t low = 0, high = count;
+  while (low < high) {
+    const std::uint32_t middle = low + (high - low) / 2;
+    if (key(middle) <= target) {
+      low = middle + 1;
+    } else {
+      high = middle;
+    }
+  }
+  if (low == 0) return std::nullopt;
+  return low - 1;
+}
+
+}  // namespace
+
+template <class T>
+class UnwindSection::Table {
+ public:
+  Table(std::span<const std::byte> bytes) : bytes_(bytes) {}
+  std::uint32_t size() const { return static_cast<std::uint32_t>(bytes_.size() / sizeof(T)); }
+  T operator[](std::uint32_t i) const { return ByteReader(bytes_, std::size_t{i} * sizeof(T)).read<T>(); }
+
+ private:
+  std::span<const std::byte> bytes_;
+};
+
+template <class T>
+Result<UnwindSection::Table<T>> UnwindSection::table(std::uint64_t offset, std::uint64_t count,
+                                                     const char* what) const {
+  if (!range_fits(offset, count * sizeof(T), section_.size())) {
+    return fault("__unwind_info of %zu bytes has no room for its %s: %llu entries at 0x%llx", section_.size(), what,
+                 static_cast<unsigned long long>(count), static_cast<unsigned long long>(offset));
+  }
+  return Table<T>(section_.subspan(offset, count * sizeof(T)));
+}
+
+Result<UnwindSection> UnwindSection::open(std::span<const std::byte> bytes) {
+  UnwindSection section;
+  section.section_ = bytes;
+  ByteReader in(bytes);
+  const auto header = in.read<UnwindInfoSectionHeader>();
+  if (!in.ok()) return fault("__unwind_info of %zu bytes is shorter than its header", bytes.size());
+  section.common_encodings_ = header.commonEncodingsArraySectionOffset;
+  section.common_encoding_count_ = header.commonEncodingsArrayCount;
+  section.personalities_ = header.personalityArraySectionOffset;
+  section.personality_count_ = header.personalityArrayCount;
+  section.index_ = header.indexSectionOffset;
+  section.index_count_ = header.indexCount;
+  const auto encodings =
+      section.table<std::uint32_t>(section.common_encodings_, section.common_encoding_count_, "common encodings");
+  if (!encodings) return std::unexpected(encodings.error());
+  const auto personalities =
+      section.table<std::uint32_t>(section.personalities_, section.personality_count_, "personalities");
+  if (!personalities) return std::unexpected(personalities.error());
+  const auto index = section.table<IndexEntry>(section.index_, section.index_count_, "index");
+  if (!index) return std::unexpected(index.error());
+  return section;
+}
+
+Result<std::optional<UnwindEntry>> UnwindSection::find(std::uint32_t target) const {
+  if (index_count_ == 0) return std::nullopt;
+  const auto index = table<IndexEntry>(index_, index_count_, "index");
+  if (!index) return std::unexpected(index.error());
+  // The sentinel is no candidate, and an address below the first page is left to that page to turn down.
+  const IndexEntry first = (*index)[last_not_above(index_count_ - 1, target, [&](std::uint32_t i) {
+                                      return (*index)[i].functionOffset;
+                                    }).value_or(0)];
+  if (first.secondLevelPagesSectionOffset == 0) return std::nullopt;
+
+  auto found = find_in_page(first.secondLevelPagesSectionOffset, first.functionOffset, target);
+  if (!found || !*found) return found;
+  UnwindEntry& entry = **found;
+  if ((entry.encoding & UNWIND_HAS_LSDA) != 0) {
+    const auto lsda = find_lsda(first.lsdaIndexArraySectionOffset, entry.function);
+    if (!lsda) return std::unexpected(lsda.error());
+    entry.lsda = *lsda;
+  }
+  if (const std::uint32_t number = personality_index(entry.encoding); number != 0) {
+    const auto personalities = table<std::uint32_t>(personalities_, personality_count_, "personalities");
+    if (!personalities) return std::unexpected(personalities.error());
+    if (number <= personalities->size()) entry.personality = (*personalities)[number - 1];
+  }
+  return found;
+}
+
+Result<std::optional<UnwindEntry>> UnwindSection::find_in_page(std::uint32_t page, std::uint32_t first_function,
+                                                               std::uint32_t target) const {
+  ByteReader in(section_, page);
+  switch (ByteReader(in).read<std::uint32_t>()) {
+    case UNWIND_SECOND_LEVEL_REGULAR: {
+      const auto header = in.read<RegularPage>();
+      const auto entries =
+          table<RegularEntry>(std::uint64_t{page} + header.entryPageOffset, header.entryCount, "regular page");
+      if (!entries) return std::unexpected(entries.error());
+      const auto at = last_not_above(entries->size(), target, [&](std::uint32_t i) { return (*entries)[i].functionOffset; });
+      if (!at) return std::nullopt;
+      return UnwindEntry{(*entries)[*at].functionOffset, (*entries)[*at].encoding, 0, 0};
+    }
+    case UNWIND_SECOND_LEVEL_COMPRESSED: {
+      const auto header = in.read<CompressedPage>();
+      const auto entries =
+          table<std::uint32_t>(std::uint64_t{page} + header.entryPageOffset, header.entryCount, "compressed page");
+      if (!entries) return std::unexpected(entries.error());
+      const auto function = [&](std::uint32_t i) { return std::uint64_t{first_function} + compressed_function((*entries)[i]); };
+      const auto at = last_not_above(entries->size(), target, function);
+      if (!at) return std::nullopt;
+      std::uint32_t number = compressed_encoding((*entries)[*at]);
+      const bool common = number < common_encoding_count_;
+      if (!common) number -= common_encoding_count_;
+      const auto encodings =
+          common ? table<std::uint32_t>(common_encodings_, common_encoding_count_, "common encodings")
+                 : table<std::uint32_t>(std::uint64_t{page} + header.encodingsPageOffset, header.encodingsCount,
+                                        "encodings of a page");
+      if (!encodings) return std::unexpected(encodings.error());
+      if (number >= encodings->size()) {
+        return fault("__unwind_info names encoding %u of a page at 0x%x that has %u", number, page, encodings->size());
+      }
+      return UnwindEntry{static_cast<std::uint32_t>(function(*at)), (*encodings)[number], 0, 0};
+    }
+    default:
+      return std::nullopt;
+  }
+}
+
+Result<std::uint32_t> UnwindSection::find_lsda(std::uint32_t begin, std::uint32_t function) const {
+  const auto sentinel = table<IndexEntry>(index_ + sizeof(IndexEntry) * std::uint64_t{index_count_ - 1}, 1, "index");
+  if (!sentinel) return std::unexpected(sentinel.error());
+  const std::uint32_t end = (*sentinel)[0].lsdaIndexArraySectionOffset;
+  if (end <= begin) return 0;
+  const auto entries = table<LsdaEntry>(begin, (end - begin) / sizeof(LsdaEntry), "LSDA index");
+  if (!entries) return std::unexpected(entries.error());
+  const auto at = last_not_above(entries->size(), function, [&](std::uint32_t i) { return (*entries)[i].functionOffset; });
+  if (!at || (*entries)[*at].functionOffset != function) return 0;
+  return (*entries)[*at].lsdaOffset;
+}
+
+// ---- Encodings -------------------------------------------------------------------------------------------------------
+
+namespace {
+
+enum UnwindMode : std::uint32_t {
+  UNWIND_X86_64_MODE_RBP_FRAME = 1,
+  UNWIND_X86_64_MODE_STACK_IMMD = 2,
+  UNWIND_X86_64_MODE_STACK_IND = 3,
+};
+
+constexpr unsigned rbp_number = 6;
+
+/// From UNWIND_X86_64_REG_*; 0 is none.
+constexpr UnwindRegister register_of_number[] = {in_rax, in_rbx, in_r12, in_r13, in_r14, in_r15, in_rbp};
+
+/// rbp's frame: five places above a base below rbp, each with a register or none. rbp itself is always saved.
+std::optional<FrameLayout> decode_rbp_frame(std::uint32_t encoding) {
+  FrameLayout layout{16, true, 1, {{in_rbp, 16}}};
+  const unsigned base = 16 + 8 * (encoding >> 16 & 0xFF);
+  for (unsigned place = 0; place < 5; ++place) {
+    const unsigned number = encoding >> (3 * place) & 7;
+    if (number == 0 || number >= rbp_number) continue;
+    if (base < 24 + 8 * place) return std::nullopt;  // it would lie over rbp or the return address
+    layout.saved[layout.saved_count++] = {register_of_number[number], static_cast<std::uint16_t>(base - 8 * place)};
+  }
+  return layout;
+}
+
+/// Which registers were pushed, the last one first: a permutation of `count` out of six, written as one number whose
+/// digits choose among the registers that are still left. False for a number that is no permutation.
+bool decode_permutation(unsigned count, unsigned permutation, unsigned (&numbers)[6]) {
+  static constexpr unsigned divisors[7][6] = {{},           {1},             {5, 1},           {20, 4, 1},
+                                              {60, 12, 3, 1}, {120, 24, 6, 2, 1}, {120, 24, 6, 2, 1, 0}};
+  bool used[7] = {};
+  for (unsigned i = 0; i < count; ++i) {
+    const unsigned divisor = divisors[count][i];
+    unsigned digit = divisor == 0 ? 0 : permutation / divisor;
+    permutation -= digit * divisor;
+    unsigned number = 1;
+    for (; number <= 6; ++number) {
+      if (!used[number] && digit-- == 0) break;
+    }
+    if (number > 6) return false;
+    used[number] = true;
+    numbers[i] = number;
+  }
+  return true;
+}
+
+std::optional<FrameLayout> decode_frameless(std::uint32_t encoding, std::span<const std::byte> code, bool indirect) {
+  std::uint64_t size = 8 * (encoding >> 16 & 0xFF);
+  if (indirect) {
+    ByteReader in(code, std::min<std::size_t>(encoding >> 16 & 0xFF, code.size()));
+    size = std::uint64_t{in.read<std::uint32_t>()} + 8 * (encoding >> 13 & 7);
+    if (!in.ok()) return std::nullopt;
+  }
+  const unsigned count = encoding >> 10 & 7;
+  unsigned numbers[6];
+  if (count > 6 || !decode_permutation(count, encoding & 0x3FF, numbers)) return std::nullopt;
+  if (size < 8 * (count + 1) || size > 0xFFFFFFFF) return std::nullopt;  // less than what it says to hold
+  FrameLayout layout{static_cast<std::uint32_t>(size), false, 0, {}};
+  for (unsigned i = 0; i < count; ++i) {
+    layout.saved[layout.saved_count++] = {register_of_number[numbers[i]],
+                                          static_cast<std::uint16_t>(8 + 8 * (count - i))};
+  }
+  return layout;
+}
+
+}  // namespace
+
+std::optional<FrameLayout> decode_compact(std::uint32_t encoding, std::span<const std::byte> code) {
+  switch (encoding >> 24 & 0xF) {
+    case UNWIND_X86_64_MODE_RBP_FRAME: return decode_rbp_frame(encoding);
+    case UNWIND_X86_64_MODE_STACK_IMMD: return decode_frameless(encoding, code, false);
+    case UNWIND_X86_64_MODE_STACK_IND: return decode_frameless(encoding, code, true);
+    default: return std::nullopt;
+  }
+}
+
+}  // namespace vlm

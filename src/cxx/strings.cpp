@@ -1,0 +1,235 @@
+// The members of std::string that game code imports; all others are compiled into it.
+//
+// The source of what is appended, assigned or inserted may lie in the string itself. Where the string moves to a new
+// block, its old one is released only after the last character was read; where it stays, characters are copied as if
+// all were read before any is written.
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "cxx/shims.h"
+#include "cxx/string_layout.h"
+#include "diag/log.h"
+#include "support/bytes.h"
+#include "support/sysv.h"
+
+namespace vlm {
+namespace {
+
+constexpr std::uint64_t npos = ~std::uint64_t{0};
+
+// ---- Growing at the end ---------------------------------------------------------------------------------------------
+
+/// Appends `count` characters, which `write` puts where it is told. Storage that is too small is at least doubled.
+template <class Write>
+[[gnu::always_inline]] inline void append_with(GuestString& string, std::uint64_t count, Write write) {
+  const StringStorage old = storage_of(string);
+  const std::uint64_t size = add_sizes(old.size, count);
+  if (size <= old.capacity) [[likely]] {
+    write(old.characters + old.size);
+  } else {
+    const StringBlock block = allocate_characters(std::max(size, 2 * old.capacity));
+    copy_bytes(block.characters, old.characters, old.size);
+    write(block.characters + old.size);
+    move_to(string, block);
+  }
+  set_size(string, size);
+}
+
+SYSV GuestString* append_text(GuestString* string, const char* text, std::uint64_t count) {
+  append_with(*string, count, [&](char* to) { copy_bytes(to, text, count); });
+  return string;
+}
+
+SYSV GuestString* append_terminated(GuestString* string, const char* text) {
+  return append_text(string, text, text_length(text));
+}
+
+SYSV GuestString* append_fill(GuestString* string, std::uint64_t count, char c) {
+  append_with(*string, count, [&](char* to) { std::memset(to, c, count); });
+  return string;
+}
+
+SYSV void push_back(GuestString* string, char c) {
+  append_with(*string, 1, [&](char* to) { *to = c; });
+}
+
+SYSV void resize(GuestString* string, std::uint64_t size, char c) {
+  const std::uint64_t old_size = text_of(*string).size;
+  if (size > old_size) {
+    append_fill(string, size - old_size, c);
+  } else {
+    set_size(*string, size);
+  }
+}
+
+// ---- Storage of exactly the size that is asked for ------------------------------------------------------------------
+
+void assign(GuestString& string, const char* text, std::uint64_t size) {
+  const StringStorage old = storage_of(string);
+  if (size <= old.capacity) [[likely]] {
+    copy_bytes(old.characters, text, size);
+  } else {
+    const StringBlock block = allocate_characters(size);
+    copy_bytes(block.characters, text, size);
+    move_to(string, block);
+  }
+  set_size(string, size);
+}
+
+SYSV GuestString* assign_terminated(GuestString* string, const char* text) {
+  assign(*string, text, text_length(text));
+  return string;
+}
+
+SYSV GuestString* assign_string(GuestString* string, const GuestString* other) {
+  if (string != other) {
+    const StringText text = text_of(*other);
+    assign(*string, text.characters, text.size);
+  }
+  return string;
+}
+
+SYSV void reserve(GuestString* string, std::uint64_t capacity) {
+  const StringStorage old = storage_of(*string);
+  if (capacity <= old.capacity) return;
+  const StringBlock block = allocate_characters(capacity);
+  copy_bytes(block.characters, old.characters, old.size);
+  move_to(*string, block);
+  set_size(*string, old.size);
+}
+
+/// The first inserted character.
+char* insert(GuestString& string, std::uint64_t position, const char* text, std::uint64_t count) {
+  const StringStorage old = storage_of(string);
+  if (position > old.size) fatal_error("basic_string::insert out of range");
+  const std::uint64_t size = add_sizes(old.size, count);
+  const std::uint64_t behind = old.size - position;
+  char* at;
+  if (size <= old.capacity && old.holds(text)) {
+    // Making room would move the source, or part of it.
+    const StringBlock copy = allocate_characters(count);
+    copy_bytes(copy.characters, text, count);
+    insert(string, position, copy.characters, count);
+    heap_free(copy.characters);
+    return old.characters + position;
+  }
+  if (size <= old.capacity) {
+    at = old.characters + position;
+    copy_bytes(at + count, at, behind);
+    copy_bytes(at, text, count);
+  } else {
+    const StringBlock block = allocate_characters(size);
+    at = block.characters + position;
+    copy_bytes(block.characters, old.characters, position);
+    copy_bytes(at, text, count);
+    copy_bytes(at + count, old.characters + position, behind);
+    move_to(string, block);
+  }
+  set_size(string, size);
+  return at;
+}
+
+SYSV GuestString* insert_terminated(GuestString* string, std::uint64_t position, const char* text) {
+  insert(*string, position, text, text_length(text));
+  return string;
+}
+
+/// Iterators are pointers.
+SYSV char* insert_character(GuestString* string, const char* before, char c) {
+  return insert(*string, static_cast<std::uint64_t>(before - text_of(*string).characters), &c, 1);
+}
+
+// ---- Members that inlined code relies on ----------------------------------------------------------------------------
+
+/// Moves the string to storage at least twice as large, with a gap of `added` characters in place of `removed` ones
+/// behind the first `kept`. The caller fills the gap and writes the size.
+SYSV void grow_by(GuestString* string, std::uint64_t old_capacity, std::uint64_t extra, std::uint64_t old_size,
+                  std::uint64_t kept, std::uint64_t removed, std::uint64_t added) {
+  const char* const old = text_of(*string).characters;
+  const StringBlock block = allocate_characters(std::max(add_sizes(old_capacity, extra), 2 * old_capacity));
+  copy_bytes(block.characters, old, kept);
+  copy_bytes(block.characters + kept + added, old + kept + removed, old_size - kept - removed);
+  move_to(*string, block);
+}
+
+SYSV void destroy(GuestString* string) {
+  if (string->is_long()) heap_free(string->on_heap.characters);
+}
+
+// ---- Reading --------------------------------------------------------------------------------------------------------
+
+SYSV std::uint64_t find_character(const GuestString* string, char c, std::uint64_t position) {
+  const StringText text = text_of(*string);
+  if (position >= text.size) return npos;
+  const char* const found = find_byte(text.characters + position, text.characters + text.size, c);
+  return found == nullptr ? npos : static_cast<std::uint64_t>(found - text.characters);
+}
+
+SYSV std::uint64_t rfind_character(const GuestString* string, char c, std::uint64_t position) {
+  const StringText text = text_of(*string);
+  for (std::uint64_t i = position < text.size ? position + 1 : text.size; i-- > 0;) {
+    if (text.characters[i] == c) return i;
+  }
+  return npos;
+}
+
+SYSV std::int32_t compare_terminated(const GuestString* string, const char* other) {
+  const StringText text = text_of(*string);
+  const std::uint64_t length = text_length(other);
+  const std::int32_t order = std::memcmp(text.characters, other, std::min(text.size, length));
+  if (order != 0) return order;
+  return text.size < length ? -1 : text.size > length;
+}
+
+// ---- New strings, in the caller's result slot -----------------------------------------------------------------------
+
+SYSV GuestString* concatenate(GuestString* result, const char* left, const GuestString* right) {
+  const std::uint64_t length = text_length(left);
+  const StringText text = text_of(*right);
+  const std::uint64_t size = add_sizes(length, text.size);
+  result->in_place = {};
+  if (size > short_capacity) move_to(*result, allocate_characters(size));
+  char* const to = storage_of(*result).characters;
+  copy_bytes(to, left, length);
+  copy_bytes(to + length, text.characters, text.size);
+  set_size(*result, size);
+  return result;
+}
+
+SYSV GuestString* int_to_string(GuestString* result, std::int32_t value) {
+  result->in_place = {};
+  set_size(*result, static_cast<std::uint64_t>(
+                        std::snprintf(result->in_place.characters, sizeof result->in_place.characters, "%d", value)));
+  return result;
+}
+
+}  // namespace
+
+// basic_string<char, char_traits<char>, allocator<char>>, as the mangled names begin
+#define STRING "St3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEE"
+
+const ShimEntry cxx_string_shims[17] = {
+    {"__ZN" STRING "6assignEPKc", shim(assign_terminated)},
+    {"__ZN" STRING "aSERKS5_", shim(assign_string)},
+    {"__ZN" STRING "6appendEPKc", shim(append_terminated)},
+    {"__ZN" STRING "6appendEPKcm", shim(append_text)},
+    {"__ZN" STRING "6appendEmc", shim(append_fill)},
+    {"__ZN" STRING "9push_backEc", shim(push_back)},
+    {"__ZN" STRING "6insertEmPKc", shim(insert_terminated)},
+    {"__ZN" STRING "6insertENS_11__wrap_iterIPKcEEc", shim(insert_character)},
+    {"__ZN" STRING "6resizeEmc", shim(resize)},
+    {"__ZN" STRING "7reserveEm", shim(reserve)},
+    {"__ZN" STRING "D1Ev", shim(destroy)},
+    {"__ZN" STRING "9__grow_byEmmmmmm", shim(grow_by)},
+    {"__ZNK" STRING "4findEcm", shim(find_character)},
+    {"__ZNK" STRING "5rfindEcm", shim(rfind_character)},
+    {"__ZNK" STRING "7compareEPKc", shim(compare_terminated)},
+    {"__ZNSt3__1plIcNS_11char_traitsIcEENS_9allocatorIcEEEENS_12basic_stringIT_T0_T1_EEPKS6_RKS9_", shim(concatenate)},
+    {"__ZNSt3__19to_stringEi", shim(int_to_string)},
+};
+
+#undef STRING
+
+}  // namespace vlm

@@ -1,0 +1,21 @@
+// Copying, measuring and searching bytes, for families whose shims do little else: most of what game code copies is
+// short and costs less than the way to the host's function. All have the convention of game code, which leaves every
+// vector register free to use.
+#pragma once
+
+#include <cstdint>
+
+#include "support/sysv.h"
+
+namespace vlm {
+
+/// Copies `size` bytes as if all were read before any is written. Returns `to`.
+SYSV void* copy_bytes(void* to, const void* from, std::uint64_t size);
+
+/// Bytes before the NUL.
+SYSV std::uint64_t text_length(const char* text);
+
+/// The first `value` in [from, end), or null.
+SYSV const char* find_byte(const char* from, const char* end, char value);
+
+}  // namespace vlm

@@ -1,0 +1,283 @@
+// std::string: members that the library has and members that libc++'s headers compile into the guest, on the same
+// objects.
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "guest_test.h"
+
+using String = std::string;
+
+// The library's members by their symbols: the compiler may have its own copy of a member that it calls by its name.
+#define STRING "St3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEE"
+String& assign(String&, const char*) __asm("__ZN" STRING "6assignEPKc");
+String& assign(String&, const String&) __asm("__ZN" STRING "aSERKS5_");
+String& append(String&, const char*) __asm("__ZN" STRING "6appendEPKc");
+String& append(String&, const char*, uint64) __asm("__ZN" STRING "6appendEPKcm");
+String& append(String&, uint64, char) __asm("__ZN" STRING "6appendEmc");
+void push_back(String&, char) __asm("__ZN" STRING "9push_backEc");
+String& insert(String&, uint64, const char*) __asm("__ZN" STRING "6insertEmPKc");
+char* insert(String&, const char* before, char) __asm("__ZN" STRING "6insertENS_11__wrap_iterIPKcEEc");
+void resize(String&, uint64, char) __asm("__ZN" STRING "6resizeEmc");
+void reserve(String&, uint64) __asm("__ZN" STRING "7reserveEm");
+void destroy(String*) __asm("__ZN" STRING "D1Ev");
+void grow_by(String&, uint64 capacity, uint64 extra, uint64 size, uint64 kept, uint64 removed, uint64 added)
+    __asm("__ZN" STRING "9__grow_byEmmmmmm");
+uint64 find(const String&, char, uint64) __asm("__ZNK" STRING "4findEcm");
+uint64 rfind(const String&, char, uint64) __asm("__ZNK" STRING "5rfindEcm");
+int32 compare(const String&, const char*) __asm("__ZNK" STRING "7compareEPKc");
+String join(const char*, const String&)
+    __asm("__ZNSt3__1plIcNS_11char_traitsIcEENS_9allocatorIcEEEENS_12basic_stringIT_T0_T1_EEPKS6_RKS9_");
+String to_string(int32) __asm("__ZNSt3__19to_stringEi");
+
+namespace {
+
+/// The first word of a string: its allocation with bit 0 set, or 0 for a short one.
+uint64 allocation_word(const String& string) {
+  const uint64 word = *reinterpret_cast<const uint64*>(&string);
+  return word & 1 ? word : 0;
+}
+
+/// What a string is to be, in the plainest terms.
+struct Model {
+  static constexpr uint64 limit = 4000;
+  char text[limit + 1] = "";
+  uint64 size = 0;
+  uint64 word = 0;
+
+  uint64 capacity() const { return word == 0 ? 22 : word - 2; }
+  void need(uint64 wanted, uint64 target) {
+    if (wanted > capacity()) word = ((target | 15) + 1) | 1;
+  }
+  void put(uint64 at, uint64 removed, const String& added) {
+    memmove(text + at + added.size(), text + at + removed, size - at - removed);
+    memcpy(text + at, added.data(), added.size());
+    size += added.size() - removed;
+    text[size] = '\0';
+  }
+  void append(const String& added) {
+    need(size + added.size(), std::max(size + added.size(), 2 * capacity()));
+    put(size, 0, added);
+  }
+  void assign(const String& to) {
+    need(to.size(), to.size());
+    put(0, size, to);
+  }
+  void insert(uint64 at, const String& added) {
+    need(size + added.size(), size + added.size());
+    put(at, 0, added);
+  }
+  bool is(const String& string) const {
+    return string.size() == size && memcmp(string.data(), text, size + 1) == 0 && allocation_word(string) == word &&
+           string.capacity() == capacity();
+  }
+};
+
+uint64 random_state = 62;
+uint64 random_below(uint64 limit) {
+  random_state = random_state * 6364136223846793005 + 1442695040888963407;
+  return (random_state >> 33) % limit;
+}
+
+/// Mostly a few characters, at times some hundred.
+String random_text() {
+  const uint64 length = random_below(8) == 0 ? random_below(400) : random_below(30);
+  String text;
+  for (uint64 i = 0; i < length; ++i) text += static_cast<char>('a' + random_below(26));
+  return text;
+}
+
+/// The same change to a string and to its model.
+void change(String& string, Model& model) {
+  const uint64 at = random_below(model.size + 1);
+  const char* own = string.c_str() + at;  // the string's own characters from there on
+  const String own_text(own);
+  String text = random_text();
+  const char c = static_cast<char>('A' + random_below(26));
+  switch (random_below(18)) {
+    case 0: assign(string, text.c_str()); return model.assign(text);
+    case 1: assign(string, own); return model.assign(own_text);
+    case 2: assign(string, text); return model.assign(text);
+    case 3: assign(string, string); return;
+    case 4: append(string, text.c_str()); return model.append(text);
+    case 5: append(string, own); return model.append(own_text);
+    case 6: append(string, own, own_text.size() / 2); return model.append(own_text.substr(0, own_text.size() / 2));
+    case 7: append(string, text.size(), c); return model.append(String(text.size(), c));
+    case 8: push_back(string, c); return model.append(String(1, c));
+    case 9: insert(string, at, text.c_str()); return model.insert(at, text);
+    case 10: {
+      const uint64 from = random_below(model.size + 1);
+      insert(string, from, own);
+      return model.insert(from, own_text);
+    }
+    case 11:
+      CHECK(insert(string, own, c) == string.data() + at);
+      return model.insert(at, String(1, c));
+    case 12: {
+      const uint64 size = random_below(2 * model.size + 8);
+      resize(string, size, c);
+      if (size > model.size) return model.append(String(size - model.size, c));
+      return model.put(size, model.size - size, "");
+    }
+    case 13: {
+      const uint64 capacity = random_below(500);
+      reserve(string, capacity);
+      return model.need(capacity, capacity);
+    }
+    case 14: {  // as inlined code replaces a part of a string that has no room
+      const uint64 removed = random_below(model.size - at + 1), extra = random_below(40);
+      const uint64 wanted = std::max(model.capacity() + extra, 2 * model.capacity());
+      grow_by(string, model.capacity(), extra, model.size, at, removed, 1);
+      reinterpret_cast<uint64*>(&string)[1] = model.size - removed + 1;
+      string[at] = c;
+      string[string.size()] = '\0';
+      model.need(~uint64{0}, wanted);
+      return model.put(at, removed, String(1, c));
+    }
+    // Members that are compiled into the guest. How much memory they take is their own affair.
+    case 15: string.replace(at, own_text.size() / 2, text); model.put(at, own_text.size() / 2, text); break;
+    case 16: string.erase(at, own_text.size() / 2); model.put(at, own_text.size() / 2, ""); break;
+    default: string.insert(at, text, 0, text.size() / 2); model.put(at, 0, text.substr(0, text.size() / 2)); break;
+  }
+  model.word = allocation_word(string);
+}
+
+}  // namespace
+
+GUEST_TEST(random_changes_leave_what_a_plain_model_says) {
+  for (int round = 0; round < 200; ++round) {
+    auto* const string = new String;
+    Model model;
+    bool same = true;
+    for (int step = 0; step < 60 && model.size < 700 && same; ++step) {
+      change(*string, model);
+      same = model.is(*string);
+    }
+    CHECK(same);
+    for (uint64 i = 0; i < 8; ++i) {
+      const char c = static_cast<char>((i % 2 ? 'a' : 'A') + random_below(26));
+      const uint64 from = random_below(model.size + 3);
+      const std::string_view view(model.text, model.size);
+      CHECK(find(*string, c, from) == view.find(c, from));
+      CHECK(rfind(*string, c, from) == view.rfind(c, from));
+      CHECK(rfind(*string, c, String::npos) == view.rfind(c));
+    }
+    destroy(string);
+    operator delete(string);
+  }
+}
+
+GUEST_TEST(allocation_words_are_those_of_macos) {
+  String string;
+  append(string, "ten chars!");
+  CHECK(*reinterpret_cast<uint8*>(&string) == 20 && string == "ten chars!");
+  assign(string, "");
+  append(string, 23, 'x');
+  CHECK(allocation_word(string) == 49 && string.size() == 23);
+  resize(string, 47, 'y');
+  CHECK(allocation_word(string) == 49);
+  push_back(string, 'z');
+  CHECK(allocation_word(string) == 97 && string == String(23, 'x') + String(24, 'y') + "z");
+
+  String reserved;
+  reserve(reserved, 22);
+  CHECK(allocation_word(reserved) == 0);
+  reserve(reserved, 100);
+  CHECK(allocation_word(reserved) == 113);
+  reserve(reserved, 10);
+  CHECK(allocation_word(reserved) == 113);
+
+  String assigned;
+  assign(assigned, "thirty characters, as counted.");
+  CHECK(allocation_word(assigned) == 33);
+  assign(assigned, "short");
+  CHECK(allocation_word(assigned) == 33 && assigned == "short");
+}
+
+GUEST_TEST(strings_are_compared_and_searched) {
+  const String abc = "abc", empty;
+  CHECK(compare("ab", "abc") == -1 && compare("abcd", "abc") == 1);
+  CHECK(compare("abd", "abc") > 0 && compare("abb", "abc") < 0 && compare("ab\xff", "abc") > 0);
+  CHECK(compare(abc, "abc") == 0 && compare(empty, "") == 0 && compare(empty, "a") == -1);
+  CHECK(find("abcde", 'e', 5) == String::npos && find("abcde", 'e', 4) == 4 && find(empty, '\0', 0) == String::npos);
+  CHECK(rfind("banana", 'a', 100) == 5 && rfind("banana", 'b', 0) == 0 && rfind(empty, 'a', 0) == String::npos);
+  CHECK(find(String("a\0b", 3), 'b', 0) == 2);
+
+  // Every start and length around the blocks that a search looks at, the character just outside at both ends.
+  char text[100];
+  bool right = true;
+  for (uint64 start = 0; start < 33; ++start) {
+    for (uint64 end = start; end < 80; ++end) {
+      memset(text, 'x', sizeof text);
+      text[start == 0 ? 99 : start - 1] = text[end] = '!';
+      const String inside(text, end + 1);
+      right = right && find(inside, '!', start) == end && find(inside, '?', start) == String::npos;
+      right = right && rfind(inside, '!', end == start ? end : end - 1) == (end == start ? end : start == 0 ? String::npos : start - 1);
+    }
+  }
+  CHECK(right);
+}
+
+GUEST_TEST(new_strings_are_returned) {
+  for (uint64 left = 0; left <= 40; left += 4) {
+    for (uint64 right = 0; right <= 40; ++right) {
+      const String joined = join(String(left, 'l').c_str(), String(right, 'r'));
+      CHECK(joined == String(left, 'l') + String(right, 'r'));
+      CHECK(allocation_word(joined) == (left + right <= 22 ? 0 : ((left + right) | 15) + 2));
+    }
+  }
+  CHECK(to_string(0) == "0" && to_string(2147483647) == "2147483647");
+  CHECK(to_string(-2147483647 - 1) == "-2147483648" && to_string(-1).capacity() == 22);
+}
+
+GUEST_TEST(containers_of_libcxx_hold_strings) {
+  std::vector<String> words;
+  std::map<String, int64> lengths;
+  const std::function<void(const String&)> add = [&](const String& word) {
+    words.push_back(word);
+    lengths[word] += static_cast<int64>(word.size());
+  };
+  for (int i = 0; i < 300; ++i) add("word " + std::to_string(i % 100) + String(static_cast<uint64>(i % 40), '.'));
+  std::sort(words.begin(), words.end());
+  CHECK(std::is_sorted(words.begin(), words.end()) && words.size() == 300);
+  CHECK(std::unique(words.begin(), words.end()) - words.begin() == static_cast<int64>(lengths.size()));
+  int64 total = 0;
+  for (const auto& [word, length] : lengths) total += length;
+  CHECK(total == 300 * 5 + 3 * (10 + 90 * 2) + 7 * 780 + 190);
+  words.erase(words.begin(), words.begin() + 150);
+  words.insert(words.begin(), 3, String(50, 'i'));
+  auto moved = std::make_unique<std::vector<String>>(std::move(words));
+  CHECK(moved->size() == 153 && (*moved)[2] == String(50, 'i') && words.empty());
+}
+
+// Probes for the driver: each runs in a process of its own.
+extern "C" {
+int64 insert_out_of_range() {
+  String string = "ab";
+  insert(string, 3, "x");
+  return 1;
+}
+int64 insert_before_the_string() {
+  String string = "ab";
+  insert(string, string.data() - 1, 'x');
+  return 1;
+}
+int64 append_without_memory() {
+  String string = "ab";
+  append(string, uint64{1} << 60, 'x');
+  return 1;
+}
+int64 append_more_than_there_are_addresses() {
+  String string = "ab";
+  append(string, ~uint64{0}, 'x');
+  return 1;
+}
+int64 reserve_everything() {
+  String string;
+  reserve(string, ~uint64{0});
+  return 1;
+}
+}
