@@ -58,6 +58,7 @@ add_library(vlm STATIC
   src/posix/system_info.cpp
   src/posix/time.cpp
   src/posix/time_text.cpp
+  src/support/bytes.cpp
   src/support/text.cpp
   src/tls/adopt.cpp
   src/tls/game_tls.cpp

@@ -38,13 +38,8 @@ foreach(guest cxx_strings)
   add_guest(${guest}_guest LIBCXX SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
 
-# Objective-C, with the compiler's method lists of pointers and with the linker's relative ones.
-add_guest(objc_guest SOURCES tests/guest/objc_guest.mm FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
-add_guest(objc_relative_guest SOURCES tests/guest/objc_guest.mm FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest
-  LINK_FLAGS -objc_relative_method_lists)
-
 add_windows_test_program(guest_driver tests/guest/driver.cpp)
-foreach(guest c_library c_math c_memory c_strings cxx_runtime cxx_strings files format start system threads time gc objc objc_relative)
+foreach(guest c_library c_math c_memory c_strings cxx_runtime cxx_strings files format start system threads time gc)
   game_test(guest.${guest} guest_driver $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
 endforeach()
 
