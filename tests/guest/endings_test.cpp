@@ -156,6 +156,30 @@ TEST_CASE("the game ends as its code asks") {
   CHECK_EQ(start_with(image, L"exit_with_too_many_handlers").exit_code, 11);  // 511 of 600, after a first one
 }
 
+TEST_CASE("C++ code that cannot go on ends the game with the reason") {
+  const std::wstring runtime = folder + L"guests\\cxx_runtime_guest.dylib";
+  const std::wstring strings = folder + L"guests\\cxx_strings_guest.dylib";
+  const struct {
+    const std::wstring& image;
+    const wchar_t* probe;
+    const char* text;
+  } cases[] = {
+      {runtime, L"new_without_memory", "operator new(1152921504606846976) failed"},
+      {runtime, L"call_pure_virtual", "pure virtual function called"},
+      {runtime, L"call_terminate", "std::terminate called"},
+      {runtime, L"initialize_within_itself", "the initializer of a static variable waits for itself"},
+      {strings, L"insert_out_of_range", "basic_string::insert out of range"},
+      {strings, L"insert_before_the_string", "basic_string::insert out of range"},
+      {strings, L"append_without_memory", "std::string: no memory for its characters"},
+      {strings, L"append_more_than_there_are_addresses", "std::string: no memory for its characters"},
+      {strings, L"reserve_everything", "std::string: no memory for its characters"},
+  };
+  for (const auto& c : cases) {
+    CAPTURE(c.text);
+    check_fatal(start_with(c.image, c.probe), c.text);
+  }
+}
+
 TEST_CASE("an export that the image lacks ends the game with its name when it is called") {
   const Ending ending = run_game_process(folder, L"missing_export.exe", in_quotes(start_image));
   CHECK_EQ(ending.exit_code, 3);
