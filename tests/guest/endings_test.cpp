@@ -154,6 +154,9 @@ TEST_CASE("the game ends as its code asks") {
   check_fatal(start_with(image, L"smash_stack"), "stack smashing detected in game code");
   CHECK_EQ(start_with(image, L"exit_with_handlers").exit_code, 77);            // newest first, each once
   CHECK_EQ(start_with(image, L"exit_with_too_many_handlers").exit_code, 11);  // 511 of 600, after a first one
+  CHECK_EQ(start_with(folder + L"guests\\files_guest.dylib", L"exit_with_an_open_stream").exit_code, 5);
+  CHECK_EQ(read_file(L"exit.tmp"), "flushed");
+  CHECK(DeleteFileW(L"exit.tmp"));
 }
 
 TEST_CASE("C++ code that cannot go on ends the game with the reason") {
