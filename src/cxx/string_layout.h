@@ -78,13 +78,15 @@ struct StringBlock {
   std::uint64_t size;  // bytes, a multiple of 16
 };
 
-[[noreturn, gnu::noinline]] inline void no_memory_for_string() { fatal_error("std::string: no memory for its characters"); }
+[[noreturn, gnu::noinline]] inline void no_memory_for_characters(std::uint64_t count) {
+  fatal_error("std::string: no memory for %llu characters", static_cast<unsigned long long>(count));
+}
 
 /// A block for at least `capacity` characters and a terminator. Ends the game when there is no memory for it.
 inline StringBlock allocate_characters(std::uint64_t capacity) {
   const std::uint64_t size = (capacity | 15) + 1;  // 0 when no block can be so large
   char* const characters = size == 0 ? nullptr : static_cast<char*>(heap_allocate(size));
-  if (characters == nullptr) [[unlikely]] no_memory_for_string();
+  if (characters == nullptr) [[unlikely]] no_memory_for_characters(capacity);
   return {characters, size};
 }
 
@@ -95,11 +97,10 @@ inline void move_to(GuestString& string, StringBlock block) {
   string.on_heap.characters = block.characters;
 }
 
-/// The sum of two sizes. Ends the game when no string can be so long.
+/// The sum of two sizes, or the largest size there is: no block holds that.
 inline std::uint64_t add_sizes(std::uint64_t a, std::uint64_t b) {
-  std::uint64_t sum;
-  if (__builtin_add_overflow(a, b, &sum)) [[unlikely]] no_memory_for_string();
-  return sum;
+  const std::uint64_t sum = a + b;
+  return sum < a ? ~std::uint64_t{0} : sum;
 }
 
 }  // namespace vlm

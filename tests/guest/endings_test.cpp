@@ -173,9 +173,9 @@ TEST_CASE("C++ code that cannot go on ends the game with the reason") {
       {runtime, L"initialize_within_itself", "the initializer of a static variable waits for itself"},
       {strings, L"insert_out_of_range", "basic_string::insert out of range"},
       {strings, L"insert_before_the_string", "basic_string::insert out of range"},
-      {strings, L"append_without_memory", "std::string: no memory for its characters"},
-      {strings, L"append_more_than_there_are_addresses", "std::string: no memory for its characters"},
-      {strings, L"reserve_everything", "std::string: no memory for its characters"},
+      {strings, L"append_without_memory", "std::string: no memory for 1152921504606846978 characters"},
+      {strings, L"append_more_than_there_are_addresses", "std::string: no memory for 18446744073709551615 characters"},
+      {strings, L"reserve_everything", "std::string: no memory for 18446744073709551615 characters"},
   };
   for (const auto& c : cases) {
     CAPTURE(c.text);
