@@ -29,7 +29,7 @@ add_test(NAME unit COMMAND unit_tests)
 set_tests_properties(unit PROPERTIES TIMEOUT 300)
 
 # ---- Guest tests -----------------------------------------------------------------------------------------------------
-foreach(guest c_library c_math c_memory c_strings cxx_runtime files format start echo local system threads time gc)
+foreach(guest c_library c_math c_memory c_strings cxx_runtime files format start store echo local system threads time gc)
   add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
 
@@ -54,6 +54,9 @@ add_windows_test_program(endings_test tests/guest/endings_test.cpp tests/support
 target_link_libraries(endings_test PRIVATE vlm)
 add_dependencies(endings_test storage)
 game_test(guest.endings endings_test)
+add_windows_test_program(store_test tests/guest/store_test.cpp tests/support/game_process.cpp)
+add_dependencies(store_test guest_driver store_guest)
+game_test(guest.store store_test)
 add_windows_test_program(damaged_images_test tests/guest/damaged_images_test.cpp tests/support/game_process.cpp)
 game_test(guest.damaged_images damaged_images_test)
 
