@@ -20,7 +20,8 @@ file(CONFIGURE OUTPUT ${SAMPLE_EXPORTS} CONTENT "${export_lines}\n" @ONLY)
 # What the game takes from the library. Anything else that stays undefined is an error of the game, not an import.
 set(SAMPLE_IMPORTS
   _calloc _malloc _free _memcpy _memset ___bzero _memcmp _strlen _strcmp _strchr _strdup
-  _fprintf _snprintf _fflush ___stdoutp
+  _strtol _fprintf _snprintf _fflush ___stdoutp _fopen _fclose _fread _fwrite _rename
+  _time _localtime _strftime _sysctl
   _objc_msgSend _OBJC_CLASS_$_NSObject _OBJC_METACLASS_$_NSObject __objc_empty_cache
   dyld_stub_binder)
 set(import_flags)
@@ -35,6 +36,7 @@ add_guest(sample_game
     ${SAMPLE_GAME}/game/engine.cpp
     ${SAMPLE_GAME}/game/game.cpp
     ${SAMPLE_GAME}/game/scoreboard.m
+    ${SAMPLE_GAME}/game/system.cpp
     ${SAMPLE_GAME}/runtime/absent.cpp
     ${SAMPLE_GAME}/runtime/classes.cpp
     ${SAMPLE_GAME}/runtime/domain.cpp

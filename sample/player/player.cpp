@@ -78,6 +78,26 @@ void start_runtime(int count, char** arguments) {
   say("the runtime is up");
 }
 
+/// What the game saves: how many times it was started.
+int saved_starts() {
+  const wchar_t* const chosen = _wgetenv(L"VLM_SAVE_DIR");
+  const std::wstring folder = chosen != nullptr && *chosen != 0 ? chosen : player_directory() + L"PCSaveData";
+  int starts = 0;
+  if (std::FILE* file = _wfopen((folder + L"\\starts.txt").c_str(), L"r")) {
+    if (std::fscanf(file, "%d", &starts) != 1) starts = 0;
+    std::fclose(file);
+  }
+  return starts;
+}
+
+/// The game has counted this start, in memory and in its file.
+void check_starts(Il2CppClass* game_class, int starts_before) {
+  std::int32_t starts = 0;
+  api.il2cpp_field_static_get_value(find_field(game_class, "starts"), &starts);
+  expect(starts == starts_before + 1 && saved_starts() == starts,
+         "the game counts start %d and has saved %d, expected %d", starts, saved_starts(), starts_before + 1);
+}
+
 void change_scene(int from, int to) {
   Il2CppClass* manager = find_class("UnityEngine.CoreModule.dll", "UnityEngine.SceneManagement", "SceneManager");
   void* arguments[] = {&from, &to};  // a Scene is its handle
@@ -145,11 +165,13 @@ int main(int count, char** arguments) {
   tour_of_classes(game_class);
   change_scene(0, 1);
 
+  const int starts_before = saved_starts();
   Il2CppObject* game = api.il2cpp_object_new(game_class);
   const Il2CppGCHandle handle = api.il2cpp_gchandle_new(game, false);
   api.il2cpp_runtime_object_init(game);
   void* title[] = {api.il2cpp_string_new("ボールのゲーム")};
   invoke(find_method(game_class, "Start", 1), game, title);
+  check_starts(game_class, starts_before);
   expect(plugin_queries == 1, "the game asked %d times for a plug-in, expected once", plugin_queries);
   const auto platform = unbox<std::int32_t>(invoke(find_method(game_class, "get_Platform", 0), nullptr, nullptr));
   expect(platform == 1, "the game runs on platform %d, expected 1", platform);

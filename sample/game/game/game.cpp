@@ -5,11 +5,12 @@
 //   class Game : IScoreKeeper {
 //     public enum Mood { Calm, Cheerful }
 //     public const int FieldWidth = 640, FieldHeight = 360;
-//     public static int instances;
+//     public static int instances, starts;
 //     string title; Vector3 position, velocity; int score, frame; Mood mood;
 //     ...
 #include "game/engine.h"
 #include "game/scoreboard.h"
+#include "game/system.h"
 #include "runtime/method_tables.h"
 #include "runtime/thread_storage.h"
 
@@ -32,6 +33,7 @@ struct Game {
 
 struct GameStatics {
   int32_t instances;
+  int32_t starts;  // of the game on this machine, with this one
 } statics;
 
 extern Il2CppClass game_class;
@@ -49,9 +51,13 @@ void Game_Start(Game* self, Il2CppString* title, const MethodInfo*) {
   log(Text() << "game: Start: hello from macOS code, " << utf8_of(title).c_str());
   log(Text() << "game: " << settings.argument_count << " arguments, data in "
              << (settings.data_directory == nullptr ? "(nowhere)" : settings.data_directory));
+  const auto saves = utf8_of(application_persistent_data_path());
   log(Text() << "game: platform " << application_platform() << ", device "
              << utf8_of(system_info_device_model()).c_str() << ", saves in "
-             << utf8_of(application_persistent_data_path()).c_str());
+             << saves.c_str());
+  statics.starts = count_start(saves.c_str());
+  log(Text() << "game: this is start number " << statics.starts << ", at " << local_time().c_str());
+  log(Text() << "game: the machine: " << machine().c_str());
   log(Text() << "game: plug-in VelmoraStore is " << find_plugin("VelmoraStore"));
   log(Text() << "game: " << scoreboard_report(0) << " score boards are listening");
   log(Text() << "game: at most " << particle_system_max_particles() << " particles, cursor lock "
@@ -158,6 +164,7 @@ FieldInfo game_fields[] = {
     {"frame", &int32_class.type, 0, offsetof(Game, frame)},
     {"mood", &mood_class.type, 0, offsetof(Game, mood)},
     {"instances", &int32_class.type, FIELD_PUBLIC | FIELD_STATIC, offsetof(GameStatics, instances)},
+    {"starts", &int32_class.type, FIELD_PUBLIC | FIELD_STATIC, offsetof(GameStatics, starts)},
     {"FieldWidth", &int32_class.type, FIELD_PUBLIC | FIELD_STATIC | FIELD_LITERAL, 0, field_width},
     {"FieldHeight", &int32_class.type, FIELD_PUBLIC | FIELD_STATIC | FIELD_LITERAL, 0, field_height},
 };
