@@ -107,9 +107,9 @@ int64 (*open_handles)() = nullptr;
 namespace {
 
 constexpr int32 write_only = 1, read_write = 2, append = 0x8, create = 0x200, truncate = 0x400, exclusive = 0x800;
-constexpr int32 e_perm = 1, e_noent = 2, e_badf = 9, e_fault = 14, e_exist = 17, e_notdir = 20, e_isdir = 21,
-                e_inval = 22, e_mfile = 24, e_notty = 25, e_spipe = 29, e_pipe = 32, e_range = 34, e_nametoolong = 63,
-                e_notempty = 66, e_nomem = 12;
+constexpr int32 e_perm = 1, e_noent = 2, e_badf = 9, e_nomem = 12, e_acces = 13, e_fault = 14, e_exist = 17,
+                e_notdir = 20, e_isdir = 21, e_inval = 22, e_mfile = 24, e_notty = 25, e_spipe = 29, e_pipe = 32,
+                e_range = 34, e_nametoolong = 63, e_notempty = 66;
 constexpr int32 prot_read = 1, prot_write = 2, shared = 1, private_ = 2, fixed = 0x10, anonymous = 0x1000;
 
 /// Did the call fail with this error number? Written around the call: fails_with(e_noent, [&] { return open(...); }).
@@ -239,10 +239,13 @@ GUEST_TEST(numbers_that_are_not_open_fail_alike_everywhere) {
 }
 
 GUEST_TEST(open_flags_read_write_and_seek) {
+  const LeavesNoHandle check;
   const char* path = "files.tmp/a";
   CHECK(make_file(path, "hello"));
   CHECK(fails_with(e_exist, [&] { return open(path, write_only | create | exclusive, 0644); }));
   int32 file = open(path, write_only | append);
+  char unread;
+  CHECK(fails_with(e_acces, [&] { return read(file, &unread, 1); }));
   CHECK(lseek(file, 0, 0) == 0 && write(file, " there\r\n\x1A", 9) == 9);
   CHECK(fcntl(file, 1) == 1 && fcntl(file, 2, 1) == 0 && fcntl(file, 3) == (write_only | append));
   CHECK(fcntl(file, 4, write_only) == 0 && fcntl(file, 3) == write_only && fcntl(file, 77) == 0);
@@ -259,6 +262,7 @@ GUEST_TEST(open_flags_read_write_and_seek) {
   CHECK(fails_with(e_fault, [&] { return read(file, nullptr, 1); }) && read(file, nullptr, 0) == 0);
   CHECK(fails_with(e_notty, [&] { return ioctl(file, 0x40087468, buffer); }) && isatty(file) == 0);
   CHECK(close(file) == 0 && holds(path, "Hello"));
+  CHECK(fails_with(e_acces, [&] { return file = open(path, 0), write(file, "x", 1); }) && close(file) == 0);
   CHECK(close(open(path, truncate)) == 0 && holds(path, ""));
   CHECK(fails_with(e_isdir, [&] { return file = open("files.tmp", 0), read(file, buffer, 8); }) && close(file) == 0);
 }
