@@ -10,9 +10,14 @@ add_library(vlm STATIC
   src/binding/catalogue.cpp
   src/binding/shim_table.cpp
   src/cxx/allocation.cpp
+  src/cxx/exceptions.cpp
+  src/cxx/frames.cpp
   src/cxx/guards.cpp
   src/cxx/handlers.cpp
   src/cxx/strings.cpp
+  src/cxx/throw_entries.S
+  src/cxx/type_matching.cpp
+  src/cxx/unwinder.cpp
   src/diag/log.cpp
   src/host/driver.cpp
   src/host/exports.cpp
@@ -25,6 +30,7 @@ add_library(vlm STATIC
   src/macho/image_exports.cpp
   src/macho/initializers.cpp
   src/macho/load.cpp
+  src/objc/categories.cpp
   src/objc/classes.cpp
   src/objc/dispatch.cpp
   src/objc/ns_object.cpp

@@ -29,7 +29,7 @@ add_test(NAME unit COMMAND unit_tests)
 set_tests_properties(unit PROPERTIES TIMEOUT 300)
 
 # ---- Guest tests -----------------------------------------------------------------------------------------------------
-foreach(guest c_library c_math c_memory c_strings cxx_runtime files format start store echo local system threads time gc)
+foreach(guest c_library c_math c_memory c_strings cxx_runtime exceptions files format start store echo local system threads time gc)
   add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
 
@@ -38,8 +38,14 @@ foreach(guest cxx_strings)
   add_guest(${guest}_guest LIBCXX SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
 
+add_guest(objc_guest SOURCES tests/guest/objc_guest.mm tests/guest/objc_relative_class.S
+  FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
+
+add_guest(frames_guest SOURCES tests/guest/frames_guest.cpp tests/guest/frame_cases.S
+  FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
+
 add_windows_test_program(guest_driver tests/guest/driver.cpp)
-foreach(guest c_library c_math c_memory c_strings cxx_runtime cxx_strings files format start system threads time gc)
+foreach(guest c_library c_math c_memory c_strings cxx_runtime cxx_strings exceptions files format frames start system threads time gc objc)
   game_test(guest.${guest} guest_driver $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
 endforeach()
 

@@ -8,6 +8,7 @@
 #include "host/forward_table.h"
 #include "host/paths.h"
 #include "macho/load.h"
+#include "objc/categories.h"
 #include "support/text.h"
 #include "tls/thread_record.h"
 
@@ -45,6 +46,7 @@ BOOL CALLBACK startup_driver(PINIT_ONCE, PVOID, PVOID*) {
                 image_path.c_str());
   }
   resolve_forward_table();
+  attach_objc_categories(*game_image);
 
   log_message(0, "running GameAssembly.dylib initializers");
   macho_run_initializers(*game_image);

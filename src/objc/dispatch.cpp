@@ -14,6 +14,7 @@
 
 #include "abi/entries.h"
 #include "diag/log.h"
+#include "objc/categories.h"
 #include "support/locks.h"
 
 extern "C" constinit std::atomic<const vlm::CachedMethod*> objc_method_cache[METHOD_CACHE_SLOTS] = {};
@@ -77,6 +78,10 @@ void empty_method_cache() {
 
 const void* objc_find_method(const ObjcClass* class_, Selector selector) {
   for (; class_ != nullptr; class_ = class_->superclass) {
+    for (const AttachedMethods& category : attached_methods()) {
+      if (category.class_ != class_) continue;
+      if (const void* const implementation = find_in_list(*category.methods, selector)) return implementation;
+    }
     const ObjcClassInfo* const info = class_->info();
     if (info == nullptr || info->methods == nullptr) continue;
     if (const void* const implementation = find_in_list(*info->methods, selector)) return implementation;

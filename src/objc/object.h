@@ -121,7 +121,8 @@ void build_objc_classes();
 
 // ---- Messages -------------------------------------------------------------------------------------------------------
 
-/// The implementation of a selector in a class or one of its superclasses, or null. Reads class data only.
+/// The implementation of a selector in a class or one of its superclasses, categories first, or null. Does not look
+/// into the cache.
 const void* objc_find_method(const ObjcClass* class_, Selector selector);
 
 }  // namespace vlm

@@ -1,0 +1,30 @@
+// Numbers and raw data.
+#pragma once
+
+#include <cstdint>
+
+#include "objc/object.h"
+
+namespace vlm {
+
+enum class NumberKind : std::uint32_t { integer = 0, floating_point = 1 };
+
+/// An instance of NSNumber. Both values are always set, each converted from the one that the number was made of.
+struct NSNumber : ObjcObject {
+  NumberKind kind;
+  std::int64_t integer;
+  double floating_point;
+};
+static_assert(sizeof(NSNumber) == 32);
+
+NSNumber* ns_number_from_int64(std::int64_t value);
+NSNumber* ns_number_from_double(double value);
+
+/// An instance of NSData.
+struct NSData : ObjcObject {
+  const void* bytes;
+  std::uint64_t length;  // bytes
+};
+static_assert(sizeof(NSData) == 24);
+
+}  // namespace vlm

@@ -1,0 +1,252 @@
+// Classes, messages, ARC and blocks, as the compiler emits them.
+#include "darwin_threads.h"
+#include "foundation.h"
+
+struct Vector {
+  double x, y, z;
+};
+struct Pair {
+  double first;
+  long second;
+};
+
+extern "C" {
+id send_for_object(id, SEL) asm("_objc_msgSend");
+long send_for_long(id, SEL) asm("_objc_msgSend");
+void send_for_vector(Vector *, id, SEL) asm("_objc_msgSend_stret");
+}
+
+@interface NSString : NSObject
+@end
+@interface NSMutableString : NSString
+@end
+@interface NSArray : NSObject
+@end
+@interface NSMutableSet : NSArray
+@end
+
+@interface Shape : NSObject {
+ @public
+  long _sides;
+}
+@property(nonatomic, strong) id tag;
+@property(nonatomic) float weight;
++ (long)made;
+- (instancetype)initWithSides:(long)sides;
+- (long)sides;
+- (Vector)scaled:(double)by plus:(Vector)offset;
+- (Pair)pair;
+- (float)half;
+- (long)sum:(long)a and:(long)b and:(long)c and:(long)d and:(long)e and:(long)f;
+- (double)total:(int)count, ...;
+@end
+
+// Categories: of a class of the image's own, where they come before the class, and of one of the library's.
+@interface Shape (Area)
+- (long)doubledSides;
+@end
+@interface NSObject (Greeting)
+- (long)greeting;
++ (long)classGreeting;
+@end
+
+@interface Square : Shape
+- (BOOL)isSquare;
+@end
+
+// In objc_relative_class.S.
+@interface Relative : NSObject
+- (long)seven;
+- (long)first;
++ (long)eight;
+@end
+
+@interface NSObject (NeverImplemented)
+- (long)nobodyDoesThis;
+- (double)nobodyDoesThisDouble;
+- (Vector)nobodyDoesThisVector;
++ (long)nobodyDoesThisEither;
+@end
+
+static long shapes_made = 0;
+
+@implementation Shape
++ (long)made { return shapes_made; }
+- (instancetype)initWithSides:(long)sides {
+  self = [self init];  // the library has no message to super
+  if (self) {
+    _sides = sides;
+    ++shapes_made;
+  }
+  return self;
+}
+- (long)sides { return _sides; }
+- (Vector)scaled:(double)by plus:(Vector)offset {
+  return {_sides * by + offset.x, _sides * by + offset.y, _sides * by + offset.z};
+}
+- (Pair)pair { return {_sides * 0.5, _sides}; }
+- (float)half { return _sides / 2.0f; }
+- (long)sum:(long)a and:(long)b and:(long)c and:(long)d and:(long)e and:(long)f {
+  return _sides + 10 * a + 100 * b + 1000 * c + 10000 * d + 100000 * e + 1000000 * f;
+}
+- (double)total:(int)count, ... {
+  double total = 0;
+  __builtin_va_list list;
+  __builtin_va_start(list, count);
+  for (int i = 0; i < count; ++i) total += __builtin_va_arg(list, double);
+  __builtin_va_end(list);
+  return total;
+}
+@end
+
+@implementation Shape (Area)
+- (long)doubledSides { return 2 * _sides; }
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wobjc-protocol-method-implementation"
+- (float)half { return _sides / 2.0f + 100; }
+#pragma clang diagnostic pop
+@end
+
+@implementation NSObject (Greeting)
+- (long)greeting { return 11; }
++ (long)classGreeting { return 22; }
+@end
+
+@implementation Square
+- (instancetype)init {
+  _sides = 4;
+  return self;
+}
+- (long)sides { return _sides + 100; }
+- (BOOL)isSquare { return YES; }
+@end
+
+GUEST_TEST(messages_carry_every_kind_of_argument_and_result) {
+  const long made = [Shape made];
+  Shape *shape = [[Shape alloc] initWithSides:3];
+  CHECK([Shape made] == made + 1);
+  CHECK([shape sides] == 3);
+  CHECK([shape half] == 101.5f);  // the category's
+  const Pair pair = [shape pair];
+  CHECK(pair.first == 1.5 && pair.second == 3);
+  const Vector vector = [shape scaled:2 plus:{1, 2, 3}];
+  CHECK(vector.x == 7 && vector.y == 8 && vector.z == 9);
+  CHECK([shape sum:1 and:2 and:3 and:4 and:5 and:6] == 6543213);
+  CHECK(([shape total:10, 1., 2., 3., 4., 5., 6., 7., 8., 9., 10.] == 55));
+  CHECK([shape doubledSides] == 6 && [shape greeting] == 11 && [Shape classGreeting] == 22);
+  CHECK([[NSObject new] greeting] == 11 && [NSObject classGreeting] == 22);
+  Square *square = [Square new];
+  CHECK([square sides] == 104 && [square isSquare] && [square doubledSides] == 8);
+  Relative *relative = [Relative new];
+  CHECK([relative first] == 1 && [relative seven] == 7 && [Relative eight] == 8 && [relative greeting] == 11);
+  CHECK(objc_alloc(nullptr) == nil && objc_alloc([Square class]) != nil);
+}
+
+GUEST_TEST(nil_and_unknown_selectors_answer_zero) {
+  Shape *nothing = nil;
+  Shape *shape = [Shape new];
+  for (int round = 0; round < 2; ++round) {  // the second comes from the cache
+    for (Shape *receiver : (Shape * __unsafe_unretained[]){nothing, shape}) {
+      CHECK([receiver nobodyDoesThis] == 0 && [receiver nobodyDoesThisDouble] == 0);
+      Vector vector = {1, 2, 3};
+      send_for_vector(&vector, receiver, @selector(nobodyDoesThisVector));
+      CHECK(vector.x == 1 && vector.y == 2 && vector.z == 3);
+    }
+    CHECK([nothing sides] == 0 && [nothing half] == 0 && [nothing pair].first == 0 && [nothing pair].second == 0);
+    CHECK([NSObject nobodyDoesThisEither] == 0);
+  }
+}
+
+GUEST_TEST(classes_know_what_they_are) {
+  Square *square = [[Square alloc] init];
+  CHECK([square class] == [Square class] && [Square class] == (Class)[Square class]);
+  CHECK([square isKindOfClass:[Shape class]] && [square isKindOfClass:[NSObject class]]);
+  CHECK(![square isKindOfClass:[NSString class]] && ![[Shape new] isKindOfClass:[Square class]]);
+  CHECK([[NSMutableSet alloc] isKindOfClass:[NSArray class]]);
+  CHECK([square respondsToSelector:@selector(isSquare)] && ![[Shape new] respondsToSelector:@selector(isSquare)]);
+  CHECK([Square respondsToSelector:@selector(made)] && [Square respondsToSelector:@selector(description)]);
+  CHECK([square isEqual:square] && ![square isEqual:[Square new]]);
+  CHECK([square hash] == ((NSUInteger)(__bridge void *)square >> 4));
+  CHECK([square copy] == square && [square self] == square);
+  // A fresh object is all zero behind its class.
+  struct Words {
+    uint64 isa, sides;
+  } *words = (Words *)(__bridge void *)send_for_object((id)[Shape class], @selector(allocWithZone:));
+  CHECK(words->sides == 0);
+}
+
+GUEST_TEST(ownership_means_nothing_but_values_stay) {
+  Shape *shape = [[Shape alloc] initWithSides:5];
+  __weak Shape *weak = nil;
+  weak = shape;
+  void *token = objc_autoreleasePoolPush();
+  CHECK(token != nullptr && token == objc_autoreleasePoolPush());
+  objc_autoreleasePoolPop(token);
+  @autoreleasepool {
+    shape.tag = [Square new];
+    shape.weight = 0.25f;
+  }
+  CHECK([shape.tag sides] == 104 && shape.weight == 0.25f);
+  shape.tag = nil;
+  CHECK(shape.tag == nil && [weak sides] == 5);
+}
+
+static long call_block(__attribute__((noescape)) long (^block)(long), long argument) { return block(argument); }
+
+GUEST_TEST(blocks_keep_what_they_caught) {
+  Shape *shape = [[Shape alloc] initWithSides:7];
+  const long base = 30;
+  CHECK(call_block(^(long more) { return base + more + [shape sides]; }, 5) == 42);
+  CHECK(call_block(^(long more) { return more + 1; }, 1) == 2);
+}
+
+// ---- Selectors of many addresses, from many threads -----------------------------------------------------------------
+
+#define NUMBERED(name, value)         \
+  @interface name : Shape             \
+  @end                                \
+  @implementation name                \
+  -(long)sides {                      \
+    return value;                     \
+  }                                   \
+  @end
+NUMBERED(One, 1)
+NUMBERED(Two, 2)
+NUMBERED(Three, 3)
+NUMBERED(Four, 4)
+
+// Texts of "sides" and of "unknown" at 4,096 addresses, which share slots of the method cache with each other.
+static constexpr unsigned copies = 4096;
+alignas(16) static char selector_texts[copies][16];
+static id numbered[4];
+static uint64 wrong_answers = 0;
+static int32 threads_left = 8;
+
+static void *send_at_random(void *seed) {
+  uint64 state = (uint64)seed;
+  uint64 wrong = 0;
+  for (int i = 0; i < 40'000; ++i) {
+    state = state * 6364136223846793005ul + 1442695040888963407ul;
+    const unsigned copy = (state >> 33) % copies;
+    const unsigned who = (state >> 60) % 4;
+    const long answer = send_for_long(numbered[who], (SEL)selector_texts[copy]);
+    wrong += answer != (copy % 2 == 0 ? who + 1 : 0);
+  }
+  __atomic_fetch_add(&wrong_answers, wrong, __ATOMIC_SEQ_CST);
+  __atomic_fetch_sub(&threads_left, 1, __ATOMIC_SEQ_CST);
+  return nullptr;
+}
+
+GUEST_TEST(eight_threads_never_meet_another_method) {
+  for (unsigned i = 0; i < copies; ++i) memcpy(selector_texts[i], i % 2 == 0 ? "sides" : "unknown", 8);
+  numbered[0] = [One new];
+  numbered[1] = [Two new];
+  numbered[2] = [Three new];
+  numbered[3] = [Four new];
+  for (uint64 i = 0; i < 8; ++i) {
+    Thread *thread;
+    CHECK(pthread_create(&thread, nullptr, send_at_random, (void *)(i + 1)) == 0);
+  }
+  while (__atomic_load_n(&threads_left, __ATOMIC_SEQ_CST) != 0) asm volatile("pause");
+  CHECK(wrong_answers == 0);
+}
