@@ -9,15 +9,11 @@
 #include "posix/error_numbers.h"
 #include "posix/host_path.h"
 #include "posix/shims.h"
+#include "posix/time.h"
 #include "support/sysv.h"
 
 namespace vlm {
 namespace {
-
-struct DarwinTime {
-  std::int64_t seconds;  // since 1970
-  std::int64_t nanoseconds;
-};
 
 /// `struct stat` of macOS with 64-bit inodes.
 struct DarwinStat {
@@ -29,10 +25,10 @@ struct DarwinStat {
   std::uint32_t group;
   std::int32_t special_device;
   std::int32_t padding;
-  DarwinTime accessed;
-  DarwinTime modified;
-  DarwinTime changed;
-  DarwinTime created;
+  DarwinTimespec accessed;
+  DarwinTimespec modified;
+  DarwinTimespec changed;
+  DarwinTimespec created;
   std::int64_t size;
   std::int64_t blocks;  // of 512 bytes
   std::int32_t block_size;
@@ -46,16 +42,6 @@ static_assert(sizeof(DarwinStat) == 144 && offsetof(DarwinStat, inode) == 8 && o
                   offsetof(DarwinStat, block_size) == 112 && offsetof(DarwinStat, more_spare) == 128,
               "read by game code");
 
-/// `struct timeval` of macOS.
-struct DarwinTimeval {
-  std::int64_t seconds;
-  std::int32_t microseconds;
-};
-static_assert(sizeof(DarwinTimeval) == 16);
-
-constexpr std::uint64_t unix_epoch = 116444736000000000;  // 1970 in 100-ns units since 1601
-constexpr std::uint64_t ticks_per_second = 10'000'000;
-
 constexpr std::uint16_t mode_fifo = 0x1180;              // 0600
 constexpr std::uint16_t mode_character_device = 0x2190;  // 0620
 constexpr std::uint16_t mode_directory = 0x41ED;         // 0755
@@ -65,17 +51,17 @@ constexpr std::uint16_t mode_link = 0xA1ED;              // 0755
 
 constexpr std::int32_t access_write = 2;
 
-DarwinTime darwin_time(FILETIME time) {
+DarwinTimespec darwin_time(FILETIME time) {
   const std::uint64_t ticks = std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
-  if (ticks < unix_epoch) return {};
-  const std::uint64_t since = ticks - unix_epoch;
+  if (ticks < file_time_of_1970) return {};
+  const std::uint64_t since = ticks - file_time_of_1970;
   return {static_cast<std::int64_t>(since / ticks_per_second),
           static_cast<std::int64_t>(since % ticks_per_second * 100)};
 }
 
 FILETIME file_time(DarwinTimeval time) {
-  const std::uint64_t ticks = static_cast<std::uint64_t>(time.seconds) * ticks_per_second +
-                              static_cast<std::uint64_t>(std::int64_t{time.microseconds}) * 10 + unix_epoch;
+  const std::uint64_t ticks = static_cast<std::uint64_t>(time.tv_sec) * ticks_per_second +
+                              static_cast<std::uint64_t>(std::int64_t{time.tv_usec}) * 10 + file_time_of_1970;
   return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
