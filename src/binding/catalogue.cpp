@@ -50,7 +50,8 @@ void register_other_shim_blocks() {
   register_complete_block<19>(cxx_string_shims, cxx_lock_shims);
   register_complete_block<21>(abi_block6_shims, objc_runtime_shims, root_class_shims);  // Objective-C runtime
   register_block<70>(class_shims);  // Objective-C classes, CoreFoundation
-  register_block<29>();                  // C++ exceptions and type information
+  // C++ exceptions and type information
+  register_complete_block<29>(exception_shims, type_table_shims);
 }
 
 static_assert(123 + 41 + 59 + 9 + 19 + 21 + 70 + 29 == complete_shim_rows);

@@ -33,6 +33,14 @@ struct {
 std::byte* trap_arena = nullptr;
 std::size_t trap_arena_used = 0;
 
+/// In front of a zeroed object; all in a list, made like the traps.
+struct MissingObject {
+  const MissingObject* next;
+  const char* symbol;
+  alignas(16) std::byte block[zero_block_size];
+};
+const MissingObject* missing_objects = nullptr;
+
 // Read once from the environment; reading it twice on a race gives the same answer.
 enum class TrapContinue { unread, off, on };
 std::atomic<TrapContinue> trap_continue{TrapContinue::unread};
@@ -108,9 +116,19 @@ const void* lookup_shim(const char* library, const char* name) {
 
 const void* make_missing_symbol(const char* library, const char* name) {
   if (!is_data_name(name)) return make_trap(library, name);
-  void* block = std::calloc(1, zero_block_size);
-  if (block == nullptr) out_of_memory(name);
-  return block;
+  auto* object = static_cast<MissingObject*>(std::calloc(1, sizeof(MissingObject)));
+  if (object == nullptr) out_of_memory(name);
+  object->symbol = copy_text(name, name);
+  object->next = missing_objects;
+  missing_objects = object;
+  return object->block;
+}
+
+const char* missing_symbol_name(const void* address) {
+  for (const MissingObject* object = missing_objects; object != nullptr; object = object->next) {
+    if (object->block == address) return object->symbol;
+  }
+  return nullptr;
 }
 
 extern "C" std::uint64_t trap_unimplemented(TrapRecord* record) {

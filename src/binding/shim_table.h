@@ -32,6 +32,9 @@ const void* lookup_shim(const char* library, const char* name);
 /// that reports the first call. Never null.
 const void* make_missing_symbol(const char* library, const char* name);
 
+/// The symbol that make_missing_symbol() answered with the zeroed object at this address, or null.
+const char* missing_symbol_name(const void* object);
+
 /// One import without an implementation; lives until the process ends.
 struct TrapRecord {
   const char* library;  // malloc'ed

@@ -14,4 +14,8 @@ extern const ShimEntry handler_shims[2];     // handlers.cpp
 extern const ShimEntry cxx_string_shims[17];  // strings.cpp
 extern const ShimEntry cxx_lock_shims[2];     // handlers.cpp
 
+// Exceptions: 23 functions, and the virtual tables of the six kinds of type information.
+extern const ShimEntry exception_shims[23];  // exceptions.cpp
+extern const ShimEntry type_table_shims[6];  // type_matching.cpp
+
 }  // namespace vlm

@@ -49,6 +49,13 @@ void wait_until_handles_stay() {
   for (;;) Sleep(INFINITE);
 }
 
+decltype(&vlm_wrap_sysv_function) wrap_sysv;
+
+/// Called by the guest, through a callback stub: Windows code that calls back into it.
+std::int64_t call_on_windows(void* guest_function, std::int64_t argument) {
+  return reinterpret_cast<std::int64_t (*)(std::int64_t)>(wrap_sysv(guest_function, 1))(argument);
+}
+
 constexpr DWORD time_limit_ms = 100'000;
 
 /// Names the test that does not come to an end.
@@ -84,7 +91,7 @@ int main(int argc, char** argv) {
   library_function<int (*)(const char*)>(library, "il2cpp_init")("guest");
 
   const auto native_symbol = library_function<decltype(&vlm_native_symbol)>(library, "vlm_native_symbol");
-  const auto wrap_sysv = library_function<decltype(&vlm_wrap_sysv_function)>(library, "vlm_wrap_sysv_function");
+  wrap_sysv = library_function<decltype(&vlm_wrap_sysv_function)>(library, "vlm_wrap_sysv_function");
   const auto wrap_callback = library_function<decltype(&vlm_wrap_callback)>(library, "vlm_wrap_callback");
   const auto guest_function = [&](const char* name) {
     void* const address = native_symbol(name);
@@ -95,6 +102,9 @@ int main(int argc, char** argv) {
     return reinterpret_cast<std::int64_t (*)(void*)>(wrap_sysv(address, 1));
   };
 
+  if (void* const place = native_symbol("call_on_windows")) {
+    *static_cast<void**>(place) = wrap_callback(reinterpret_cast<void*>(&call_on_windows));
+  }
   if (argc > 2) end(guest_function(argv[2])(nullptr) == 0 ? 0 : 2);
   if (void* const running_test = native_symbol("running_test")) {
     CloseHandle(CreateThread(nullptr, 0, watch, running_test, 0, nullptr));

@@ -1,0 +1,20 @@
+// The two-phase unwinder of the Itanium C++ ABI. The search (raise_exception) walks the stack until a catch clause takes
+// the exception and changes nothing; the second phase (unwind_to_handler) walks it again and enters the landing pad of
+// every frame with something to clean up, which comes back through __Unwind_Resume, until the handler's.
+//
+// Game frames are taken off by their compact unwind information; frames of Windows code between them by Windows' own
+// unwinder, without running anything in them.
+#pragma once
+
+#include "cxx/exception_object.h"
+#include "cxx/unwind_context.h"
+
+namespace vlm {
+
+/// Finds the handler of an exception whose type, object and thrown value are set, and unwinds to it.
+[[noreturn]] void raise_exception(const UnwindContext& thrower, ExceptionHeader& exception);
+
+/// Goes on with the second phase from a frame.
+[[noreturn]] void unwind_to_handler(const UnwindContext& from, ExceptionHeader& exception);
+
+}  // namespace vlm

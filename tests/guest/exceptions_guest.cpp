@@ -1,0 +1,413 @@
+// Throwing and catching as compiled macOS code does it: what handlers receive, what is destroyed, what is crossed.
+#include "darwin_threads.h"
+#include "guest_test.h"
+
+extern "C" {
+void qsort(void* base, uint64 count, uint64 size, int (*compare)(const void*, const void*));
+void* bsearch(const void* key, const void* base, uint64 count, uint64 size, int (*compare)(const void*, const void*));
+
+/// Set by the driver: a Windows function that calls its first argument, through a stub, with the second.
+int64 (*call_on_windows)(int64 (*function)(int64), int64 argument) = nullptr;
+}
+
+namespace std {
+class exception_ptr {
+ public:
+  exception_ptr() = default;
+  exception_ptr(const exception_ptr&);
+  ~exception_ptr();
+  exception_ptr& operator=(const exception_ptr&);
+  void* object = nullptr;
+};
+exception_ptr current_exception();
+[[noreturn]] void rethrow_exception(exception_ptr);
+}  // namespace std
+
+namespace {
+
+int alive = 0;      // Tracked objects
+int destroyed = 0;  // since the last look
+
+struct Tracked {
+  explicit Tracked(int value = 0) : value(value), self(this) { ++alive; }
+  Tracked(const Tracked& other) : value(other.value), self(this) { ++alive; }
+  ~Tracked() {
+    --alive;
+    ++destroyed;
+    wrong |= self != this;
+  }
+  int value;
+  Tracked* self;
+  static inline bool wrong = false;  // a destructor saw another object than the constructor
+};
+
+struct First {
+  virtual ~First() = default;
+  int first = 1;
+};
+struct Second {
+  virtual ~Second() = default;
+  int second = 2;
+};
+struct Hidden {
+  int hidden = 3;
+};
+struct Derived : First, Second, private Hidden {
+  Tracked tracked{4};
+};
+struct Further : Derived {
+  int further = 5;
+};
+struct Unrelated {};
+struct Private : private Hidden {};
+struct Virtual : virtual Second {};
+
+/// Keeps the compiler from seeing that `function` throws, and what.
+template <class Function>
+[[gnu::noinline]] void run(Function function) {
+  asm volatile("" ::: "memory");
+  function();
+  asm volatile("" ::: "memory");
+}
+
+/// Which of many clauses takes what `function` throws.
+template <class Function>
+int taken_by(Function function) {
+  try {
+    run(function);
+  } catch (int value) {
+    return value;
+  } catch (const char* text) {
+    return text[0];
+  } catch (Unrelated&) {
+    return 11;
+  } catch (Further* object) {
+    return object->further == 5 ? 12 : -1;
+  } catch (Second* object) {
+    return object == nullptr ? 13 : object->second == 2 ? 14 : -1;
+  } catch (Second& object) {
+    return object.second == 2 ? 15 : -1;
+  } catch (Hidden&) {
+    return -1;
+  } catch (...) {
+    return 16;
+  }
+  return 0;
+}
+
+Derived derived;
+Further further;
+constexpr int lasting = 2;  // Tracked objects that are always there: those in these two
+
+GUEST_TEST(a_clause_takes_what_its_type_says) {
+  CHECK(taken_by([] {}) == 0);
+  CHECK(taken_by([] { throw 7; }) == 7);
+  CHECK(taken_by([] { throw "text"; }) == 't');
+  CHECK(taken_by([] { throw Unrelated(); }) == 11);
+  CHECK(taken_by([] { throw &further; }) == 12);
+  CHECK(taken_by([] { throw &derived; }) == 14);
+  CHECK(taken_by([] { throw static_cast<Derived*>(nullptr); }) == 13);
+  CHECK(taken_by([] { throw Derived(); }) == 15);
+  CHECK(taken_by([] { throw Further(); }) == 15);
+  CHECK(taken_by([] { throw Hidden(); }) == -1);
+  CHECK(taken_by([] { throw 2.0; }) == 16);
+  CHECK(taken_by([] { throw First(); }) == 16);
+  CHECK(taken_by([] { throw Private(); }) == 16);
+  CHECK(taken_by([] { throw Virtual(); }) == 16);  // no clause for a virtual base takes it
+  CHECK(taken_by([] { throw &further.first; }) == 16);
+}
+
+GUEST_TEST(a_handler_for_a_base_receives_that_base) {
+  destroyed = 0;
+  const Derived* whole = nullptr;
+  try {
+    try {
+      run([] { throw Further(); });
+    } catch (Second& second) {
+      whole = static_cast<Derived*>(&second);
+      CHECK(second.second == 2 && static_cast<void*>(&second) != whole);
+      throw;
+    }
+  } catch (Derived& object) {
+    CHECK(&object == whole && object.tracked.value == 4);
+  }
+  CHECK(destroyed == 1 && !Tracked::wrong);
+
+  Second* as_second = nullptr;
+  try {
+    try {
+      run([] { throw &derived; });
+    } catch (Second*& second) {
+      as_second = second;
+      throw;
+    }
+  } catch (Derived* object) {
+    CHECK(object == &derived);  // adjusted from what was thrown, not from what the first handler saw
+  }
+  CHECK(as_second == &derived && static_cast<void*>(as_second) != &derived);
+
+  static int number = 3;
+  try {
+    run([] { throw &number; });
+  } catch (int*& pointer) {
+    CHECK(pointer == &number);
+  }
+}
+
+[[gnu::noinline]] void descend(int depth, int value) {
+  Tracked here(depth);
+  asm volatile("" ::"r"(&here) : "memory");
+  if (depth == 0) throw Tracked(value);
+  descend(depth - 1, value);
+  asm volatile("" ::: "memory");
+}
+
+GUEST_TEST(every_frame_between_is_cleaned_up_once) {
+  static constexpr int depths[] = {0, 1, 10, 1000};
+  for (const int depth : depths) {
+    destroyed = 0;
+    try {
+      descend(depth, depth + 5);
+      CHECK(false);
+    } catch (const Tracked& thrown) {
+      CHECK(thrown.value == depth + 5);
+      CHECK(destroyed == depth + 1 && alive == lasting + 1);
+    }
+    CHECK(alive == lasting && !Tracked::wrong);
+  }
+}
+
+[[gnu::noinline]] int nested(int level) {
+  try {
+    if (level == 0) throw Tracked(0);
+    return nested(level - 1);
+  } catch (Tracked& outer) {
+    try {
+      throw Tracked(outer.value + 1);
+    } catch (Tracked& inner) {
+      if (level == 3) return inner.value * 10 + outer.value;
+      throw;
+    }
+  }
+}
+
+struct Catches {
+  ~Catches() {
+    try {
+      throw 1;
+    } catch (int) {
+    }
+  }
+};
+
+GUEST_TEST(exceptions_nest) {
+  CHECK(nested(3) == 43);
+  CHECK(alive == lasting);
+  try {
+    run([] {
+      Catches during_cleanup;
+      asm volatile("" ::"r"(&during_cleanup) : "memory");
+      throw Tracked(9);
+    });
+  } catch (Tracked& thrown) {
+    CHECK(thrown.value == 9);
+  }
+  try {
+    try {
+      run([] { throw Tracked(1); });
+    } catch (Tracked&) {
+      try {
+        throw;  // the same exception is handled twice at a time
+      } catch (Tracked& again) {
+        CHECK(again.value == 1);
+      }
+      CHECK(alive == lasting + 1);
+      throw;
+    }
+  } catch (Tracked&) {
+    CHECK(alive == lasting + 1);
+  }
+  CHECK(alive == lasting);
+}
+
+std::exception_ptr kept(int value) {
+  try {
+    throw Tracked(value);
+  } catch (...) {
+    return std::current_exception();
+  }
+}
+
+int thrown_again(std::exception_ptr pointer) {
+  try {
+    std::rethrow_exception(pointer);
+  } catch (Tracked& thrown) {
+    return std::current_exception().object == pointer.object && &thrown == pointer.object ? thrown.value : -1;
+  } catch (Second* object) {
+    return object == &derived ? 1 : -1;
+  }
+}
+
+GUEST_TEST(an_exception_ptr_keeps_its_exception) {
+  CHECK(std::current_exception().object == nullptr);
+  {
+    std::exception_ptr pointer = kept(6);
+    std::exception_ptr copy(pointer), assigned = kept(7);
+    CHECK(alive == lasting + 2);
+    assigned = copy;
+    assigned = *&assigned;
+    CHECK(alive == lasting + 1);
+    CHECK(thrown_again(pointer) == 6 && thrown_again(assigned) == 6);
+    try {
+      std::rethrow_exception(pointer);
+    } catch (Tracked& outer) {
+      try {
+        throw 1;
+      } catch (int) {
+        CHECK(thrown_again(pointer) == 6);  // while it is being handled below another one
+      }
+      CHECK(std::current_exception().object == &outer);
+    }
+    CHECK(std::current_exception().object == nullptr && alive == lasting + 1);
+  }
+  CHECK(alive == lasting);
+  try {
+    throw &derived;
+  } catch (Second*) {
+    const std::exception_ptr pointer = std::current_exception();
+    CHECK(thrown_again(pointer) == 1 && thrown_again(pointer) == 1);
+  }
+}
+
+int compare_or_throw(const void* a, const void* b) {
+  const int left = *static_cast<const int*>(a), right = *static_cast<const int*>(b);
+  if (left == 5 || right == 5) throw Tracked(5);
+  return left - right;
+}
+
+int64 descend_on_windows(int64 depth) {
+  Tracked here(static_cast<int>(depth));
+  if (depth == 0) throw Tracked(50);
+  return call_on_windows(descend_on_windows, depth - 1) + here.value;
+}
+
+GUEST_TEST(exceptions_cross_windows_code) {
+  const int caught = destroyed;
+  try {
+    int numbers[] = {3, 8, 5, 1};
+    Tracked here;
+    qsort(numbers, 4, sizeof *numbers, compare_or_throw);
+    CHECK(false);
+  } catch (Tracked& thrown) {
+    CHECK(thrown.value == 5);
+  }
+  try {
+    const int numbers[] = {5};
+    bsearch(numbers, numbers, 1, sizeof *numbers, compare_or_throw);
+    CHECK(false);
+  } catch (Tracked& thrown) {
+    CHECK(thrown.value == 5);
+  }
+  CHECK(destroyed - caught == 3);
+  static constexpr int64 depths[] = {1, 20};
+  for (const int64 depth : depths) {
+    destroyed = 0;
+    try {
+      descend_on_windows(depth);
+      CHECK(false);
+    } catch (Tracked& thrown) {
+      CHECK(thrown.value == 50 && destroyed == depth + 1);
+    }
+  }
+  CHECK(alive == lasting);
+}
+
+uint64 lowest = ~0ul, highest = 0;
+
+GUEST_TEST(a_million_exceptions_leave_nothing_behind) {
+  for (int i = 0; i < 1'000'000; ++i) {
+    try {
+      run([=] { throw Tracked(i); });
+    } catch (const Tracked& thrown) {
+      const auto address = reinterpret_cast<uint64>(&thrown);
+      lowest = address < lowest ? address : lowest;
+      highest = address > highest ? address : highest;
+    }
+  }
+  CHECK(alive == lasting);
+  CHECK(highest - lowest < 1 << 20);  // the memory is used again
+}
+
+constexpr int threads = 8, rounds = 5000;
+int64 caught_by_threads = 0;
+std::exception_ptr shared;
+
+[[gnu::noinline]] int sum(int depth) {
+  if (depth == 0) throw 1;
+  try {
+    return sum(depth - 1) + 1;
+  } catch (int value) {
+    if (depth % 2 == 0) throw;
+    throw value + 1;
+  }
+}
+
+void* throw_often(void*) {
+  int64 right = 0;
+  for (int i = 0; i < rounds; ++i) {
+    try {
+      sum(i % 8);
+    } catch (int value) {
+      right += value == 1 + (i % 8 + 1) / 2;
+    }
+    try {
+      std::rethrow_exception(shared);
+    } catch (Tracked& thrown) {
+      right += thrown.value == 77;
+    }
+  }
+  __atomic_fetch_add(&caught_by_threads, right, __ATOMIC_SEQ_CST);
+  return nullptr;
+}
+
+int64 finished_threads = 0;
+
+GUEST_TEST(threads_throw_at_the_same_time) {
+  shared = kept(77);
+  for (int i = 0; i < threads; ++i) {
+    Thread* thread;
+    pthread_create(
+        &thread, nullptr,
+        [](void*) -> void* {
+          throw_often(nullptr);
+          __atomic_fetch_add(&finished_threads, 1, __ATOMIC_SEQ_CST);
+          return nullptr;
+        },
+        nullptr);
+  }
+  while (__atomic_load_n(&finished_threads, __ATOMIC_SEQ_CST) != threads) asm volatile("pause");
+  CHECK(caught_by_threads == 2 * threads * rounds);
+  shared = std::exception_ptr();
+  CHECK(alive == lasting);
+}
+
+/// Runs while the image is being initialized.
+const int caught_by_initializer = taken_by([] { throw 40; });
+
+GUEST_TEST(initializers_throw) { CHECK(caught_by_initializer == 40); }
+
+/// A constructor that throws: its members are destroyed, the object is not.
+struct Half {
+  Tracked member;
+  Tracked array[3];
+  Half() { run([] { throw 42; }); }
+  ~Half() { CHECK(false); }
+};
+
+GUEST_TEST(a_constructor_that_throws_undoes_what_it_did) {
+  destroyed = 0;
+  CHECK(taken_by([] { Half half; }) == 42);
+  CHECK(destroyed == 4 && alive == lasting);
+}
+
+}  // namespace

@@ -1,0 +1,157 @@
+# A function for every frame that compact unwind information can describe: the saved registers in every choice and
+# order, behind rbp, with the size of the frame in its encoding, or in its code. Each keeps its registers, fills them
+# with its own values and throws. The assembler makes the encodings.
+        .text
+
+        .macro  case mode, registers:vararg
+        .p2align 4
+case_\@:
+        .cfi_startproc
+        .set    cfa_offset, 8
+        .ifc    \mode, behind_rbp
+        pushq   %rbp
+        .set    cfa_offset, 16
+        .cfi_def_cfa_offset cfa_offset
+        .cfi_offset %rbp, -16
+        movq    %rsp, %rbp
+        .cfi_def_cfa_register %rbp
+        .endif
+        .set    saved_at, cfa_offset
+        .irp    name, \registers
+        .ifnb   \name
+        pushq   %\name
+        .set    cfa_offset, cfa_offset + 8
+        .ifnc   \mode, behind_rbp
+        .cfi_def_cfa_offset cfa_offset
+        .endif
+        .endif
+        .endr
+        .set    room, 32 - (cfa_offset & 8)     # what aligns the stack, and something
+        .ifc    \mode, size_in_code
+        .set    room, room + 0x1000
+        .endif
+        .set    cfa_offset, cfa_offset + room
+        subq    $room, %rsp
+        .ifnc   \mode, behind_rbp
+        .cfi_def_cfa_offset cfa_offset
+        .endif
+        .irp    name, \registers
+        .ifnb   \name
+        .set    saved_at, saved_at + 8
+        .cfi_offset %\name, -saved_at
+        movq    $0x5A5A, %\name
+        .endif
+        .endr
+        callq   _throw_from_case
+        ud2
+        .cfi_endproc
+        .section __DATA,__data
+        .quad   case_\@
+        .text
+        .endm
+
+        .macro  extend mode, mask, count, registers:vararg
+        case    \mode, \registers
+        choose  \mode, \mask, \count, 1, rbx, \registers
+        choose  \mode, \mask, \count, 2, r12, \registers
+        choose  \mode, \mask, \count, 4, r13, \registers
+        choose  \mode, \mask, \count, 8, r14, \registers
+        choose  \mode, \mask, \count, 16, r15, \registers
+        .ifnc   \mode, behind_rbp
+        choose  \mode, \mask, \count, 32, rbp, \registers
+        .endif
+        .endm
+
+        .macro  choose mode, mask, count, bit, name, registers:vararg
+        .if     ((\mask) & \bit) == 0
+        extend  \mode, (\mask)|\bit, \count, \name, \registers
+        .endif
+        .endm
+
+        .section __DATA,__data
+        .globl  _frame_cases, _frame_cases_end
+        .p2align 3
+_frame_cases:
+        .text
+        extend  behind_rbp, 0, 0,
+        extend  size_in_encoding, 0, 0,
+        extend  size_in_code, 0, 0,
+        .section __DATA,__data
+_frame_cases_end:
+        .quad   0
+
+# bool call_case(void (*function)(), uint64 found[6]): calls it with a value of its own in each register that a callee
+# keeps; true when it threw. `found` gets what rbx, rbp, r12, r13, r14, r15 hold at the landing pad.
+#   rsp+0x08  found
+        .text
+        .globl  _call_case
+        .p2align 4
+_call_case:
+        .cfi_startproc
+        .cfi_personality 155, ___gxx_personality_v0
+        .cfi_lsda 16, Lcall_case_lsda
+        .set    cfa_offset, 8
+        .irp    name, rbp, r15, r14, r13, r12, rbx
+        pushq   %\name
+        .set    cfa_offset, cfa_offset + 8
+        .cfi_def_cfa_offset cfa_offset
+        .endr
+        subq    $0x18, %rsp
+        .cfi_def_cfa_offset 0x50
+        .cfi_offset %rbx, -56
+        .cfi_offset %r12, -48
+        .cfi_offset %r13, -40
+        .cfi_offset %r14, -32
+        .cfi_offset %r15, -24
+        .cfi_offset %rbp, -16
+        movq    %rsi, 8(%rsp)
+        movl    $0x100, %ebx
+        movl    $0x101, %ebp
+        movl    $0x102, %r12d
+        movl    $0x103, %r13d
+        movl    $0x104, %r14d
+        movl    $0x105, %r15d
+Ltry_begin:
+        callq   *%rdi
+Ltry_end:
+        xorl    %eax, %eax
+        jmp     Lleave
+Llanding_pad:
+        movq    8(%rsp), %rcx
+        movq    %rbx, (%rcx)
+        movq    %rbp, 8(%rcx)
+        movq    %r12, 16(%rcx)
+        movq    %r13, 24(%rcx)
+        movq    %r14, 32(%rcx)
+        movq    %r15, 40(%rcx)
+        movq    %rax, %rdi
+        callq   ___cxa_begin_catch
+        callq   ___cxa_end_catch
+        movl    $1, %eax
+Lleave:
+        addq    $0x18, %rsp
+        popq    %rbx
+        popq    %r12
+        popq    %r13
+        popq    %r14
+        popq    %r15
+        popq    %rbp
+        retq
+        .cfi_endproc
+
+        .section __TEXT,__gcc_except_tab
+        .p2align 2
+Lcall_case_lsda:
+        .byte   255                     # LPStart omitted
+        .byte   155                     # TType: indirect pcrel sdata4
+        .uleb128 Ltypes_end - Ltypes_offset
+Ltypes_offset:
+        .byte   1                       # call sites: uleb128
+        .uleb128 Lsites_end - Lsites
+Lsites:
+        .uleb128 Ltry_begin - _call_case, Ltry_end - Ltry_begin, Llanding_pad - _call_case, 1
+Lsites_end:
+        .byte   1, 0                    # the first type, no further action
+        .p2align 2
+        .long   0                       # catches all
+Ltypes_end:
