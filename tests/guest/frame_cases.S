@@ -3,6 +3,14 @@
 # with its own values and throws. The assembler makes the encodings.
         .text
 
+# Where each register lies, the lowest address first: the assembler takes their order from this.
+        .macro  tell_saved at, name, others:vararg
+        .ifnb   \name
+        tell_saved \at + 8, \others
+        .cfi_offset %\name, -(\at)
+        .endif
+        .endm
+
         .macro  case mode, registers:vararg
         .p2align 4
 case_\@:
@@ -16,7 +24,7 @@ case_\@:
         movq    %rsp, %rbp
         .cfi_def_cfa_register %rbp
         .endif
-        .set    saved_at, cfa_offset
+        .set    first_saved_at, cfa_offset + 8
         .irp    name, \registers
         .ifnb   \name
         pushq   %\name
@@ -35,10 +43,9 @@ case_\@:
         .ifnc   \mode, behind_rbp
         .cfi_def_cfa_offset cfa_offset
         .endif
+        tell_saved first_saved_at, \registers
         .irp    name, \registers
         .ifnb   \name
-        .set    saved_at, saved_at + 8
-        .cfi_offset %\name, -saved_at
         movq    $0x5A5A, %\name
         .endif
         .endr
@@ -50,21 +57,28 @@ case_\@:
         .text
         .endm
 
-        .macro  extend mode, mask, count, registers:vararg
+# A case for `registers`, and for everything that they are the last ones of; `mask` says which are among them.
+        .macro  extend mode, mask, registers:vararg
         case    \mode, \registers
-        choose  \mode, \mask, \count, 1, rbx, \registers
-        choose  \mode, \mask, \count, 2, r12, \registers
-        choose  \mode, \mask, \count, 4, r13, \registers
-        choose  \mode, \mask, \count, 8, r14, \registers
-        choose  \mode, \mask, \count, 16, r15, \registers
-        .ifnc   \mode, behind_rbp
-        choose  \mode, \mask, \count, 32, rbp, \registers
+        .if     ((\mask) & 1) == 0
+        extend  \mode, (\mask)|1, rbx, \registers
         .endif
-        .endm
-
-        .macro  choose mode, mask, count, bit, name, registers:vararg
-        .if     ((\mask) & \bit) == 0
-        extend  \mode, (\mask)|\bit, \count, \name, \registers
+        .if     ((\mask) & 2) == 0
+        extend  \mode, (\mask)|2, r12, \registers
+        .endif
+        .if     ((\mask) & 4) == 0
+        extend  \mode, (\mask)|4, r13, \registers
+        .endif
+        .if     ((\mask) & 8) == 0
+        extend  \mode, (\mask)|8, r14, \registers
+        .endif
+        .if     ((\mask) & 16) == 0
+        extend  \mode, (\mask)|16, r15, \registers
+        .endif
+        .ifnc   \mode, behind_rbp
+        .if     ((\mask) & 32) == 0
+        extend  \mode, (\mask)|32, rbp, \registers
+        .endif
         .endif
         .endm
 
@@ -73,9 +87,9 @@ case_\@:
         .p2align 3
 _frame_cases:
         .text
-        extend  behind_rbp, 0, 0,
-        extend  size_in_encoding, 0, 0,
-        extend  size_in_code, 0, 0,
+        extend  behind_rbp, 0,
+        extend  size_in_encoding, 0,
+        extend  size_in_code, 0,
         .section __DATA,__data
 _frame_cases_end:
         .quad   0
