@@ -33,5 +33,10 @@ add_executable(make_image benchmarks/make_image.cpp)
 target_include_directories(make_image PRIVATE tests)
 target_link_libraries(make_image PRIVATE vlm_core)
 
+# The peer of the string benchmark: libc++ as this machine has it.
+add_executable(string_peer EXCLUDE_FROM_ALL benchmarks/string_peer.cpp benchmarks/string_cases.cpp)
+target_compile_options(string_peer PRIVATE -stdlib=libc++)
+target_link_options(string_peer PRIVATE -stdlib=libc++)
+
 # The tools that come with the library (patch lists, inspection).
 include(tools/tools.cmake OPTIONAL)

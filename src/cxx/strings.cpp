@@ -21,24 +21,29 @@ constexpr std::uint64_t npos = ~std::uint64_t{0};
 
 // ---- Growing at the end ---------------------------------------------------------------------------------------------
 
-/// Appends `count` characters, which `write` puts where it is told. Storage that is too small is at least doubled.
+/// Appends what does not fit: storage is at least doubled. Apart, so that the way of what fits saves no registers.
 template <class Write>
-[[gnu::always_inline]] inline void append_with(GuestString& string, std::uint64_t count, Write write) {
+[[gnu::noinline, gnu::cold]] SYSV void append_growing(GuestString& string, std::uint64_t count, Write write) {
   const StringStorage old = storage_of(string);
   const std::uint64_t size = add_sizes(old.size, count);
-  if (size <= old.capacity) [[likely]] {
-    write(old.characters + old.size);
-  } else {
-    const StringBlock block = allocate_characters(std::max(size, 2 * old.capacity));
-    copy_bytes(block.characters, old.characters, old.size);
-    write(block.characters + old.size);
-    move_to(string, block);
-  }
+  const StringBlock block = allocate_characters(std::max(size, 2 * old.capacity));
+  copy_bytes(block.characters, old.characters, old.size);
+  write(block.characters + old.size);
+  move_to(string, block);
   set_size(string, size);
 }
 
+/// Appends `count` characters, which `write` puts where it is told.
+template <class Write>
+[[gnu::always_inline]] inline void append_with(GuestString& string, std::uint64_t count, Write write) {
+  const StringStorage old = storage_of(string);
+  if (count > old.capacity - old.size) [[unlikely]] return append_growing(string, count, write);
+  write(old.characters + old.size);
+  set_size(string, old.size + count);
+}
+
 SYSV GuestString* append_text(GuestString* string, const char* text, std::uint64_t count) {
-  append_with(*string, count, [&](char* to) { copy_bytes(to, text, count); });
+  append_with(*string, count, [=](char* to) { copy_bytes(to, text, count); });
   return string;
 }
 
@@ -47,12 +52,12 @@ SYSV GuestString* append_terminated(GuestString* string, const char* text) {
 }
 
 SYSV GuestString* append_fill(GuestString* string, std::uint64_t count, char c) {
-  append_with(*string, count, [&](char* to) { std::memset(to, c, count); });
+  append_with(*string, count, [=](char* to) { std::memset(to, c, count); });
   return string;
 }
 
 SYSV void push_back(GuestString* string, char c) {
-  append_with(*string, 1, [&](char* to) { *to = c; });
+  append_with(*string, 1, [=](char* to) { *to = c; });
 }
 
 SYSV void resize(GuestString* string, std::uint64_t size, char c) {
@@ -66,15 +71,17 @@ SYSV void resize(GuestString* string, std::uint64_t size, char c) {
 
 // ---- Storage of exactly the size that is asked for ------------------------------------------------------------------
 
-void assign(GuestString& string, const char* text, std::uint64_t size) {
+[[gnu::noinline, gnu::cold]] SYSV void assign_growing(GuestString& string, const char* text, std::uint64_t size) {
+  const StringBlock block = allocate_characters(size);
+  copy_bytes(block.characters, text, size);
+  move_to(string, block);
+  set_size(string, size);
+}
+
+SYSV void assign(GuestString& string, const char* text, std::uint64_t size) {
   const StringStorage old = storage_of(string);
-  if (size <= old.capacity) [[likely]] {
-    copy_bytes(old.characters, text, size);
-  } else {
-    const StringBlock block = allocate_characters(size);
-    copy_bytes(block.characters, text, size);
-    move_to(string, block);
-  }
+  if (size > old.capacity) [[unlikely]] return assign_growing(string, text, size);
+  copy_bytes(old.characters, text, size);
   set_size(string, size);
 }
 
@@ -178,7 +185,7 @@ SYSV std::uint64_t rfind_character(const GuestString* string, char c, std::uint6
 SYSV std::int32_t compare_terminated(const GuestString* string, const char* other) {
   const StringText text = text_of(*string);
   const std::uint64_t length = text_length(other);
-  const std::int32_t order = std::memcmp(text.characters, other, std::min(text.size, length));
+  const std::int32_t order = compare_bytes(text.characters, other, std::min(text.size, length));
   if (order != 0) return order;
   return text.size < length ? -1 : text.size > length;
 }

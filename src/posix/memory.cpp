@@ -92,7 +92,6 @@ SYSV void memset_pattern16_(std::byte* to, const void* pattern, std::uint64_t si
 SYSV const void* memchr_(const void* block, std::int32_t value, std::uint64_t size) {
   return std::memchr(block, value, size);
 }
-SYSV std::int32_t memcmp_(const void* a, const void* b, std::uint64_t size) { return std::memcmp(a, b, size); }
 
 /// The wchar_t of macOS has 32 bits, so the host's function does not do.
 SYSV const std::int32_t* wmemchr_(const std::int32_t* units, std::int32_t value, std::uint64_t count) {
@@ -128,7 +127,7 @@ const ShimEntry memory_shims[15] = {
     {"_memmove", shim(copy_bytes)},
     {"___memmove_chk", shim(copy_bytes)},
     {"_memchr", shim(memchr_)},
-    {"_memcmp", shim(memcmp_)},
+    {"_memcmp", shim(compare_bytes)},
     {"_wmemchr", shim(wmemchr_)},
 };
 

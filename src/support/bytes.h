@@ -12,6 +12,9 @@ namespace vlm {
 /// Copies `size` bytes as if all were read before any is written. Returns `to`.
 SYSV void* copy_bytes(void* to, const void* from, std::uint64_t size);
 
+/// Less than, equal to or greater than 0, as the first bytes that differ are, taken as unsigned ones.
+SYSV std::int32_t compare_bytes(const void* a, const void* b, std::uint64_t size);
+
 /// Bytes before the NUL.
 SYSV std::uint64_t text_length(const char* text);
 
