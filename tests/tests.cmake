@@ -41,6 +41,8 @@ endforeach()
 add_guest(objc_guest SOURCES tests/guest/objc_guest.mm tests/guest/objc_relative_class.S
   FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
 
+add_guest(uncaught_guest SOURCES tests/guest/uncaught_guest.cpp tests/guest/uncaught_frames.S
+  FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
 add_guest(frames_guest SOURCES tests/guest/frames_guest.cpp tests/guest/frame_cases.S
   FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
 

@@ -183,6 +183,39 @@ TEST_CASE("C++ code that cannot go on ends the game with the reason") {
   }
 }
 
+TEST_CASE("an exception that cannot be caught ends the game") {
+  const std::string uncaught = "uncaught C++ exception of type 7Escaped";
+  const struct {
+    const wchar_t* probe;
+    std::string text;
+    std::string logged;  // before it
+  } cases[] = {
+      {L"uncaught_class", uncaught, ""},
+      {L"uncaught_number", "uncaught C++ exception of type ?", ""},  // int's name is the C++ library's
+      {L"uncaught_in_thread", uncaught, ""},
+      {L"uncaught_in_depth", uncaught, ""},  // the handler lies too many frames above
+      {L"escape_noexcept", "std::terminate called", ""},
+      {L"rethrow_nothing", "__cxa_rethrow with no active exception", ""},
+      {L"rethrow_null_pointer", "rethrow_exception(nullptr)", ""},
+      {L"call_personality", "__gxx_personality_v0 called directly", ""},
+      {L"dwarf_frame", uncaught, "[eh] unsupported unwind encoding 0x04"},
+      {L"bare_frame", uncaught, "[eh] unsupported unwind encoding 0x00000000 at "},
+      {L"seven_registers", uncaught, "[eh] unsupported unwind encoding 0x02021c00 at "},
+      {L"unsupported_pointer", "[eh] unsupported pointer encoding 0x5", ""},
+  };
+  const std::wstring image = folder + L"guests\\uncaught_guest.dylib";
+  for (const auto& c : cases) {
+    const Ending ending = start_with(image, c.probe);
+    CAPTURE(ending.log);
+    check_fatal(ending, c.text);
+    CHECK(ending.log.find(c.logged) != std::string::npos);
+  }
+  const Ending ending = start_with(image, L"damaged_table");
+  CHECK_EQ(ending.exit_code, 3);
+  CHECK(ending.box_text.starts_with("[eh] the exception table at 0x"));
+  CHECK(ending.box_text.ends_with(" is damaged: its call sites leave the image"));
+}
+
 TEST_CASE("an export that the image lacks ends the game with its name when it is called") {
   const Ending ending = run_game_process(folder, L"missing_export.exe", in_quotes(start_image));
   CHECK_EQ(ending.exit_code, 3);

@@ -1,0 +1,69 @@
+// Probes: exceptions that end the game. Each is called in a process of its own.
+#include "darwin_threads.h"
+#include "guest_test.h"
+
+extern "C" {
+int __gxx_personality_v0();
+void throw_from_dwarf_frame();  // frames that cannot be taken off: uncaught_frames.S
+void throw_from_bare_frame();
+void throw_from_seven_registers();
+void throw_past_unsupported_pointer();
+void throw_past_damaged_table();
+}
+
+namespace std {
+struct exception_ptr {
+  exception_ptr() = default;
+  exception_ptr(const exception_ptr&);
+  ~exception_ptr();
+  void* object = nullptr;
+};
+[[noreturn]] void rethrow_exception(exception_ptr);
+}  // namespace std
+
+struct Escaped {};
+
+namespace {
+
+/// A handler that none of the exceptions reaches.
+int beneath_a_handler(void (*function)()) {
+  try {
+    function();
+  } catch (Escaped&) {
+  }
+  return 0;
+}
+
+[[gnu::noinline]] int descend(int depth) {
+  if (depth == 0) throw Escaped();
+  const int result = descend(depth - 1);
+  asm volatile("" ::: "memory");
+  return result;
+}
+
+}  // namespace
+
+extern "C" {
+[[noreturn]] void throw_escaped() { throw Escaped(); }
+
+void uncaught_class() { throw Escaped(); }
+void uncaught_number() { throw 1; }
+int uncaught_in_thread() {
+  Thread* thread;
+  pthread_create(&thread, nullptr, [](void*) -> void* { throw Escaped(); }, nullptr);
+  for (;;) asm volatile("pause");
+}
+int uncaught_in_depth() {
+  return beneath_a_handler([] { descend(5000); });
+}
+void escape_noexcept() noexcept { throw_escaped(); }
+void rethrow_nothing() { throw; }
+void rethrow_null_pointer() { std::rethrow_exception({}); }
+void call_personality() { __gxx_personality_v0(); }
+
+int dwarf_frame() { return beneath_a_handler(throw_from_dwarf_frame); }
+int bare_frame() { return beneath_a_handler(throw_from_bare_frame); }
+int seven_registers() { return beneath_a_handler(throw_from_seven_registers); }
+int unsupported_pointer() { return beneath_a_handler(throw_past_unsupported_pointer); }
+int damaged_table() { return beneath_a_handler(throw_past_damaged_table); }
+}
