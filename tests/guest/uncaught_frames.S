@@ -57,3 +57,5 @@ unsupported_pointers:
 damaged_call_sites:
         .byte   255, 255, 1                     # LPStart and TType omitted, call sites in uleb128
         .byte   0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F
+
+        .subsections_via_symbols        # the linker takes tables apart at their symbols
