@@ -23,16 +23,21 @@ set(SAMPLE_IMPORTS
   _strtol _fprintf _snprintf _fflush ___stdoutp _fopen _fclose _fread _fwrite _rename
   _time _localtime _strftime _sysctl
   _objc_msgSend _OBJC_CLASS_$_NSObject _OBJC_METACLASS_$_NSObject __objc_empty_cache
+  _memmove _memchr ___cxa_atexit ___cxa_guard_acquire ___cxa_guard_release ___cxa_guard_abort __Znwm __ZdlPv
+  __ZNSt3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEE6appendEPKc
+  __ZNSt3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEED1Ev
+  ___gxx_personality_v0 __Unwind_Resume ___cxa_begin_catch __ZSt9terminatev
   dyld_stub_binder)
 set(import_flags)
 foreach(symbol ${SAMPLE_IMPORTS})
   list(APPEND import_flags -U ${symbol})
 endforeach()
 
-add_guest(sample_game
+add_guest(sample_game LIBCXX
   SOURCES
     # corlib first: assemblies join the domain in link order.
     ${SAMPLE_GAME}/runtime/corlib.cpp
+    ${SAMPLE_GAME}/game/commentary.cpp
     ${SAMPLE_GAME}/game/engine.cpp
     ${SAMPLE_GAME}/game/game.cpp
     ${SAMPLE_GAME}/game/scoreboard.m
@@ -54,7 +59,7 @@ add_guest(sample_game
     ${SAMPLE_GAME}/runtime/threads.cpp
     ${SAMPLE_GAME}/runtime/types.cpp
   OUTPUT ${SAMPLE_DIR}/GameAssembly.dylib
-  FLAGS -ffreestanding -fno-exceptions -fno-rtti -fno-threadsafe-statics -I${SAMPLE_GAME}/include -I${SAMPLE_GAME}
+  FLAGS -I${SAMPLE_GAME}/include -I${SAMPLE_GAME}
   LINK_FLAGS -exported_symbols_list ${SAMPLE_EXPORTS} -undefined error ${import_flags})
 
 add_executable(SamplePlayer

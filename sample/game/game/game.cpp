@@ -8,6 +8,7 @@
 //     public static int instances, starts;
 //     string title; Vector3 position, velocity; int score, frame; Mood mood;
 //     ...
+#include "game/commentary.h"
 #include "game/engine.h"
 #include "game/scoreboard.h"
 #include "game/system.h"
@@ -82,6 +83,7 @@ void Game_Update(Game* self, const MethodInfo*) {
   ++self->score;
   self->mood = Mood::Cheerful;
   scoreboard_report(self->score);
+  comment_on_bounce(side, end);
   debug_log(new_string(Text() << "bounce in frame " << self->frame << ", score " << self->score));
 }
 
@@ -96,6 +98,7 @@ Il2CppString* Game_Describe(Game* self, const MethodInfo*) {
   const Text text = Text() << "frame " << self->frame << ": ball at " << self->position.x << ", " << self->position.y
                            << ", score " << self->score;
   log(Text() << "game: " << text.c_str());
+  log(Text() << "game: bounces: " << commentary());
   return new_string(text);
 }
 
