@@ -33,6 +33,8 @@ add_library(vlm STATIC
   src/objc/categories.cpp
   src/objc/classes.cpp
   src/objc/dispatch.cpp
+  src/objc/ns_collections.cpp
+  src/objc/ns_number.cpp
   src/objc/ns_object.cpp
   src/objc/ns_string.cpp
   src/objc/pending_classes.cpp

@@ -20,6 +20,11 @@ static_assert(sizeof(NSNumber) == 32);
 NSNumber* ns_number_from_int64(std::int64_t value);
 NSNumber* ns_number_from_double(double value);
 
+/// Both values are equal: 2 made of an integer and 2.0 are, 2 and 2.5 are not, NaN is not even equal to itself.
+inline bool ns_numbers_equal(const NSNumber& left, const NSNumber& right) {
+  return left.floating_point == right.floating_point && left.integer == right.integer;
+}
+
 /// An instance of NSData.
 struct NSData : ObjcObject {
   const void* bytes;

@@ -1,7 +1,11 @@
 // Strings, in the layout of the constants that compilers put into a game image.
+//
+// A string's text is as many bytes as its length says, and a NUL behind them. Nothing checks that it is well-formed
+// UTF-8: it is compared, copied and searched as bytes.
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "objc/object.h"
 
@@ -20,9 +24,22 @@ constexpr std::uint64_t ns_string_utf16_flag = 0x10;
 
 /// A new NSString with a copy of the text; null gives the empty string.
 NSString* ns_string_new(const char* text);
+/// The same with a class of the caller's choice.
+NSString* ns_string_new(ObjcClass& class_, std::string_view text);
 
 /// The text of a string object, NUL-terminated, as long as the object's text is not changed; null for a null object or
 /// one that is no string. UTF-16 is converted once, in place.
 const char* ns_string_utf8(ObjcObject* object);
+/// The same with its length: data() is null where ns_string_utf8 gives null.
+std::string_view ns_string_text(ObjcObject* object);
+
+/// Gives a string a new text, which nobody else holds: `length` bytes from ns_string_buffer.
+void ns_string_set(NSString& string, char* text, std::uint64_t length);
+
+/// Room for a text of `length` bytes, the NUL behind it in place. Ends the process when there is no memory. Never freed.
+char* ns_string_buffer(std::uint64_t length);
+
+/// UTF-16 units of a text as Windows converts it (code page 65001, which makes U+FFFD of what is ill-formed).
+std::uint64_t ns_string_utf16_length(std::string_view text);
 
 }  // namespace vlm

@@ -9,8 +9,6 @@ namespace vlm {
 
 NO_METHODS(NSString)
 NO_METHODS(NSMutableString)
-NO_METHODS(NSData)
-NO_METHODS(NSNumber)
 NO_METHODS(NSArray)
 NO_METHODS(NSMutableArray)
 NO_METHODS(NSMutableSet)
