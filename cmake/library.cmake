@@ -33,10 +33,12 @@ add_library(vlm STATIC
   src/objc/categories.cpp
   src/objc/classes.cpp
   src/objc/dispatch.cpp
+  src/objc/ns_collection_methods.cpp
   src/objc/ns_collections.cpp
   src/objc/ns_number.cpp
   src/objc/ns_object.cpp
   src/objc/ns_string.cpp
+  src/objc/ns_string_methods.cpp
   src/objc/pending_classes.cpp
   src/objc/runtime.cpp
   src/posix/aligned_blocks.cpp

@@ -2,7 +2,6 @@
 // which symbol was called, and returns zero when the library is told to go on. A body leaves this file when its
 // family defines it.
 #include "abi/entries.h"
-#include "abi/format.h"
 #include "binding/shim_table.h"
 
 namespace {
@@ -16,19 +15,9 @@ using namespace vlm;
     return trap_unimplemented(&record);                     \
   }())
 
-constexpr const char* foundation = "Foundation";
-
 }  // namespace
 
 extern "C" {
-
-SYSV void NSLog_body(void*, SysvVaList*) { MISSING(foundation, "_NSLog"); }
-SYSV void* stringWithFormat_body(void*, const char*, void*, SysvVaList*) {
-  return reinterpret_cast<void*>(MISSING(foundation, "stringWithFormat:"));
-}
-SYSV void* initWithObjects_body(void*, const char*, void*, SysvVaList*) {
-  return reinterpret_cast<void*>(MISSING(foundation, "initWithObjects:"));
-}
 
 void dispatch_managed_call(IcallRecord*, const RegisterSaveArea*, const std::uint64_t*, ManagedResult* result) {
   MISSING("GameAssembly.dylib", "managed call");

@@ -66,6 +66,14 @@ void append(NSCollection& collection, ObjcObject* item, ObjcObject* value) {
   ++collection.mutations;
 }
 
+/// Later entries move down by one.
+void remove(NSCollection& collection, std::uint64_t index) {
+  const std::uint64_t behind = --collection.count - index;
+  std::memmove(collection.items + index, collection.items + index + 1, behind * sizeof(ObjcObject*));
+  std::memmove(collection.values + index, collection.values + index + 1, behind * sizeof(ObjcObject*));
+  ++collection.mutations;
+}
+
 }  // namespace
 
 bool ns_objects_equal(ObjcObject* left, ObjcObject* right) {
@@ -85,17 +93,22 @@ std::int64_t ns_collection_find(const NSCollection& collection, ObjcObject* obje
 
 void ns_array_append(NSCollection& array, ObjcObject* object) { append(array, object, nullptr); }
 
-void ns_collection_remove(NSCollection& collection, std::uint64_t index) {
-  const std::uint64_t behind = --collection.count - index;
-  std::memmove(collection.items + index, collection.items + index + 1, behind * sizeof(ObjcObject*));
-  std::memmove(collection.values + index, collection.values + index + 1, behind * sizeof(ObjcObject*));
-  ++collection.mutations;
+void ns_array_remove(NSCollection& array, ObjcObject* object) {
+  with_test_for(object, [&](auto is_equal) {
+    std::uint64_t kept = 0;
+    for (std::uint64_t i = 0; i < array.count; ++i) {
+      ObjcObject* const item = array.items[i];
+      if (item != object && (item == nullptr || !is_equal(item))) array.items[kept++] = item;
+    }
+    array.mutations += array.count - kept;
+    array.count = kept;
+  });
 }
 
 void ns_dictionary_set(NSCollection& dictionary, ObjcObject* key, ObjcObject* value) {
   const std::int64_t index = ns_collection_find(dictionary, key);
   if (value == nullptr) {
-    if (index >= 0) ns_collection_remove(dictionary, static_cast<std::uint64_t>(index));
+    if (index >= 0) remove(dictionary, static_cast<std::uint64_t>(index));
   } else if (index >= 0) {
     dictionary.values[index] = value;
     ++dictionary.mutations;

@@ -27,8 +27,8 @@ std::int64_t ns_collection_find(const NSCollection& collection, ObjcObject* obje
 /// Appends an element to an array.
 void ns_array_append(NSCollection& array, ObjcObject* object);
 
-/// Removes the entry of an index below the count; later ones move down by one.
-void ns_collection_remove(NSCollection& collection, std::uint64_t index);
+/// Removes every element that is equal to the object.
+void ns_array_remove(NSCollection& array, ObjcObject* object);
 
 /// Sets the value of a key; a null value removes the entry.
 void ns_dictionary_set(NSCollection& dictionary, ObjcObject* key, ObjcObject* value);

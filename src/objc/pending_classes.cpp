@@ -7,13 +7,6 @@ namespace vlm {
   const MethodRow name##_methods[] = {{}}; \
   const MethodRow name##_class_methods[] = {{}};
 
-NO_METHODS(NSString)
-NO_METHODS(NSMutableString)
-NO_METHODS(NSArray)
-NO_METHODS(NSMutableArray)
-NO_METHODS(NSMutableSet)
-NO_METHODS(NSDictionary)
-NO_METHODS(NSMutableDictionary)
 NO_METHODS(NSBundle)
 NO_METHODS(NSLocale)
 NO_METHODS(NSFileManager)
