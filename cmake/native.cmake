@@ -27,6 +27,12 @@ add_fuzzer(fuzz_fixups)
 add_fuzzer(fuzz_export_trie)
 add_fuzzer(fuzz_patch_list)
 add_fuzzer(fuzz_format)
+add_fuzzer(fuzz_unwind_info)
+add_fuzzer(fuzz_lsda)
+
+# Compares compact unwind information, as read here, with the listing of another reader.
+add_executable(unwind_info_test tests/unit-native/unwind_info_test.cpp)
+target_link_libraries(unwind_info_test PRIVATE vlm_core)
 
 # Makes images of any size for the loader's benchmark.
 add_executable(make_image benchmarks/make_image.cpp)

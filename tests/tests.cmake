@@ -109,8 +109,17 @@ add_test(NAME native.tessera COMMAND ${VLM_NATIVE_DIR}/tessera_test)
 add_test(NAME native.mutate_images COMMAND ${VLM_NATIVE_DIR}/mutate_images)
 set_tests_properties(native.tessera native.mutate_images PROPERTIES TIMEOUT 60)
 
+# Two readers of compact unwind information agree about every address.
+set(compared_images)
+foreach(guest frames uncaught exceptions cxx_strings)
+  list(APPEND compared_images $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
+endforeach()
+list(JOIN compared_images " " compared_images)
+add_test(NAME native.unwind_info COMMAND bash -c
+  "set -o pipefail; for image in ${compared_images}; do llvm-objdump-19 --macho --unwind-info $image | ${VLM_NATIVE_DIR}/unwind_info_test $image || exit 1; done")
+
 # A short run of each fuzz target from the seeds of the build, the same every time: what it finds new is thrown away.
-foreach(target fuzz_image fuzz_fixups fuzz_export_trie fuzz_patch_list fuzz_format)
+foreach(target fuzz_image fuzz_fixups fuzz_export_trie fuzz_patch_list fuzz_format fuzz_unwind_info fuzz_lsda)
   set(corpus ${CMAKE_BINARY_DIR}/corpus/${target})
   set(seeds ${VLM_NATIVE_DIR}/fuzz_seeds/${target})
   add_test(NAME native.${target} COMMAND bash -c

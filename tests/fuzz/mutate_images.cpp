@@ -255,6 +255,19 @@ int write_seeds(const std::filesystem::path& folder) {
   write("fuzz_image", "universal", build_universal({{CPU_TYPE_X86_64, good}}));
   write("fuzz_fixups", "bind", Bytes().u8(draft.rebase.size()).u8(0).append(draft.rebase).append(draft.bind));
   write("fuzz_fixups", "lazy", Bytes().u8(draft.rebase.size()).u8(1).append(draft.rebase).append(draft.lazy_bind));
+  // A compressed page with one encoding of its own, a regular page; two common encodings, one function with an LSDA.
+  Bytes unwind;
+  unwind.u32(0x1050).u32(1).u32(28).u32(2).u32(36).u32(1).u32(40).u32(3).u32(0x01000000).u32(0x51010001).u32(0x2000);
+  unwind.u32(0x1000).u32(84).u32(76).u32(0x1100).u32(108).u32(84).u32(0x1200).u32(0).u32(84).u32(0x1040).u32(0x1800);
+  unwind.u32(3).u16(12).u16(2).u16(20).u16(1).u32(0x00000000).u32(0x01000040).u32(0x030A1800);
+  unwind.u32(2).u16(8).u16(1).u32(0x1100).u32(0x02061C48);
+  write("fuzz_unwind_info", "two_pages", unwind);
+  // A function at 4 that calls at 6, lands at 10 and catches by a type, then everything, with a cleanup.
+  Bytes lsda;
+  lsda.u16(16).u16(4).u16(6).pad_to(22).u8(0xFF).u8(0x9B).u8(24).u8(1).u8(8);
+  lsda.u8(0).u8(4).u8(6).u8(5).u8(4).u8(8).u8(0).u8(0).u8(0).u8(0).u8(2).u8(0x7D).u8(1).u8(0x7D);
+  lsda.pad_to(22 + 19).u32(0).u32(0xFFFFFFE0).pad_to(64);
+  write("fuzz_lsda", "two_clauses", lsda);
   write("fuzz_export_trie", "trie", Bytes().u8(10).text("_game_stop").append(draft.exports));
   return 0;
 }
