@@ -108,7 +108,7 @@ SYSV void reserve(GuestString* string, std::uint64_t capacity) {
 }
 
 /// The first inserted character.
-char* insert(GuestString& string, std::uint64_t position, const char* text, std::uint64_t count) {
+SYSV char* insert(GuestString& string, std::uint64_t position, const char* text, std::uint64_t count) {
   const StringStorage old = storage_of(string);
   if (position > old.size) fatal_error("basic_string::insert out of range");
   const std::uint64_t size = add_sizes(old.size, count);

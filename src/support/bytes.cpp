@@ -66,7 +66,7 @@ using Chunk = Vector<128>;
 
 /// More than 32 bytes.
 [[gnu::always_inline]] inline void* copy_vectors(std::byte* to, const std::byte* from, std::uint64_t size) {
-  constexpr std::uint64_t left_to_the_host = 16384;  // from here on its ways around the cache win
+  constexpr std::uint64_t left_to_the_host = 32768;  // where memory sets the pace, the host's way is as good
   if (size <= 64) {
     copy_ends<Vector<32>>(to, from, size);
   } else if (size <= 128) {
