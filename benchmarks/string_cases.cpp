@@ -103,7 +103,7 @@ void run(long which) {
 
 extern "C" {
 /// Names and goals, in the order of run(); a null ends them.
-extern const char* const string_case_names[] = {
+extern const char* const case_names[] = {
     "append 7 characters twice to an empty string | 1.0",
     "append 7 characters 20 times, long string with room | 1.0",
     "append 4000 characters, long string with room | 1.0",
@@ -120,7 +120,7 @@ extern const char* const string_case_names[] = {
     nullptr,
 };
 
-void run_string_case(long which, long times) {
+void run_case(long which, long times) {
   for (long i = 0; i < times; ++i) run(which);
 }
 

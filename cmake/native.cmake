@@ -39,10 +39,19 @@ add_executable(make_image benchmarks/make_image.cpp)
 target_include_directories(make_image PRIVATE tests)
 target_link_libraries(make_image PRIVATE vlm_core)
 
-# The peer of the string benchmark: libc++ as this machine has it.
-add_executable(string_peer EXCLUDE_FROM_ALL benchmarks/string_peer.cpp benchmarks/string_cases.cpp)
+# Peers of the benchmarks whose cases are compiled natively as well: libc++ as this machine has it, and the two ways in
+# which it throws.
+add_executable(string_peer EXCLUDE_FROM_ALL benchmarks/native_peer.cpp benchmarks/string_cases.cpp)
 target_compile_options(string_peer PRIVATE -stdlib=libc++)
 target_link_options(string_peer PRIVATE -stdlib=libc++)
+add_executable(throw_peer_clang EXCLUDE_FROM_ALL benchmarks/native_peer.cpp benchmarks/throw_cases.cpp)
+target_compile_options(throw_peer_clang PRIVATE -stdlib=libc++)
+target_link_options(throw_peer_clang PRIVATE -stdlib=libc++ -rtlib=compiler-rt --unwindlib=libunwind)
+set(throw_peer_sources ${CMAKE_SOURCE_DIR}/benchmarks/native_peer.cpp ${CMAKE_SOURCE_DIR}/benchmarks/throw_cases.cpp)
+add_custom_command(OUTPUT throw_peer_gcc
+  COMMAND g++ -O2 -std=c++20 ${throw_peer_sources} -o throw_peer_gcc
+  DEPENDS ${throw_peer_sources} ${CMAKE_SOURCE_DIR}/benchmarks/case_report.h VERBATIM)
+add_custom_target(native_peers DEPENDS string_peer throw_peer_clang throw_peer_gcc)
 
 # The tools that come with the library (patch lists, inspection).
 include(tools/tools.cmake OPTIONAL)

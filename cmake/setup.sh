@@ -11,7 +11,8 @@ needs=(
   x86_64-w64-mingw32-g++:g++-mingw-w64-x86-64
   wine:wine wine:wine64 xvfb-run:xvfb xauth:xauth
   /usr/include/doctest/doctest.h:doctest-dev /usr/include/Zydis/Zydis.h:libzydis-dev
-  /usr/lib/llvm-19/include/c++/v1/string:libc++-19-dev
+  /usr/lib/llvm-19/include/c++/v1/string:libc++-19-dev /usr/lib/llvm-19/lib/libc++abi.so:libc++abi-19-dev
+  /usr/lib/llvm-19/lib/libunwind.so:libunwind-19-dev g++:g++
 )
 
 missing_packages() {

@@ -1,4 +1,4 @@
-// Times the cases of string_cases.cpp, the same way on both sides, and prints lines "case | goal | nanoseconds".
+// Times the cases of a file that is compiled as game code and natively, the same way on both sides, and prints lines "case | goal | nanoseconds".
 #pragma once
 
 #include <algorithm>
@@ -12,7 +12,7 @@ namespace vlm::bench {
 ///   run    runs a case so many times
 ///   now    nanoseconds since some fixed moment
 template <class Run, class Now>
-void report_string_cases(const char* const* names, Run run, Now now) {
+void report_cases(const char* const* names, Run run, Now now) {
   constexpr int rounds = 41;
   constexpr double round_ns = 300'000;
   const auto time = [&](std::int64_t which, std::int64_t times) {
