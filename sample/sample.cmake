@@ -26,7 +26,8 @@ set(SAMPLE_IMPORTS
   _memmove _memchr ___cxa_atexit ___cxa_guard_acquire ___cxa_guard_release ___cxa_guard_abort __Znwm __ZdlPv
   __ZNSt3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEE6appendEPKc
   __ZNSt3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEED1Ev
-  ___gxx_personality_v0 __Unwind_Resume ___cxa_begin_catch __ZSt9terminatev
+  ___cxa_allocate_exception ___cxa_throw ___gxx_personality_v0 __Unwind_Resume ___cxa_begin_catch ___cxa_end_catch
+  __ZTVN10__cxxabiv117__class_type_infoE __ZSt9terminatev
   dyld_stub_binder)
 set(import_flags)
 foreach(symbol ${SAMPLE_IMPORTS})

@@ -1,7 +1,7 @@
 // Exceptions.
 //
-// A runtime of full size unwinds the stack. Here a raised exception waits in the thread until the method that raised
-// it has returned, and the invocation reports it: code that raises returns.
+// A raised exception is thrown as a C++ exception, through the functions of managed methods and through Windows code
+// between them, up to the invocation that they run in. Where none is, it is reported, and code that raises goes on.
 #include "runtime/runtime.h"
 
 #include "runtime/thread_storage.h"
@@ -18,20 +18,8 @@ void raise(const Il2CppClass& klass, const Text& message) { il2cpp_raise_excepti
 void il2cpp_raise_exception(Il2CppException* exception) {
   count_event(EVENT_EXCEPTION);
   exception->raised_in = running_method();
-  Il2CppThread* thread = current_thread();
-  if (thread != nullptr && invocation_depth() > 0) {
-    thread->pending = exception;
-  } else {
-    il2cpp_unhandled_exception(exception);
-  }
-}
-
-Il2CppException* take_pending_exception() {
-  Il2CppThread* thread = current_thread();
-  if (thread == nullptr) return nullptr;
-  Il2CppException* pending = thread->pending;
-  thread->pending = nullptr;
-  return pending;
+  if (invocation_depth() > 0) throw Raised{exception};
+  il2cpp_unhandled_exception(exception);
 }
 
 /// "System.Exception: text"

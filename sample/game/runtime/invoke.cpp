@@ -15,27 +15,22 @@ Il2CppObject* il2cpp_runtime_invoke(const MethodInfo* method, void* object, void
                                     Il2CppException** exception) {
   if (exception != nullptr) *exception = nullptr;
   il2cpp_runtime_class_init(method->parent);
-  Il2CppObject* result = nullptr;
-  {
+  try {
     const Frame frame(method);
-    if ((method->implementation & METHOD_INTERNAL_CALL) != 0) {
-      Text name;
-      append_internal_call_name(name, method);
-      MethodInfo bound = *method;
-      bound.code = find_internal_call(name.c_str());
-      if (bound.code != nullptr) result = bound.invoke(&bound, object, arguments);
+    if ((method->implementation & METHOD_INTERNAL_CALL) == 0) return method->invoke(method, object, arguments);
+    Text name;
+    append_internal_call_name(name, method);
+    MethodInfo bound = *method;
+    bound.code = find_internal_call(name.c_str());
+    return bound.invoke(&bound, object, arguments);
+  } catch (const Raised& raised) {
+    if (exception != nullptr) {
+      *exception = raised.exception;
     } else {
-      result = method->invoke(method, object, arguments);
+      il2cpp_unhandled_exception(raised.exception);
     }
+    return nullptr;
   }
-  Il2CppException* raised = take_pending_exception();
-  if (raised == nullptr) return result;
-  if (exception != nullptr) {
-    *exception = raised;
-  } else {
-    il2cpp_unhandled_exception(raised);
-  }
-  return nullptr;
 }
 
 /// The same with boxed values.

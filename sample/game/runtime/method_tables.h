@@ -85,7 +85,7 @@ class InternalCall<Result(A...)> {
 
   Result operator()(A... arguments) {
     if (code_ == nullptr) code_ = reinterpret_cast<Result (*)(A...)>(find_internal_call(name_));
-    if (code_ == nullptr) return Result();  // a MissingMethodException is pending
+    if (code_ == nullptr) return Result();  // outside an invocation nothing is thrown
     return code_(arguments...);
   }
 

@@ -57,12 +57,15 @@ Text utf8_of(const Il2CppString* string);
 char* utf8_copy(const Il2CppChar* text);
 
 // exceptions.cpp
+/// What is thrown for a managed exception.
+struct Raised {
+  Il2CppException* exception;
+};
 void raise(const Il2CppClass& klass, const Text& message);
-Il2CppException* take_pending_exception();
 Text describe(const Il2CppException* exception);
 
 // icalls.cpp
-/// What is registered under the name; null with a pending MissingMethodException when nothing is.
+/// What is registered under the name; raises a MissingMethodException when nothing is.
 Il2CppCallback find_internal_call(const char* name);
 void append_internal_call_name(Text& text, const MethodInfo* method);
 
