@@ -9,10 +9,18 @@
 
 namespace vlm {
 
+/// Bytes of an instance: those of the superclasses too, as a game class below one of the library's was compiled without
+/// knowing how large that is.
+static std::uint64_t instance_size(const ObjcClass* class_) {
+  std::uint64_t size = sizeof(ObjcObject);
+  for (; class_ != nullptr; class_ = class_->superclass) {
+    if (const ObjcClassInfo* const info = class_->info()) size = std::max<std::uint64_t>(size, info->instance_size);
+  }
+  return size;
+}
+
 ObjcObject* objc_alloc_instance(ObjcClass* class_, std::uint64_t extra) {
-  const ObjcClassInfo* const info = class_->info();
-  const std::uint64_t size = info != nullptr ? info->instance_size : sizeof(ObjcObject);
-  const std::uint64_t bytes = std::max<std::uint64_t>(size + extra, 16);
+  const std::uint64_t bytes = std::max<std::uint64_t>(instance_size(class_) + extra, 16);
   auto* const object = static_cast<ObjcObject*>(std::calloc(1, bytes));
   if (object == nullptr) fatal_error("no memory for an Objective-C object of %llu bytes", bytes);
   object->isa = class_;

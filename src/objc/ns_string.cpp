@@ -74,8 +74,10 @@ std::uint64_t ns_string_utf16_length(std::string_view text) {
   while (ascii < text.size() && static_cast<signed char>(text[ascii]) >= 0) ++ascii;
   const std::uint64_t rest = text.size() - ascii;
   if (rest == 0) return ascii;
-  if (rest > INT_MAX) return 0;  // more than the host converts
-  return ascii + MultiByteToWideChar(CP_UTF8, 0, text.data() + ascii, static_cast<int>(rest), nullptr, 0);
+  if (rest >= INT_MAX) return 0;  // more than the host converts
+  // With the NUL, as a character that the text's end cuts is not the same when nothing is behind it.
+  const int units = MultiByteToWideChar(CP_UTF8, 0, text.data() + ascii, static_cast<int>(rest) + 1, nullptr, 0);
+  return ascii + static_cast<std::uint64_t>(units > 0 ? units - 1 : 0);
 }
 
 }  // namespace vlm

@@ -191,7 +191,7 @@ TEST_CASE("an exception that cannot be caught ends the game") {
     std::string logged;  // before it
   } cases[] = {
       {L"uncaught_class", uncaught, ""},
-      {L"uncaught_number", "uncaught C++ exception of type ?", ""},  // int's name is the C++ library's
+      {L"uncaught_number", "uncaught C++ exception of type ?", "[eh] the exception's type is the import __ZTIi"},
       {L"uncaught_in_thread", uncaught, ""},
       {L"uncaught_in_depth", uncaught, ""},  // the handler lies too many frames above
       {L"escape_noexcept", "std::terminate called", ""},
@@ -214,6 +214,15 @@ TEST_CASE("an exception that cannot be caught ends the game") {
   CHECK_EQ(ending.exit_code, 3);
   CHECK(ending.box_text.starts_with("[eh] the exception table at 0x"));
   CHECK(ending.box_text.ends_with(" is damaged: its call sites leave the image"));
+}
+
+TEST_CASE("a collection that is used wrongly ends the game") {
+  const std::wstring image = folder + L"guests\\foundation_values_guest.dylib";
+  check_fatal(start_with(image, L"read_past_the_end"), "NSArray index 2 out of range (2)");
+  const Ending ending = start_with(image, L"change_while_looping");
+  CHECK_EQ(ending.exit_code, 3);
+  CHECK(ending.box_text.starts_with("collection "));
+  CHECK(ending.box_text.ends_with(" mutated during enumeration"));
 }
 
 TEST_CASE("an export that the image lacks ends the game with its name when it is called") {

@@ -5,13 +5,13 @@
 #include "guest_test.h"
 
 using BOOL = signed char;
-#define YES ((BOOL)1)
-#define NO ((BOOL)0)
+#define YES __objc_yes
+#define NO __objc_no
 #define nil nullptr
 using NSUInteger = unsigned long;
 using NSInteger = long;
 
-@class NSString, NSArray, NSMutableArray;
+@class NSString, NSMutableString, NSMutableArray;
 
 struct NSFastEnumerationState {
   unsigned long state;
@@ -40,10 +40,111 @@ __attribute__((objc_root_class)) @interface NSObject {
 - (NSString *)description;
 @end
 
+struct NSString_layout {  // what is behind an NSString pointer
+  const void *isa;
+  uint64 info;
+  const void *data;
+  uint64 length;
+};
+
+struct NSData_layout {
+  const void *isa;
+  const void *bytes;
+  uint64 length;
+};
+
+@interface NSData : NSObject
+- (const void *)bytes;
+- (NSUInteger)length;
+@end
+
+@interface NSString : NSObject
++ (instancetype)stringWithUTF8String:(const char *)text;
++ (instancetype)stringWithFormat:(NSString *)format, ...;
+- (instancetype)initWithString:(NSString *)other;
+- (instancetype)initWithData:(NSData *)data encoding:(NSUInteger)encoding;
+- (const char *)UTF8String;
+- (NSUInteger)length;
+- (BOOL)isEqualToString:(NSString *)other;
+- (NSString *)stringValue;
+- (int)intValue;
+- (NSInteger)integerValue;
+- (long long)longLongValue;
+- (double)doubleValue;
+- (NSString *)copy;
+- (NSMutableString *)mutableCopy;
+- (NSMutableArray *)componentsSeparatedByString:(NSString *)separator;
+@end
+
+@interface NSMutableString : NSString
+- (void)appendString:(NSString *)other;
+@end
+
+@interface NSNumber : NSObject
++ (NSNumber *)numberWithInt:(int)value;
++ (NSNumber *)numberWithBool:(BOOL)value;
++ (NSNumber *)numberWithInteger:(NSInteger)value;
++ (NSNumber *)numberWithUnsignedInteger:(NSUInteger)value;
++ (NSNumber *)numberWithLongLong:(long long)value;
++ (NSNumber *)numberWithDouble:(double)value;
+- (int)intValue;
+- (NSInteger)integerValue;
+- (long long)longLongValue;
+- (NSUInteger)unsignedIntegerValue;
+- (double)doubleValue;
+- (float)floatValue;
+- (BOOL)boolValue;
+- (NSString *)stringValue;
+@end
+
+@interface NSArray : NSObject
++ (instancetype)arrayWithCapacity:(NSUInteger)capacity;
++ (instancetype)array;
++ (instancetype)arrayWithObject:(id)object;
+- (instancetype)initWithObjects:(id)first, ...;
+- (NSUInteger)count;
+- (id)objectAtIndex:(NSUInteger)index;
+- (id)objectAtIndexedSubscript:(NSUInteger)index;
+- (BOOL)containsObject:(id)object;
+- (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState *)state
+                                  objects:(__unsafe_unretained id *)buffer
+                                    count:(NSUInteger)size;
+@end
+
+@interface NSMutableArray : NSArray
+- (void)addObject:(id)object;
+- (void)removeObject:(id)object;
+- (void)removeAllObjects;
+@end
+
+@interface NSMutableSet : NSMutableArray  // in this library
+@end
+
+@interface NSDictionary : NSObject
++ (instancetype)dictionary;
++ (instancetype)dictionaryWithObjects:(const id *)objects forKeys:(const id *)keys count:(NSUInteger)count;
+- (NSUInteger)count;
+- (id)objectForKey:(id)key;
+- (id)objectForKeyedSubscript:(id)key;
+- (NSMutableArray *)allKeys;
+- (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState *)state
+                                  objects:(__unsafe_unretained id *)buffer
+                                    count:(NSUInteger)size;
+@end
+
+@interface NSMutableDictionary : NSDictionary
+- (void)setObject:(id)object forKey:(id)key;
+- (void)setObject:(id)object forKeyedSubscript:(id)key;
+- (void)setValue:(id)value forKey:(NSString *)key;
+- (void)removeObjectForKey:(id)key;
+- (void)removeAllObjects;
+@end
+
 extern "C" {
 id objc_alloc(Class);
 void *objc_autoreleasePoolPush();
 void objc_autoreleasePoolPop(void *);
+void NSLog(NSString *, ...);
 int32 strcmp(const char *, const char *);
 int32 strncmp(const char *, const char *, uint64);
 int32 snprintf(char *, uint64, const char *, ...);

@@ -16,15 +16,6 @@ long send_for_long(id, SEL) asm("_objc_msgSend");
 void send_for_vector(Vector *, id, SEL) asm("_objc_msgSend_stret");
 }
 
-@interface NSString : NSObject
-@end
-@interface NSMutableString : NSString
-@end
-@interface NSArray : NSObject
-@end
-@interface NSMutableSet : NSArray
-@end
-
 @interface Shape : NSObject {
  @public
   long _sides;
