@@ -158,7 +158,8 @@ Result<std::optional<UnwindEntry>> UnwindSection::find_in_page(std::uint32_t pag
       const auto entries =
           table<RegularEntry>(std::uint64_t{page} + header.entryPageOffset, header.entryCount, "regular page");
       if (!entries) return std::unexpected(entries.error());
-      const auto at = last_not_above(entries->size(), target, [&](std::uint32_t i) { return (*entries)[i].functionOffset; });
+      const auto function = [&](std::uint32_t i) { return (*entries)[i].functionOffset; };
+      const auto at = last_not_above(entries->size(), target, function);
       if (!at) return std::nullopt;
       return UnwindEntry{(*entries)[*at].functionOffset, (*entries)[*at].encoding, 0, 0};
     }
@@ -167,7 +168,9 @@ Result<std::optional<UnwindEntry>> UnwindSection::find_in_page(std::uint32_t pag
       const auto entries =
           table<std::uint32_t>(std::uint64_t{page} + header.entryPageOffset, header.entryCount, "compressed page");
       if (!entries) return std::unexpected(entries.error());
-      const auto function = [&](std::uint32_t i) { return std::uint64_t{first_function} + compressed_function((*entries)[i]); };
+      const auto function = [&](std::uint32_t i) {
+        return std::uint64_t{first_function} + compressed_function((*entries)[i]);
+      };
       const auto at = last_not_above(entries->size(), target, function);
       if (!at) return std::nullopt;
       std::uint32_t number = compressed_encoding((*entries)[*at]);
@@ -195,7 +198,8 @@ Result<std::uint32_t> UnwindSection::find_lsda(std::uint32_t begin, std::uint32_
   if (end <= begin) return 0;
   const auto entries = table<LsdaEntry>(begin, (end - begin) / sizeof(LsdaEntry), "LSDA index");
   if (!entries) return std::unexpected(entries.error());
-  const auto at = last_not_above(entries->size(), function, [&](std::uint32_t i) { return (*entries)[i].functionOffset; });
+  const auto function_of = [&](std::uint32_t i) { return (*entries)[i].functionOffset; };
+  const auto at = last_not_above(entries->size(), function, function_of);
   if (!at || (*entries)[*at].functionOffset != function) return 0;
   return (*entries)[*at].lsdaOffset;
 }
@@ -231,8 +235,8 @@ std::optional<FrameLayout> decode_rbp_frame(std::uint32_t encoding) {
 /// Which registers were pushed, the last one first: a permutation of `count` out of six, written as one number whose
 /// digits choose among the registers that are still left. False for a number that is no permutation.
 bool decode_permutation(unsigned count, unsigned permutation, unsigned (&numbers)[6]) {
-  static constexpr unsigned divisors[7][6] = {{},           {1},             {5, 1},           {20, 4, 1},
-                                              {60, 12, 3, 1}, {120, 24, 6, 2, 1}, {120, 24, 6, 2, 1, 0}};
+  static constexpr unsigned divisors[7][6] = {
+      {}, {1}, {5, 1}, {20, 4, 1}, {60, 12, 3, 1}, {120, 24, 6, 2, 1}, {120, 24, 6, 2, 1, 0}};
   bool used[7] = {};
   for (unsigned i = 0; i < count; ++i) {
     const unsigned divisor = divisors[count][i];

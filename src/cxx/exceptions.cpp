@@ -25,7 +25,8 @@ ExceptionHeader* make_header(std::uint64_t object_size) {
   void* block = nullptr;
   if (object_size <= PTRDIFF_MAX) block = std::calloc(1, sizeof(ExceptionHeader) + object_size);  // 16-byte aligned
   if (block == nullptr) {
-    fatal_error("out of memory: cannot allocate an exception object of %zu bytes", static_cast<std::size_t>(object_size));
+    fatal_error("out of memory: cannot allocate an exception object of %llu bytes",
+                static_cast<unsigned long long>(object_size));
   }
   auto* header = static_cast<ExceptionHeader*>(block);
   header->reference_count = 1;

@@ -76,9 +76,16 @@ const Frame* decode(const MachImage& image, const UnwindSection& section, std::u
   const std::size_t clauses = pad ? pad->clauses.size() : 0;
   void* block = std::malloc(sizeof(Frame) + clauses * sizeof(CatchClause));
   if (block == nullptr) fatal_error("out of memory while an exception is thrown");
-  auto* frame = new (block) Frame{return_address, function, entry.encoding, layout.has_value(), layout.value_or(FrameLayout{}),
-                                  pad && pad->has_cleanup, static_cast<std::uint32_t>(clauses), pad ? pad->address : 0,
-                                  nullptr, {}};
+  auto* frame = new (block) Frame{.return_address = return_address,
+                                  .function = function,
+                                  .encoding = entry.encoding,
+                                  .supported = layout.has_value(),
+                                  .layout = layout.value_or(FrameLayout{}),
+                                  .has_cleanup = pad && pad->has_cleanup,
+                                  .clause_count = static_cast<std::uint32_t>(clauses),
+                                  .landing_pad = pad ? pad->address : 0,
+                                  .next = nullptr,
+                                  .clauses = {}};
   if (pad) std::ranges::copy(pad->clauses, frame->clauses);
 
   std::atomic<const Frame*>& bucket = bucket_of(return_address);

@@ -91,8 +91,8 @@ Result<std::optional<LandingPad>> find_landing_pad(const MachImage& image, std::
   const LsdaReader reader(image);
   const auto damaged = [&](const char* what) {
     return fault("[eh] the exception table at 0x%llx of the function at 0x%llx is damaged: %s",
-                 static_cast<unsigned long long>(lsda - image.base), static_cast<unsigned long long>(function - image.base),
-                 what);
+                 static_cast<unsigned long long>(lsda - image.base),
+                 static_cast<unsigned long long>(function - image.base), what);
   };
   if (!image.contains(lsda)) return damaged("outside the image");
   ByteReader in = reader.at(lsda);

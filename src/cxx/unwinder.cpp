@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "binding/shim_table.h"
 #include "cxx/frames.h"
 #include "cxx/type_matching.h"
 #include "diag/log.h"
@@ -15,6 +16,10 @@ constexpr int max_frames = 4096;
 
 [[noreturn]] void report_uncaught(const ExceptionHeader& exception) {
   const char* name = type_name(exception.exception_type);
+  if (name == nullptr) {
+    const char* symbol = missing_symbol_name(reinterpret_cast<const void*>(exception.exception_type));
+    if (symbol != nullptr) log_message(0, "[eh] the exception's type is the import %s", symbol);
+  }
   fatal_error("uncaught C++ exception of type %s", name != nullptr ? name : "?");
 }
 

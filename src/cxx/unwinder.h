@@ -1,5 +1,5 @@
-// The two-phase unwinder of the Itanium C++ ABI. The search (raise_exception) walks the stack until a catch clause takes
-// the exception and changes nothing; the second phase (unwind_to_handler) walks it again and enters the landing pad of
+// The two-phase unwinder of the Itanium C++ ABI. The search (raise_exception) walks the stack until a clause takes the
+// exception, and changes nothing. The second phase (unwind_to_handler) walks it again and enters the landing pad of
 // every frame with something to clean up, which comes back through __Unwind_Resume, until the handler's.
 //
 // Game frames are taken off by their compact unwind information; frames of Windows code between them by Windows' own

@@ -80,14 +80,18 @@ int main(int argc, char** argv) {
     const bool known = next != listing.encodings.begin();
     if (known) {
       std::tie(expected.function, expected.encoding) = *std::prev(next);
-      if (const auto lsda = listing.lsdas.find(expected.function); lsda != listing.lsdas.end()) expected.lsda = lsda->second;
+      const auto lsda = listing.lsdas.find(expected.function);
+      if (lsda != listing.lsdas.end()) expected.lsda = lsda->second;
       if (const unsigned personality = expected.encoding >> 28 & 3) {
         expected.personality = listing.personalities.at(personality - 1);
       }
     }
     const auto found = section->find(at);
-    if (found && found->has_value() == known && (!known || std::memcmp(&**found, &expected, sizeof expected) == 0)) continue;
-    if (++wrong <= 10) std::printf("%s: 0x%x: function 0x%x, encoding 0x%08x expected\n", argv[1], at, expected.function, expected.encoding);
+    const bool right =
+        found && found->has_value() == known && (!known || std::memcmp(&**found, &expected, sizeof expected) == 0);
+    if (right || ++wrong > 10) continue;
+    std::printf("0x%x: expected function 0x%x, encoding 0x%08x, LSDA 0x%x\n", at, expected.function, expected.encoding,
+                expected.lsda);
   }
   std::printf("%s: %zu functions, %u addresses, %d wrong\n", argv[1], listing.encodings.size(), addresses, wrong);
   return wrong == 0 ? 0 : 1;
