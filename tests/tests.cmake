@@ -29,12 +29,12 @@ add_test(NAME unit COMMAND unit_tests)
 set_tests_properties(unit PROPERTIES TIMEOUT 300)
 
 # ---- Guest tests -----------------------------------------------------------------------------------------------------
-foreach(guest c_library c_math c_memory c_strings cxx_runtime exceptions files format start store echo local system threads time gc)
+foreach(guest c_library c_math c_memory c_strings cxx_runtime files format start store echo local system threads time gc)
   add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
 
 # C++ with the headers of libc++.
-foreach(guest cxx_strings)
+foreach(guest cxx_strings exceptions)
   add_guest(${guest}_guest LIBCXX SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
 
