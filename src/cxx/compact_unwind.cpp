@@ -1,7 +1,6 @@
 #include "cxx/compact_unwind.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "support/byte_reader.h"
 

@@ -1,6 +1,5 @@
 // The C++ exception ABI of game code: making and throwing exceptions, catching them, std::exception_ptr.
 #include <cstdlib>
-#include <cstring>
 
 #include "cxx/exception_object.h"
 #include "cxx/shims.h"

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "cxx/compact_unwind.h"
