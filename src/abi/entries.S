@@ -115,8 +115,7 @@
 
 # message_send: finds the method and jumps to it with every argument, the stack and the count of vector registers of
 # a variadic call exactly as the sender left them; the method returns straight to the sender. A method that the cache
-# has at hand is jumped to at once: its slot is (selector / 8 xor class / 16) modulo the number of slots, here times 8
-# for the size of a slot. Only another one is looked up.
+# has at hand is jumped to at once (entry_layout.h tells its slot); only another one is looked up.
 #   in   \receiver, \selector  the registers that hold them; rax the variadic count
 #
 #   rbp+0x08  return address into the game
@@ -131,12 +130,12 @@
         begin   \name
         testq   \receiver, \receiver
         jz      objc_null_method
-        leaq    (\selector,\selector), %r10
-        xorq    (\receiver), %r10
-        shrq    %r10
-        andl    $8*(METHOD_CACHE_SLOTS-1), %r10d
+        leaq    (\selector,\selector,8), %r10
+        addq    (\receiver), %r10
+        imull   $METHOD_CACHE_MULTIPLIER, %r10d, %r10d
+        shrl    $METHOD_CACHE_SHIFT, %r10d
         leaq    objc_method_cache(%rip), %r11
-        movq    (%r11,%r10), %r10
+        movq    (%r11,%r10,8), %r10
         movq    (\receiver), %r11
         cmpq    %r11, CACHED_METHOD_CLASS(%r10)
         jne     1f

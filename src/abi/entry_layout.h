@@ -27,8 +27,12 @@
 #define JUMP_R15 48
 #define JUMP_RIP 56
 
-// CachedMethod and the method cache (objc/dispatch.h): a power of two.
+// CachedMethod and the method cache (objc/dispatch.h). The slot of a message is the upper bits of the low half of
+// (class + 9 * selector) * METHOD_CACHE_MULTIPLIER: every bit of both counts, as selectors are texts that lie side by
+// side and classes are 40 bytes apart.
 #define CACHED_METHOD_CLASS 0
 #define CACHED_METHOD_SELECTOR 8
 #define CACHED_METHOD_IMPLEMENTATION 16
-#define METHOD_CACHE_SLOTS 8192
+#define METHOD_CACHE_MULTIPLIER 0x9e3779b1
+#define METHOD_CACHE_SHIFT 19
+#define METHOD_CACHE_SLOTS (1 << (32 - METHOD_CACHE_SHIFT))

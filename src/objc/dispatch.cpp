@@ -28,12 +28,6 @@ constinit const CachedMethod empty_slot{nullptr, nullptr, nullptr, nullptr};
 constinit SrwLock chains_lock;  // guards insertion; chains are read without it
 constinit std::atomic<CachedMethod*> chains[METHOD_CACHE_SLOTS] = {};
 
-/// The same for equal pairs, as message_send computes it.
-std::size_t slot_of(const ObjcClass* class_, Selector selector) {
-  const auto mixed = (reinterpret_cast<std::uint64_t>(selector) << 1) ^ reinterpret_cast<std::uint64_t>(class_);
-  return (mixed >> 4) % METHOD_CACHE_SLOTS;
-}
-
 const CachedMethod* find_in_chain(std::size_t slot, const ObjcClass* class_, Selector selector) {
   const CachedMethod* method = chains[slot].load(std::memory_order_acquire);
   while (method != nullptr && (method->class_ != class_ || method->selector != selector)) method = method->next;
@@ -94,7 +88,7 @@ const void* objc_find_method(const ObjcClass* class_, Selector selector) {
 extern "C" const void* objc_lookup(void* receiver, vlm::Selector selector) {
   using namespace vlm;
   const ObjcClass* const class_ = static_cast<const ObjcObject*>(receiver)->isa;
-  const std::size_t slot = slot_of(class_, selector);
+  const std::size_t slot = method_cache_slot(class_, selector);
   const CachedMethod* method = find_in_chain(slot, class_, selector);
   if (method == nullptr) {
     const void* implementation = objc_find_method(class_, selector);

@@ -21,6 +21,12 @@ static_assert(offsetof(CachedMethod, class_) == CACHED_METHOD_CLASS &&
                   offsetof(CachedMethod, implementation) == CACHED_METHOD_IMPLEMENTATION,
               "message_send reads a cached method");
 
+/// As message_send computes it.
+inline std::size_t method_cache_slot(const ObjcClass* class_, Selector selector) {
+  const auto sum = reinterpret_cast<std::uint64_t>(class_) + 9 * reinterpret_cast<std::uint64_t>(selector);
+  return static_cast<std::uint32_t>(sum * METHOD_CACHE_MULTIPLIER) >> METHOD_CACHE_SHIFT;
+}
+
 /// Makes every slot of the cache readable. Part of building the classes.
 void empty_method_cache();
 

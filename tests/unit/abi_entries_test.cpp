@@ -238,9 +238,11 @@ TEST_CASE("a message reaches its method with every register and stack word as th
                {{&classes[0], selectors[1], nullptr, nullptr}, true},
                {{&classes[1], selectors[0], nullptr, nullptr}, true},
                {{&classes[0], selectors[0], method, nullptr}, false}};
+  for (auto& cached : test_objc_method_cache) cached = &slots[0].cached;
+  auto& looked_at = test_objc_method_cache[method_cache_slot(&classes[0], selectors[0])];
   for (const auto& c : cases) for (const auto& slot : slots) {
     CAPTURE(c.receiver);
-    for (auto& cached : test_objc_method_cache) cached = &slot.cached;
+    looked_at = &slot.cached;
     lookup = {};
     SysvProbe probe = patterned_probe();
     probe.gp[c.receiver] = reinterpret_cast<std::uint64_t>(&object);
