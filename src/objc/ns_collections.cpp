@@ -11,21 +11,32 @@
 namespace vlm {
 namespace {
 
-/// Keys tend to begin alike, so their ends are looked at first.
-bool same_text(std::string_view left, std::string_view right) {
-  if (left.size() != right.size()) return false;
-  std::size_t rest = left.size();
-  if (rest >= 8) {
-    rest -= 8;
-    std::uint64_t left_end, right_end;
-    std::memcpy(&left_end, left.data() + rest, 8);
-    std::memcpy(&right_end, right.data() + rest, 8);
-    if (left_end != right_end) return false;
-  }
+template <class Word>
+bool same_word(const char* left, const char* right) {
+  Word left_word, right_word;
+  std::memcpy(&left_word, left, sizeof(Word));
+  std::memcpy(&right_word, right, sizeof(Word));
+  return left_word == right_word;
+}
+
+/// The last word and, only if it is the same, what is before it: keys tend to begin alike.
+template <class Word>
+bool same_from_the_end(std::string_view left, std::string_view right) {
+  const std::size_t rest = left.size() - sizeof(Word);
+  if (!same_word<Word>(left.data() + rest, right.data() + rest)) return false;
+  if (rest <= sizeof(Word)) return same_word<Word>(left.data(), right.data());
   return std::memcmp(left.data(), right.data(), rest) == 0;
 }
 
-bool is_text(ObjcObject* object, std::string_view text) {
+bool same_text(std::string_view left, std::string_view right) {
+  if (left.size() != right.size()) return false;
+  if (left.size() >= 8) return same_from_the_end<std::uint64_t>(left, right);
+  if (left.size() >= 4) return same_from_the_end<std::uint32_t>(left, right);
+  return std::memcmp(left.data(), right.data(), left.size()) == 0;
+}
+
+/// Inline, as the convention passes a string_view through memory.
+[[gnu::always_inline]] inline bool is_text(ObjcObject* object, std::string_view text) {
   const std::string_view other = ns_string_text(object);
   return other.data() != nullptr && same_text(other, text);
 }

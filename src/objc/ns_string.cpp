@@ -58,7 +58,7 @@ NSString* ns_string_new(const char* text) {
   return ns_string_new(objc_class_NSString, text != nullptr ? std::string_view(text) : std::string_view());
 }
 
-std::string_view ns_string_text(ObjcObject* object) {
+std::string_view ns_string_text_of_any(ObjcObject* object) {
   if (!objc_is_kind_of(object, &objc_class_NSString)) return {};
   auto& string = static_cast<NSString&>(*object);
   if (string.data == nullptr) ns_string_set(string, ns_string_buffer(0), 0);

@@ -30,8 +30,20 @@ NSString* ns_string_new(ObjcClass& class_, std::string_view text);
 /// The text of a string object, NUL-terminated, as long as the object's text is not changed; null for a null object or
 /// one that is no string. UTF-16 is converted once, in place.
 const char* ns_string_utf8(ObjcObject* object);
-/// The same with its length: data() is null where ns_string_utf8 gives null.
-std::string_view ns_string_text(ObjcObject* object);
+
+/// ns_string_text for any object.
+std::string_view ns_string_text_of_any(ObjcObject* object);
+
+/// The same with its length: data() is null where ns_string_utf8 gives null. Costs next to nothing for a string of the
+/// library's classes that has its UTF-8 already, as searches look at many.
+inline std::string_view ns_string_text(ObjcObject* object) {
+  if (object != nullptr && (object->isa == &objc_class_NSString || object->isa == &objc_class_NSMutableString)) {
+    const auto& string = static_cast<const NSString&>(*object);
+    const bool is_utf8 = (__atomic_load_n(&string.info, __ATOMIC_ACQUIRE) & ns_string_utf16_flag) == 0;
+    if (is_utf8 && string.data != nullptr) return {static_cast<const char*>(string.data), string.length};
+  }
+  return ns_string_text_of_any(object);
+}
 
 /// Gives a string a new text, which nobody else holds: `length` bytes from ns_string_buffer.
 void ns_string_set(NSString& string, char* text, std::uint64_t length);
