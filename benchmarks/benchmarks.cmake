@@ -22,6 +22,11 @@ add_guest(bench_string_guest LIBCXX SOURCES benchmarks/string_cases.cpp FLAGS -O
 add_guest(bench_throw_guest SOURCES benchmarks/throw_cases.cpp FLAGS -O2)
 add_bench(guest_bench benchmarks/guest_bench.cpp)
 
+# Without ARC, whose calls would be measured too.
+add_guest(bench_objc_guest SOURCES benchmarks/objc_guest.mm
+  FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -fno-objc-arc -O2)
+add_bench(objc_bench benchmarks/objc_bench.cpp)
+
 # The thread benchmarks need a patched image, so a library of their own beside it.
 set(THREADS_BENCH_DIR ${CMAKE_BINARY_DIR}/bench_threads)
 add_guest(bench_threads_guest SOURCES benchmarks/threads_guest.cpp OUTPUT ${THREADS_BENCH_DIR}/GameAssembly.dylib
@@ -33,4 +38,4 @@ add_custom_command(OUTPUT ${THREADS_BENCH_DIR}/GameAssembly.dll
 add_bench(threads_bench benchmarks/threads_bench.cpp ${THREADS_BENCH_DIR}/GameAssembly.dll)
 set_target_properties(threads_bench PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${THREADS_BENCH_DIR})
 
-add_custom_target(benches DEPENDS guest_bench bench_string_guest bench_throw_guest threads_bench forward_bench format_bench bench_format_guest stub_bench load_bench c_library_bench files_bench bench_forward_guest)
+add_custom_target(benches DEPENDS objc_bench bench_objc_guest guest_bench bench_string_guest bench_throw_guest threads_bench forward_bench format_bench bench_format_guest stub_bench load_bench c_library_bench files_bench bench_forward_guest)
