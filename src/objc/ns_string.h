@@ -31,11 +31,11 @@ NSString* ns_string_new(ObjcClass& class_, std::string_view text);
 /// one that is no string. UTF-16 is converted once, in place.
 const char* ns_string_utf8(ObjcObject* object);
 
-/// ns_string_text for any object.
+/// ns_string_text without its short cut.
 std::string_view ns_string_text_of_any(ObjcObject* object);
 
-/// The same with its length: data() is null where ns_string_utf8 gives null. Costs next to nothing for a string of the
-/// library's classes that has its UTF-8 already, as searches look at many.
+/// What ns_string_utf8 gives, with its length; data() may be null. Takes a short cut for strings of the library's classes
+/// that are UTF-8 already, as searches look at many.
 inline std::string_view ns_string_text(ObjcObject* object) {
   if (object != nullptr && (object->isa == &objc_class_NSString || object->isa == &objc_class_NSMutableString)) {
     const auto& string = static_cast<const NSString&>(*object);
