@@ -92,6 +92,27 @@ std::string_view identity_of(std::uint64_t address, const std::optional<TypeInfo
   return name != nullptr ? name : std::string_view();
 }
 
+/// Bases of the C++ library's exceptions that game code can throw, whose own type_info is imported and so tells nothing.
+/// All are single public bases at offset 0.
+constexpr struct {
+  std::string_view derived, base;
+} standard_bases[] = {
+    {"__ZTISt12out_of_range", "__ZTISt11logic_error"},
+    {"__ZTISt12length_error", "__ZTISt11logic_error"},
+    {"__ZTISt11logic_error", "__ZTISt9exception"},
+    {"__ZTISt20bad_array_new_length", "__ZTISt9bad_alloc"},
+    {"__ZTISt9bad_alloc", "__ZTISt9exception"},
+    {"__ZTISt8bad_cast", "__ZTISt9exception"},
+};
+
+/// Whether the import `derived` stands for a type with the base for which `base` stands.
+bool is_standard_base(std::string_view base, std::string_view derived) {
+  for (const auto& row : standard_bases) {
+    if (row.derived == derived) return row.base == base || is_standard_base(base, row.base);
+  }
+  return false;
+}
+
 class Matcher {
  public:
   std::optional<std::uint64_t> match(std::uint64_t caught, std::uint64_t thrown, std::uint64_t value) {
@@ -100,10 +121,9 @@ class Matcher {
     --budget_;
     const auto thrown_type = read<TypeInfo>(thrown);
     const auto caught_type = read<TypeInfo>(caught);
-    if (const auto identity = identity_of(thrown, thrown_type);
-        !identity.empty() && identity == identity_of(caught, caught_type)) {
-      return value;
-    }
+    const auto identity = identity_of(thrown, thrown_type);
+    const auto wanted = identity_of(caught, caught_type);
+    if (!identity.empty() && (identity == wanted || is_standard_base(wanted, identity))) return value;
     if (is_kind(thrown_type, pointer_table) && is_kind(caught_type, pointer_table)) {
       return match_pointees(caught, thrown, value);
     }

@@ -1,6 +1,9 @@
 // Throwing and catching as compiled macOS code does it: what handlers receive, what is destroyed, what is crossed.
 #include <exception>
+#include <new>
+#include <stdexcept>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "darwin_threads.h"
@@ -403,6 +406,29 @@ GUEST_TEST(library_types_take_part) {
     seen = failure.what();
   }
   CHECK(seen.size() == 101 && seen[100] == 'b');
+}
+
+// Types of the C++ library are imports that stand for themselves alone, yet their bases are known.
+GUEST_TEST(standard_exceptions_have_their_bases) {
+  const auto caught_as = [](auto function) {
+    try {
+      run(function);
+    } catch (const std::logic_error&) {
+      return 1;
+    } catch (const std::bad_alloc&) {
+      return 2;
+    } catch (const std::exception&) {
+      return 3;
+    } catch (...) {
+      return 4;
+    }
+    return 0;
+  };
+  CHECK(caught_as([] { throw std::out_of_range("position"); }) == 1);
+  CHECK(caught_as([] { throw std::length_error("length"); }) == 1);
+  CHECK(caught_as([] { throw std::bad_array_new_length(); }) == 2);
+  CHECK(caught_as([] { throw std::bad_cast(); }) == 3);
+  CHECK(caught_as([] { throw Unrelated(); }) == 4);
 }
 
 /// A constructor that throws: its members are destroyed, the object is not.
