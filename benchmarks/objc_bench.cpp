@@ -29,7 +29,7 @@ void row(const char* name, const char* goal, int rounds, std::uint64_t count, Lo
   vlm::bench::print_row(name, "ns", time.peer / count, time.ours / count, goal);
 }
 
-// ---- Eight threads, for as many rounds of messages as they are told ---------------------------------------------------
+// ---- Eight threads --------------------------------------------------------------------------------------------------
 
 constexpr int thread_count = 8;
 constexpr int core_count = 2;

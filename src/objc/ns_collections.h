@@ -2,7 +2,7 @@
 // shares a mutable one between threads takes turns.
 //
 // Entries are found by looking at one after the other, since a key is what its text is at the time of the search and
-// keys may change: a search takes time in proportion to the count, and filling a dictionary in proportion to its square.
+// keys may change: a search takes time in proportion to the count, filling a dictionary in proportion to its square.
 #pragma once
 
 #include <cstdint>

@@ -34,8 +34,8 @@ const char* ns_string_utf8(ObjcObject* object);
 /// ns_string_text without its short cut.
 std::string_view ns_string_text_of_any(ObjcObject* object);
 
-/// What ns_string_utf8 gives, with its length; data() may be null. Takes a short cut for strings of the library's classes
-/// that are UTF-8 already, as searches look at many.
+/// What ns_string_utf8 gives, with its length; data() may be null. Takes a short cut for strings of the library's
+/// classes that are UTF-8 already, as searches look at many.
 inline std::string_view ns_string_text(ObjcObject* object) {
   if (object != nullptr && (object->isa == &objc_class_NSString || object->isa == &objc_class_NSMutableString)) {
     const auto& string = static_cast<const NSString&>(*object);
@@ -48,11 +48,11 @@ inline std::string_view ns_string_text(ObjcObject* object) {
 /// Gives a string a new text, which nobody else holds: `length` bytes from ns_string_buffer.
 void ns_string_set(NSString& string, char* text, std::uint64_t length);
 
-/// Room for a text of `length` bytes, the NUL behind it in place. Ends the process when there is no memory. Never freed.
+/// Room for a text of `length` bytes, the NUL behind it in place; never freed. Ends the process when there is no memory.
 char* ns_string_buffer(std::uint64_t length);
 
-/// UTF-16 units of a text, which has a NUL behind it, as Windows converts it (code page 65001, which makes U+FFFD of what
-/// is ill-formed).
+/// UTF-16 units of a text, which has a NUL behind it, as Windows converts it (code page 65001, which makes U+FFFD of
+/// what is ill-formed).
 std::uint64_t ns_string_utf16_length(std::string_view text);
 
 }  // namespace vlm
