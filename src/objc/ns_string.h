@@ -48,7 +48,7 @@ inline std::string_view ns_string_text(ObjcObject* object) {
 /// Gives a string a new text, which nobody else holds: `length` bytes from ns_string_buffer.
 void ns_string_set(NSString& string, char* text, std::uint64_t length);
 
-/// Room for a text of `length` bytes, the NUL behind it in place; never freed. Ends the process when there is no memory.
+/// Room for a text of `length` bytes, the NUL behind it in place; never freed. Ends the process without memory.
 char* ns_string_buffer(std::uint64_t length);
 
 /// UTF-16 units of a text, which has a NUL behind it, as Windows converts it (code page 65001, which makes U+FFFD of
