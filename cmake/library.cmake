@@ -32,15 +32,21 @@ add_library(vlm STATIC
   src/macho/load.cpp
   src/objc/categories.cpp
   src/objc/classes.cpp
+  src/objc/core_foundation.cpp
   src/objc/dispatch.cpp
+  src/objc/game_services.cpp
   src/objc/ns_collection_methods.cpp
   src/objc/ns_collections.cpp
+  src/objc/ns_date.cpp
+  src/objc/ns_error.cpp
   src/objc/ns_number.cpp
   src/objc/ns_object.cpp
   src/objc/ns_string.cpp
   src/objc/ns_string_methods.cpp
   src/objc/pending_classes.cpp
   src/objc/runtime.cpp
+  src/objc/string_constants.cpp
+  src/objc/system_objects.cpp
   src/posix/aligned_blocks.cpp
   src/posix/descriptors.cpp
   src/posix/directories.cpp

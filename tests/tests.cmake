@@ -43,13 +43,15 @@ add_guest(objc_guest SOURCES tests/guest/objc_guest.mm tests/guest/objc_relative
 
 add_guest(uncaught_guest SOURCES tests/guest/uncaught_guest.cpp tests/guest/uncaught_frames.S
   FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
-add_guest(foundation_values_guest SOURCES tests/guest/foundation_values_guest.mm FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
+foreach(guest foundation_values foundation_system)
+  add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.mm FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
+endforeach()
 
 add_guest(frames_guest SOURCES tests/guest/frames_guest.cpp tests/guest/frame_cases.S
   FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
 
 add_windows_test_program(guest_driver tests/guest/driver.cpp)
-foreach(guest c_library c_math c_memory c_strings cxx_runtime cxx_strings exceptions files format foundation_values frames start system threads time gc objc)
+foreach(guest c_library c_math c_memory c_strings cxx_runtime cxx_strings exceptions files format foundation_system foundation_values frames start system threads time gc objc)
   game_test(guest.${guest} guest_driver $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
 endforeach()
 

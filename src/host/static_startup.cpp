@@ -5,6 +5,7 @@
 #include "diag/log.h"
 #include "host/title_keeper.h"
 #include "objc/object.h"
+#include "objc/string_constants.h"
 #include "posix/descriptors.h"
 #include "posix/dynamic_loading.h"
 #include "posix/streams.h"
@@ -33,6 +34,7 @@ void start_statically() {
   game_tls_init();                    // 2. thread storage for game threads
   game_tls_announce();                //
   build_objc_classes();               // 3. what class symbols stand for
+  create_string_constants();          //    what constants of Foundation hold
   set_up_standard_streams();          // 4. what the C library's data symbols show
   set_up_time_base();                 //
   register_first_shim_block();        // 5. the C library
