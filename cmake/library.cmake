@@ -32,6 +32,7 @@ add_library(vlm STATIC
   src/macho/load.cpp
   src/objc/categories.cpp
   src/objc/classes.cpp
+  src/objc/cloud_store.cpp
   src/objc/core_foundation.cpp
   src/objc/dispatch.cpp
   src/objc/game_services.cpp
@@ -43,10 +44,11 @@ add_library(vlm STATIC
   src/objc/ns_object.cpp
   src/objc/ns_string.cpp
   src/objc/ns_string_methods.cpp
-  src/objc/pending_classes.cpp
   src/objc/runtime.cpp
   src/objc/string_constants.cpp
   src/objc/system_objects.cpp
+  src/plugins/mac_core.cpp
+  src/plugins/modules.cpp
   src/posix/aligned_blocks.cpp
   src/posix/descriptors.cpp
   src/posix/directories.cpp
@@ -75,6 +77,7 @@ add_library(vlm STATIC
   src/posix/time.cpp
   src/posix/time_text.cpp
   src/support/bytes.cpp
+  src/support/save_directory.cpp
   src/support/text.cpp
   src/tls/adopt.cpp
   src/tls/game_tls.cpp

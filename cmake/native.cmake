@@ -29,6 +29,7 @@ add_fuzzer(fuzz_patch_list)
 add_fuzzer(fuzz_format)
 add_fuzzer(fuzz_unwind_info)
 add_fuzzer(fuzz_lsda)
+add_fuzzer(fuzz_cloud_file)
 
 # Compares compact unwind information, as read here, with the listing of another reader.
 add_executable(unwind_info_test tests/unit-native/unwind_info_test.cpp)

@@ -46,6 +46,7 @@ add_guest(uncaught_guest SOURCES tests/guest/uncaught_guest.cpp tests/guest/unca
 foreach(guest foundation_values foundation_system)
   add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.mm FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
+add_guest(cloud_guest SOURCES tests/guest/cloud_guest.mm FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 
 add_guest(frames_guest SOURCES tests/guest/frames_guest.cpp tests/guest/frame_cases.S
   FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
@@ -69,6 +70,9 @@ game_test(guest.endings endings_test)
 add_windows_test_program(store_test tests/guest/store_test.cpp tests/support/game_process.cpp)
 add_dependencies(store_test guest_driver store_guest)
 game_test(guest.store store_test)
+add_windows_test_program(cloud_test tests/guest/cloud_test.cpp tests/support/game_process.cpp)
+add_dependencies(cloud_test guest_driver cloud_guest)
+game_test(guest.cloud cloud_test)
 add_windows_test_program(damaged_images_test tests/guest/damaged_images_test.cpp tests/support/game_process.cpp)
 game_test(guest.damaged_images damaged_images_test)
 
@@ -121,7 +125,7 @@ foreach(guest frames uncaught exceptions cxx_strings)
 endforeach()
 
 # A short run of each fuzz target from the seeds of the build, the same every time: what it finds new is thrown away.
-foreach(target fuzz_image fuzz_fixups fuzz_export_trie fuzz_patch_list fuzz_format fuzz_unwind_info fuzz_lsda)
+foreach(target fuzz_image fuzz_fixups fuzz_export_trie fuzz_patch_list fuzz_format fuzz_unwind_info fuzz_lsda fuzz_cloud_file)
   set(corpus ${CMAKE_BINARY_DIR}/corpus/${target})
   set(seeds ${VLM_NATIVE_DIR}/fuzz_seeds/${target})
   add_test(NAME native.${target} COMMAND bash -c

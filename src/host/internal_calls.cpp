@@ -8,7 +8,7 @@
 #include "diag/log.h"
 #include "host/driver.h"
 #include "host/forward_table.h"
-#include "host/paths.h"
+#include "support/save_directory.h"
 #include "support/sysv.h"
 #include "support/text.h"
 #include "vlm.h"

@@ -80,19 +80,6 @@ SYSV const char* dlerror_() {
   return message;
 }
 
-// The game's plug-ins. Those whose functions are not built have none here: the first then says so through _dlerror.
-constexpr double controller_version = 1.0;
-constexpr PluginSymbol controller_symbols[] = {
-    {"GameControllerWrapperVersionNumber", shim(&controller_version)},
-    {nullptr, nullptr},
-};
-constexpr PluginModule standard_modules[] = {
-    {"GameControllerWrapper", controller_symbols, 0},
-    {"QKMacCore", nullptr, 1},
-    {"FPBundleWrapper", nullptr, 1},
-    {"macOSControllerPlugin", nullptr, 1},
-};
-
 }  // namespace
 
 const ShimEntry dynamic_loading_shims[4] = {
@@ -105,10 +92,6 @@ const ShimEntry dynamic_loading_shims[4] = {
 void register_plugin_module(const PluginModule& module) {
   if (plugin_module_count == max_plugin_modules) fatal_error("plug-in module table full");
   plugin_modules[plugin_module_count++] = &module;
-}
-
-void register_plugin_modules() {
-  for (const PluginModule& module : standard_modules) register_plugin_module(module);
 }
 
 }  // namespace vlm

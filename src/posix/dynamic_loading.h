@@ -21,7 +21,4 @@ struct PluginModule {
 /// Appends a plug-in, which lives until the process ends; fatal beyond 32. Only during static start-up.
 void register_plugin_module(const PluginModule& module);
 
-/// Registers the game's four plug-ins. Part of static start-up.
-void register_plugin_modules();
-
 }  // namespace vlm

@@ -268,6 +268,8 @@ int write_seeds(const std::filesystem::path& folder) {
   lsda.u8(0).u8(4).u8(6).u8(5).u8(4).u8(8).u8(0).u8(0).u8(0).u8(0).u8(2).u8(0x7D).u8(1).u8(0x7D);
   lsda.pad_to(22 + 19).u32(0).u32(0xFFFFFFE0).pad_to(64);
   write("fuzz_lsda", "two_clauses", lsda);
+  write("fuzz_cloud_file", "three_kinds",
+        Bytes().text("s\tname\tA\\tb\\n\ni\tgames\t42\nd\tratio\t-1.5e-300\r\ns\tname\tagain\n"));
   write("fuzz_export_trie", "trie", Bytes().u8(10).text("_game_stop").append(draft.exports));
   return 0;
 }

@@ -140,6 +140,23 @@ struct NSData_layout {
 - (void)removeAllObjects;
 @end
 
+@interface NSUbiquitousKeyValueStore : NSObject
++ (NSUbiquitousKeyValueStore *)defaultStore;
+- (BOOL)synchronize;
+- (id)objectForKey:(NSString *)key;
+- (NSString *)stringForKey:(NSString *)key;
+- (double)doubleForKey:(NSString *)key;
+- (long long)longLongForKey:(NSString *)key;
+- (BOOL)boolForKey:(NSString *)key;
+- (void)setObject:(id)object forKey:(NSString *)key;
+- (void)setString:(NSString *)text forKey:(NSString *)key;
+- (void)setDouble:(double)value forKey:(NSString *)key;
+- (void)setLongLong:(long long)value forKey:(NSString *)key;
+- (void)setBool:(BOOL)value forKey:(NSString *)key;
+- (void)removeObjectForKey:(NSString *)key;
+- (NSDictionary *)dictionaryRepresentation;
+@end
+
 extern "C" {
 id objc_alloc(Class);
 void *objc_autoreleasePoolPush();

@@ -1,0 +1,323 @@
+// NSUbiquitousKeyValueStore: the game's progress, in a file of the save directory instead of Apple's cloud.
+//
+// The file is read once and written anew, whole, with every change:
+//
+//   icloud_kvs.txt.tmp  written first; then takes the place of icloud_kvs.txt in one step, so that a process that is
+//                       killed at any moment leaves the old state or the new one
+//   cannot be created   the store itself is written in place
+//   cannot be moved     its bytes are copied
+//
+// What cannot be saved stays in memory, and the next change tries again. The format is in cloud_file.h.
+#include <windows.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+
+#include "diag/log.h"
+#include "objc/cloud_file.h"
+#include "objc/ns_collections.h"
+#include "objc/ns_number.h"
+#include "objc/ns_string.h"
+#include "objc/shared_instance.h"
+#include "support/handles.h"
+#include "support/locks.h"
+#include "support/save_directory.h"
+#include "support/text.h"
+
+namespace vlm {
+namespace {
+
+struct CloudStore {
+  NSCollection* entries;  // an NSMutableDictionary whose keys are strings made here; read and changed under store_lock
+  std::string path, temporary_path;  // with '/', for messages
+  UniqueHeap<wchar_t> host_path, host_temporary_path;
+  std::uint32_t failures = 0;  // told or not; under store_lock
+};
+
+/// Held exclusively while the store is read from its file and from a change to the end of its save, so that the file is
+/// never older than what another thread was told. The log's lock is taken under it.
+constinit SrwLock store_lock;
+constinit std::atomic<CloudStore*> loaded_store = nullptr;  // set once; lives until the process ends
+
+// ---- Loading --------------------------------------------------------------------------------------------------------
+
+/// Adds an entry whose key the dictionary does not have.
+void append_entry(NSCollection& dictionary, ObjcObject* key, ObjcObject* value) {
+  ns_array_append(dictionary, key);
+  dictionary.values[dictionary.count - 1] = value;
+}
+
+/// The file's bytes; none when it cannot be opened, which is how every store begins.
+std::string read_file(const wchar_t* path) {
+  std::string bytes;
+  std::FILE* const file = _wfopen(path, L"rb");
+  if (file == nullptr) return bytes;
+  if (_fseeki64(file, 0, SEEK_END) == 0) {
+    if (const std::int64_t size = _ftelli64(file); size > 0) bytes.resize(static_cast<std::size_t>(size));
+  }
+  std::rewind(file);
+  bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file));
+  std::fclose(file);
+  return bytes;
+}
+
+ObjcObject* object_of(const std::string& text) { return ns_string_new(text.c_str()); }
+ObjcObject* object_of(std::int64_t value) { return ns_number_from_int64(value); }
+ObjcObject* object_of(double value) { return ns_number_from_double(value); }
+
+CloudStore* load_store() {
+  const std::string path = std::string(save_directory()) + "/icloud_kvs.txt";
+  const std::string temporary_path = path + ".tmp";
+  auto* const store = new CloudStore{objc_new<NSCollection>(objc_class_NSMutableDictionary), path, temporary_path,
+                                     to_host_path(path.c_str()), to_host_path(temporary_path.c_str())};
+  if (!store->host_path || !store->host_temporary_path) fatal_error("no memory for the cloud store");
+  for (const CloudEntry& entry : read_cloud_file(read_file(store->host_path.get()))) {
+    append_entry(*store->entries, object_of(entry.key),
+                 std::visit([](const auto& value) { return object_of(value); }, entry.value));
+  }
+  return store;
+}
+
+/// Loads on the first call, whichever message of whichever object comes first.
+CloudStore& cloud_store() {
+  CloudStore* store = loaded_store.load(std::memory_order_acquire);
+  if (store != nullptr) return *store;
+  const std::lock_guard guard(store_lock);
+  store = loaded_store.load(std::memory_order_relaxed);
+  if (store == nullptr) {
+    store = load_store();
+    loaded_store.store(store, std::memory_order_release);
+  }
+  return *store;
+}
+
+// ---- Saving ---------------------------------------------------------------------------------------------------------
+
+constexpr std::uint32_t told_create_failures = 3, told_failures = 6;
+
+/// Counts a failure; true when fewer than `told` came before, so that a disk that stays full does not fill the log.
+bool is_told_locked(CloudStore& store, std::uint32_t told) { return store.failures++ < told; }
+
+/// A text is read as far as its NUL, wherever its object says it ends: a mutable string in the store may be changed by
+/// another thread meanwhile, and the old text stays where it is.
+std::string file_of_locked(const CloudStore& store) {
+  CloudFileWriter writer;
+  for (std::uint64_t i = 0; i < store.entries->count; ++i) {
+    const char* const key = ns_string_utf8(store.entries->items[i]);
+    ObjcObject* const value = store.entries->values[i];
+    if (const char* const text = ns_string_utf8(value)) {
+      writer.add_text(key, text);
+    } else if (objc_is_kind_of(value, &objc_class_NSNumber)) {
+      const auto& number = *static_cast<NSNumber*>(value);
+      if (number.kind == NumberKind::floating_point) {
+        writer.add_double(key, number.floating_point);
+      } else {
+        writer.add_integer(key, number.integer);
+      }
+    }  // anything else lives in memory alone
+  }
+  return writer.bytes();
+}
+
+/// False when a byte was not written, as far as the host tells.
+bool write_and_close(std::FILE* file, const std::string& bytes) {
+  std::setvbuf(file, nullptr, _IONBF, 0);  // it is all there already
+  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  return std::fclose(file) == 0 && written;
+}
+
+void replace_store_locked(CloudStore& store) {
+  const wchar_t* const temporary = store.host_temporary_path.get();
+  const wchar_t* const path = store.host_path.get();
+  if (MoveFileExW(temporary, path, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) return;
+  DWORD error = GetLastError();
+  if (is_told_locked(store, told_failures)) {
+    log_message(0, "[kvs] cannot replace %s (win32 %lu); copying instead", store.path.c_str(), error);
+  }
+  if (!CopyFileW(temporary, path, FALSE)) {
+    error = GetLastError();
+    if (is_told_locked(store, told_failures)) {
+      log_message(0, "[kvs] copy failed too (win32 %lu): cloud save NOT stored", error);
+    }
+  }
+  DeleteFileW(temporary);
+}
+
+void save_locked(CloudStore& store) {
+  bool in_place = false;
+  std::FILE* file = _wfopen(store.host_temporary_path.get(), L"wb");
+  if (file == nullptr) {
+    const int number = errno;
+    const DWORD error = GetLastError();
+    if (is_told_locked(store, told_create_failures)) {
+      log_message(0, "[kvs] cannot create %s (errno %d, win32 %lu); writing in place", store.temporary_path.c_str(),
+                  number, error);
+    }
+    in_place = true;
+    file = _wfopen(store.host_path.get(), L"wb");
+  }
+  if (file == nullptr) {
+    const int number = errno;
+    const DWORD error = GetLastError();
+    if (is_told_locked(store, told_failures)) {
+      log_message(0, "[kvs] cannot write %s (errno %d, win32 %lu): cloud save NOT stored", store.path.c_str(), number,
+                  error);
+    }
+    return;
+  }
+  const bool written = write_and_close(file, file_of_locked(store));
+  if (written && !in_place) replace_store_locked(store);
+  if (written) return;
+  if (!in_place) DeleteFileW(store.host_temporary_path.get());  // the store keeps what it had
+  if (is_told_locked(store, told_failures)) {
+    log_message(0, "[kvs] write error while saving %s", store.path.c_str());
+  }
+}
+
+// ---- Looking up and changing ----------------------------------------------------------------------------------------
+
+/// A key as the file can hold it: its text ends at its first NUL. Asked for before the lock is taken, as a constant's
+/// UTF-16 is converted here.
+ObjcObject* storable_key(ObjcObject* key) {
+  const std::string_view text = ns_string_text(key);
+  return text.contains('\0') ? ns_string_new(text.data()) : key;
+}
+
+ObjcObject* value_for_key(ObjcObject* key) {
+  CloudStore& store = cloud_store();
+  key = storable_key(key);
+  const std::shared_lock guard(store_lock);
+  const std::int64_t index = ns_collection_find(*store.entries, key);
+  return index >= 0 ? store.entries->values[index] : nullptr;
+}
+
+const NSNumber* number_for_key(ObjcObject* key) {
+  ObjcObject* const value = value_for_key(key);
+  return objc_is_kind_of(value, &objc_class_NSNumber) ? static_cast<NSNumber*>(value) : nullptr;
+}
+
+/// Whether storing the value would change nothing. A mutable string always does: it may be the one that is stored, with
+/// another text than the file has.
+bool is_unchanged(ObjcObject* current, ObjcObject* value) {
+  if (objc_is_kind_of(value, &objc_class_NSMutableString)) return false;
+  if (current == value) return true;
+  if (const char* const text = ns_string_utf8(value)) {
+    const char* const current_text = ns_string_utf8(current);
+    return current_text != nullptr && std::strcmp(current_text, text) == 0;
+  }
+  if (!objc_is_kind_of(value, &objc_class_NSNumber) || !objc_is_kind_of(current, &objc_class_NSNumber)) return false;
+  const auto& number = *static_cast<NSNumber*>(value);
+  const auto& current_number = *static_cast<NSNumber*>(current);
+  if (number.kind != current_number.kind) return false;
+  return number.kind == NumberKind::floating_point ? number.floating_point == current_number.floating_point
+                                                   : number.integer == current_number.integer;
+}
+
+/// The one way in which the store changes; a null value removes the key. False when nothing changed.
+bool kvs_store_set(ObjcObject* key, ObjcObject* value) {
+  CloudStore& store = cloud_store();
+  key = storable_key(key);
+  ns_string_utf8(value);  // UTF-16 is converted before the lock is taken
+  const std::lock_guard guard(store_lock);
+  const std::int64_t index = ns_collection_find(*store.entries, key);
+  if (is_unchanged(index >= 0 ? store.entries->values[index] : nullptr, value)) return false;
+  // A key of its own: the game's may be a mutable string. What is no string counts as the empty one.
+  ObjcObject* const own_key = index >= 0 ? store.entries->items[index] : ns_string_new(ns_string_utf8(key));
+  ns_dictionary_set(*store.entries, own_key, value);
+  save_locked(store);
+  return true;
+}
+
+/// For a number that nobody else has seen: periodic saving of the same values takes no memory.
+void set_number(ObjcObject* key, NSNumber* number) {
+  if (!kvs_store_set(key, number)) std::free(number);
+}
+
+// ---- Methods --------------------------------------------------------------------------------------------------------
+
+SYSV ObjcObject* default_store(ObjcClass*, Selector) {
+  cloud_store();
+  return shared_instance<objc_class_NSUbiquitousKeyValueStore>();
+}
+
+/// Every change is on disk already.
+SYSV ObjcBool synchronize(ObjcObject*, Selector) { return 1; }
+
+SYSV ObjcObject* object_for_key(ObjcObject*, Selector, ObjcObject* key) { return value_for_key(key); }
+
+SYSV ObjcObject* string_for_key(ObjcObject*, Selector, ObjcObject* key) {
+  ObjcObject* const value = value_for_key(key);
+  return objc_is_kind_of(value, &objc_class_NSString) ? value : nullptr;
+}
+
+SYSV double double_for_key(ObjcObject*, Selector, ObjcObject* key) {
+  const NSNumber* const number = number_for_key(key);
+  return number != nullptr ? number->floating_point : 0;
+}
+
+SYSV std::int64_t long_long_for_key(ObjcObject*, Selector, ObjcObject* key) {
+  const NSNumber* const number = number_for_key(key);
+  return number != nullptr ? number->integer : 0;
+}
+
+SYSV ObjcBool bool_for_key(ObjcObject* receiver, Selector selector, ObjcObject* key) {
+  return long_long_for_key(receiver, selector, key) != 0;
+}
+
+SYSV void set_object(ObjcObject*, Selector, ObjcObject* value, ObjcObject* key) { kvs_store_set(key, value); }
+
+SYSV void set_double(ObjcObject*, Selector, double value, ObjcObject* key) {
+  set_number(key, ns_number_from_double(value));
+}
+
+SYSV void set_long_long(ObjcObject*, Selector, std::int64_t value, ObjcObject* key) {
+  set_number(key, ns_number_from_int64(value));
+}
+
+SYSV void set_bool(ObjcObject*, Selector, std::int32_t value, ObjcObject* key) {
+  set_number(key, ns_number_from_int64(value != 0));
+}
+
+SYSV void remove_object(ObjcObject*, Selector, ObjcObject* key) { kvs_store_set(key, nullptr); }
+
+SYSV ObjcObject* dictionary_representation(ObjcObject*, Selector) {
+  const CloudStore& store = cloud_store();
+  auto* const copy = objc_new<NSCollection>(objc_class_NSDictionary);
+  const std::shared_lock guard(store_lock);
+  for (std::uint64_t i = 0; i < store.entries->count; ++i) {
+    append_entry(*copy, store.entries->items[i], store.entries->values[i]);
+  }
+  return copy;
+}
+
+}  // namespace
+
+const MethodRow NSUbiquitousKeyValueStore_class_methods[] = {
+    {"defaultStore", shim(default_store)},
+    {},
+};
+
+const MethodRow NSUbiquitousKeyValueStore_methods[] = {
+    {"synchronize", shim(synchronize)},
+    {"objectForKey:", shim(object_for_key)},
+    {"stringForKey:", shim(string_for_key)},
+    {"doubleForKey:", shim(double_for_key)},
+    {"longLongForKey:", shim(long_long_for_key)},
+    {"boolForKey:", shim(bool_for_key)},
+    {"setObject:forKey:", shim(set_object)},
+    {"setString:forKey:", shim(set_object)},
+    {"setDouble:forKey:", shim(set_double)},
+    {"setLongLong:forKey:", shim(set_long_long)},
+    {"setBool:forKey:", shim(set_bool)},
+    {"removeObjectForKey:", shim(remove_object)},
+    {"dictionaryRepresentation", shim(dictionary_representation)},
+    {},
+};
+
+}  // namespace vlm

@@ -1,0 +1,240 @@
+// The cloud store and the plug-in functions for it, as game code uses them. cloud_test.cpp gives every process a folder
+// of its own, often with a store in it, and looks at what is there afterwards.
+#include "foundation.h"
+
+struct FILE;
+extern "C" {
+extern FILE *__stdoutp;
+FILE *fopen(const char *, const char *);
+uint64 fread(void *, uint64, uint64, FILE *);
+int32 fclose(FILE *);
+int32 fprintf(FILE *, const char *, ...);
+int32 fflush(FILE *);
+int32 unlink(const char *);
+int64 strtol(const char *, char **, int32);
+char *getenv(const char *);
+void free(void *);
+void *dlopen(const char *, int32);
+void *dlsym(void *, const char *);
+}
+
+static NSUbiquitousKeyValueStore *store() { return [NSUbiquitousKeyValueStore defaultStore]; }
+
+static bool same(const char *left, const char *right) {
+  return left != nullptr && right != nullptr && strcmp(left, right) == 0;
+}
+static bool same(NSString *text, const char *expected) { return same([text UTF8String], expected); }
+
+static const char *store_path() {
+  static char path[1024];
+  snprintf(path, sizeof path, "%s/icloud_kvs.txt", getenv("VLM_SAVE_DIR"));
+  return path;
+}
+
+/// What the store's file holds; null when there is none.
+static const char *file_bytes() {
+  static char bytes[4096];
+  FILE *const file = fopen(store_path(), "r");
+  if (file == nullptr) return nullptr;
+  bytes[fread(bytes, 1, sizeof bytes - 1, file)] = 0;
+  fclose(file);
+  return bytes;
+}
+
+/// Whether the file is written anew meanwhile.
+static bool writes(__attribute__((noescape)) void (^change)()) {
+  unlink(store_path());
+  change();
+  return file_bytes() != nullptr;
+}
+
+// The first test: nothing has asked for the default store yet. The file is cloud_test.cpp's.
+GUEST_TEST(a_store_that_is_only_allocated_has_what_the_file_has) {
+  NSUbiquitousKeyValueStore *mine = [[NSUbiquitousKeyValueStore alloc] init];
+  CHECK([mine longLongForKey:@"games"] == 41 && same([mine stringForKey:@"name"], "a\tb"));
+  CHECK(store() != nil && store() == store() && [store() isKindOfClass:[NSUbiquitousKeyValueStore class]]);
+  CHECK([store() doubleForKey:@"ratio"] == 0.1 && [store() longLongForKey:@"games"] == 41);
+  [mine removeObjectForKey:@"games"];
+  CHECK([store() objectForKey:@"games"] == nil && same(file_bytes(), "s\tname\ta\\tb\nd\tratio\t0.10000000000000001\n"));
+}
+
+GUEST_TEST(values_are_read_as_the_kind_that_is_asked_for) {
+  const auto reads_as = [](bool is_text, double number, long long integer, bool truth) {
+    CHECK(([store() stringForKey:@"key"] != nil) == is_text);
+    CHECK([store() doubleForKey:@"key"] == number && [store() longLongForKey:@"key"] == integer);
+    CHECK([store() boolForKey:@"key"] == (truth ? YES : NO));
+  };
+  [store() setBool:YES forKey:@"key"];
+  reads_as(false, 1, 1, true);
+  [store() setBool:NO forKey:@"key"];
+  reads_as(false, 0, 0, false);
+  [store() setDouble:0.5 forKey:@"key"];
+  reads_as(false, 0.5, 0, false);
+  [store() setLongLong:-(1l << 62) forKey:@"key"];
+  reads_as(false, -0x1p62, -(1l << 62), true);
+  [store() setString:@"12" forKey:@"key"];
+  reads_as(true, 0, 0, false);
+  NSArray *array = [NSArray arrayWithObject:@"12"];
+  [store() setObject:array forKey:@"key"];
+  reads_as(false, 0, 0, false);
+  CHECK([store() objectForKey:@"key"] == array);
+  [store() setObject:nil forKey:@"key"];
+  reads_as(false, 0, 0, false);
+  CHECK([store() objectForKey:@"key"] == nil && [store() synchronize] == YES);
+}
+
+GUEST_TEST(only_a_change_writes_the_file) {
+  NSMutableString *text = [[NSMutableString alloc] initWithString:@"abc"];
+  NSString *ball = @"ボール";  // the compiler makes UTF-16 of it
+  CHECK(writes(^{ [store() setLongLong:1 forKey:@"n"]; }));
+  CHECK(!writes(^{ [store() setLongLong:1 forKey:@"n"]; }));
+  CHECK(!writes(^{ [store() setBool:YES forKey:[NSString stringWithUTF8String:"n"]]; }));
+  CHECK(writes(^{ [store() setDouble:1 forKey:@"n"]; }));
+  CHECK(!writes(^{ [store() setObject:[NSNumber numberWithDouble:1] forKey:@"n"]; }));
+  CHECK(writes(^{ [store() setString:@"1" forKey:@"n"]; }));
+  CHECK(!writes(^{ [store() setObject:[NSString stringWithUTF8String:"1"] forKey:@"n"]; }));
+  CHECK(writes(^{ [store() setDouble:__builtin_nan("") forKey:@"n"]; }));
+  CHECK(writes(^{ [store() setDouble:__builtin_nan("") forKey:@"n"]; }));  // is not even equal to itself
+  CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }));
+  [text appendString:@"d"];
+  CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }) && same([store() stringForKey:@"n"], "abcd"));
+  CHECK(!writes(^{ [store() setString:@"abcd" forKey:@"n"]; }));
+  CHECK(writes(^{ [store() setString:ball forKey:ball]; }));
+  CHECK(!writes(^{ [store() setString:[ball copy] forKey:[ball copy]]; }) && same([store() stringForKey:ball], "ボール"));
+  CHECK(writes(^{ [store() setObject:nil forKey:ball]; }));
+  CHECK(!writes(^{ [store() removeObjectForKey:ball]; }));
+  CHECK(!writes(^{ [store() removeObjectForKey:nil]; }));
+  CHECK(writes(^{ [store() removeObjectForKey:@"n"]; }));
+}
+
+static void remove_all() {
+  for (NSString *key in [[store() dictionaryRepresentation] allKeys]) [store() removeObjectForKey:key];
+}
+
+GUEST_TEST(the_file_holds_every_entry_in_its_order) {
+  remove_all();
+  CHECK(same(file_bytes(), ""));
+  [store() setString:@"a\tb\nc\\d\re" forKey:@"tab\tfeed\nback\\"];
+  [store() setLongLong:(long long)(1ul << 63) forKey:@"first"];
+  [store() setObject:[NSArray array] forKey:@"in memory alone"];
+  [store() setDouble:-1e300 forKey:@"second"];
+  [store() setLongLong:7 forKey:@"again"];
+  [store() setDouble:__builtin_inf() forKey:@"first"];  // keeps its place
+  [store() setBool:YES forKey:nil];
+  [store() removeObjectForKey:@"again"];
+  [store() setString:@"at\0the end" forKey:@"again"];
+  [store() setString:@"cut" forKey:@"NUL\0cut"];
+  CHECK(same(file_bytes(), "s\ttab\\tfeed\\nback\\\\\ta\\tb\\nc\\\\d\re\n"
+                           "d\tfirst\tinf\n"
+                           "d\tsecond\t-1.0000000000000001e+300\n"
+                           "i\t\t1\n"
+                           "s\tagain\tat\n"
+                           "s\tNUL\tcut\n"));
+  CHECK(same([store() stringForKey:@"NUL\0another"], "cut"));
+
+  NSDictionary *all = [store() dictionaryRepresentation];
+  CHECK([all isKindOfClass:[NSDictionary class]] && [all count] == 7 && same([[all allKeys] objectAtIndex:2], "in memory alone"));
+  CHECK([all objectForKey:@"again"] == [store() objectForKey:@"again"]);
+  [store() removeObjectForKey:@"again"];
+  CHECK([all objectForKey:@"again"] != nil);  // a copy
+}
+
+// ---- The plug-in ----------------------------------------------------------------------------------------------------
+
+template <class Result, class... Arguments>
+static Result call(const char *name, Arguments... arguments) {
+  void *const plug_in = dlopen("/Applications/Velmora.app/Contents/PlugIns/QKMacCore.bundle/Contents/MacOS/QKMacCore", 1);
+  return reinterpret_cast<Result (*)(Arguments...)>(dlsym(plug_in, name))(arguments...);
+}
+
+/// Also gives the text back.
+template <class... Arguments>
+static bool gives(const char *expected, const char *name, Arguments... arguments) {
+  char *const text = call<char *>(name, arguments...);
+  const bool good = same(text, expected);
+  free(text);
+  return good;
+}
+
+GUEST_TEST(managed_code_reaches_the_store_through_the_plug_in) {
+  remove_all();
+  CHECK(call<int32>("QKCloud_Synchronize") == 1);
+  CHECK(gives("", "QKCloud_RetrieveAllCloudKeys", ";"));
+  call<void>("QKCloud_InitializeWithGameObjectName", "Cloud");
+  call<void>("QKCloud_SetIntForKey", -5, "a");
+  call<void>("QKCloud_SetFloatForKey", 0.1f, "b");
+  call<void>("QKCloud_SetStringForKey", "text", "c");
+  call<void>("QKCloud_SetBoolForKey", 256, "d");
+  CHECK(call<int64>("QKCloud_IntForKey", "a") == -5 && call<float>("QKCloud_FloatForKey", "b") == 0.1f);
+  CHECK(gives("text", "QKCloud_StringForKey", "c") && call<int32>("QKCloud_BoolForKey", "d") == 1);
+  CHECK(call<char *>("QKCloud_StringForKey", "a") == nullptr && call<char *>("QKCloud_StringForKey", "none") == nullptr);
+  CHECK(call<int64>("QKCloud_IntForKey", "none") == 0 && call<int32>("QKCloud_BoolForKey", "none") == 0);
+  CHECK(same(file_bytes(), "i\ta\t-5\nd\tb\t0.10000000149011612\ns\tc\ttext\ni\td\t1\n"));
+  call<void>("QKCloud_RemoveForKey", "c");
+  call<void>("QKCloud_CloudDidChange");
+  CHECK(gives("a;b;d", "QKCloud_RetrieveAllCloudKeys", ";"));
+  CHECK(gives("abd", "QKCloud_RetrieveAllCloudKeys", (const char *)nullptr));
+  static char separator[1000], joined[2100];
+  for (char &c : separator) c = '-';
+  separator[sizeof separator - 1] = 0;
+  snprintf(joined, sizeof joined, "a%sb%sd", separator, separator);
+  CHECK(gives(joined, "QKCloud_RetrieveAllCloudKeys", separator));
+}
+
+GUEST_TEST(the_plug_in_knows_one_language) {
+  static constexpr const char *texts[][2] = {{"Unity_GetLanguageCode", "en"},
+                                             {"Unity_GetISO2CountryCode", "US"},
+                                             {"Unity_GetLocaleString", "en_US"},
+                                             {"Unity_GetDeviceOS", "macOS 13.0"}};
+  for (const auto &[name, text] : texts) {
+    char *const first = call<char *>(name);
+    first[0] = '-';  // is the caller's
+    CHECK(gives(text, name));
+    free(first);
+  }
+  call<void>("Unity_LogToDeviceConsole", "dropped");
+}
+
+// ---- Probes ---------------------------------------------------------------------------------------------------------
+
+// What is changed stays in memory, whatever the disk does.
+
+/// A change of 1 MB.
+extern "C" int64 change_once() {
+  static char large[1 << 20];
+  for (char &c : large) c = 'x';
+  large[sizeof large - 1] = 0;
+  [store() setString:[NSString stringWithUTF8String:large] forKey:@"large"];
+  return [[store() stringForKey:@"large"] length] == sizeof large - 1 ? 0 : 1;
+}
+
+extern "C" int64 change_ten_times() {
+  if (change_once() != 0) return 1;
+  for (int64 i = 1; i < 10; ++i) {
+    [store() setLongLong:i forKey:@"change"];
+    if ([store() longLongForKey:@"change"] != i) return 1;
+  }
+  return 0;
+}
+
+/// Changes one key of 40 after the other, each to a text that begins with the number of the step, and tells each step
+/// that is saved. Goes on where the file ends.
+extern "C" int64 save_until_killed() {
+  int64 step = -1;
+  NSDictionary *all = [store() dictionaryRepresentation];
+  for (NSString *key in [all allKeys]) {
+    const int64 last = [[store() stringForKey:key] longLongValue];
+    if (last > step) step = last;
+  }
+  static char padding[970];
+  for (char &c : padding) c = 'x';
+  fprintf(__stdoutp, "%ld\n", step);
+  fflush(__stdoutp);
+  for (;;) {
+    ++step;
+    [store() setString:[NSString stringWithFormat:@"%ld %.*s", step, (int)(step % 97 * 10), padding]
+                forKey:[NSString stringWithFormat:@"level_%02ld", step % 40]];
+    fprintf(__stdoutp, "%ld\n", step);
+    fflush(__stdoutp);
+  }
+}

@@ -1,0 +1,203 @@
+// The file of the cloud store, as processes of the game find it and leave it: cloud_guest.cpp in folders of its own,
+// with disks that fail, and killed while it saves.
+#define DOCTEST_CONFIG_NO_MULTITHREADING
+#define DOCTEST_CONFIG_IMPLEMENT_WITH_MAIN
+#include <doctest/doctest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <string>
+
+#include "support/game_process.h"
+#include "support/handles.h"
+
+using namespace vlm;
+using namespace vlm::test;
+
+namespace {
+
+const std::wstring save_folder = program_folder() + L"cloud.tmp";
+const std::wstring store_path = save_folder + L"\\icloud_kvs.txt";
+const std::wstring temporary_path = store_path + L".tmp";
+
+/// An empty folder for the game, with a store of these bytes when there are some.
+void begin_with(const std::string& store) {
+  CreateDirectoryW(save_folder.c_str(), nullptr);
+  RemoveDirectoryW(temporary_path.c_str());
+  DeleteFileW(temporary_path.c_str());
+  DeleteFileW(store_path.c_str());
+  if (!store.empty()) REQUIRE(write_file(store_path, store));
+}
+
+std::wstring guest() { return L"\"" + program_folder() + L"guests\\cloud_guest.dylib\" "; }
+
+Ending run_guest(const wchar_t* probe, const std::wstring& folder = save_folder) {
+  return run_game_process(program_folder(), L"guest_driver.exe", guest() + probe, {{L"VLM_SAVE_DIR", folder}});
+}
+
+/// The log's lines about the store, without their time and thread, the folder left out.
+std::string messages_of(const Ending& ending, std::wstring folder = save_folder) {
+  std::ranges::replace(folder, L'\\', L'/');
+  const std::string prefix = std::string(folder.begin(), folder.end()) + "/";
+  std::string messages;
+  for (std::size_t at = 0; (at = ending.log.find("[kvs] ", at)) != std::string::npos; ++at) {
+    std::string line = ending.log.substr(at, ending.log.find("\r\n", at) - at) + "\n";
+    if (const std::size_t path = line.find(prefix); path != std::string::npos) line.erase(path, prefix.size());
+    messages += line;
+  }
+  return messages;
+}
+
+std::string repeat(int times, const std::string& text) {
+  std::string all;
+  while (times-- > 0) all += text;
+  return all;
+}
+
+const std::string after_ten_changes = "s\tlarge\t" + std::string((1 << 20) - 1, 'x') + "\ni\tchange\t9\n";
+
+}  // namespace
+
+TEST_CASE("the store and its plug-in functions do what game code expects") {
+  begin_with("i\tgames\t41\r\ns\tname\ta\\tb\r\nd\tratio\t0.1\r\n");
+  const Ending ending = run_guest(L"");
+  CHECK_EQ(ending.exit_code, 0);  // the driver has printed the checks that failed
+  CHECK_EQ(messages_of(ending), "");
+  CHECK_EQ(GetFileAttributesW(temporary_path.c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+TEST_CASE("a change that a disk refuses stays in memory, and the log tells of the first ones") {
+  begin_with("s\told\tstate\n");
+  SUBCASE("a whole disk") {
+    const Ending ending = run_guest(L"change_ten_times");
+    CHECK_EQ(ending.exit_code, 0);
+    CHECK_EQ(messages_of(ending), "");
+    CHECK(read_file(store_path) == "s\told\tstate\n" + after_ten_changes);
+  }
+  SUBCASE("the temporary name is taken") {
+    REQUIRE(CreateDirectoryW(temporary_path.c_str(), nullptr));
+    const Ending ending = run_guest(L"change_ten_times");
+    CHECK_EQ(ending.exit_code, 0);
+    CHECK_EQ(messages_of(ending),
+             repeat(3, "[kvs] cannot create icloud_kvs.txt.tmp (errno 13, win32 5); writing in place\n"));
+    CHECK(read_file(store_path) == "s\told\tstate\n" + after_ten_changes);
+  }
+  SUBCASE("there is no folder") {
+    const std::wstring nowhere = save_folder + L"\\none\\none";
+    const Ending ending = run_guest(L"change_ten_times", nowhere);
+    CHECK_EQ(ending.exit_code, 0);
+    const std::string create = "[kvs] cannot create icloud_kvs.txt.tmp (errno 2, win32 3); writing in place\n";
+    const std::string write = "[kvs] cannot write icloud_kvs.txt (errno 2, win32 3): cloud save NOT stored\n";
+    CHECK_EQ(messages_of(ending, nowhere), create + write + create + write + write);
+  }
+  SUBCASE("the disk is full") {
+    // A pipe in the place of the temporary file, whose other end closes when some of the bytes are written.
+    const std::wstring pipes = LR"(\\.\pipe\vlm_cloud_test)";
+    const std::wstring pipe_path = pipes + L"\\icloud_kvs.txt.tmp";
+    const auto pipe = own_handle(CreateNamedPipeW(pipe_path.c_str(), PIPE_ACCESS_INBOUND, PIPE_TYPE_BYTE, 1, 0, 4096, 0, nullptr));
+    REQUIRE(pipe);
+    const auto take_some = [](void* end) -> DWORD {
+      char bytes[16];
+      DWORD size;
+      ConnectNamedPipe(end, nullptr);
+      ReadFile(end, bytes, sizeof bytes, &size, nullptr);
+      DisconnectNamedPipe(end);
+      return 0;
+    };
+    const UniqueHandle thread(CreateThread(nullptr, 0, take_some, pipe.get(), 0, nullptr));
+    const Ending ending = run_guest(L"change_once", pipes);
+    CHECK_EQ(ending.exit_code, 0);
+    CHECK_EQ(messages_of(ending, pipes), "[kvs] write error while saving icloud_kvs.txt\n");
+    own_handle(CreateFileW(pipe_path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));  // if nobody came
+    CHECK_EQ(WaitForSingleObject(thread.get(), 5000), WAIT_OBJECT_0);
+  }
+  SUBCASE("another program holds the store") {
+    const auto held = own_handle(CreateFileW(store_path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    REQUIRE(held);
+    const Ending ending = run_guest(L"change_ten_times");
+    CHECK_EQ(ending.exit_code, 0);
+    CHECK_EQ(messages_of(ending), repeat(3, "[kvs] cannot replace icloud_kvs.txt (win32 5); copying instead\n"
+                                            "[kvs] copy failed too (win32 32): cloud save NOT stored\n"));
+    CHECK_EQ(GetFileAttributesW(temporary_path.c_str()), INVALID_FILE_ATTRIBUTES);
+  }
+}
+
+// ---- Killed while it saves ------------------------------------------------------------------------------------------
+
+namespace {
+
+/// The store after this step of save_until_killed.
+std::string state_after(std::int64_t step) {
+  std::string state;
+  for (std::int64_t key = 0; key < 40 && key <= step; ++key) {
+    const std::int64_t last = step - (step - key) % 40;
+    char line[64];
+    std::snprintf(line, sizeof line, "s\tlevel_%02lld\t%lld ", static_cast<long long>(key), static_cast<long long>(last));
+    state += line + std::string(static_cast<std::size_t>(last % 97 * 10), 'x') + "\n";
+  }
+  return state;
+}
+
+/// The last whole number that a killed process told; -2 when it told none.
+std::int64_t last_told(const std::string& told) {
+  const std::size_t end = told.rfind('\n');
+  if (end == std::string::npos || end == 0) return -2;
+  const std::size_t before = told.rfind('\n', end - 1);
+  return std::atoll(told.c_str() + (before == std::string::npos ? 0 : before + 1));
+}
+
+/// Starts save_until_killed, kills it so many milliseconds after it began to save, and returns what it told.
+std::string run_until_killed(DWORD ms) {
+  const std::wstring told_path = save_folder + L"\\told";
+  SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+  const auto told = own_handle(CreateFileW(told_path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
+                                           CREATE_ALWAYS, 0, nullptr));
+  REQUIRE(told);
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = startup.hStdError = told.get();
+  std::wstring command = L"\"" + program_folder() + L"guest_driver.exe\" " + guest() + L"save_until_killed";
+  PROCESS_INFORMATION process{};
+  REQUIRE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process));
+  const UniqueHandle owner(process.hProcess), thread(process.hThread);
+  const ULONGLONG limit = GetTickCount64() + 30'000;
+  LARGE_INTEGER size{};
+  while (size.QuadPart == 0 && GetTickCount64() < limit) {
+    Sleep(1);
+    GetFileSizeEx(told.get(), &size);
+  }
+  Sleep(ms);
+  TerminateProcess(process.hProcess, 99);
+  WaitForSingleObject(process.hProcess, 5000);
+  DWORD code = 0;
+  GetExitCodeProcess(process.hProcess, &code);
+  CHECK_EQ(code, 99);
+  return read_file(told_path);
+}
+
+}  // namespace
+
+TEST_CASE("a game that is killed while it saves leaves the old state or the new one") {
+  begin_with("");
+  SetEnvironmentVariableW(L"VLM_SAVE_DIR", save_folder.c_str());
+  std::mt19937 random(84);
+  std::int64_t kept = -1;
+  int unfinished = 0;
+  for (int round = 0; round < 200; ++round) {
+    CAPTURE(round);
+    const std::string told = run_until_killed(random() % 12);
+    const std::int64_t last = last_told(told);
+    REQUIRE_GE(last, kept);  // went on from what was kept
+    const std::string state = read_file(store_path);
+    const bool is_old = state == state_after(last), is_new = state == state_after(last + 1);
+    REQUIRE((is_old || is_new));
+    kept = is_new ? last + 1 : last;
+    unfinished += GetFileAttributesW(temporary_path.c_str()) != INVALID_FILE_ATTRIBUTES;
+  }
+  SetEnvironmentVariableW(L"VLM_SAVE_DIR", nullptr);
+  MESSAGE(kept << " saves, " << unfinished << " temporary files left");
+  CHECK_GT(unfinished, 0);  // the kills hit what they were aimed at
+}
