@@ -10,14 +10,19 @@
 // What cannot be saved stays in memory, and the next change tries again. The format is in cloud_file.h.
 #include <windows.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "diag/log.h"
 #include "objc/cloud_file.h"
@@ -34,10 +39,13 @@ namespace vlm {
 namespace {
 
 struct CloudStore {
-  NSCollection* entries;  // an NSMutableDictionary whose keys are strings made here; read and changed under store_lock
   std::string path, temporary_path;  // with '/', for messages
   UniqueHeap<wchar_t> host_path, host_temporary_path;
-  std::uint32_t failures = 0;  // told or not; under store_lock
+
+  // Read and changed under store_lock.
+  NSCollection* entries;                // an NSMutableDictionary whose keys are strings made here
+  std::vector<std::uint32_t> hashes{};  // of the entries' keys: most of a search is done in these
+  std::uint32_t failures = 0;           // told or not
 };
 
 /// Held exclusively while the store is read from its file and from a change to the end of its save, so that the file is
@@ -45,13 +53,49 @@ struct CloudStore {
 constinit SrwLock store_lock;
 constinit std::atomic<CloudStore*> loaded_store = nullptr;  // set once; lives until the process ends
 
-// ---- Loading --------------------------------------------------------------------------------------------------------
+// ---- Keys -----------------------------------------------------------------------------------------------------------
+
+/// What is looked for. A key ends at its first NUL, as the file holds no more of it.
+struct StoreKey {
+  const char* text;  // null for what is no string, which no key is equal to
+  std::uint32_t hash;
+};
+
+StoreKey key_of(const char* text) {
+  return {text, static_cast<std::uint32_t>(std::hash<std::string_view>()(text))};
+}
+
+/// Called before the lock is taken, as a constant's UTF-16 is converted here.
+StoreKey key_of(ObjcObject* key) {
+  const char* const text = ns_string_utf8(key);
+  return text != nullptr ? key_of(text) : StoreKey{};
+}
+
+/// Index of the entry, or -1.
+std::int64_t find_locked(const CloudStore& store, const StoreKey& key) {
+  if (key.text == nullptr) return -1;
+  for (auto at = store.hashes.begin(); (at = std::find(at, store.hashes.end(), key.hash)) != store.hashes.end(); ++at) {
+    const std::int64_t index = at - store.hashes.begin();
+    if (std::strcmp(ns_string_utf8(store.entries->items[index]), key.text) == 0) return index;
+  }
+  return -1;
+}
+
+ObjcObject* value_at_locked(const CloudStore& store, std::int64_t index) {
+  return index >= 0 ? store.entries->values[index] : nullptr;
+}
 
 /// Adds an entry whose key the dictionary does not have.
 void append_entry(NSCollection& dictionary, ObjcObject* key, ObjcObject* value) {
   ns_array_append(dictionary, key);
   dictionary.values[dictionary.count - 1] = value;
 }
+void append_entry_locked(CloudStore& store, const StoreKey& key, ObjcObject* value) {
+  append_entry(*store.entries, ns_string_new(key.text), value);
+  store.hashes.push_back(key.hash);
+}
+
+// ---- Loading --------------------------------------------------------------------------------------------------------
 
 /// The file's bytes; none when it cannot be opened, which is how every store begins.
 std::string read_file(const wchar_t* path) {
@@ -71,15 +115,16 @@ ObjcObject* object_of(const std::string& text) { return ns_string_new(text.c_str
 ObjcObject* object_of(std::int64_t value) { return ns_number_from_int64(value); }
 ObjcObject* object_of(double value) { return ns_number_from_double(value); }
 
-CloudStore* load_store() {
+CloudStore* load_store_locked() {
   const std::string path = std::string(save_directory()) + "/icloud_kvs.txt";
   const std::string temporary_path = path + ".tmp";
-  auto* const store = new CloudStore{objc_new<NSCollection>(objc_class_NSMutableDictionary), path, temporary_path,
-                                     to_host_path(path.c_str()), to_host_path(temporary_path.c_str())};
+  auto* const store = new CloudStore{path, temporary_path, to_host_path(path.c_str()),
+                                     to_host_path(temporary_path.c_str()),
+                                     objc_new<NSCollection>(objc_class_NSMutableDictionary)};
   if (!store->host_path || !store->host_temporary_path) fatal_error("no memory for the cloud store");
   for (const CloudEntry& entry : read_cloud_file(read_file(store->host_path.get()))) {
-    append_entry(*store->entries, object_of(entry.key),
-                 std::visit([](const auto& value) { return object_of(value); }, entry.value));
+    append_entry_locked(*store, key_of(entry.key.c_str()),
+                        std::visit([](const auto& value) { return object_of(value); }, entry.value));
   }
   return store;
 }
@@ -91,7 +136,7 @@ CloudStore& cloud_store() {
   const std::lock_guard guard(store_lock);
   store = loaded_store.load(std::memory_order_relaxed);
   if (store == nullptr) {
-    store = load_store();
+    store = load_store_locked();
     loaded_store.store(store, std::memory_order_release);
   }
   return *store;
@@ -182,19 +227,11 @@ void save_locked(CloudStore& store) {
 
 // ---- Looking up and changing ----------------------------------------------------------------------------------------
 
-/// A key as the file can hold it: its text ends at its first NUL. Asked for before the lock is taken, as a constant's
-/// UTF-16 is converted here.
-ObjcObject* storable_key(ObjcObject* key) {
-  const std::string_view text = ns_string_text(key);
-  return text.contains('\0') ? ns_string_new(text.data()) : key;
-}
-
-ObjcObject* value_for_key(ObjcObject* key) {
-  CloudStore& store = cloud_store();
-  key = storable_key(key);
+ObjcObject* value_for_key(ObjcObject* key_object) {
+  const CloudStore& store = cloud_store();
+  const StoreKey key = key_of(key_object);
   const std::shared_lock guard(store_lock);
-  const std::int64_t index = ns_collection_find(*store.entries, key);
-  return index >= 0 ? store.entries->values[index] : nullptr;
+  return value_at_locked(store, find_locked(store, key));
 }
 
 const NSNumber* number_for_key(ObjcObject* key) {
@@ -220,16 +257,23 @@ bool is_unchanged(ObjcObject* current, ObjcObject* value) {
 }
 
 /// The one way in which the store changes; a null value removes the key. False when nothing changed.
-bool kvs_store_set(ObjcObject* key, ObjcObject* value) {
+bool kvs_store_set(ObjcObject* key_object, ObjcObject* value) {
   CloudStore& store = cloud_store();
-  key = storable_key(key);
+  StoreKey key = key_of(key_object);
   ns_string_utf8(value);  // UTF-16 is converted before the lock is taken
   const std::lock_guard guard(store_lock);
-  const std::int64_t index = ns_collection_find(*store.entries, key);
-  if (is_unchanged(index >= 0 ? store.entries->values[index] : nullptr, value)) return false;
-  // A key of its own: the game's may be a mutable string. What is no string counts as the empty one.
-  ObjcObject* const own_key = index >= 0 ? store.entries->items[index] : ns_string_new(ns_string_utf8(key));
-  ns_dictionary_set(*store.entries, own_key, value);
+  std::int64_t index = find_locked(store, key);
+  if (is_unchanged(value_at_locked(store, index), value)) return false;
+  if (key.text == nullptr) {  // is not found, but stored under the empty text
+    key = key_of("");
+    index = find_locked(store, key);
+  }
+  if (index < 0) {
+    append_entry_locked(store, key, value);
+  } else {
+    ns_dictionary_set(*store.entries, store.entries->items[index], value);
+    if (value == nullptr) store.hashes.erase(store.hashes.begin() + index);
+  }
   save_locked(store);
   return true;
 }
