@@ -22,7 +22,8 @@ set(SAMPLE_IMPORTS
   _calloc _malloc _free _memcpy _memset ___bzero _memcmp _strlen _strcmp _strchr _strdup
   _strtol _fprintf _snprintf _fflush ___stdoutp _fopen _fclose _fread _fwrite _rename
   _time _localtime _strftime _sysctl
-  _objc_msgSend _OBJC_CLASS_$_NSObject _OBJC_METACLASS_$_NSObject __objc_empty_cache
+  _objc_msgSend _objc_retainAutoreleasedReturnValue _objc_release ___CFConstantStringClassReference
+  _OBJC_CLASS_$_NSUbiquitousKeyValueStore _OBJC_CLASS_$_NSObject _OBJC_METACLASS_$_NSObject __objc_empty_cache
   _memmove _memchr ___cxa_atexit ___cxa_guard_acquire ___cxa_guard_release ___cxa_guard_abort __Znwm __ZdlPv
   __ZNSt3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEE6appendEPKc
   __ZNSt3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEED1Ev
@@ -41,6 +42,7 @@ add_guest(sample_game LIBCXX
     ${SAMPLE_GAME}/game/commentary.cpp
     ${SAMPLE_GAME}/game/engine.cpp
     ${SAMPLE_GAME}/game/game.cpp
+    ${SAMPLE_GAME}/game/progress.m
     ${SAMPLE_GAME}/game/scoreboard.m
     ${SAMPLE_GAME}/game/system.cpp
     ${SAMPLE_GAME}/runtime/absent.cpp

@@ -5,6 +5,7 @@
 //   SamplePlayer [--frames N]
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -78,12 +79,17 @@ void start_runtime(int count, char** arguments) {
   say("the runtime is up");
 }
 
-/// What the game saves: how many times it was started.
-int saved_starts() {
+/// A file that the game has saved.
+std::FILE* open_saved(const wchar_t* name) {
   const wchar_t* const chosen = _wgetenv(L"VLM_SAVE_DIR");
   const std::wstring folder = chosen != nullptr && *chosen != 0 ? chosen : player_directory() + L"PCSaveData";
+  return _wfopen((folder + L"\\" + name).c_str(), L"r");
+}
+
+/// What the game saves itself: how many times it was started.
+int saved_starts() {
   int starts = 0;
-  if (std::FILE* file = _wfopen((folder + L"\\starts.txt").c_str(), L"r")) {
+  if (std::FILE* file = open_saved(L"starts.txt")) {
     if (std::fscanf(file, "%d", &starts) != 1) starts = 0;
     std::fclose(file);
   }
@@ -96,6 +102,26 @@ void check_starts(Il2CppClass* game_class, int starts_before) {
   api.il2cpp_field_static_get_value(find_field(game_class, "starts"), &starts);
   expect(starts == starts_before + 1 && saved_starts() == starts,
          "the game counts start %d and has saved %d, expected %d", starts, saved_starts(), starts_before + 1);
+}
+
+/// What the game keeps in the cloud store, which is a file here. 0 for a key that is not there.
+int saved_progress(const std::string& key) {
+  int value = 0;
+  if (std::FILE* file = open_saved(L"icloud_kvs.txt")) {
+    const std::string format = "i\t" + key + "\t%d";
+    char line[256];
+    while (std::fgets(line, sizeof line, file) != nullptr && std::sscanf(line, format.c_str(), &value) != 1) {
+    }
+    std::fclose(file);
+  }
+  return value;
+}
+
+void check_games(Il2CppClass* game_class, int games_before) {
+  std::int32_t games = 0;
+  api.il2cpp_field_static_get_value(find_field(game_class, "games"), &games);
+  expect(games == games_before + 1 && saved_progress("games") == games,
+         "the game is number %d and has saved %d, expected %d", games, saved_progress("games"), games_before + 1);
 }
 
 void change_scene(int from, int to) {
@@ -123,6 +149,7 @@ bool run_frames(Il2CppClass* game_class, Il2CppGCHandle handle, int frames) {
   const MethodInfo* on_gui = find_method(game_class, "OnGUI", 0);
   const MethodInfo* describe = find_method(game_class, "Describe", 0);
   ExpectedBall expected;
+  const int best_before = saved_progress("best score");
   take_frame_record();
   for (current_frame = 1; current_frame <= frames; ++current_frame) {
     Il2CppObject* game = api.il2cpp_gchandle_get_target(handle);
@@ -140,6 +167,9 @@ bool run_frames(Il2CppClass* game_class, Il2CppGCHandle handle, int frames) {
     if (!pump_messages_for(frame_milliseconds)) return false;
   }
   invoke(describe, api.il2cpp_gchandle_get_target(handle), nullptr);
+  const int best = std::max(best_before, expected.score);
+  const int saved_best = saved_progress("best score");
+  expect(saved_best == best, "the best score is saved as %d, expected %d", saved_best, best);
   return true;
 }
 
@@ -166,12 +196,14 @@ int main(int count, char** arguments) {
   change_scene(0, 1);
 
   const int starts_before = saved_starts();
+  const int games_before = saved_progress("games");
   Il2CppObject* game = api.il2cpp_object_new(game_class);
   const Il2CppGCHandle handle = api.il2cpp_gchandle_new(game, false);
   api.il2cpp_runtime_object_init(game);
   void* title[] = {api.il2cpp_string_new("ボールのゲーム")};
   invoke(find_method(game_class, "Start", 1), game, title);
   check_starts(game_class, starts_before);
+  check_games(game_class, games_before);
   expect(plugin_queries == 1, "the game asked %d times for a plug-in, expected once", plugin_queries);
   const auto platform = unbox<std::int32_t>(invoke(find_method(game_class, "get_Platform", 0), nullptr, nullptr));
   expect(platform == 1, "the game runs on platform %d, expected 1", platform);

@@ -5,11 +5,12 @@
 //   class Game : IScoreKeeper {
 //     public enum Mood { Calm, Cheerful }
 //     public const int FieldWidth = 640, FieldHeight = 360;
-//     public static int instances, starts;
+//     public static int instances, starts, games;
 //     string title; Vector3 position, velocity; int score, frame; Mood mood;
 //     ...
 #include "game/commentary.h"
 #include "game/engine.h"
+#include "game/progress.h"
 #include "game/scoreboard.h"
 #include "game/system.h"
 #include "runtime/method_tables.h"
@@ -35,6 +36,7 @@ struct Game {
 struct GameStatics {
   int32_t instances;
   int32_t starts;  // of the game on this machine, with this one
+  int32_t games;   // of the player, with this one
 } statics;
 
 extern Il2CppClass game_class;
@@ -58,6 +60,10 @@ void Game_Start(Game* self, Il2CppString* title, const MethodInfo*) {
              << saves.c_str());
   statics.starts = count_start(saves.c_str());
   log(Text() << "game: this is start number " << statics.starts << ", at " << local_time().c_str());
+  const int32_t best_score = progress_best_score();
+  statics.games = progress_begin_game();
+  log(Text() << "game: this is the player's game number " << statics.games << ", the best score so far is "
+             << best_score);
   log(Text() << "game: the machine: " << machine().c_str());
   log(Text() << "game: plug-in VelmoraStore is " << find_plugin("VelmoraStore"));
   log(Text() << "game: " << scoreboard_report(0) << " score boards are listening");
@@ -83,6 +89,7 @@ void Game_Update(Game* self, const MethodInfo*) {
   ++self->score;
   self->mood = Mood::Cheerful;
   scoreboard_report(self->score);
+  progress_take_score(self->score);
   comment_on_bounce(side, end);
   debug_log(new_string(Text() << "bounce in frame " << self->frame << ", score " << self->score));
 }
@@ -168,6 +175,7 @@ FieldInfo game_fields[] = {
     {"mood", &mood_class.type, 0, offsetof(Game, mood)},
     {"instances", &int32_class.type, FIELD_PUBLIC | FIELD_STATIC, offsetof(GameStatics, instances)},
     {"starts", &int32_class.type, FIELD_PUBLIC | FIELD_STATIC, offsetof(GameStatics, starts)},
+    {"games", &int32_class.type, FIELD_PUBLIC | FIELD_STATIC, offsetof(GameStatics, games)},
     {"FieldWidth", &int32_class.type, FIELD_PUBLIC | FIELD_STATIC | FIELD_LITERAL, 0, field_width},
     {"FieldHeight", &int32_class.type, FIELD_PUBLIC | FIELD_STATIC | FIELD_LITERAL, 0, field_height},
 };
