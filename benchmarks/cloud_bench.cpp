@@ -62,7 +62,8 @@ void bench_unchanged(const char* name, int first, int step) {
 
 std::string read_store() {
   std::string bytes;
-  const auto file = own_handle(CreateFileW(store_path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
+  const auto file =
+      own_handle(CreateFileW(store_path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
   bytes.resize(GetFileSize(file.get(), nullptr));
   DWORD size = 0;
   if (!ReadFile(file.get(), bytes.data(), static_cast<DWORD>(bytes.size()), &size, nullptr)) std::abort();

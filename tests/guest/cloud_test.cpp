@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <random>
 #include <string>
@@ -96,7 +97,8 @@ TEST_CASE("a change that a disk refuses stays in memory, and the log tells of th
     // A pipe in the place of the temporary file, whose other end closes when some of the bytes are written.
     const std::wstring pipes = LR"(\\.\pipe\vlm_cloud_test)";
     const std::wstring pipe_path = pipes + L"\\icloud_kvs.txt.tmp";
-    const auto pipe = own_handle(CreateNamedPipeW(pipe_path.c_str(), PIPE_ACCESS_INBOUND, PIPE_TYPE_BYTE, 1, 0, 4096, 0, nullptr));
+    const auto pipe =
+        own_handle(CreateNamedPipeW(pipe_path.c_str(), PIPE_ACCESS_INBOUND, PIPE_TYPE_BYTE, 1, 0, 4096, 0, nullptr));
     REQUIRE(pipe);
     const auto take_some = [](void* end) -> DWORD {
       char bytes[16];
@@ -134,7 +136,7 @@ std::string state_after(std::int64_t step) {
   for (std::int64_t key = 0; key < 40 && key <= step; ++key) {
     const std::int64_t last = step - (step - key) % 40;
     char line[64];
-    std::snprintf(line, sizeof line, "s\tlevel_%02lld\t%lld ", static_cast<long long>(key), static_cast<long long>(last));
+    std::snprintf(line, sizeof line, "s\tlevel_%02d\t%lld ", static_cast<int>(key), static_cast<long long>(last));
     state += line + std::string(static_cast<std::size_t>(last % 97 * 10), 'x') + "\n";
   }
   return state;
@@ -152,8 +154,8 @@ std::int64_t last_told(const std::string& told) {
 std::string run_until_killed(DWORD ms) {
   const std::wstring told_path = save_folder + L"\\told";
   SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-  const auto told = own_handle(CreateFileW(told_path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
-                                           CREATE_ALWAYS, 0, nullptr));
+  const auto told = own_handle(CreateFileW(told_path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                           &inherited, CREATE_ALWAYS, 0, nullptr));
   REQUIRE(told);
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
