@@ -52,7 +52,7 @@ void log_line(const char* text) {
   if (length < 0) return;
   const std::lock_guard guard(log_lock);
   DWORD written = 0;
-  WriteFile(log_file, line, std::min<DWORD>(length, line_size - 1), &written, nullptr);
+  WriteFile(log_file, line, std::min(static_cast<DWORD>(length), DWORD{line_size - 1}), &written, nullptr);
 }
 
 void log_message(int level, const char* format, ...) {

@@ -46,8 +46,8 @@ template <class Function>
 inline Function open_function(const Function& slot) {
   const Function function = __atomic_load_n(&slot, __ATOMIC_ACQUIRE);
   if (function != nullptr) [[likely]] return function;
-  return reinterpret_cast<Function>(pass_gate_to(reinterpret_cast<const void* const*>(&slot) -
-                                                 reinterpret_cast<const void* const*>(&open_table)));
+  const auto index = reinterpret_cast<const void* const*>(&slot) - reinterpret_cast<const void* const*>(&open_table);
+  return reinterpret_cast<Function>(pass_gate_to(static_cast<std::size_t>(index)));
 }
 
 /// The function in a slot; fatal when the image lacks it.

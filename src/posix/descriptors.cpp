@@ -116,7 +116,8 @@ SYSV std::int64_t lseek_(std::int32_t number, std::int64_t offset, std::int32_t 
   const Descriptor descriptor = find_descriptor(number);
   if (!descriptor) return -1;
   if (!can_seek(descriptor)) return fail(DARWIN_ESPIPE);
-  const DWORD origin = whence == FILE_BEGIN || whence == FILE_CURRENT ? whence : FILE_END;  // whatever else it says
+  // Whatever else it says is the end.
+  const DWORD origin = whence == FILE_BEGIN ? FILE_BEGIN : whence == FILE_CURRENT ? FILE_CURRENT : FILE_END;
   LARGE_INTEGER distance, position;
   distance.QuadPart = offset;
   if (!SetFilePointerEx(descriptor.handle, distance, &position, origin)) return fail_from_win32();

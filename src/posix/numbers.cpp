@@ -17,9 +17,9 @@ constexpr bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 /// The value of a digit in any base up to 36, or 36.
 constexpr std::uint32_t digit_value(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'Z') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'z') return c - 'a' + 10;
+  if (c >= '0' && c <= '9') return static_cast<std::uint32_t>(c - '0');
+  if (c >= 'A' && c <= 'Z') return static_cast<std::uint32_t>(c - 'A' + 10);
+  if (c >= 'a' && c <= 'z') return static_cast<std::uint32_t>(c - 'a' + 10);
   return 36;
 }
 
@@ -60,7 +60,7 @@ bool base_exists(std::int32_t base) {
 
 SYSV std::int64_t strtol_(const char* text, const char** end, std::int32_t base) {
   Number number = {text, 0, false, false};
-  if (base_exists(base)) number = read_number(text, base);
+  if (base_exists(base)) number = read_number(text, static_cast<std::uint32_t>(base));
   if (end != nullptr) *end = number.end;
   constexpr std::uint64_t largest = std::numeric_limits<std::int64_t>::max();
   if (number.too_large || number.magnitude > largest + number.negative) {
@@ -73,7 +73,7 @@ SYSV std::int64_t strtol_(const char* text, const char** end, std::int32_t base)
 /// A sign negates in unsigned arithmetic: "-1" is the largest value, without an error.
 SYSV std::uint64_t strtoul_(const char* text, const char** end, std::int32_t base) {
   Number number = {text, 0, false, false};
-  if (base_exists(base)) number = read_number(text, base);
+  if (base_exists(base)) number = read_number(text, static_cast<std::uint32_t>(base));
   if (end != nullptr) *end = number.end;
   if (number.too_large) {
     shim_errno = DARWIN_ERANGE;

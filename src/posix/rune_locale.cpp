@@ -31,10 +31,10 @@ constexpr RuneLocale make_c_locale() {
   locale.magic = {'R', 'u', 'n', 'e', 'M', 'a', 'g', 'A'};
   locale.encoding = {'N', 'O', 'N', 'E'};
   locale.invalid_rune = 0xFFFD;
-  for (int c = 0; c < 256; ++c) {
+  for (unsigned c = 0; c < 256; ++c) {
     if (c < 128) locale.runetype[c] = classes_of(static_cast<char>(c));
-    locale.maplower[c] = c >= 'A' && c <= 'Z' ? c + 32 : c;
-    locale.mapupper[c] = c >= 'a' && c <= 'z' ? c - 32 : c;
+    locale.maplower[c] = static_cast<int>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+    locale.mapupper[c] = static_cast<int>(c >= 'a' && c <= 'z' ? c - 32 : c);
   }
   return locale;
 }

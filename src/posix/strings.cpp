@@ -17,7 +17,9 @@ namespace vlm {
 namespace {
 
 /// Bit i is set when byte i of both is the same.
-std::uint32_t equal_bytes(__m128i a, __m128i b) { return _mm_movemask_epi8(_mm_cmpeq_epi8(a, b)); }
+std::uint32_t equal_bytes(__m128i a, __m128i b) {
+  return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)));
+}
 
 bool next_16_bytes_are_in_page(const char* text) { return reinterpret_cast<std::uintptr_t>(text) % 4096 <= 4096 - 16; }
 

@@ -91,7 +91,7 @@ SYSV std::int32_t nanosleep_(const DarwinTimespec* request, DarwinTimespec* rema
     return -1;
   }
   // Ends in some hundred million years at the latest, which keeps the product in range.
-  const auto seconds = std::min<std::uint64_t>(request->tv_sec, std::uint64_t{1} << 53);
+  const auto seconds = std::min(static_cast<std::uint64_t>(request->tv_sec), std::uint64_t{1} << 53);
   std::uint64_t milliseconds = seconds * 1000 + static_cast<std::uint64_t>(request->tv_nsec) / 1'000'000;
   if (milliseconds == 0 && request->tv_nsec != 0) {
     SwitchToThread();

@@ -36,7 +36,7 @@ class Output {
     std::snprintf(text, sizeof text, fill == '0' ? "%0*lld" : "%*lld", width, static_cast<long long>(number));
     add(text);
   }
-  std::uint64_t written() const { return at_ - start_; }
+  std::uint64_t written() const { return static_cast<std::uint64_t>(at_ - start_); }
   bool overflow() const { return overflow_; }
 
  private:

@@ -49,7 +49,7 @@ class ByteReader {
       ok_ = false;
       return {};
     }
-    const std::string_view text(start, static_cast<const char*>(nul) - start);
+    const std::string_view text(start, static_cast<const char*>(nul));
     offset_ += text.size() + 1;
     return text;
   }

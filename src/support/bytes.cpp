@@ -94,7 +94,15 @@ using Chunk = Vector<128>;
 constexpr std::size_t block_size = sizeof(__m128i);
 
 /// Bit i is set when byte i of both is the same.
-std::uint32_t equal_bytes(__m128i a, __m128i b) { return _mm_movemask_epi8(_mm_cmpeq_epi8(a, b)); }
+std::uint32_t equal_bytes(__m128i a, __m128i b) {
+  return static_cast<std::uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)));
+}
+
+/// Index of the lowest bit that is set; the number of bits for none.
+template <class Bits>
+std::uint64_t lowest_set(Bits bits) {
+  return static_cast<std::uint64_t>(std::countr_zero(bits));
+}
 
 std::uint32_t zero_bytes(__m128i block) { return equal_bytes(block, __m128i{}); }
 
@@ -110,11 +118,11 @@ std::uint32_t zero_bytes(__m128i block) { return equal_bytes(block, __m128i{}); 
   const auto* block = reinterpret_cast<const __m256i*>(at - before);
   const auto start = at - reinterpret_cast<std::uintptr_t>(text);
   std::uint64_t ends = (zero_bytes_of_32(block[0]) | std::uint64_t{zero_bytes_of_32(block[1])} << 32) >> before;
-  if (ends != 0) return start + std::countr_zero(ends);
+  if (ends != 0) return start + lowest_set(ends);
   do block += 2;
   while (zero_bytes_of_32(_mm256_min_epu8(block[0], block[1])) == 0);
   ends = zero_bytes_of_32(block[0]) | std::uint64_t{zero_bytes_of_32(block[1])} << 32;
-  return reinterpret_cast<const char*>(block) - text + std::countr_zero(ends);
+  return static_cast<std::uint64_t>(reinterpret_cast<const char*>(block) - text) + lowest_set(ends);
 }
 
 /// Skips groups of 128 bytes without the value; returns where at most that much is left, or the value is near.
@@ -160,12 +168,12 @@ SYSV std::int32_t compare_bytes(const void* a_, const void* b_, std::uint64_t si
   const auto difference = [&](std::uint64_t at) { return a[at] - b[at]; };
   std::uint64_t at = 0;
   for (; size - at >= block_size; at += block_size) {
-    if (const std::uint32_t same = same_block(at); same != 0xFFFF) return difference(at + std::countr_one(same));
+    if (const std::uint32_t same = same_block(at); same != 0xFFFF) return difference(at + lowest_set(~same));
   }
   if (at != size && size >= block_size) {  // some bytes once more rather than each of the rest alone
     at = size - block_size;
     const std::uint32_t same = same_block(at);
-    return same == 0xFFFF ? 0 : difference(at + std::countr_one(same));
+    return same == 0xFFFF ? 0 : difference(at + lowest_set(~same));
   }
   while (at != size && a[at] == b[at]) ++at;
   return at == size ? 0 : difference(at);
@@ -175,11 +183,11 @@ SYSV std::uint64_t text_length(const char* text) {
   // What stands before the text in the first block is shifted out.
   const auto misalignment = reinterpret_cast<std::uintptr_t>(text) % block_size;
   const auto* block = reinterpret_cast<const __m128i*>(text - misalignment);
-  if (const std::uint32_t ends = zero_bytes(*block) >> misalignment) return std::countr_zero(ends);
+  if (const std::uint32_t ends = zero_bytes(*block) >> misalignment) return lowest_set(ends);
   if (has_avx2()) return length_from(text, reinterpret_cast<std::uintptr_t>(block + 1));
   for (;;) {
     if (const std::uint32_t ends = zero_bytes(*++block)) {
-      return reinterpret_cast<const char*>(block) - text + std::countr_zero(ends);
+      return static_cast<std::uint64_t>(reinterpret_cast<const char*>(block) - text) + lowest_set(ends);
     }
   }
 }

@@ -27,14 +27,14 @@ const char* windows_part(const char* path) {
 
 UniqueHeap<wchar_t> utf16_from_utf8(const char* text) {
   const int length = MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0);
-  UniqueHeap<wchar_t> wide(static_cast<wchar_t*>(std::calloc(length + 1, sizeof(wchar_t))));
+  UniqueHeap<wchar_t> wide(static_cast<wchar_t*>(std::calloc(static_cast<std::size_t>(length) + 1, sizeof(wchar_t))));
   if (wide) MultiByteToWideChar(CP_UTF8, 0, text, -1, wide.get(), length);
   return wide;
 }
 
 UniqueHeap<char> utf8_from_utf16(const wchar_t* text) {
   const int length = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-  UniqueHeap<char> narrow(static_cast<char*>(std::calloc(length + 1, 1)));
+  UniqueHeap<char> narrow(static_cast<char*>(std::calloc(static_cast<std::size_t>(length) + 1, 1)));
   if (narrow) WideCharToMultiByte(CP_UTF8, 0, text, -1, narrow.get(), length, nullptr, nullptr);
   return narrow;
 }

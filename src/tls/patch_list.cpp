@@ -62,7 +62,7 @@ void write_trampoline(const PatchEntry& entry, const PatchTarget& target, std::s
                                      static_cast<std::uint32_t>(*target.game_storage_offset));
     std::ranges::copy(from.first(load), to.begin());
     std::memcpy(to.data() + load, code.data(), code.size());
-    std::ranges::copy(from.subspan(load + gs_load_size), to.begin() + load + code.size());
+    std::ranges::copy(from.subspan(load + gs_load_size), to.subspan(load + code.size()).begin());
   } else {
     std::ranges::copy(from, to.begin());
   }
