@@ -119,8 +119,8 @@ struct StubPool {
     if (function_table != nullptr) {
       grow_table(function_table, function_count);
     } else if (const auto start = reinterpret_cast<ULONG_PTR>(chunk);
-               add_table(&function_table, tail()->functions, function_count, static_cast<DWORD>(std::size(tail()->functions)), start,
-                         start + stub_chunk_size) != 0) {
+               add_table(&function_table, tail()->functions, function_count,
+                         static_cast<DWORD>(std::size(tail()->functions)), start, start + stub_chunk_size) != 0) {
       function_table = nullptr;
     }
   }
