@@ -1,5 +1,6 @@
 // The cloud store and the plug-in functions for it, as game code uses them. cloud_test.cpp gives every process a folder
 // of its own, often with a store in it, and looks at what is there afterwards.
+#include "darwin_threads.h"
 #include "foundation.h"
 
 struct FILE;
@@ -140,6 +141,42 @@ GUEST_TEST(the_file_holds_every_entry_in_its_order) {
   CHECK([all objectForKey:@"again"] == [store() objectForKey:@"again"]);
   [store() removeObjectForKey:@"again"];
   CHECK([all objectForKey:@"again"] != nil);  // a copy
+}
+
+static constexpr int64 thread_count = 4, changes = 25;
+static int64 threads_left = thread_count;
+static int64 wrong_values = 0;
+
+static void *change_own_key(void *number) {
+  NSString *key = [NSString stringWithFormat:@"thread %ld", (int64)number];
+  for (int64 i = 1; i <= changes; ++i) {
+    [store() setLongLong:i forKey:key];
+    [store() setBool:i % 2 forKey:@"shared"];
+    const int64 others = [[store() dictionaryRepresentation] count];
+    const bool good = [store() longLongForKey:key] == i && others <= thread_count + 1;
+    if (!good) __atomic_fetch_add(&wrong_values, 1, __ATOMIC_SEQ_CST);
+  }
+  __atomic_fetch_sub(&threads_left, 1, __ATOMIC_SEQ_CST);
+  return nullptr;
+}
+
+GUEST_TEST(threads_do_not_lose_each_others_changes) {
+  remove_all();
+  for (int64 i = 0; i < thread_count; ++i) {
+    Thread *thread;
+    CHECK(pthread_create(&thread, nullptr, change_own_key, (void *)i) == 0);
+  }
+  while (__atomic_load_n(&threads_left, __ATOMIC_SEQ_CST) != 0) asm volatile("pause");
+  CHECK(wrong_values == 0 && [[store() dictionaryRepresentation] count] == thread_count + 1);
+  const char *const bytes = file_bytes();  // saves have not mixed
+  uint64 size = 0;
+  for (NSString *key in [[store() dictionaryRepresentation] allKeys]) {
+    char line[64];
+    snprintf(line, sizeof line, "i\t%s\t%lld\n", [key UTF8String], [store() longLongForKey:key]);
+    CHECK(strncmp(bytes + size, line, strlen(line)) == 0);
+    size += strlen(line);
+  }
+  CHECK(bytes[size] == 0);
 }
 
 // ---- The plug-in ----------------------------------------------------------------------------------------------------

@@ -1,4 +1,4 @@
-// The file of the cloud store, as processes of the game find it and leave it: cloud_guest.cpp in folders of its own,
+// The file of the cloud store, as processes of the game find it and leave it: cloud_guest.mm in folders of its own,
 // with disks that fail, and killed while it saves.
 #define DOCTEST_CONFIG_NO_MULTITHREADING
 #define DOCTEST_CONFIG_IMPLEMENT_WITH_MAIN
