@@ -77,8 +77,8 @@ std::uint64_t call_sysv(const void* function, const std::uint64_t arguments[6]);
 /// Windows convention, from icall_entry. `stack` is the caller's first stack argument.
 void dispatch_managed_call(vlm::IcallRecord* record, const vlm::RegisterSaveArea* registers,
                            const std::uint64_t* stack, vlm::ManagedResult* result);
-/// Windows convention, from the message-send entries: the code to run for a message that their look into the method
-/// cache did not find. The receiver is not null.
+/// The code to run for a message; objc_null_method when nothing implements it. The receiver is not null. Windows
+/// convention: the message-send entries call it when their look into the method cache failed.
 const void* objc_lookup(void* receiver, const char* selector);
 
 // From the variadic entries. The list stands before the first unnamed argument; it belongs to the entry's frame and

@@ -38,7 +38,7 @@ void attach_objc_categories(const MachImage& image) {
     if (std::strcmp(section.sectname, "__objc_catlist") != 0) continue;
     for (std::uint64_t at = 0; at + sizeof(void*) <= section.size; at += sizeof(void*)) {
       const ObjcCategory* category;
-      std::memcpy(&category, reinterpret_cast<const std::byte*>(section.addr) + at, sizeof category);
+      std::memcpy(&category, reinterpret_cast<const std::byte*>(section.addr) + at, sizeof(void*));
       if (!holds(image, category, sizeof *category)) {
         log_message(0, "[objc] category %llu of %s lies outside the image and is left out",
                     static_cast<unsigned long long>(at / sizeof(void*)), image.path);

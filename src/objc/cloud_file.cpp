@@ -1,9 +1,12 @@
 #include "objc/cloud_file.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <iterator>
 #include <unordered_map>
+#include <utility>
 
 #include "abi/format_float.h"
 

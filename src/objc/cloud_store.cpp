@@ -22,6 +22,7 @@
 #include <shared_mutex>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "diag/log.h"

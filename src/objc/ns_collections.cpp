@@ -51,7 +51,7 @@ auto with_test_for(ObjcObject* object, Look look) {
   if (const std::string_view text = ns_string_text(object); text.data() != nullptr) {
     return look([text](ObjcObject* other) { return is_text(other, text); });
   }
-  if (objc_is_kind_of(object, &objc_class_NSNumber)) {
+  if (object != nullptr && objc_is_kind_of(object, &objc_class_NSNumber)) {
     return look([object](ObjcObject* other) { return is_number(other, *static_cast<NSNumber*>(object)); });
   }
   return look([](ObjcObject*) { return false; });

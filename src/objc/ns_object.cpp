@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "abi/format.h"
 #include "diag/log.h"
 #include "objc/ns_string.h"
 #include "objc/object.h"

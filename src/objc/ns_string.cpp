@@ -59,7 +59,7 @@ NSString* ns_string_new(const char* text) {
 }
 
 std::string_view ns_string_text_of_any(ObjcObject* object) {
-  if (!objc_is_kind_of(object, &objc_class_NSString)) return {};
+  if (object == nullptr || !objc_is_kind_of(object, &objc_class_NSString)) return {};
   auto& string = static_cast<NSString&>(*object);
   if (string.data == nullptr) ns_string_set(string, ns_string_buffer(0), 0);
   if ((__atomic_load_n(&string.info, __ATOMIC_ACQUIRE) & ns_string_utf16_flag) != 0) convert_to_utf8(string);

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "abi/entries.h"
 #include "binding/shim_table.h"
 #include "support/sysv.h"
 
@@ -125,14 +126,6 @@ void build_objc_classes();
 /// into the cache.
 const void* objc_find_method(const ObjcClass* class_, Selector selector);
 
-}  // namespace vlm
-
-/// What to run for a message; objc_null_method when nothing implements it. The receiver is not null. Remembers what it
-/// found, for ever. Windows convention: message-send entries call it when their own look into the cache failed.
-extern "C" const void* objc_lookup(void* receiver, vlm::Selector selector);
-
-namespace vlm {
-
 /// Sends a message as game code does. A null receiver gives zero.
 template <class Result, class... Arguments>
 Result objc_send(void* receiver, Selector selector, Arguments... arguments) {
@@ -158,8 +151,5 @@ bool objc_is_kind_of(const ObjcObject* object, const ObjcClass* class_);
 
 /// The name of an object's class: "nil" without a class, "?" for a class without a name.
 const char* objc_class_name(const ObjcObject* object);
-
-/// What %@ prints: "(null)", a string's text, or "<class: address>" in a buffer that the thread's next call reuses.
-const char* objc_object_cstring(void* object);
 
 }  // namespace vlm
