@@ -116,13 +116,15 @@ TEST_CASE("a change that a disk refuses stays in memory, and the log tells of th
     CHECK_EQ(WaitForSingleObject(thread.get(), 5000), WAIT_OBJECT_0);
   }
   SUBCASE("another program holds the store") {
-    const auto held = own_handle(CreateFileW(store_path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    auto held = own_handle(CreateFileW(store_path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     REQUIRE(held);
     const Ending ending = run_guest(L"change_ten_times");
     CHECK_EQ(ending.exit_code, 0);
     CHECK_EQ(messages_of(ending), repeat(3, "[kvs] cannot replace icloud_kvs.txt (win32 5); copying instead\n"
                                             "[kvs] copy failed too (win32 32): cloud save NOT stored\n"));
     CHECK_EQ(GetFileAttributesW(temporary_path.c_str()), INVALID_FILE_ATTRIBUTES);
+    held.reset();
+    CHECK_EQ(read_file(store_path), "s\told\tstate\n");
   }
 }
 
@@ -202,4 +204,6 @@ TEST_CASE("a game that is killed while it saves leaves the old state or the new 
   SetEnvironmentVariableW(L"VLM_SAVE_DIR", nullptr);
   MESSAGE(kept << " saves, " << unfinished << " temporary files left");
   CHECK_GT(unfinished, 0);  // the kills hit what they were aimed at
+  for (const std::wstring& path : {store_path, temporary_path, save_folder + L"\\told"}) DeleteFileW(path.c_str());
+  CHECK(RemoveDirectoryW(save_folder.c_str()));
 }
