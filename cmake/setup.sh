@@ -5,7 +5,7 @@ build=$root/build
 
 # program or file that shows the package is there : Debian package
 needs=(
-  clang-19:clang-19 clang++-19:clang-19 ld64.lld-19:lld-19 llvm-ar-19:llvm-19 cmake:cmake ninja:ninja-build
+  clang-19:clang-19 clang++-19:clang-19 ld64.lld-19:lld-19 llvm-ar-19:llvm-19 clang-tidy-19:clang-tidy-19 cmake:cmake ninja:ninja-build
   /usr/lib/llvm-19/lib/clang/19/lib/linux/libclang_rt.asan-x86_64.a:libclang-rt-19-dev
   /usr/x86_64-w64-mingw32/include/windows.h:mingw-w64-x86-64-dev
   x86_64-w64-mingw32-g++:g++-mingw-w64-x86-64
