@@ -196,6 +196,7 @@ void replace_store_locked(CloudStore& store) {
 }
 
 void save_locked(CloudStore& store) {
+  const std::string bytes = file_of_locked(store);  // made first: a store that is opened in place is empty until written
   bool in_place = false;
   std::FILE* file = _wfopen(store.host_temporary_path.get(), L"wb");
   if (file == nullptr) {
@@ -217,7 +218,7 @@ void save_locked(CloudStore& store) {
     }
     return;
   }
-  const bool written = write_and_close(file, file_of_locked(store));
+  const bool written = write_and_close(file, bytes);
   if (written && !in_place) replace_store_locked(store);
   if (written) return;
   if (!in_place) DeleteFileW(store.host_temporary_path.get());  // the store keeps what it had
