@@ -196,7 +196,7 @@ void replace_store_locked(CloudStore& store) {
 }
 
 void save_locked(CloudStore& store) {
-  const std::string bytes = file_of_locked(store);  // made first: a store that is opened in place is empty until written
+  const std::string bytes = file_of_locked(store);  // first: a store that is opened in place is empty until written
   bool in_place = false;
   std::FILE* file = _wfopen(store.host_temporary_path.get(), L"wb");
   if (file == nullptr) {
