@@ -27,6 +27,13 @@ add_library(vlm STATIC
   src/host/mods.cpp
   src/host/paths.cpp
   src/host/title_keeper.cpp
+  src/input/connections.cpp
+  src/input/devices.cpp
+  src/input/hid_system.cpp
+  src/input/keyboard.cpp
+  src/input/pad_summary.cpp
+  src/input/sony_pads.cpp
+  src/input/xinput.cpp
   src/macho/image_exports.cpp
   src/macho/initializers.cpp
   src/macho/load.cpp

@@ -29,6 +29,7 @@ add_fuzzer(fuzz_patch_list)
 add_fuzzer(fuzz_format)
 add_fuzzer(fuzz_unwind_info)
 add_fuzzer(fuzz_lsda)
+add_fuzzer(fuzz_hid_reports)
 add_fuzzer(fuzz_cloud_file)
 
 # Compares compact unwind information, as read here, with the listing of another reader.

@@ -105,6 +105,34 @@ VLM_API uint32_t vlm_mod_abi_version(void);
  */
 VLM_API int32_t vlm_mod_register(vlm_mod_entry entry);
 
+/*
+ * Controllers
+ *
+ * What any of the game's controllers said when the game last polled it. A keyboard counts where the player has made it
+ * a controller. Questions are cheap enough for every frame.
+ */
+
+/**
+ * Looks which controllers are connected, at most once per 500 ms; the game's own handlers are told of changes on the
+ * calling thread, so call it where game code may run.
+ */
+VLM_API void pc_pad_refresh(void);
+
+/** 1 while the upper face button (Y, triangle) of any controller is held, else 0. */
+VLM_API int32_t pc_pad_north_held(void);
+
+/** 1 while the lower face button (A, cross) of any controller is held, else 0. */
+VLM_API int32_t pc_pad_south_held(void);
+
+/** 1 while the right shoulder button of any controller is held, else 0. */
+VLM_API int32_t pc_pad_right_shoulder_held(void);
+
+/**
+ * How far left (-1) or right (1) is held on the left stick or the directional pad, of the controller where it is held
+ * farthest; the first one's of equals.
+ */
+VLM_API float pc_pad_lateral(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -125,7 +125,7 @@ foreach(guest frames uncaught exceptions cxx_strings)
 endforeach()
 
 # A short run of each fuzz target from the seeds of the build, the same every time: what it finds new is thrown away.
-foreach(target fuzz_image fuzz_fixups fuzz_export_trie fuzz_patch_list fuzz_format fuzz_unwind_info fuzz_lsda fuzz_cloud_file)
+foreach(target fuzz_image fuzz_fixups fuzz_export_trie fuzz_patch_list fuzz_format fuzz_unwind_info fuzz_lsda fuzz_cloud_file fuzz_hid_reports)
   set(corpus ${CMAKE_BINARY_DIR}/corpus/${target})
   set(seeds ${VLM_NATIVE_DIR}/fuzz_seeds/${target})
   add_test(NAME native.${target} COMMAND bash -c

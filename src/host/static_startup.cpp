@@ -4,6 +4,7 @@
 #include "binding/catalogue.h"
 #include "diag/log.h"
 #include "host/title_keeper.h"
+#include "input/devices.h"
 #include "objc/object.h"
 #include "objc/string_constants.h"
 #include "plugins/modules.h"
@@ -27,8 +28,7 @@ void log_windows_version() {
               version.dwBuildNumber);
 }
 
-/// Ten steps in this order. Step 8, controller input, belongs to a family that is not built yet; so does the crash
-/// handler of step 1.
+/// Ten steps in this order. The crash handler of step 1 is not built yet.
 void start_statically() {
   log_windows_version();              // 1. the first line of every log
   game_tls_init();                    // 2. thread storage for game threads
@@ -40,6 +40,7 @@ void start_statically() {
   register_first_shim_block();        // 5. the C library
   set_up_standard_descriptors();      // 6. what descriptors 0, 1 and 2 stand for
   register_other_shim_blocks();       // 7. all other families
+  start_controller_input();           // 8. from here on a thread looks for controllers
   register_plugin_modules();          // 9. what dlopen knows
   start_title_keeper();               // 10.
 }

@@ -270,6 +270,12 @@ int write_seeds(const std::filesystem::path& folder) {
   write("fuzz_lsda", "two_clauses", lsda);
   write("fuzz_cloud_file", "three_kinds",
         Bytes().text("s\tname\tA\\tb\\n\ni\tgames\t42\nd\tratio\t-1.5e-300\r\ns\tname\tagain\n"));
+  // The kind of the controller, then a report of each layout.
+  write("fuzz_hid_reports", "dualshock4", Bytes().u8(1).u8(0x01).u8(200).u8(100).pad_to(65));
+  write("fuzz_hid_reports", "dualshock4_radio", Bytes().u8(1).u8(0x11).pad_to(79));
+  write("fuzz_hid_reports", "dualsense", Bytes().u8(2).u8(0x01).u8(200).u8(100).pad_to(65));
+  write("fuzz_hid_reports", "dualsense_radio", Bytes().u8(2).u8(0x31).pad_to(79));
+  write("fuzz_hid_reports", "dualsense_short", Bytes().u8(2).u8(0x01).pad_to(11));
   write("fuzz_export_trie", "trie", Bytes().u8(10).text("_game_stop").append(draft.exports));
   return 0;
 }

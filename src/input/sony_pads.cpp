@@ -1,0 +1,117 @@
+#include "input/sony_pads.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cwchar>
+#include <iterator>
+#include <mutex>
+#include <shared_mutex>
+
+#include "support/handles.h"
+#include "support/locks.h"
+
+namespace vlm {
+namespace {
+
+constexpr std::size_t max_path_units = 511;
+
+/// The scan alone occupies a free slot; its reader alone writes to an occupied one and frees it.
+struct PadSlot {
+  SrwLock lock;
+  std::atomic<PadKind> kind{PadKind::none};  // written under the lock; none: free
+  std::atomic<bool> live{false};             // written under the lock: input holds a report
+  wchar_t path[max_path_units + 1] = L"";    // guarded by lock
+  PadInput input{};                          // guarded by lock
+  const HidSystem* hid = nullptr;            // the scan's, for the reader
+};
+constinit PadSlot slots[sony_pad_count];
+
+bool holds(PadSlot& slot, const std::wstring& path) {
+  std::shared_lock hold(slot.lock);
+  return slot.kind != PadKind::none && path == slot.path;
+}
+
+void free_slot(PadSlot& slot) {
+  std::lock_guard hold(slot.lock);
+  slot.live = false;
+  slot.path[0] = 0;
+  slot.kind = PadKind::none;
+}
+
+UniqueHandle open_device(const wchar_t* path) {
+  // Another program may keep writing to itself.
+  for (const DWORD access : {GENERIC_READ | GENERIC_WRITE, GENERIC_READ}) {
+    const HANDLE device =
+        CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (device != INVALID_HANDLE_VALUE) return UniqueHandle(device);
+  }
+  return nullptr;
+}
+
+/// By radio, a controller that was asked for this feature report (calibration) sends full reports from then on; by
+/// cable it does so anyway. The answer is not needed.
+void request_full_reports(const HidSystem& hid, HANDLE device, PadKind kind) {
+  const bool dualsense = kind == PadKind::dualsense;
+  std::uint8_t report[41] = {dualsense ? std::uint8_t{0x05} : std::uint8_t{0x02}};
+  hid.get_feature(device, report, dualsense ? 41 : 37);
+}
+
+void read_reports(PadSlot& slot) {
+  const PadKind kind = slot.kind;
+  const UniqueHandle device = open_device(slot.path);
+  if (device == nullptr) return;
+  request_full_reports(*slot.hid, device.get(), kind);
+  std::byte report[max_report_size];
+  DWORD size = 0;
+  while (ReadFile(device.get(), report, sizeof report, &size, nullptr) && size != 0) {
+    const auto input = read_hid_report(kind, std::span(report, size));
+    if (!input) continue;
+    std::lock_guard hold(slot.lock);
+    slot.input = *input;
+    slot.live = true;
+  }
+}
+
+DWORD WINAPI run_reader(void* slot) {
+  read_reports(*static_cast<PadSlot*>(slot));
+  free_slot(*static_cast<PadSlot*>(slot));
+  return 0;
+}
+
+void occupy(PadSlot& slot, const std::wstring& path, PadKind kind, const HidSystem& hid) {
+  {
+    std::lock_guard hold(slot.lock);
+    std::wmemcpy(slot.path, path.c_str(), path.size() + 1);
+    slot.hid = &hid;
+    slot.kind = kind;
+  }
+  const UniqueHandle reader(CreateThread(nullptr, 0, run_reader, &slot, 0, nullptr));
+  if (reader == nullptr) free_slot(slot);
+}
+
+}  // namespace
+
+void scan_hid(const HidSystem& hid) {
+  for (const std::wstring& path : hid.present_paths()) {
+    if (path.size() > max_path_units) continue;
+    if (std::ranges::any_of(slots, [&](PadSlot& slot) { return holds(slot, path); })) continue;
+    const auto id = hid.identify(path.c_str());
+    const PadKind kind = id ? pad_kind(id->vendor, id->product) : PadKind::none;
+    if (kind == PadKind::none) continue;
+    const auto free = std::ranges::find_if(slots, [](PadSlot& slot) { return slot.kind == PadKind::none; });
+    if (free != std::end(slots)) occupy(*free, path, kind, hid);
+  }
+}
+
+PadKind live_sony_pad(unsigned slot) {
+  return slots[slot].live ? slots[slot].kind.load() : PadKind::none;
+}
+
+std::optional<PadInput> read_sony_pad(unsigned slot) {
+  PadSlot& pad = slots[slot];
+  if (!pad.live) return std::nullopt;
+  std::shared_lock hold(pad.lock);
+  return pad.input;
+}
+
+}  // namespace vlm
