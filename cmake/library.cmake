@@ -18,6 +18,7 @@ add_library(vlm STATIC
   src/cxx/throw_entries.S
   src/cxx/type_matching.cpp
   src/cxx/unwinder.cpp
+  src/diag/crash_report.cpp
   src/diag/log.cpp
   src/host/driver.cpp
   src/host/exports.cpp
@@ -37,6 +38,7 @@ add_library(vlm STATIC
   src/macho/image_exports.cpp
   src/macho/initializers.cpp
   src/macho/load.cpp
+  src/macho/symbol_index.cpp
   src/objc/categories.cpp
   src/objc/classes.cpp
   src/objc/cloud_store.cpp

@@ -2,6 +2,7 @@
 #include <windows.h>
 
 #include "binding/catalogue.h"
+#include "diag/crash_report.h"
 #include "diag/log.h"
 #include "host/title_keeper.h"
 #include "input/devices.h"
@@ -28,9 +29,10 @@ void log_windows_version() {
               version.dwBuildNumber);
 }
 
-/// Ten steps in this order. The crash handler of step 1 is not built yet.
+/// Ten steps in this order.
 void start_statically() {
   log_windows_version();              // 1. the first line of every log
+  install_crash_handler();            //
   game_tls_init();                    // 2. thread storage for game threads
   game_tls_announce();                //
   build_objc_classes();               // 3. what class symbols stand for

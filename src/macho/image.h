@@ -40,12 +40,27 @@ struct MachSection {
   std::uint64_t size;
 };
 
+/// Where a section symbol is.
+struct SymbolPlace {
+  std::uint64_t vmaddr;
+  std::uint32_t n_strx;  // its name, which ends inside the string table
+  std::uint32_t symbol;  // index in the symbol table
+};
+
+/// An index of section symbols: in ascending order of vmaddr, of those at the same place the symbol table's first.
+struct SymbolPlaces {
+  std::size_t count;  // places follow
+  SymbolPlace* begin() { return reinterpret_cast<SymbolPlace*>(this + 1); }
+  std::span<const SymbolPlace> all() const { return {reinterpret_cast<const SymbolPlace*>(this + 1), count}; }
+};
+
 inline constexpr int max_segments = 16;
 inline constexpr int max_sections = 128;
 inline constexpr int max_dylibs = 64;
 inline constexpr int max_images = 8;
 
-/// One loaded image. Zero-filled when made; lives until the process ends; immutable once macho_load() returned it.
+/// One loaded image. Zero-filled when made; lives until the process ends; immutable once macho_load() returned it,
+/// but for the index.
 struct MachImage {
   char path[1024];  // as given to macho_load(), with '/' separators
   const std::byte* file_data;
@@ -66,6 +81,8 @@ struct MachImage {
   std::uint32_t lazy_bind_off, lazy_bind_size;
   std::uint32_t export_off, export_size;
   std::uint32_t symoff, nsyms, stroff, strsize;
+  /// Made at the first use of index_symbols(), read and written atomically; null until then.
+  mutable const SymbolPlaces* symbol_places;
 
   /// Bytes from the lowest to the highest mapped address; 1 when no segment is mapped (vm_min all ones, vm_end 0).
   std::uint64_t extent() const { return vm_end - vm_min; }

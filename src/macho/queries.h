@@ -1,7 +1,9 @@
 // Read-only questions about a loaded image. They read immutable data, keep no state and take no lock.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 #include "macho/image.h"
@@ -15,6 +17,9 @@ std::uint64_t macho_find_export(const MachImage& image, std::string_view name, s
 
 /// The first section with exactly these names, or null.
 const MachSection* macho_find_section(const MachImage& image, std::string_view segment, std::string_view section);
+
+/// The image's section symbols as an index holds them. Without room for all of them counts alone, and may count too many.
+std::size_t macho_section_symbols(const MachImage& image, std::span<SymbolPlace> places);
 
 /// Name of the nearest defined section symbol at or below a run-time address, with its leading underscore, or null.
 /// Stores the distance from the symbol when `offset` is not null.

@@ -1,6 +1,9 @@
 // Questions that the section list and the symbol table of an image answer.
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <utility>
 
 #include "macho/format.h"
 #include "macho/queries.h"
@@ -31,6 +34,16 @@ const char* string_at(const MachImage& image, std::uint64_t n_strx) {
   return reinterpret_cast<const char*>(image.file_data) + image.stroff + n_strx;
 }
 
+const char* find_in_index(const MachImage& image, std::span<const SymbolPlace> places, std::uint64_t address,
+                          std::uint64_t* offset) {
+  const std::uint64_t vmaddr = address - static_cast<std::uint64_t>(image.slide);
+  const auto behind = std::ranges::upper_bound(places, vmaddr, {}, &SymbolPlace::vmaddr);
+  if (behind == places.begin()) return nullptr;
+  const SymbolPlace& nearest = *std::prev(behind);
+  if (offset != nullptr) *offset = vmaddr - nearest.vmaddr;
+  return string_at(image, nearest.n_strx);
+}
+
 }  // namespace
 
 const MachSection* macho_find_section(const MachImage& image, std::string_view segment, std::string_view section) {
@@ -41,8 +54,32 @@ const MachSection* macho_find_section(const MachImage& image, std::string_view s
   return nullptr;
 }
 
+std::size_t macho_section_symbols(const MachImage& image, std::span<SymbolPlace> places) {
+  std::size_t count = 0;
+  if (places.empty()) {
+    for_each_section_symbol(image, [&](const Nlist64&) {
+      ++count;
+      return true;
+    });
+    return count;
+  }
+  const std::uint32_t strings = terminated_strings(image);
+  for_each_section_symbol(image, [&](const Nlist64& entry) {
+    if (entry.n_strx < strings) places[count] = {entry.n_value, entry.n_strx, static_cast<std::uint32_t>(count)};
+    if (entry.n_strx < strings) ++count;
+    return true;
+  });
+  places = places.first(count);
+  std::ranges::sort(places, {}, [](const SymbolPlace& place) { return std::pair(place.vmaddr, place.symbol); });
+  const auto repeated = std::ranges::unique(places, {}, &SymbolPlace::vmaddr);
+  return count - repeated.size();
+}
+
 const char* macho_symbol_for_address(const MachImage& image, std::uint64_t address, std::uint64_t* offset) {
   if (!image.contains(address)) return nullptr;
+  if (const SymbolPlaces* const index = __atomic_load_n(&image.symbol_places, __ATOMIC_ACQUIRE)) {
+    return find_in_index(image, index->all(), address, offset);
+  }
   const std::uint32_t strings = terminated_strings(image);
   const char* name = nullptr;
   std::uint64_t nearest = 0;

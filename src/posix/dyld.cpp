@@ -3,6 +3,7 @@
 
 #include "macho/image.h"
 #include "macho/queries.h"
+#include "macho/symbol_index.h"
 #include "posix/shims.h"
 #include "support/sysv.h"
 
@@ -47,6 +48,7 @@ SYSV std::int32_t dladdr_(std::uint64_t address, SymbolInfo* info) {
   for (const MachImage* image : image_list()) {
     if (!image->contains(address)) continue;
     std::uint64_t distance = 0;
+    index_symbols(*image);
     const char* const name = macho_symbol_for_address(*image, address, &distance);
     *info = {image->path, image->base, name, name == nullptr ? 0 : address - distance};
     return 1;

@@ -70,6 +70,13 @@ std::int64_t call_on_windows(void* guest_function, std::int64_t argument) {
   return reinterpret_cast<std::int64_t (*)(std::int64_t)>(wrap_sysv(guest_function, 1))(argument);
 }
 
+/// The library's own handler comes first. How a system goes on is left out: it may take long to look for handlers in
+/// frames of game code, which it cannot unwind, and to call a debugger.
+LONG CALLBACK end_when_crashed(EXCEPTION_POINTERS* exception) {
+  TerminateProcess(GetCurrentProcess(), exception->ExceptionRecord->ExceptionCode);
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
 constexpr DWORD time_limit_ms = 100'000;
 
 /// Names the test that does not come to an end.
@@ -122,7 +129,10 @@ int main(int argc, char** argv) {
   if (void* const place = native_symbol("windows_symbol")) {
     *static_cast<void**>(place) = wrap_callback(reinterpret_cast<void*>(&windows_symbol));
   }
-  if (argc > 2) end(guest_function(argv[2])(nullptr) == 0 ? 0 : 2);
+  if (argc > 2) {
+    AddVectoredExceptionHandler(0, end_when_crashed);
+    end(guest_function(argv[2])(nullptr) == 0 ? 0 : 2);
+  }
   if (void* const running_test = native_symbol("running_test")) {
     CloseHandle(CreateThread(nullptr, 0, watch, running_test, 0, nullptr));
   }

@@ -1,5 +1,6 @@
 // What an image says about its names and addresses.
 #include "macho/queries.h"
+#include "macho/symbol_index.h"
 
 #define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
@@ -88,7 +89,9 @@ TEST_CASE("the symbol of an address is the nearest one below it") {
     std::uint64_t distance;
   } cases[] = {{0x1000, "_game_start", 0}, {0x10FF, "_game_start", 0xFF}, {0x1100, "_helper", 0},
                {0x1180, "_helper", 0x80}, {0x5FFF, "_helper", 0x4EFF}};
-  for (const auto& c : cases) {
+  for (const bool indexed : {false, true}) for (const auto& c : cases) {
+    if (indexed) index_symbols(*fake.image);
+    CAPTURE(indexed);
     CAPTURE(c.offset);
     std::uint64_t distance = ~std::uint64_t{0};
     const char* name = macho_symbol_for_address(*fake.image, base + c.offset, &distance);
@@ -112,6 +115,8 @@ TEST_CASE("a symbol whose name is not inside the string table is passed over") {
   const MachImage& image = *fake.image;
   fake.file.put_at(image.symoff, 0xFFFFFFF0u);                         // n_strx of _near
   fake.file.put_at(image.stroff + image.strsize - 1, std::byte{'x'});  // _last has no end any more
+  CHECK_EQ(std::string(macho_symbol_for_address(image, base + 0x1200, nullptr)), "_low");
+  index_symbols(image);
   CHECK_EQ(std::string(macho_symbol_for_address(image, base + 0x1200, nullptr)), "_low");
   CHECK_EQ(macho_symbol_by_name(image, "_last"), 0);
   CHECK_EQ(macho_symbol_by_name(image, "_lastx"), 0);

@@ -1,0 +1,196 @@
+// A vectored handler: Windows calls it on the thread that went wrong, before any other handler. That thread may have no
+// stack left, a stack pointer that points anywhere, or a broken heap. So nothing is read before it is known to be
+// readable, nothing is allocated from the heap, and a thread without stack is reported by another one.
+#include "diag/crash_report.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "diag/log.h"
+#include "macho/image.h"
+#include "macho/queries.h"
+#include "macho/symbol_index.h"
+#include "support/handles.h"
+
+namespace vlm {
+namespace {
+
+using Wide = unsigned long long;  // what %llx prints
+
+constexpr int max_reports = 8;
+constexpr std::uint64_t scanned_stack = 4096;  // bytes above rsp
+constexpr int max_stack_lines = 32;
+constexpr DWORD reporter_stack = 64 * 1024;
+constexpr DWORD reporter_patience_ms = 5000;
+constexpr DWORD any_execute = PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+constexpr DWORD any_read =
+    PAGE_READONLY | PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+
+struct Crash {
+  const EXCEPTION_RECORD* record;
+  const CONTEXT* context;
+  std::uint64_t stack_base;  // end of the thread's stack
+};
+
+std::atomic<int> report_count{0};
+std::atomic<DWORD> reporting_threads[max_reports];  // by report; 0 once it is written
+
+/// True when all of the page that holds the address has one of the protections, and reading it has no effect.
+bool is_committed(std::uint64_t address, DWORD protections) {
+  MEMORY_BASIC_INFORMATION region;
+  return VirtualQuery(reinterpret_cast<const void*>(address), &region, sizeof region) != 0 &&
+         region.State == MEM_COMMIT && (region.Protect & protections) != 0 && (region.Protect & PAGE_GUARD) == 0;
+}
+
+void write_stack_lines(const Crash& crash) {
+  const std::uint64_t rsp = crash.context->Rsp;
+  if (rsp >= crash.stack_base) return;
+  const std::uint64_t size = std::min(scanned_stack, crash.stack_base - rsp);
+  std::uint64_t readable_page = 1;  // no page begins there
+  int lines = 0;
+  for (std::uint64_t offset = 0; offset + 8 <= size && lines < max_stack_lines; offset += 8) {
+    // A word may begin on one page and end on the next.
+    for (const std::uint64_t page : {(rsp + offset) & ~std::uint64_t{0xFFF}, (rsp + offset + 7) & ~std::uint64_t{0xFFF}}) {
+      if (page == readable_page) continue;
+      if (!is_committed(page, any_read)) return;
+      readable_page = page;
+    }
+    std::uint64_t word;
+    std::memcpy(&word, reinterpret_cast<const void*>(rsp + offset), sizeof word);
+    char name[symbol_text_size];
+    if (!is_committed(word, any_execute) || !symbolize_address(word, name)) continue;
+    char line[640];
+    std::snprintf(line, sizeof line, "  stack rsp+0x%03llx %s", Wide{offset}, name);
+    log_line(line);
+    ++lines;
+  }
+}
+
+void write_report(const Crash& crash) {
+  const EXCEPTION_RECORD& record = *crash.record;
+  const CONTEXT& context = *crash.context;
+  char name[symbol_text_size];
+  if (!symbolize_address(context.Rip, name)) std::strcpy(name, "unknown code");
+  char line[1024];
+  std::snprintf(line, sizeof line, "EXCEPTION 0x%08lx at 0x%llx %s", record.ExceptionCode, Wide{context.Rip}, name);
+  log_line(line);
+  if (record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION && record.NumberParameters >= 2) {
+    const ULONG_PTR kind = record.ExceptionInformation[0];
+    std::snprintf(line, sizeof line, "  %s address 0x%llx", kind == 0 ? "read" : kind == 1 ? "write" : "execute",
+                  Wide{record.ExceptionInformation[1]});
+    log_line(line);
+  }
+  std::snprintf(line, sizeof line, "  rax=%llx rbx=%llx rcx=%llx rdx=%llx rsi=%llx rdi=%llx rbp=%llx rsp=%llx",
+                context.Rax, context.Rbx, context.Rcx, context.Rdx, context.Rsi, context.Rdi, context.Rbp, context.Rsp);
+  log_line(line);
+  std::snprintf(line, sizeof line, "  r8=%llx r9=%llx r10=%llx r11=%llx r12=%llx r13=%llx r14=%llx r15=%llx",
+                context.R8, context.R9, context.R10, context.R11, context.R12, context.R13, context.R14, context.R15);
+  log_line(line);
+  write_stack_lines(crash);
+}
+
+// ---- A thread that has used up its stack ----------------------------------------------------------------------------
+
+/// The thread that reports for others. It exists beforehand: a thread without stack cannot make one. One crash at a
+/// time; a second stack overflow meanwhile waits its turn.
+struct {
+  HANDLE crashed = nullptr;  // automatic: `crash` is set
+  HANDLE written = nullptr;  // automatic: the report is written
+  SRWLOCK turn = SRWLOCK_INIT;
+  const Crash* crash = nullptr;
+} reporter;
+
+DWORD WINAPI report_for_others(void*) {
+  for (;;) {
+    WaitForSingleObject(reporter.crashed, INFINITE);
+    write_report(*reporter.crash);
+    SetEvent(reporter.written);
+  }
+}
+
+void start_reporter() {
+  reporter.crashed = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  reporter.written = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  UniqueHandle(CreateThread(nullptr, reporter_stack, report_for_others, nullptr, STACK_SIZE_PARAM_IS_A_RESERVATION,
+                            nullptr));
+}
+
+/// Waits for a while only: the crashed thread may hold a lock that the reporter needs.
+void report_by_another_thread(const Crash& crash) {
+  AcquireSRWLockExclusive(&reporter.turn);
+  reporter.crash = &crash;
+  SetEvent(reporter.crashed);
+  const bool written = WaitForSingleObject(reporter.written, reporter_patience_ms) == WAIT_OBJECT_0;
+  if (written) ReleaseSRWLockExclusive(&reporter.turn);  // else the reporter is still at it, and has had its last turn
+}
+
+// ---- The handler ----------------------------------------------------------------------------------------------------
+
+bool is_reporting(DWORD thread) {
+  return std::ranges::any_of(reporting_threads, [&](const auto& other) { return other == thread; });
+}
+
+/// Error severity, and not one of a program's own codes, such as those of C++ exceptions.
+bool is_crash(DWORD code) { return code >= 0xC0000000 && (code & 0x20000000) == 0; }
+
+LONG CALLBACK crash_handler(EXCEPTION_POINTERS* exception) {
+  const DWORD code = exception->ExceptionRecord->ExceptionCode;
+  if (!is_crash(code)) return EXCEPTION_CONTINUE_SEARCH;
+  const DWORD thread = GetCurrentThreadId();
+  if (is_reporting(thread)) return EXCEPTION_CONTINUE_SEARCH;  // an exception within a report
+  if (report_count.load(std::memory_order_relaxed) >= max_reports) return EXCEPTION_CONTINUE_SEARCH;
+  const int report = report_count.fetch_add(1);
+  if (report >= max_reports) return EXCEPTION_CONTINUE_SEARCH;
+
+  reporting_threads[report] = thread;
+  const Crash crash{exception->ExceptionRecord, exception->ContextRecord,
+                    reinterpret_cast<std::uint64_t>(reinterpret_cast<const NT_TIB*>(NtCurrentTeb())->StackBase)};
+  if (code == EXCEPTION_STACK_OVERFLOW) {
+    report_by_another_thread(crash);
+  } else {
+    write_report(crash);
+  }
+  reporting_threads[report] = 0;
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
+}  // namespace
+
+bool symbolize_address(std::uint64_t address, char (&text)[symbol_text_size]) {
+  for (const MachImage* image : image_list()) {
+    if (!image->contains(address)) continue;
+    index_symbols(*image);
+    std::uint64_t distance = 0;
+    if (const char* const symbol = macho_symbol_for_address(*image, address, &distance)) {
+      std::snprintf(text, symbol_text_size, "GameAssembly.dylib!%s+0x%llx", symbol, Wide{distance});
+    } else {
+      std::snprintf(text, symbol_text_size, "GameAssembly.dylib+0x%llx", Wide{address - image->base});
+    }
+    return true;
+  }
+  if (address == 0) return false;  // the call below would take it for the program itself
+  HMODULE module;
+  if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                          reinterpret_cast<const wchar_t*>(address), &module)) {
+    return false;
+  }
+  char path[MAX_PATH];
+  if (GetModuleFileNameA(module, path, MAX_PATH) == 0) std::strcpy(path, "?");
+  path[MAX_PATH - 1] = '\0';
+  const char* const last = std::strrchr(path, '\\');
+  std::snprintf(text, symbol_text_size, "%s+0x%llx", last != nullptr ? last + 1 : path,
+                Wide{address - reinterpret_cast<std::uint64_t>(module)});
+  return true;
+}
+
+void install_crash_handler() {
+  start_reporter();
+  AddVectoredExceptionHandler(0, crash_handler);
+}
+
+}  // namespace vlm
