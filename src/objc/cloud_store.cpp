@@ -98,10 +98,20 @@ void append_entry_locked(CloudStore& store, const StoreKey& key, ObjcObject* val
 
 // ---- Loading --------------------------------------------------------------------------------------------------------
 
+/// Opens the store for reading. One that another program keeps for itself (a backup, a virus scanner) is waited for, two
+/// seconds at most: taken for absent, it would be replaced by the next save.
+std::FILE* open_to_read(const wchar_t* path) {
+  for (int attempt = 0;; ++attempt) {
+    std::FILE* const file = _wfopen(path, L"rb");
+    if (file != nullptr || GetLastError() != ERROR_SHARING_VIOLATION || attempt == 40) return file;
+    Sleep(50);
+  }
+}
+
 /// The file's bytes; none when it cannot be opened, which is how every store begins.
 std::string read_file(const wchar_t* path) {
   std::string bytes;
-  std::FILE* const file = _wfopen(path, L"rb");
+  std::FILE* const file = open_to_read(path);
   if (file == nullptr) return bytes;
   if (_fseeki64(file, 0, SEEK_END) == 0) {
     if (const std::int64_t size = _ftelli64(file); size > 0) bytes.resize(static_cast<std::size_t>(size));

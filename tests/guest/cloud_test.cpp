@@ -126,6 +126,18 @@ TEST_CASE("a change that a disk refuses stays in memory, and the log tells of th
     held.reset();
     CHECK_EQ(read_file(store_path), "s\told\tstate\n");
   }
+  SUBCASE("another program lets the store go while the game starts") {
+    HANDLE const held = CreateFileW(store_path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    REQUIRE(held != INVALID_HANDLE_VALUE);
+    const auto let_go = [](void* file) -> DWORD {
+      Sleep(1000);
+      CloseHandle(file);
+      return 0;
+    };
+    const UniqueHandle thread(CreateThread(nullptr, 0, let_go, held, 0, nullptr));
+    CHECK_EQ(run_guest(L"change_ten_times").exit_code, 0);
+    CHECK(read_file(store_path) == "s\told\tstate\n" + after_ten_changes);
+  }
 }
 
 // ---- Killed while it saves ------------------------------------------------------------------------------------------
