@@ -4,7 +4,6 @@ add_library(vlm STATIC
   src/abi/callbacks.cpp
   src/abi/format_shims.cpp
   src/abi/shims.cpp
-  src/abi/pending.cpp
   src/abi/entries.S
   src/abi/stubs.cpp
   src/binding/catalogue.cpp
@@ -20,13 +19,19 @@ add_library(vlm STATIC
   src/cxx/unwinder.cpp
   src/diag/crash_report.cpp
   src/diag/log.cpp
+  src/host/call_plan.cpp
+  src/host/classify.cpp
   src/host/driver.cpp
   src/host/exports.cpp
   src/host/forward_table.cpp
+  src/host/internal_call_names.cpp
   src/host/internal_calls.cpp
   src/host/local_exports.cpp
+  src/host/managed_calls.cpp
+  src/host/method_callbacks.cpp
   src/host/mods.cpp
   src/host/paths.cpp
+  src/host/reflection.cpp
   src/host/title_keeper.cpp
   src/input/connections.cpp
   src/input/devices.cpp

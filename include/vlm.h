@@ -42,8 +42,24 @@ extern "C" {
 VLM_API void* vlm_wrap_callback(void* function);
 
 /**
- * The Windows function behind a pointer from vlm_wrap_callback(). Any other pointer is returned as it is, so
- * unwrapping a pointer that was never wrapped is harmless. The pointer is not followed.
+ * Makes a Windows function callable from game code in place of a managed method's code.
+ *
+ *   method    the method, as il2cpp_class_get_method_from_name() and its like return it (a MethodInfo*)
+ *   function  takes the instance if there is one, the method's parameters, and a last argument that is the MethodInfo;
+ *             returns what the method returns. Numbers, pointers and value types are declared as what they are:
+ *                 struct Vector3 { float x, y, z; };
+ *                 struct Vector3 add(struct Vector3 a, struct Vector3 b, const void* method);
+ *
+ * Unlike vlm_wrap_callback() this carries any argument and result. Returns a System V function pointer, or null when
+ * an argument is null, the game is not loaded yet, or the method has more than 22 parameters, a value type parameter
+ * of more than 64 bytes, a value type result of more than 256, or a value type aligned to more than 16. Wrapping the
+ * same function for the same method again returns the same pointer. The process ends with a message when memory is out.
+ */
+VLM_API void* vlm_wrap_method_callback(const void* method, void* function);
+
+/**
+ * The Windows function behind a pointer from vlm_wrap_callback() or vlm_wrap_method_callback(). Any other pointer is
+ * returned as it is, so unwrapping a pointer that was never wrapped is harmless. The pointer is not followed.
  */
 VLM_API void* vlm_unwrap_callback(void* pointer);
 

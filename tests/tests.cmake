@@ -29,7 +29,7 @@ add_test(NAME unit COMMAND unit_tests)
 set_tests_properties(unit PROPERTIES TIMEOUT 300)
 
 # ---- Guest tests -----------------------------------------------------------------------------------------------------
-foreach(guest c_library c_math c_memory c_strings cxx_runtime files format start store echo local system threads time gc)
+foreach(guest c_library c_math c_memory c_strings cxx_runtime files format start store echo local marshal system threads time gc)
   add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
 
@@ -61,6 +61,9 @@ add_windows_test_program(forwarders_test tests/guest/forwarders_test.cpp tests/g
 game_test(guest.forwarders forwarders_test $<TARGET_PROPERTY:echo_guest,GUEST_IMAGE>)
 add_windows_test_program(local_exports_test tests/guest/local_exports_test.cpp)
 game_test(guest.local_exports local_exports_test $<TARGET_PROPERTY:local_guest,GUEST_IMAGE>)
+
+add_windows_test_program(marshal_test tests/guest/marshal_test.cpp tests/support/game_process.cpp)
+game_test(guest.marshal marshal_test $<TARGET_PROPERTY:marshal_guest,GUEST_IMAGE>)
 
 add_windows_test_program(missing_export tests/guest/missing_export.cpp)
 add_windows_test_program(endings_test tests/guest/endings_test.cpp tests/support/game_process.cpp)

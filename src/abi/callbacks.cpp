@@ -3,7 +3,7 @@
 // Wrapped callbacks are remembered in a registry of 1024 pairs, in creation order. Two hash indices over the pairs
 // answer "the stub of this function" and "the function of this stub"; both are read without a lock, so wrapping a
 // function that is known and unwrapping any pointer cost a few loads, however many callbacks there are.
-#include "vlm.h"
+#include "abi/callbacks.h"
 
 #include <windows.h>
 
@@ -13,6 +13,7 @@
 #include "abi/stubs.h"
 #include "macho/load.h"
 #include "support/locks.h"
+#include "vlm.h"
 
 namespace vlm {
 namespace {
@@ -73,6 +74,12 @@ void remember(void* target, void* stub) {
 }
 
 }  // namespace
+
+void* function_of_callback_stub(void* pointer) {
+  const CallbackPair* const known = pairs_by_stub.find(registry, pointer);
+  return known != nullptr ? known->target : pointer;
+}
+
 }  // namespace vlm
 
 extern "C" {
@@ -84,11 +91,6 @@ void* vlm_wrap_callback(void* function) {
   void* stub = vlm::make_callback_stub(function);
   vlm::remember(function, stub);
   return stub;
-}
-
-void* vlm_unwrap_callback(void* pointer) {
-  const auto* known = vlm::pairs_by_stub.find(vlm::registry, pointer);
-  return known != nullptr ? known->target : pointer;
 }
 
 void* vlm_wrap_sysv_function(void* function, std::uint32_t argument_count) {

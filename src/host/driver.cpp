@@ -7,6 +7,7 @@
 #include "diag/log.h"
 #include "host/forward_table.h"
 #include "host/paths.h"
+#include "host/reflection.h"
 #include "macho/load.h"
 #include "objc/categories.h"
 #include "support/text.h"
@@ -46,6 +47,7 @@ BOOL CALLBACK startup_driver(PINIT_ONCE, PVOID, PVOID*) {
                 image_path.c_str());
   }
   resolve_forward_table();
+  resolve_reflection_api(*game_image);
   attach_objc_categories(*game_image);
 
   log_message(0, "running GameAssembly.dylib initializers");

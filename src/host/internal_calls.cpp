@@ -1,17 +1,17 @@
 // Internal calls: Windows functions of the player that managed code of the game calls by name.
 //
 // The game calls whatever is registered under a name directly, with the System V convention, so it never gets the
-// player's function itself but a stub. The stub carries up to six integer or pointer arguments.
+// player's function itself but a thunk that translates calls.
 #include <cstring>
 #include <string>
 
 #include "diag/log.h"
 #include "host/driver.h"
 #include "host/forward_table.h"
+#include "host/managed_calls.h"
 #include "support/save_directory.h"
 #include "support/sysv.h"
 #include "support/text.h"
-#include "vlm.h"
 
 namespace vlm {
 namespace {
@@ -42,7 +42,7 @@ Il2CppCallback callable_by_game(const char* name, Il2CppCallback function) {
   for (const Override& row : overrides) {
     if (std::strcmp(row.name, name) == 0) return row.function;
   }
-  return vlm_wrap_callback(function);
+  return make_icall_thunk(name, function);
 }
 
 }  // namespace
@@ -58,8 +58,7 @@ extern "C" __declspec(dllexport) Il2CppCallback il2cpp_resolve_icall(const char*
   vlm::ensure_started();
   const Il2CppCallback registered = GAME(il2cpp_resolve_icall)(name);
   if (registered == nullptr) return nullptr;
-  const Il2CppCallback function = vlm_unwrap_callback(registered);
-  if (function != registered) return function;
+  if (const void* const function = vlm::icall_native_of(registered)) return const_cast<Il2CppCallback>(function);
   vlm::log_message(0, "[api] il2cpp_resolve_icall(%s) returned a runtime-internal function; not callable from Windows code",
                    name);
   return nullptr;

@@ -1,0 +1,90 @@
+// Windows functions that game code calls in place of a managed method's code: how a mod hooks a method.
+#include <mutex>
+#include <shared_mutex>
+
+#include "abi/callbacks.h"
+#include "host/managed_calls.h"
+#include "host/reflection.h"
+#include "support/locks.h"
+#include "vlm.h"
+
+namespace vlm {
+namespace {
+
+struct MethodCallback {
+  const void* method;
+  void* function;
+  void* thunk;
+  const MethodCallback* next;
+};
+
+constinit SrwLock method_callbacks_lock;
+constinit const MethodCallback* method_callbacks = nullptr;  // guarded by the lock; newest first, never freed
+
+constexpr std::uint32_t max_value_result = 256;  // bytes
+constexpr std::uint32_t max_alignment = 16;
+
+bool is_too_large(const ArgClass& class_, std::uint32_t size) {
+  return class_.kind == ArgKind::value && (class_.size > size || class_.alignment > max_alignment);
+}
+
+/// Sets a record's classes; false for a method that cannot be called this way.
+bool describe(IcallRecord& record, const MethodInfo* method) {
+  // Every method gets its own MethodInfo behind its parameters; with an instance before them it still has to fit.
+  constexpr std::uint32_t max_parameters = max_managed_arguments - 2;
+  const std::uint32_t parameter_count = REFLECT(il2cpp_method_get_param_count)(method);
+  if (parameter_count > max_parameters) return false;
+  ArgClass* argument = record.arguments;
+  if (REFLECT(il2cpp_method_is_instance)(method)) *argument++ = integer_class;
+  for (std::uint32_t i = 0; i < parameter_count; ++i) {
+    *argument = classify_type(REFLECT(il2cpp_method_get_param)(method, i));
+    if (is_too_large(*argument++, max_value_argument)) return false;
+  }
+  *argument++ = integer_class;
+  record.argument_count = static_cast<std::int32_t>(argument - record.arguments);
+  record.result = classify_type(REFLECT(il2cpp_method_get_return_type)(method));
+  record.state = 1;
+  return !is_too_large(record.result, max_value_result);
+}
+
+const MethodCallback* find_locked(const void* method, const void* function) {
+  const MethodCallback* each = method_callbacks;
+  while (each != nullptr && (each->method != method || each->function != function)) each = each->next;
+  return each;
+}
+
+/// Null unless the pointer is a thunk of ours.
+void* function_of_thunk(const void* pointer) {
+  const std::shared_lock guard(method_callbacks_lock);
+  for (const MethodCallback* each = method_callbacks; each != nullptr; each = each->next) {
+    if (each->thunk == pointer) return each->function;
+  }
+  return nullptr;
+}
+
+}  // namespace
+}  // namespace vlm
+
+extern "C" {
+
+void* vlm_wrap_method_callback(const void* method, void* function) {
+  using namespace vlm;
+  if (method == nullptr || function == nullptr || reflection_api.image == nullptr) return nullptr;
+  const std::lock_guard guard(method_callbacks_lock);
+  if (const MethodCallback* const known = find_locked(method, function)) return known->thunk;
+  IcallRecord* const record = make_record("managed method callback", function);
+  if (!describe(*record, static_cast<const MethodInfo*>(method))) {
+    delete record;
+    return nullptr;
+  }
+  plan_calls(*record);
+  method_callbacks = new MethodCallback{method, function, make_thunk(*record), method_callbacks};
+  return method_callbacks->thunk;
+}
+
+void* vlm_unwrap_callback(void* pointer) {
+  if (void* const function = vlm::function_of_thunk(pointer)) return function;
+  return vlm::function_of_callback_stub(pointer);
+}
+
+}  // extern "C"

@@ -1,0 +1,120 @@
+// The methods of signatures.h in a miniature runtime, and a few classes to look names up in. Calls what is registered,
+// or any code, with the arguments of a case.
+#include "reflection_runtime.h"
+
+extern "C" int32 snprintf(char*, uint64, const char*, ...);
+
+// ---- The cases as methods, and how to call them --------------------------------------------------------------------
+
+template <unsigned I, class Positions>
+struct CaseMethod;
+template <unsigned I, unsigned... P>
+struct CaseMethod<I, Numbers<P...>> {
+  using C = Case<I>;
+  static constexpr const Type* (*types[C::count + 1])() = {&TypeOf<typename C::template Argument<P>>::get..., nullptr};
+
+  template <class... Extra>
+  static void call(void* code, const Byte* arguments, Byte* result, Extra... extra) {
+    using Function = typename C::Result (*)(typename C::template Argument<P>..., Extra...);
+    const auto function = reinterpret_cast<Function>(code);
+    if constexpr (__is_same(typename C::Result, void)) {
+      function(*reinterpret_cast<const typename C::template Argument<P>*>(arguments + slot_size * P)..., extra...);
+    } else {
+      *reinterpret_cast<typename C::Result*>(result) =
+          function(*reinterpret_cast<const typename C::template Argument<P>*>(arguments + slot_size * P)..., extra...);
+    }
+  }
+  static void run(void* code, const Byte* arguments, Byte* result, const Method* method) {
+    if constexpr (is_method_callback(I)) {
+      call(code, arguments, result, method);
+    } else {
+      call(code, arguments, result);
+    }
+  }
+};
+template <unsigned I>
+using MethodOf = CaseMethod<I, UpTo<Case<I>::count>>;
+
+static char case_names[case_count][8];
+template <class>
+struct Cases;
+template <unsigned... I>
+struct Cases<Numbers<I...>> {
+  static constexpr Method methods[] = {{case_names[I], Case<I>::instance, 0x1000, Case<I>::count - Case<I>::instance,
+                                        MethodOf<I>::types + Case<I>::instance,
+                                        &TypeOf<typename Case<I>::Result>::get}...};
+  static constexpr void (*runners[])(void*, const Byte*, Byte*, const Method*) = {&MethodOf<I>::run...};
+};
+using AllCases = Cases<UpTo<case_count>>;
+
+// ---- Classes to look names up in -----------------------------------------------------------------------------------
+
+static constexpr const Type* (*int_type[])() = {&TypeOf<int>::get};
+static constexpr const Type* (*float_type[])() = {&TypeOf<float>::get};
+static constexpr const Type* (*two_types[])() = {&TypeOf<int>::get, &TypeOf<float>::get};
+static const Type* oversized() {
+  static const Class klass = {.name = "Oversized", .value_type = true, .size = 72};
+  static const Type type = {"Oversized", 17, false, &klass};
+  return &type;
+}
+static constexpr const Type* (*oversized_type[])() = {&oversized};
+static const Type* self_containing() {
+  static Class klass = {.name = "Endless", .value_type = true, .size = 8};
+  static const Type type = {"Endless", 17, false, &klass};
+  klass.fields[0] = {&type, 16, 0};
+  klass.field_count = 1;
+  return &type;
+}
+static constexpr const Type* (*self_containing_type[])() = {&self_containing};
+
+static const Method deep_methods[] = {{"Half", false, 0x1000, 1, float_type, &TypeOf<float>::get}};
+static const Method outer_methods[] = {
+    {"Overloaded", false, 0, 2, two_types, &TypeOf<int>::get},  // managed: not for the player
+    {"Overloaded", false, 0x1000, 1, int_type, &TypeOf<int>::get},
+    {"Overloaded", false, 0x1080, 1, float_type, &TypeOf<float>::get},
+    {"Managed", false, 0, 1, int_type, &TypeOf<int>::get},
+    {"Large", false, 0x1000, 1, oversized_type, &TypeOf<int>::get},
+    {"Slow", false, 0x1000, 1, float_type, &TypeOf<float>::get},
+    {"Many", false, 0, 23, nullptr, &TypeOf<int>::get},
+    {"Endless", false, 0x1000, 1, self_containing_type, &TypeOf<int>::get}};
+static const Class deep = {.name = "Deep", .methods = deep_methods, .method_count = 1};
+static const Class inner = {.name = "Inner", .nested = {&deep}};
+static const Class other = {.name = "Other"};
+static const Class outer = {.name = "Outer",
+                            .name_space = "Game.Space",
+                            .methods = outer_methods,
+                            .method_count = 8,
+                            .nested = {&other, &inner}};
+static const Class cases = {.name = "Cases", .methods = AllCases::methods, .method_count = case_count};
+
+static const Image images[] = {{{&cases, &other}}, {{&outer, nullptr}}};
+const Image* reflection::assemblies[] = {&images[0], &images[1], nullptr};
+
+extern "C" {
+
+int32 il2cpp_init(const char*) {
+  for (uint32 i = 0; i < case_count; ++i) snprintf(case_names[i], sizeof case_names[i], "m%u", i);
+  return 0;
+}
+
+void run_case(uint32 number, void* code, const Byte* arguments, Byte* result) {
+  AllCases::runners[number](code, arguments, result, &AllCases::methods[number]);
+}
+const Method* case_method(uint32 number) { return &AllCases::methods[number]; }
+const Method* many_parameters() { return &outer_methods[6]; }
+
+/// Calls a registered function as managed code does: (float) -> float, (int) -> int. Values travel as their bits.
+uint32 call_with_float(const char* name, uint32 bits) {
+  const auto function = reinterpret_cast<float (*)(float)>(il2cpp_resolve_icall(name));
+  return __builtin_bit_cast(uint32, function(__builtin_bit_cast(float, bits)));
+}
+uint32 call_with_int(const char* name, uint32 value) {
+  return reinterpret_cast<uint32 (*)(uint32)>(il2cpp_resolve_icall(name))(value);
+}
+struct Huge {
+  int64 words[9];
+};
+uint32 call_with_huge_struct(const char* name) {
+  return reinterpret_cast<uint32 (*)(Huge)>(il2cpp_resolve_icall(name))({});
+}
+}
