@@ -119,6 +119,7 @@ add_test(NAME native.tessera_check COMMAND ${VLM_NATIVE_DIR}/tessera ${GS_CASES_
 game_test(sample ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePlayer> --frames 60)
 
 # ---- Native programs -------------------------------------------------------------------------------------------------
+add_test(NAME native.messages COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_messages)
 add_test(NAME native.tessera COMMAND ${VLM_NATIVE_DIR}/tessera_test)
 add_test(NAME native.mutate_images COMMAND ${VLM_NATIVE_DIR}/mutate_images)
 set_tests_properties(native.tessera native.mutate_images PROPERTIES TIMEOUT 60)
