@@ -17,6 +17,8 @@ add_bench(c_library_bench benchmarks/c_library_bench.cpp)
 target_link_libraries(c_library_bench PRIVATE vlm)
 add_bench(files_bench benchmarks/files_bench.cpp)
 target_link_libraries(files_bench PRIVATE vlm)
+add_bench(glyphs_bench benchmarks/glyphs_bench.cpp)
+target_link_libraries(glyphs_bench PRIVATE vlm)
 add_bench(cloud_bench benchmarks/cloud_bench.cpp)
 target_link_libraries(cloud_bench PRIVATE vlm)
 
@@ -40,4 +42,4 @@ add_custom_command(OUTPUT ${THREADS_BENCH_DIR}/GameAssembly.dll
 add_bench(threads_bench benchmarks/threads_bench.cpp ${THREADS_BENCH_DIR}/GameAssembly.dll)
 set_target_properties(threads_bench PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${THREADS_BENCH_DIR})
 
-add_custom_target(benches DEPENDS cloud_bench objc_bench bench_objc_guest guest_bench bench_string_guest bench_throw_guest threads_bench forward_bench format_bench bench_format_guest stub_bench load_bench c_library_bench files_bench bench_forward_guest)
+add_custom_target(benches DEPENDS glyphs_bench cloud_bench objc_bench bench_objc_guest guest_bench bench_string_guest bench_throw_guest threads_bench forward_bench format_bench bench_format_guest stub_bench load_bench c_library_bench files_bench bench_forward_guest)

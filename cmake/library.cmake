@@ -35,6 +35,8 @@ add_library(vlm STATIC
   src/host/title_keeper.cpp
   src/input/connections.cpp
   src/input/devices.cpp
+  src/input/glyph_labels.cpp
+  src/input/glyphs.cpp
   src/input/hid_system.cpp
   src/input/keyboard.cpp
   src/input/pad_summary.cpp
@@ -98,7 +100,7 @@ add_library(vlm STATIC
   src/tls/gs_patch.cpp
   src/tls/thread_record.cpp)
 target_include_directories(vlm PUBLIC src include)
-target_link_libraries(vlm PUBLIC bcrypt)
+target_link_libraries(vlm PUBLIC bcrypt gdi32)
 # -fno-auto-import: all data that the library reads is its own, so it is reached directly and not through a pointer.
 target_compile_options(vlm PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-auto-import>)
 target_compile_definitions(vlm PRIVATE "VLM_API=__declspec(dllexport)")

@@ -36,6 +36,10 @@ add_fuzzer(fuzz_cloud_file)
 add_executable(unwind_info_test tests/unit-native/unwind_info_test.cpp)
 target_link_libraries(unwind_info_test PRIVATE vlm_core)
 
+# Compares the button glyphs, as libpng reads them, with their geometry.
+add_executable(glyphs_test tests/unit-native/glyphs_test.cpp)
+target_link_libraries(glyphs_test PRIVATE vlm_core_checked png)
+
 # Makes images of any size for the loader's benchmark.
 add_executable(make_image benchmarks/make_image.cpp)
 target_include_directories(make_image PRIVATE tests)

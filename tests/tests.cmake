@@ -131,6 +131,13 @@ foreach(guest frames uncaught exceptions cxx_strings)
     ${VLM_NATIVE_DIR}/unwind_info_test)
 endforeach()
 
+# The button glyphs as the library draws them, read by another's reader.
+set(GLYPHS_DIR ${CMAKE_BINARY_DIR}/glyphs)
+add_test(NAME native.glyphs COMMAND bash -ec
+  "mkdir -p ${GLYPHS_DIR}; ${CMAKE_SOURCE_DIR}/cmake/wine-run $0 --files ${GLYPHS_DIR}; ${VLM_NATIVE_DIR}/glyphs_test ${GLYPHS_DIR}"
+  $<TARGET_FILE:glyph_sheet>)
+set_tests_properties(native.glyphs PROPERTIES TIMEOUT 60)
+
 # A short run of each fuzz target from the seeds of the build, the same every time: what it finds new is thrown away.
 foreach(target fuzz_image fuzz_fixups fuzz_export_trie fuzz_patch_list fuzz_format fuzz_unwind_info fuzz_lsda fuzz_cloud_file fuzz_hid_reports)
   set(corpus ${CMAKE_BINARY_DIR}/corpus/${target})

@@ -1,0 +1,12 @@
+// The letters of button glyphs, drawn by Windows' own text renderer.
+#pragma once
+
+#include "input/glyph_shapes.h"
+
+namespace vlm {
+
+/// A text in a heavy sans-serif face, in the middle of a glyph. Empty when Windows cannot draw it.
+///   height  of a line, in pixels
+GlyphMask draw_label(const char* text, int height);
+
+}  // namespace vlm
