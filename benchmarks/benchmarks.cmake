@@ -42,4 +42,7 @@ add_custom_command(OUTPUT ${THREADS_BENCH_DIR}/GameAssembly.dll
 add_bench(threads_bench benchmarks/threads_bench.cpp ${THREADS_BENCH_DIR}/GameAssembly.dll)
 set_target_properties(threads_bench PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${THREADS_BENCH_DIR})
 
-add_custom_target(benches DEPENDS glyphs_bench cloud_bench objc_bench bench_objc_guest guest_bench bench_string_guest bench_throw_guest threads_bench forward_bench format_bench bench_format_guest stub_bench load_bench c_library_bench files_bench bench_forward_guest)
+add_guest(bench_managed_guest SOURCES benchmarks/managed_guest.cpp FLAGS -O2 -I${CMAKE_SOURCE_DIR} -I${CMAKE_SOURCE_DIR}/tests/guest)
+add_bench(managed_bench benchmarks/managed_bench.cpp)
+
+add_custom_target(benches DEPENDS managed_bench bench_managed_guest glyphs_bench cloud_bench objc_bench bench_objc_guest guest_bench bench_string_guest bench_throw_guest threads_bench forward_bench format_bench bench_format_guest stub_bench load_bench c_library_bench files_bench bench_forward_guest)

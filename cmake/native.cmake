@@ -57,7 +57,12 @@ set(throw_peer_sources ${CMAKE_SOURCE_DIR}/benchmarks/native_peer.cpp ${CMAKE_SO
 add_custom_command(OUTPUT throw_peer_gcc
   COMMAND g++ -O2 -std=c++20 ${throw_peer_sources} -o throw_peer_gcc
   DEPENDS ${throw_peer_sources} ${CMAKE_SOURCE_DIR}/benchmarks/case_report.h VERBATIM)
-add_custom_target(native_peers DEPENDS string_peer throw_peer_clang throw_peer_gcc)
+
+# libffi, for calls by description.
+add_executable(ffi_peer EXCLUDE_FROM_ALL benchmarks/native_peer.cpp benchmarks/ffi_cases.cpp)
+target_link_libraries(ffi_peer PRIVATE ffi)
+
+add_custom_target(native_peers DEPENDS ffi_peer string_peer throw_peer_clang throw_peer_gcc)
 
 # The tools that come with the library (patch lists, inspection).
 include(tools/tools.cmake OPTIONAL)

@@ -12,7 +12,7 @@ needs=(
   wine:wine wine:wine64 xvfb-run:xvfb xauth:xauth
   /usr/include/doctest/doctest.h:doctest-dev /usr/include/Zydis/Zydis.h:libzydis-dev
   /usr/lib/llvm-19/include/c++/v1/string:libc++-19-dev /usr/lib/llvm-19/lib/libc++abi.so:libc++abi-19-dev
-  /usr/lib/llvm-19/lib/libunwind.so:libunwind-19-dev g++:g++
+  /usr/lib/llvm-19/lib/libunwind.so:libunwind-19-dev g++:g++ /usr/include/x86_64-linux-gnu/ffi.h:libffi-dev
   /usr/include/png.h:libpng-dev
   /usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf:fonts-dejavu-core # for the letters of button glyphs
 )
