@@ -34,6 +34,7 @@ add_library(vlm STATIC
   src/host/reflection.cpp
   src/host/title_keeper.cpp
   src/input/connections.cpp
+  src/input/controller_plugin.cpp
   src/input/devices.cpp
   src/input/glyph_labels.cpp
   src/input/glyphs.cpp

@@ -21,6 +21,7 @@ file(CONFIGURE OUTPUT ${SAMPLE_EXPORTS} CONTENT "${export_lines}\n" @ONLY)
 set(SAMPLE_IMPORTS
   _calloc _malloc _free _memcpy _memset ___bzero _memcmp _strlen _strcmp _strchr _strdup
   _strtol _fprintf _snprintf _fflush ___stdoutp _fopen _fclose _fread _fwrite _rename
+  _dlopen _dlsym _dlerror
   _time _localtime _strftime _sysctl
   _objc_msgSend _objc_retainAutoreleasedReturnValue _objc_release ___CFConstantStringClassReference
   _OBJC_CLASS_$_NSUbiquitousKeyValueStore _OBJC_CLASS_$_NSObject _OBJC_METACLASS_$_NSObject __objc_empty_cache
@@ -40,6 +41,7 @@ add_guest(sample_game LIBCXX
     # corlib first: assemblies join the domain in link order.
     ${SAMPLE_GAME}/runtime/corlib.cpp
     ${SAMPLE_GAME}/game/commentary.cpp
+    ${SAMPLE_GAME}/game/controllers.cpp
     ${SAMPLE_GAME}/game/engine.cpp
     ${SAMPLE_GAME}/game/game.cpp
     ${SAMPLE_GAME}/game/progress.m
@@ -73,7 +75,7 @@ add_executable(SamplePlayer
   sample/player/report.cpp
   sample/player/tour.cpp
   sample/player/window.cpp)
-target_include_directories(SamplePlayer PRIVATE src sample/player)
+target_include_directories(SamplePlayer PRIVATE src include sample/player)
 target_link_libraries(SamplePlayer PRIVATE gdi32)
 set_target_properties(SamplePlayer PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${SAMPLE_DIR})
 

@@ -82,6 +82,26 @@ game_test(guest.cloud cloud_test)
 add_windows_test_program(damaged_images_test tests/guest/damaged_images_test.cpp tests/support/game_process.cpp)
 game_test(guest.damaged_images damaged_images_test)
 
+# Controllers, in a folder where a stand-in for XInput lies beside the library.
+set(CONTROLLERS_DIR ${CMAKE_BINARY_DIR}/controllers)
+add_guest(controllers_guest SOURCES tests/guest/controllers_guest.cpp
+  FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -I${CMAKE_SOURCE_DIR}/tests)
+add_library(xinput_stand_in SHARED tests/support/xinput_stand_in.cpp)
+target_include_directories(xinput_stand_in PRIVATE tests)
+set_target_properties(xinput_stand_in PROPERTIES PREFIX "" OUTPUT_NAME xinput1_4
+  RUNTIME_OUTPUT_DIRECTORY ${CONTROLLERS_DIR})
+add_windows_test_program(controllers_driver tests/guest/driver.cpp)
+set_target_properties(controllers_driver PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CONTROLLERS_DIR})
+add_custom_command(OUTPUT ${CONTROLLERS_DIR}/GameAssembly.dll
+  COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:GameAssembly> ${CONTROLLERS_DIR}/GameAssembly.dll
+  DEPENDS GameAssembly VERBATIM)
+add_custom_target(controllers ALL DEPENDS ${CONTROLLERS_DIR}/GameAssembly.dll)
+game_test(guest.controllers controllers_driver $<TARGET_PROPERTY:controllers_guest,GUEST_IMAGE>)
+game_test(guest.no_keyboard controllers_driver $<TARGET_PROPERTY:controllers_guest,GUEST_IMAGE> keyboard_is_absent)
+# Wine has an XInput of its own, which it would load first.
+set_tests_properties(guest.controllers PROPERTIES ENVIRONMENT "WINEDLLOVERRIDES=xinput1_4=n;VLM_KEYBOARD=1")
+set_tests_properties(guest.no_keyboard PROPERTIES ENVIRONMENT WINEDLLOVERRIDES=xinput1_4=n)
+
 # The image with thread storage has a folder of its own, as a playable copy has.
 set(STORAGE_DIR ${CMAKE_BINARY_DIR}/storage)
 add_guest(storage_guest SOURCES tests/guest/storage_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest

@@ -36,6 +36,7 @@ void load_library() {
 #define IL2CPP_WRAP(positions, result, name, ...) take_export(library, #name, &api.name);
 #define IL2CPP_LOCAL(result, name, ...) take_export(library, #name, &api.name);
 #include "host/il2cpp_exports.def"
+  take_export(library, "pc_pad_south_held", &api.pc_pad_south_held);
   say("loaded %s", utf8_of(path.c_str()).c_str());
 }
 

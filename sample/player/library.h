@@ -4,6 +4,7 @@
 #include <string>
 
 #include "host/il2cpp_types.h"
+#include "vlm.h"
 
 struct Api {
 #define IL2CPP_FORWARD(result, name, ...) result (*name)(__VA_ARGS__);
@@ -13,6 +14,7 @@ struct Api {
 #undef IL2CPP_FORWARD
 #undef IL2CPP_WRAP
 #undef IL2CPP_LOCAL
+  decltype(&::pc_pad_south_held) pc_pad_south_held;
 };
 
 /// Complete once load_library() has returned, then read-only.

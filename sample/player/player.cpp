@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 #include "engine.h"
 #include "library.h"
@@ -20,6 +21,7 @@
 namespace {
 
 constexpr int default_frames = 120;
+constexpr int press_frame = 20, release_frame = 30;  // of the space bar, which is the keyboard's button A
 constexpr unsigned frame_milliseconds = 16;  // about 60 frames a second
 
 /// How the ball has to move: the game's rules once more, in Windows code.
@@ -41,6 +43,15 @@ struct ExpectedBall {
     if (side || end) ++score;
   }
 };
+
+bool keyboard_counts;  // as a controller
+
+/// The game may use the keyboard unless whoever starts the player decided about that.
+void offer_keyboard() {
+  wchar_t choice[8] = L"1";
+  if (GetEnvironmentVariableW(L"VLM_KEYBOARD", choice, 8) == 0) SetEnvironmentVariableW(L"VLM_KEYBOARD", choice);
+  keyboard_counts = choice[0] == L'1';
+}
 
 int frames_from(int count, char** arguments) {
   int frames = default_frames;
@@ -143,6 +154,15 @@ void check_ball(Il2CppClass* game_class, Il2CppObject* game, int frame, const Ex
   if (frame % 60 == 0) say("frame %d: ball at %.1f, %.1f, score %d", frame, ball.x, ball.y, score);
 }
 
+/// The library has seen the space bar when the game polled; it tells other native code too.
+void check_space_bar(const HeldSpaceBar& space_bar, bool seen) {
+  if (!space_bar.is_ours()) {
+    say("the window has no focus: no key is pressed");
+    return;
+  }
+  expect(seen, "the space bar is held, but no controller's lower button");
+}
+
 /// Returns false when the user closed the window before the last frame.
 bool run_frames(Il2CppClass* game_class, Il2CppGCHandle handle, int frames) {
   const MethodInfo* update = find_method(game_class, "Update", 0);
@@ -150,11 +170,14 @@ bool run_frames(Il2CppClass* game_class, Il2CppGCHandle handle, int frames) {
   const MethodInfo* describe = find_method(game_class, "Describe", 0);
   ExpectedBall expected;
   const int best_before = saved_progress("best score");
+  std::optional<HeldSpaceBar> space_bar;
+  bool space_bar_seen = false;
   take_frame_record();
   for (current_frame = 1; current_frame <= frames; ++current_frame) {
     Il2CppObject* game = api.il2cpp_gchandle_get_target(handle);
     const int score_before = expected.score;
     expected.move();
+    if (current_frame == press_frame && keyboard_counts) space_bar.emplace();
     clear_picture();
     invoke(update, game, nullptr);
     invoke(on_gui, game, nullptr);
@@ -164,6 +187,11 @@ bool run_frames(Il2CppClass* game_class, Il2CppGCHandle handle, int frames) {
            "frame %d drew %d boxes and logged %d lines, expected 1 and %d", current_frame, seen.boxes, seen.lines,
            expected.score - score_before);
     check_ball(game_class, game, current_frame, expected);
+    if (space_bar && api.pc_pad_south_held() != 0) space_bar_seen = true;
+    if (current_frame == release_frame && space_bar) {
+      check_space_bar(*space_bar, space_bar_seen);
+      space_bar.reset();
+    }
     if (!pump_messages_for(frame_milliseconds)) return false;
   }
   invoke(describe, api.il2cpp_gchandle_get_target(handle), nullptr);
@@ -186,6 +214,7 @@ void wait_for_title() {
 int main(int count, char** arguments) {
   SetConsoleOutputCP(CP_UTF8);
   const int frames = frames_from(count, arguments);
+  offer_keyboard();
   load_library();
   start_runtime(count, arguments);
   open_window();

@@ -98,3 +98,13 @@ std::wstring window_title() {
   wchar_t title[128];
   return std::wstring(title, GetWindowTextW(window, title, 128));
 }
+
+static bool has_focus() { return GetForegroundWindow() == window; }
+
+HeldSpaceBar::HeldSpaceBar() : pressed_(has_focus()) {
+  if (pressed_) keybd_event(VK_SPACE, 0, 0, 0);
+}
+HeldSpaceBar::~HeldSpaceBar() {
+  if (pressed_) keybd_event(VK_SPACE, 0, KEYEVENTF_KEYUP, 0);
+}
+bool HeldSpaceBar::is_ours() const { return pressed_ && has_focus(); }

@@ -27,3 +27,15 @@ bool pump_messages();
 bool pump_messages_for(unsigned milliseconds);
 
 std::wstring window_title();
+
+/// The space bar, pressed for whatever window has the focus while this lives. Not pressed when that is not ours.
+class HeldSpaceBar {
+ public:
+  HeldSpaceBar();
+  ~HeldSpaceBar();
+  HeldSpaceBar(const HeldSpaceBar&) = delete;
+  bool is_ours() const;  ///< pressed, and the focus is still ours
+
+ private:
+  bool pressed_;
+};

@@ -39,6 +39,18 @@ class Keys {
   std::vector<int> keys_;
 };
 
+/// What the keyboard says with these keys held. Pressed again until the field has the value or patience ends: a screen
+/// that has just given a window the focus lets go of keys that nobody's finger is on.
+ControllerState keyboard_with(std::initializer_list<int> keys, float ControllerState::* field, float value) {
+  ControllerState state{};
+  for (int tries = 0; tries < 100 && state.*field != value; ++tries) {
+    if (tries > 0) Sleep(10);
+    const Keys held = keys;
+    state = keyboard();
+  }
+  return state;
+}
+
 }  // namespace
 
 TEST_CASE("keys count while the game has the focus") {
@@ -75,16 +87,15 @@ TEST_CASE("keys count while the game has the focus") {
   };
   for (const auto& c : cases) {
     CAPTURE(c.key);
-    const Keys held = {c.key};
-    ControllerState state = keyboard();
+    ControllerState state = keyboard_with({c.key}, c.field, c.value);
     CHECK_EQ(state.*c.field, c.value);
     state.*c.field = 0;
     CHECK(released(state));
   }
   {
-    const Keys held = {VK_SPACE, VK_RETURN, 'W', 'S'};
-    CHECK_EQ(keyboard().buttonA, 1);
-    CHECK_EQ(keyboard().leftThumbstickY, 0);
+    const ControllerState state = keyboard_with({VK_SPACE, VK_RETURN, 'W', 'S'}, &ControllerState::buttonA, 1);
+    CHECK_EQ(state.buttonA, 1);
+    CHECK_EQ(state.leftThumbstickY, 0);
   }
   CHECK(released(keyboard()));
   DestroyWindow(window);

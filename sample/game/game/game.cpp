@@ -9,6 +9,7 @@
 //     string title; Vector3 position, velocity; int score, frame; Mood mood;
 //     ...
 #include "game/commentary.h"
+#include "game/controllers.h"
 #include "game/engine.h"
 #include "game/progress.h"
 #include "game/scoreboard.h"
@@ -81,6 +82,7 @@ bool bounce(float& position, float& velocity, float limit) {
 
 void Game_Update(Game* self, const MethodInfo*) {
   self->frame = time_frame_count();
+  poll_controllers();
   self->position.x += self->velocity.x;
   self->position.y += self->velocity.y;
   const bool side = bounce(self->position.x, self->velocity.x, field_width - ball_size);

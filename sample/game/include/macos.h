@@ -1,5 +1,5 @@
 // The part of macOS that the game calls. There is no SDK: these are the declarations of <stdlib.h>, <string.h>,
-// <stdio.h>, <time.h> and <sys/sysctl.h>, and each name here is an import that the library answers.
+// <stdio.h>, <time.h>, <dlfcn.h> and <sys/sysctl.h>, and each name here is an import that the library answers.
 #pragma once
 
 #include <stddef.h>
@@ -39,6 +39,10 @@ struct tm;  // passed on, not looked into
 time_t time(time_t* result);
 struct tm* localtime(const time_t* time);
 size_t strftime(char* buffer, size_t size, const char* format, const struct tm* time);
+
+void* dlopen(const char* path, int mode);
+void* dlsym(void* handle, const char* name);
+const char* dlerror(void);
 
 enum { CTL_HW = 6, HW_MODEL = 2, HW_NCPU = 3, HW_MEMSIZE = 24 };
 int sysctl(const int* name, unsigned name_length, void* old, size_t* old_size, void* new_value, size_t new_size);
