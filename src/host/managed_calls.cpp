@@ -42,13 +42,13 @@ const CallPlan& resolve(IcallRecord& record) {
 
 void cut(std::uint64_t& word, unsigned bytes) { word &= ~std::uint64_t{0} >> (64 - 8 * bytes); }
 
-/// A value's eightbytes, in the registers of their classes.
+/// A value's eightbytes, in the registers of their classes. One that the value does not have is zero.
 void return_eightbytes(const ArgClass& value, std::uint64_t words[2], ManagedResult& result) {
   if (value.size % 8 != 0) cut(words[value.eightbytes - 1], value.size % 8);
   std::uint64_t* const integers[2] = {&result.rax, &result.rdx};
   std::uint64_t* const floating_points[2] = {&result.xmm0, &result.xmm1};
   int integer = 0, floating_point = 0;
-  for (int i = 0; i < value.eightbytes; ++i) {
+  for (int i = 0; i < 2; ++i) {
     const bool is_integer = value.eightbyte_classes[i] == EightbyteClass::integer;
     *(is_integer ? integers[integer++] : floating_points[floating_point++]) = words[i];
   }
