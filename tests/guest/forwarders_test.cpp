@@ -113,7 +113,8 @@ TEST_CASE("the library stands on system libraries alone and exports its interfac
        import->Name != 0; ++import) {
     const std::string name = reinterpret_cast<const char*>(base + import->Name);
     CAPTURE(name);
-    CHECK((name == "KERNEL32.dll" || name == "USER32.dll" || name == "bcrypt.dll" || name == "msvcrt.dll"));
+    CHECK((name == "GDI32.dll" || name == "KERNEL32.dll" || name == "USER32.dll" || name == "bcrypt.dll" ||
+           name == "msvcrt.dll"));
   }
 
   const auto& exports = *reinterpret_cast<const IMAGE_EXPORT_DIRECTORY*>(directory(IMAGE_DIRECTORY_ENTRY_EXPORT));
