@@ -3,6 +3,7 @@
 #   sample/GameAssembly.dylib   the game: macOS code
 #   sample/GameAssembly.dll     the library, with the patch list for exactly this game behind it
 #   sample/SamplePlayer.exe     the player: loads the DLL beside it
+#   sample/SampleMod.dll        a mod, loaded by the player
 set(SAMPLE_DIR ${CMAKE_BINARY_DIR}/sample)
 set(SAMPLE_GAME ${CMAKE_CURRENT_LIST_DIR}/game)
 
@@ -71,6 +72,7 @@ add_executable(SamplePlayer
   sample/player/engine.cpp
   sample/player/library.cpp
   sample/player/managed.cpp
+  sample/player/mod.cpp
   sample/player/player.cpp
   sample/player/report.cpp
   sample/player/tour.cpp
@@ -79,9 +81,15 @@ target_include_directories(SamplePlayer PRIVATE src include sample/player)
 target_link_libraries(SamplePlayer PRIVATE gdi32)
 set_target_properties(SamplePlayer PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${SAMPLE_DIR})
 
+# Finds the library's exports by its file name: in the process that is the GameAssembly.dll of the player's folder.
+add_library(SampleMod SHARED sample/mod/mod.cpp)
+target_include_directories(SampleMod PRIVATE include)
+target_link_libraries(SampleMod PRIVATE GameAssembly)
+set_target_properties(SampleMod PROPERTIES PREFIX "" RUNTIME_OUTPUT_DIRECTORY ${SAMPLE_DIR})
+
 set(TESSERA ${VLM_NATIVE_DIR}/tessera)
 add_custom_command(OUTPUT ${SAMPLE_DIR}/GameAssembly.dll
   COMMAND ${TESSERA} ${SAMPLE_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
           -o ${SAMPLE_DIR}/GameAssembly.dll
   DEPENDS ${TESSERA} sample_game ${SAMPLE_DIR}/GameAssembly.dylib GameAssembly VERBATIM)
-add_custom_target(sample ALL DEPENDS ${SAMPLE_DIR}/GameAssembly.dll SamplePlayer)
+add_custom_target(sample ALL DEPENDS ${SAMPLE_DIR}/GameAssembly.dll SamplePlayer SampleMod)

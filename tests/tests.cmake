@@ -137,6 +137,7 @@ add_test(NAME native.tessera_check COMMAND ${VLM_NATIVE_DIR}/tessera ${GS_CASES_
   --library ${GS_CASES_DIR}/GameAssembly.dll --check)
 
 game_test(sample ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePlayer> --frames 60)
+set_tests_properties(sample PROPERTIES FAIL_REGULAR_EXPRESSION "there is no mod")
 
 # ---- Native programs -------------------------------------------------------------------------------------------------
 add_test(NAME native.messages COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_messages)

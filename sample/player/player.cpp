@@ -14,6 +14,7 @@
 #include "engine.h"
 #include "library.h"
 #include "managed.h"
+#include "mod.h"
 #include "report.h"
 #include "tour.h"
 #include "window.h"
@@ -198,6 +199,7 @@ bool run_frames(Il2CppClass* game_class, Il2CppGCHandle handle, int frames) {
   const int best = std::max(best_before, expected.score);
   const int saved_best = saved_progress("best score");
   expect(saved_best == best, "the best score is saved as %d, expected %d", saved_best, best);
+  check_mod(frames, expected.score);
   return true;
 }
 
@@ -217,6 +219,7 @@ int main(int count, char** arguments) {
   offer_keyboard();
   load_library();
   start_runtime(count, arguments);
+  load_mod();
   open_window();
   register_internal_calls();
 
