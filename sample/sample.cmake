@@ -69,6 +69,7 @@ add_guest(sample_game LIBCXX
   LINK_FLAGS -exported_symbols_list ${SAMPLE_EXPORTS} -undefined error ${import_flags})
 
 add_executable(SamplePlayer
+  sample/player/crash.cpp
   sample/player/engine.cpp
   sample/player/library.cpp
   sample/player/managed.cpp

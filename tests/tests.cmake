@@ -138,6 +138,10 @@ add_test(NAME native.tessera_check COMMAND ${VLM_NATIVE_DIR}/tessera ${GS_CASES_
 
 game_test(sample ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePlayer> --frames 60)
 set_tests_properties(sample PROPERTIES FAIL_REGULAR_EXPRESSION "there is no mod")
+# The crash report names the game's function. The exit code does not count: it is the exception's.
+game_test(sample_crash ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePlayer> --crash)
+set_tests_properties(sample_crash PROPERTIES FAIL_REGULAR_EXPRESSION "player: ERROR" PASS_REGULAR_EXPRESSION
+  "EXCEPTION 0xc0000005 at 0x[0-9a-f]+ GameAssembly.dylib![^ ]*Game_Crash[^\n]*\n[^\n]*  read address 0x0")
 
 # ---- Native programs -------------------------------------------------------------------------------------------------
 add_test(NAME native.messages COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_messages)

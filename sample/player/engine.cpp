@@ -1,6 +1,7 @@
 #include "engine.h"
 
 #include "library.h"
+#include "managed.h"
 #include "report.h"
 #include "window.h"
 
@@ -27,6 +28,9 @@ static void draw_box(std::int32_t x, std::int32_t y, std::int32_t width, std::in
             utf16_of(utf8_of(label).c_str())});
 }
 
+/// The camera hangs above the field, whose y goes down while the screen's goes up.
+static Vector3 world_to_screen_point(Vector3 place) { return {place.x, field_height - place.y, place.z + 10}; }
+
 static std::int32_t get_max_particles() { return 1000; }
 
 // The library answers these two itself, so that the game believes to be on a Mac.
@@ -47,6 +51,7 @@ void register_internal_calls() {
       {"UnityEngine.Time::get_frameCount", callback(get_frame_count), false},
       {"UnityEngine.Debug::Log(System.String)", callback(log), false},
       {"UnityEngine.Graphics::DrawBox", callback(draw_box), false},
+      {"UnityEngine.Camera::WorldToScreenPoint", callback(world_to_screen_point), false},
       {"UnityEngine.ParticleSystem/MainModule::get_maxParticles", callback(get_max_particles), false},
       {"UnityEngine.Application::get_platform", callback(get_platform), true},
       {"UnityEngine.Application::get_persistentDataPath", callback(get_device_model), true},

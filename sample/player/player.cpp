@@ -2,7 +2,7 @@
 // its own. It expects the sample game and checks everything that it sees, so that a run which ends with code 0 says
 // that loading, linking, calling and being called works.
 //
-//   SamplePlayer [--frames N]
+//   SamplePlayer [--frames N] [--crash]
 #include <windows.h>
 
 #include <algorithm>
@@ -11,6 +11,7 @@
 #include <cstring>
 #include <optional>
 
+#include "crash.h"
 #include "engine.h"
 #include "library.h"
 #include "managed.h"
@@ -54,18 +55,26 @@ void offer_keyboard() {
   keyboard_counts = choice[0] == L'1';
 }
 
-int frames_from(int count, char** arguments) {
+struct Options {
   int frames = default_frames;
+  bool crash = false;
+};
+
+Options options_from(int count, char** arguments) {
+  Options options;
   for (int i = 1; i < count; ++i) {
     char* end = nullptr;
     if (std::strcmp(arguments[i], "--frames") == 0 && i + 1 < count) {
-      frames = static_cast<int>(std::strtol(arguments[++i], &end, 10));
-      if (*end == 0 && frames > 0) continue;
+      options.frames = static_cast<int>(std::strtol(arguments[++i], &end, 10));
+      if (*end == 0 && options.frames > 0) continue;
+    } else if (std::strcmp(arguments[i], "--crash") == 0) {
+      options.crash = true;
+      continue;
     }
-    fail(EXIT_NOT_STARTED, "cannot use the argument '%s'\nusage: SamplePlayer [--frames N]   runs N frames (%d)",
-         arguments[i], default_frames);
+    fail(EXIT_NOT_STARTED, "cannot use the argument '%s'\nusage: SamplePlayer [--frames N] [--crash]   runs N frames "
+         "(%d) or crashes", arguments[i], default_frames);
   }
-  return frames;
+  return options;
 }
 
 // Callbacks of the game. A plug-in is asked for by its name and answered with the file to load.
@@ -215,7 +224,7 @@ void wait_for_title() {
 
 int main(int count, char** arguments) {
   SetConsoleOutputCP(CP_UTF8);
-  const int frames = frames_from(count, arguments);
+  const Options options = options_from(count, arguments);
   offer_keyboard();
   load_library();
   start_runtime(count, arguments);
@@ -224,6 +233,7 @@ int main(int count, char** arguments) {
   register_internal_calls();
 
   Il2CppClass* game_class = find_class("Assembly-CSharp.dll", "", "Game");
+  if (options.crash) crash_the_game(game_class);
   tour_of_classes(game_class);
   change_scene(0, 1);
 
@@ -242,11 +252,12 @@ int main(int count, char** arguments) {
 
   tour_of_strings(game_class);
   tour_of_fields(game_class, game);
+  tour_of_vectors(game_class);
   tour_of_handles(game);
   tour_of_exceptions(game_class);
   tour_of_threads(game_class);
 
-  if (run_frames(game_class, handle, frames)) {
+  if (run_frames(game_class, handle, options.frames)) {
     wait_for_title();
   } else {
     say("the window was closed");

@@ -111,6 +111,14 @@ void tour_of_fields(Il2CppClass* game_class, Il2CppObject* game) {
   say("fields and values hold what is put into them");
 }
 
+void tour_of_vectors(Il2CppClass* game_class) {
+  Vector3 place = {12.5f, 34.5f, -1};
+  void* arguments[] = {&place};
+  const auto seen = unbox<Vector3>(invoke(find_method(game_class, "ToScreen", 1), nullptr, arguments));
+  expect(seen.x == 12.5f && seen.y == 325.5f && seen.z == 9,
+         "the game and the engine see it at %g, %g, %g, expected 12.5, 325.5, 9", seen.x, seen.y, seen.z);
+}
+
 void tour_of_handles(Il2CppObject* game) {
   const Il2CppGCHandle handle = api.il2cpp_gchandle_new(game, true);
   expect(handle != 0 && api.il2cpp_gchandle_get_target(handle) == game, "handle %p leads to another object",

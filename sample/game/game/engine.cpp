@@ -12,6 +12,7 @@ static InternalCall<Il2CppString*()> get_device_model("UnityEngine.SystemInfo::G
 static InternalCall<void(Il2CppString*)> log_string("UnityEngine.Debug::Log(System.String)");
 static InternalCall<void(int32_t, int32_t, int32_t, int32_t, int32_t, Il2CppString*)> draw_box(
     "UnityEngine.Graphics::DrawBox");
+static InternalCall<Vector3(Vector3)> world_to_screen_point("UnityEngine.Camera::WorldToScreenPoint");
 static InternalCall<int32_t()> get_max_particles("UnityEngine.ParticleSystem/MainModule::get_maxParticles");
 static InternalCall<int32_t()> get_lock_state("UnityEngine.Cursor::get_lockState");
 
@@ -23,6 +24,7 @@ void debug_log(Il2CppString* text) { log_string(text); }
 void graphics_draw_box(int32_t x, int32_t y, int32_t width, int32_t height, int32_t color, Il2CppString* label) {
   draw_box(x, y, width, height, color, label);
 }
+Vector3 camera_world_to_screen_point(Vector3 place) { return world_to_screen_point(place); }
 int32_t particle_system_max_particles() { return get_max_particles(); }
 int32_t cursor_lock_state() { return get_lock_state(); }
 
@@ -69,6 +71,7 @@ static const ParameterInfo log_parameters[] = {{"message", &string_class.type}};
 static const ParameterInfo draw_box_parameters[] = {{"x", &int32_class.type},      {"y", &int32_class.type},
                                                     {"width", &int32_class.type},  {"height", &int32_class.type},
                                                     {"color", &int32_class.type},  {"label", &string_class.type}};
+static const ParameterInfo world_to_screen_parameters[] = {{"position", &vector3_class.type}};
 
 static MethodInfo time_methods[] = {internal_call<int32_t (*)()>("get_frameCount", &int32_class.type)};
 static MethodInfo application_methods[] = {
@@ -81,6 +84,8 @@ static MethodInfo debug_methods[] = {
 static MethodInfo graphics_methods[] = {
     internal_call<void (*)(int32_t, int32_t, int32_t, int32_t, int32_t, Il2CppString*)>("DrawBox", &void_class.type,
                                                                                          draw_box_parameters)};
+static MethodInfo camera_methods[] = {internal_call<Vector3 (*)(Vector3)>("WorldToScreenPoint", &vector3_class.type,
+                                                                          world_to_screen_parameters)};
 static MethodInfo main_module_methods[] = {internal_call<int32_t (*)()>("get_maxParticles", &int32_class.type)};
 static MethodInfo cursor_methods[] = {internal_call<int32_t (*)()>("get_lockState", &int32_class.type)};
 
@@ -99,6 +104,7 @@ METHODS_ONLY(application_class, "UnityEngine", "Application", application_method
 METHODS_ONLY(system_info_class, "UnityEngine", "SystemInfo", system_info_methods);
 METHODS_ONLY(debug_class, "UnityEngine", "Debug", debug_methods);
 METHODS_ONLY(graphics_class, "UnityEngine", "Graphics", graphics_methods);
+METHODS_ONLY(camera_class, "UnityEngine", "Camera", camera_methods);
 METHODS_ONLY(cursor_class, "UnityEngine", "Cursor", cursor_methods);
 
 // UnityEngine.ParticleSystem and its nested MainModule
@@ -117,9 +123,9 @@ static Il2CppClass particle_system_class = {.name = "ParticleSystem",
                                             .instance_size = sizeof(Il2CppObject),
                                             .nested = particle_system_nested};
 
-static Il2CppClass* const classes[] = {&vector3_class,     &scene_class,      &scene_manager_class,   &time_class,
-                                       &application_class, &debug_class,      &graphics_class,        &cursor_class,
-                                       &system_info_class, &main_module_class, &particle_system_class};
+static Il2CppClass* const classes[] = {
+    &vector3_class, &scene_class,    &scene_manager_class, &time_class,   &application_class, &system_info_class,
+    &debug_class,   &graphics_class, &camera_class,        &cursor_class, &main_module_class, &particle_system_class};
 
 static Il2CppImage image = {"UnityEngine.CoreModule.dll", classes};
 static Il2CppAssembly assembly = {"UnityEngine.CoreModule", &image};

@@ -119,6 +119,17 @@ Mood Game_SetMood(Game* self, Mood mood, const MethodInfo*) {
   return before;
 }
 
+/// A vector goes to the player and another one comes back, both by value.
+Vector3 Game_ToScreen(Vector3 place, const MethodInfo*) {
+  const Vector3 seen = camera_world_to_screen_point(place);
+  log(Text() << "game: the place " << place.x << ", " << place.y << ", " << place.z << " is seen at " << seen.x << ", "
+             << seen.y << ", " << seen.z);
+  return seen;
+}
+
+/// What a bug looks like: the score is read from nowhere.
+int32_t Game_Crash(const MethodInfo*) { return *static_cast<const volatile int32_t*>(nullptr); }
+
 int32_t Game_get_Platform(const MethodInfo*) { return application_platform(); }
 
 Il2CppString* Game_Greet(Il2CppString* name, const MethodInfo*) {
@@ -185,6 +196,7 @@ FieldInfo game_fields[] = {
 const ParameterInfo start_parameters[] = {{"title", &string_class.type}};
 const ParameterInfo move_ball_parameters[] = {{"to", &vector3_class.type}};
 const ParameterInfo set_mood_parameters[] = {{"mood", &mood_class.type}};
+const ParameterInfo to_screen_parameters[] = {{"place", &vector3_class.type}};
 const ParameterInfo greet_parameters[] = {{"name", &string_class.type}};
 const ParameterInfo count_parameters[] = {{"strings", &int32_class.type}};
 
@@ -198,6 +210,8 @@ MethodInfo game_methods[] = {
     instance_method<Game_get_Score>("get_Score", &int32_class.type, {}, METHOD_VIRTUAL),
     instance_method<Game_MoveBall>("MoveBall", &void_class.type, move_ball_parameters),
     instance_method<Game_SetMood>("SetMood", &mood_class.type, set_mood_parameters),
+    static_method<Game_ToScreen>("ToScreen", &vector3_class.type, to_screen_parameters),
+    static_method<Game_Crash>("Crash", &int32_class.type),
     static_method<Game_get_Platform>("get_Platform", &int32_class.type),
     static_method<Game_Greet>("Greet", &string_class.type, greet_parameters),
     static_method<Game_CountAllocations>("CountAllocations", &int64_class.type, count_parameters),
