@@ -79,6 +79,8 @@ game_test(guest.store store_test)
 add_windows_test_program(cloud_test tests/guest/cloud_test.cpp tests/support/game_process.cpp)
 add_dependencies(cloud_test guest_driver cloud_guest)
 game_test(guest.cloud cloud_test)
+add_windows_test_program(title_test tests/guest/title_test.cpp tests/support/game_process.cpp)
+game_test(guest.title title_test)
 add_windows_test_program(damaged_images_test tests/guest/damaged_images_test.cpp tests/support/game_process.cpp)
 game_test(guest.damaged_images damaged_images_test)
 

@@ -1,0 +1,87 @@
+// The thread that keeps the game window's title, with real windows of a process of its own.
+#define DOCTEST_CONFIG_NO_MULTITHREADING
+#define DOCTEST_CONFIG_IMPLEMENT
+#include <doctest/doctest.h>
+#include <windows.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "support/game_process.h"
+
+using namespace vlm::test;
+
+namespace {
+
+const std::wstring game_title = L"Velmora";
+
+/// How the process with the windows ends. The library ends it with 0; that main() does is a failure.
+enum Outcome : int { ENDED_BY_LIBRARY, NO_LIBRARY, NO_WINDOW, TITLE_NOT_SET, WRONG_WINDOW_TAKEN, NOT_ENDED };
+
+std::wstring closing_time_path() { return program_folder() + L"title_test_closed.txt"; }
+
+HWND open_window(const wchar_t* title, DWORD style, HWND owner = nullptr) {
+  const HWND window = CreateWindowExW(0, L"Static", title, style, 10, 10, 200, 100, owner, nullptr, nullptr, nullptr);
+  if (window == nullptr) std::_Exit(NO_WINDOW);
+  return window;
+}
+
+std::wstring title_of(HWND window) {
+  wchar_t title[256] = L"";
+  return {title, static_cast<std::size_t>(GetWindowTextW(window, title, 256))};
+}
+
+/// Answers messages, as every program with windows has to: the title is set by one.
+void pump_for(DWORD milliseconds) {
+  for (const ULONGLONG end = GetTickCount64() + milliseconds; GetTickCount64() < end; Sleep(10)) {
+    MSG message;
+    while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) DispatchMessageW(&message);
+  }
+}
+
+void wait_for_game_title(HWND window) {
+  for (int tries = 0; title_of(window) != game_title; ++tries) {
+    if (tries == 100) std::_Exit(TITLE_NOT_SET);
+    pump_for(50);
+  }
+}
+
+int live_with_the_library() {
+  const HWND hidden = open_window(L"hidden", WS_OVERLAPPEDWINDOW);
+  const HWND owned = open_window(L"owned", WS_POPUP | WS_CAPTION | WS_VISIBLE, hidden);
+  const auto others_are_left_alone = [=] { return title_of(hidden) == L"hidden" && title_of(owned) == L"owned"; };
+  if (LoadLibraryW((program_folder() + L"GameAssembly.dll").c_str()) == nullptr) return NO_LIBRARY;
+  pump_for(300);  // several looks at the windows
+  if (!others_are_left_alone()) return WRONG_WINDOW_TAKEN;
+
+  const HWND main_window = open_window(L"Player", WS_OVERLAPPEDWINDOW | WS_VISIBLE);
+  wait_for_game_title(main_window);
+  for (const std::wstring& foreign : {std::wstring(), game_title + L" 2", game_title + std::wstring(100, L' ')}) {
+    SetWindowTextW(main_window, foreign.c_str());
+    wait_for_game_title(main_window);
+  }
+  if (!others_are_left_alone()) return WRONG_WINDOW_TAKEN;
+
+  write_file(closing_time_path(), std::to_string(GetTickCount64()));
+  DestroyWindow(main_window);
+  Sleep(15'000);
+  return NOT_ENDED;
+}
+
+}  // namespace
+
+TEST_CASE("the visible window without an owner has the game's title, and the process ends soon after it") {
+  const Ending ending = run_game_process(program_folder(), L"title_test.exe", L"windows");
+  const ULONGLONG ended = GetTickCount64();
+  CHECK_FALSE(ending.timed_out);
+  REQUIRE_EQ(ending.exit_code, ENDED_BY_LIBRARY);
+  const ULONGLONG closed = std::strtoull(read_file(closing_time_path()).c_str(), nullptr, 10);
+  DeleteFileW(closing_time_path().c_str());
+  CHECK_GE(ended - closed, 3900);  // 4 s for the player's own way out, less a tick of Windows' clock
+}
+
+int main(int count, char** arguments) {
+  if (count == 2 && std::strcmp(arguments[1], "windows") == 0) return live_with_the_library();
+  return doctest::Context(count, arguments).run();
+}
