@@ -28,6 +28,6 @@ void check_mod(int frames, int score) {
   expect(counts->descriptions == 1, "the mod saw %d calls of Describe, expected 1", counts->descriptions);
   // The game reports a score of 0 when it starts, too.
   expect(counts->scores == score + 1, "the mod saw %d reports of scores, expected %d", counts->scores, score + 1);
-  say("the mod ticked %d times and saw %d scores and %d description", counts->ticks, counts->scores,
+  say("the mod ticked %d times; calls it saw: scoreboard_report %d, Describe %d", counts->ticks, counts->scores,
       counts->descriptions);
 }
