@@ -99,16 +99,19 @@ void write_report(const Crash& crash) {
 /// The thread that reports for others. It exists beforehand: a thread without stack cannot make one. One crash at a
 /// time; a second stack overflow meanwhile waits its turn.
 struct {
-  HANDLE crashed = nullptr;  // automatic: `crash` is set
+  HANDLE crashed = nullptr;  // automatic: what follows describes a crash
   HANDLE written = nullptr;  // automatic: the report is written
   SRWLOCK turn = SRWLOCK_INIT;
-  const Crash* crash = nullptr;
+  // Copies: the crashed thread may be gone before the report is written.
+  EXCEPTION_RECORD record;
+  CONTEXT context;
+  std::uint64_t stack_base;
 } reporter;
 
 DWORD WINAPI report_for_others(void*) {
   for (;;) {
     WaitForSingleObject(reporter.crashed, INFINITE);
-    write_report(*reporter.crash);
+    write_report({&reporter.record, &reporter.context, reporter.stack_base});
     SetEvent(reporter.written);
   }
 }
@@ -123,7 +126,9 @@ void start_reporter() {
 /// Waits for a while only: the crashed thread may hold a lock that the reporter needs.
 void report_by_another_thread(const Crash& crash) {
   AcquireSRWLockExclusive(&reporter.turn);
-  reporter.crash = &crash;
+  reporter.record = *crash.record;
+  reporter.context = *crash.context;
+  reporter.stack_base = crash.stack_base;
   SetEvent(reporter.crashed);
   const bool written = WaitForSingleObject(reporter.written, reporter_patience_ms) == WAIT_OBJECT_0;
   if (written) ReleaseSRWLockExclusive(&reporter.turn);  // else the reporter is still at it, and has had its last turn

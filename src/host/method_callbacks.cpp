@@ -78,8 +78,9 @@ void* vlm_wrap_method_callback(const void* method, void* function) {
     return nullptr;
   }
   plan_calls(*record);
-  method_callbacks = new MethodCallback{method, function, make_thunk(*record), method_callbacks};
-  return method_callbacks->thunk;
+  void* const thunk = make_thunk(*record);
+  method_callbacks = new MethodCallback{method, function, thunk, method_callbacks};
+  return thunk;
 }
 
 void* vlm_unwrap_callback(void* pointer) {
