@@ -155,6 +155,7 @@ EXPORT Il2CppObject* il2cpp_runtime_invoke(const MethodInfo* method, void* objec
   vlm::ensure_started();
   Il2CppObject* result = GAME(il2cpp_runtime_invoke)(method, object, parameters, exception);
   if (exception != nullptr && *exception != nullptr) return result;
-  const char* name = method != nullptr ? GAME(il2cpp_method_get_name)(method) : nullptr;
+  const bool wants_name = method != nullptr && vlm::awaits_scene();
+  const char* const name = wants_name ? GAME(il2cpp_method_get_name)(method) : nullptr;
   return vlm::scene_hook(name, result);
 }

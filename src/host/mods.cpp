@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "host/forward_table.h"
+#include "tls/game_tls.h"
 #include "vlm.h"
 
 namespace vlm {
@@ -20,22 +21,23 @@ constinit std::atomic<DWORD> main_thread{0};              // 0 until il2cpp_init
 // Touched on the main thread only.
 struct {
   bool busy = false;        // the mod runs: its own managed invocations do not call it again
-  bool scene_seen = false;  // "Internal_ActiveSceneChanged" has been invoked
   bool fired = false;       // the mod has been called
   ULONGLONG last_tick = 0;
 } hook;
 
 }  // namespace
 
+constinit std::atomic<bool> scene_seen{false};
+
 void mark_main_thread(int init_result) {
-  if (init_result != 0) main_thread = GetCurrentThreadId();
+  if (init_result != 0) main_thread = current_thread_id();
 }
 
 Il2CppObject* scene_hook(const char* method_name, Il2CppObject* result) {
-  if (main_thread.load(std::memory_order_relaxed) != GetCurrentThreadId() || hook.busy) return result;
-  if (method_name != nullptr && std::strcmp(method_name, "Internal_ActiveSceneChanged") == 0) hook.scene_seen = true;
+  if (main_thread.load(std::memory_order_relaxed) != current_thread_id() || hook.busy) return result;
+  if (method_name != nullptr && std::strcmp(method_name, "Internal_ActiveSceneChanged") == 0) scene_seen = true;
   const vlm_mod_entry entry = mod_entry.load(std::memory_order_acquire);
-  if (entry == nullptr || !hook.scene_seen) return result;
+  if (entry == nullptr || awaits_scene()) return result;
   const ULONGLONG now = GetTickCount64();
   if (hook.fired && now - hook.last_tick < mod_interval_ms) return result;
 
