@@ -102,14 +102,18 @@ add_library(vlm STATIC
   src/tls/thread_record.cpp)
 target_include_directories(vlm PUBLIC src include)
 target_link_libraries(vlm PUBLIC bcrypt gdi32)
+# Everything that could lose a value or is no standard C++ is a warning, and so an error; arrays at the end of a record,
+# and assembly, stay.
+set(VLM_WARNINGS -Wpedantic -Wconversion -Wno-c99-extensions -Wno-gnu-flexible-array-initializer -Wno-zero-length-array
+    -Wno-language-extension-token)
 # -fno-auto-import: all data that the library reads is its own, so it is reached directly and not through a pointer.
-target_compile_options(vlm PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-auto-import>)
+target_compile_options(vlm PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-auto-import ${VLM_WARNINGS}>)
 target_compile_definitions(vlm PRIVATE "VLM_API=__declspec(dllexport)")
 
 add_library(GameAssembly SHARED
   src/host/static_startup.cpp
   src/tls/attach_callback.cpp)
-target_compile_options(GameAssembly PRIVATE -fno-exceptions -fno-rtti -fno-auto-import)
+target_compile_options(GameAssembly PRIVATE -fno-exceptions -fno-rtti -fno-auto-import ${VLM_WARNINGS})
 target_link_libraries(GameAssembly PRIVATE -Wl,--whole-archive vlm -Wl,--no-whole-archive)
 set_target_properties(GameAssembly PROPERTIES
   PREFIX ""
