@@ -6,19 +6,9 @@
 # also what their unwind data says, so whatever happens below it never matters to a stack walk.
 
 #include "abi/entry_layout.h"
+#include "abi/entry_macros.S"
 
         .text
-
-        .macro  begin name
-        .globl  \name
-        .def    \name
-        .scl    2
-        .type   32
-        .endef
-        .p2align 4
-        .seh_proc \name
-\name:
-        .endm
 
 # The prologue of every entry with an aligned frame: rbp is the frame register, the frame has \size bytes and rsp is a
 # multiple of 16. The alignment is below the frame register, where unwind data need not describe it.

@@ -1,19 +1,9 @@
 # Where game code enters the unwinder, and how the unwinder goes back to it.
 
+#include "abi/entry_macros.S"
 #include "cxx/unwind_context.h"
 
         .text
-
-        .macro  begin name
-        .globl  \name
-        .def    \name
-        .scl    2
-        .type   32
-        .endef
-        .p2align 4
-        .seh_proc \name
-\name:
-        .endm
 
 # throw_entry: captures what the caller's frame needs to be taken off, and calls \routine (Windows x64), which does not
 # return.
