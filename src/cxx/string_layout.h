@@ -61,15 +61,16 @@ inline StringText text_of(const GuestString& string) {
   return {string.on_heap.characters, string.on_heap.size};
 }
 
-/// After a change of characters: the new size, which fits the storage, and the terminator.
-inline void set_size(GuestString& string, std::uint64_t size) {
-  if (string.is_long()) {
-    string.on_heap.size = size;
-    string.on_heap.characters[size] = '\0';
-  } else {
+/// After a change of the characters, which the string has where the caller says: the new size, which fits the storage,
+/// and the terminator. The string is not asked where they are: that would wait for what was just written, where both
+/// look alike to the processor (the same place in two pages).
+inline void set_size(GuestString& string, char* characters, std::uint64_t size) {
+  if (characters == string.in_place.characters) {
     string.in_place.twice_the_size = static_cast<std::uint8_t>(size * 2);
-    string.in_place.characters[size] = '\0';
+  } else {
+    string.on_heap.size = size;
   }
+  characters[size] = '\0';
 }
 
 /// A heap block for the characters of a string.

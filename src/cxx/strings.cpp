@@ -30,7 +30,7 @@ template <class Write>
   copy_bytes(block.characters, old.characters, old.size);
   write(block.characters + old.size);
   move_to(string, block);
-  set_size(string, size);
+  set_size(string, block.characters, size);
 }
 
 /// Appends `count` characters, which `write` puts where it is told.
@@ -38,8 +38,8 @@ template <class Write>
 [[gnu::always_inline]] inline void append_with(GuestString& string, std::uint64_t count, Write write) {
   const StringStorage old = storage_of(string);
   if (count > old.capacity - old.size) [[unlikely]] return append_growing(string, count, write);
+  set_size(string, old.characters, old.size + count);  // behind all that may be the source; so nothing is kept for later
   write(old.characters + old.size);
-  set_size(string, old.size + count);
 }
 
 SYSV GuestString* append_text(GuestString* string, const char* text, std::uint64_t count) {
@@ -61,11 +61,11 @@ SYSV void push_back(GuestString* string, char c) {
 }
 
 SYSV void resize(GuestString* string, std::uint64_t size, char c) {
-  const std::uint64_t old_size = text_of(*string).size;
-  if (size > old_size) {
-    append_fill(string, size - old_size, c);
+  const StringStorage old = storage_of(*string);
+  if (size > old.size) {
+    append_fill(string, size - old.size, c);
   } else {
-    set_size(*string, size);
+    set_size(*string, old.characters, size);
   }
 }
 
@@ -75,14 +75,14 @@ SYSV void resize(GuestString* string, std::uint64_t size, char c) {
   const StringBlock block = allocate_characters(size);
   copy_bytes(block.characters, text, size);
   move_to(string, block);
-  set_size(string, size);
+  set_size(string, block.characters, size);
 }
 
 SYSV void assign(GuestString& string, const char* text, std::uint64_t size) {
   const StringStorage old = storage_of(string);
   if (size > old.capacity) [[unlikely]] return assign_growing(string, text, size);
   copy_bytes(old.characters, text, size);
-  set_size(string, size);
+  set_size(string, old.characters, size);
 }
 
 SYSV GuestString* assign_terminated(GuestString* string, const char* text) {
@@ -91,9 +91,14 @@ SYSV GuestString* assign_terminated(GuestString* string, const char* text) {
 }
 
 SYSV GuestString* assign_string(GuestString* string, const GuestString* other) {
-  if (string != other) {
-    const StringText text = text_of(*other);
-    assign(*string, text.characters, text.size);
+  if (string == other) return string;
+  const StringText text = text_of(*other);
+  const StringStorage old = storage_of(*string);
+  if (text.size > old.capacity) [[unlikely]] {
+    assign_growing(*string, text.characters, text.size);
+  } else {
+    set_size(*string, old.characters, text.size);  // the text is another string's, so nothing is kept for later
+    copy_bytes(old.characters, text.characters, text.size);
   }
   return string;
 }
@@ -104,7 +109,7 @@ SYSV void reserve(GuestString* string, std::uint64_t capacity) {
   const StringBlock block = allocate_characters(capacity);
   copy_bytes(block.characters, old.characters, old.size);
   move_to(*string, block);
-  set_size(*string, old.size);
+  set_size(*string, block.characters, old.size);
 }
 
 /// The first inserted character.
@@ -134,7 +139,7 @@ SYSV char* insert(GuestString& string, std::uint64_t position, const char* text,
     copy_bytes(at + count, old.characters + position, behind);
     move_to(string, block);
   }
-  set_size(string, size);
+  set_size(string, at - position, size);
   return at;
 }
 
@@ -201,14 +206,14 @@ SYSV GuestString* concatenate(GuestString* result, const char* left, const Guest
   char* const to = storage_of(*result).characters;
   copy_bytes(to, left, length);
   copy_bytes(to + length, text.characters, text.size);
-  set_size(*result, size);
+  set_size(*result, to, size);
   return result;
 }
 
 SYSV GuestString* int_to_string(GuestString* result, std::int32_t value) {
   result->in_place = {};
-  set_size(*result, static_cast<std::uint64_t>(
-                        std::snprintf(result->in_place.characters, sizeof result->in_place.characters, "%d", value)));
+  char* const to = result->in_place.characters;
+  set_size(*result, to, static_cast<std::uint64_t>(std::snprintf(to, short_capacity + 1, "%d", value)));
   return result;
 }
 

@@ -67,12 +67,14 @@ using Chunk = Vector<128>;
 /// More than 32 bytes.
 [[gnu::always_inline]] inline void* copy_vectors(std::byte* to, const std::byte* from, std::uint64_t size) {
   constexpr std::uint64_t left_to_the_host = 32768;  // where memory sets the pace, the host's way is as good
-  if (size <= 64) {
-    copy_ends<Vector<32>>(to, from, size);
-  } else if (size <= 128) {
-    copy_ends<Vector<64>>(to, from, size);
-  } else if (size <= 256) {
-    copy_ends<Chunk>(to, from, size);
+  if (size <= 256) [[likely]] {
+    if (size > 128) {
+      copy_ends<Chunk>(to, from, size);
+    } else if (size > 64) {
+      copy_ends<Vector<64>>(to, from, size);
+    } else {
+      copy_ends<Vector<32>>(to, from, size);
+    }
   } else if (size < left_to_the_host) {
     copy_chunks(to, from, size);
   } else {
@@ -81,12 +83,11 @@ using Chunk = Vector<128>;
   return to;
 }
 
-[[gnu::noinline]] SYSV void* copy_vectors_of_16(std::byte* to, const std::byte* from, std::uint64_t size) {
-  return copy_vectors(to, from, size);
+[[gnu::noinline]] SYSV void* copy_vectors_of_16(void* to, const void* from, std::uint64_t size) {
+  return copy_vectors(static_cast<std::byte*>(to), static_cast<const std::byte*>(from), size);
 }
-[[gnu::noinline, gnu::target("avx2")]] SYSV void* copy_vectors_of_32(std::byte* to, const std::byte* from,
-                                                                   std::uint64_t size) {
-  return copy_vectors(to, from, size);
+[[gnu::noinline, gnu::target("avx2")]] SYSV void* copy_vectors_of_32(void* to, const void* from, std::uint64_t size) {
+  return copy_vectors(static_cast<std::byte*>(to), static_cast<const std::byte*>(from), size);
 }
 
 // ---- Searching ------------------------------------------------------------------------------------------------------
@@ -143,7 +144,10 @@ std::uint32_t zero_bytes(__m128i block) { return equal_bytes(block, __m128i{}); 
 SYSV void* copy_bytes(void* to_, const void* from_, std::uint64_t size) {
   auto* const to = static_cast<std::byte*>(to_);
   const auto* const from = static_cast<const std::byte*>(from_);
-  if (size > 32) return has_avx2() ? copy_vectors_of_32(to, from, size) : copy_vectors_of_16(to, from, size);
+  if (size > 32) {
+    if (has_avx2()) [[likely]] [[clang::musttail]] return copy_vectors_of_32(to_, from_, size);
+    [[clang::musttail]] return copy_vectors_of_16(to_, from_, size);
+  }
   if (size >= 16) {
     copy_ends<Vector<16>>(to, from, size);
   } else if (size >= 8) {
