@@ -114,6 +114,7 @@ add_library(GameAssembly SHARED
   src/host/static_startup.cpp
   src/tls/attach_callback.cpp)
 target_compile_options(GameAssembly PRIVATE -fno-exceptions -fno-rtti -fno-auto-import ${VLM_WARNINGS})
+target_compile_definitions(GameAssembly PRIVATE "VLM_VERSION=\"${PROJECT_VERSION}\"")
 target_link_libraries(GameAssembly PRIVATE -Wl,--whole-archive vlm -Wl,--no-whole-archive)
 set_target_properties(GameAssembly PROPERTIES
   PREFIX ""

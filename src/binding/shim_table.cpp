@@ -6,7 +6,9 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "abi/entries.h"
 #include "abi/stubs.h"
@@ -29,7 +31,12 @@ struct {
   bool sorted;
 } shim_table;
 
-// Traps are made while an image is bound, on the start-up thread.
+// Traps are made while an image is bound, on the start-up thread; all are in a list.
+struct Trap {
+  TrapRecord record;
+  const Trap* next;
+};
+const Trap* traps = nullptr;
 std::byte* trap_arena = nullptr;
 std::size_t trap_arena_used = 0;
 
@@ -74,17 +81,36 @@ char* copy_text(const char* text, const char* name) {
 }
 
 const void* make_trap(const char* library, const char* name) {
-  auto* record = static_cast<TrapRecord*>(std::malloc(sizeof(TrapRecord)));
-  if (record == nullptr) out_of_memory(name);
-  *record = {copy_text(library, name), copy_text(name, name), 0};
+  auto* trap = static_cast<Trap*>(std::malloc(sizeof(Trap)));
+  if (trap == nullptr) out_of_memory(name);
+  *trap = {{copy_text(library, name), copy_text(name, name), 0}, traps};
+  traps = trap;
   if (trap_arena == nullptr || trap_arena_used + trap_stub_slot > trap_arena_size) {
     trap_arena = static_cast<std::byte*>(allocate_stub_memory(trap_arena_size));
     trap_arena_used = 0;
   }
   std::byte* stub = trap_arena + trap_arena_used;
   trap_arena_used += trap_stub_slot;
-  write_record_stub(stub, record, reinterpret_cast<const void*>(&trap_entry));
+  write_record_stub(stub, &trap->record, reinterpret_cast<const void*>(&trap_entry));
   return stub;
+}
+
+/// A line that says how many there are, then the names, each once, in lines of many.
+void log_names(const char* what, std::vector<std::string_view> names) {
+  if (names.empty()) return;
+  std::ranges::sort(names);
+  names.erase(std::ranges::unique(names).begin(), names.end());
+  log_message(0, "[bind] %s: %zu", what, names.size());
+  constexpr std::size_t line_length = 160;
+  std::string line;
+  for (const std::string_view name : names) {
+    if (!line.empty() && line.size() + name.size() > line_length) {
+      log_message(0, "[bind] %s", line.c_str());
+      line.clear();
+    }
+    line.append(" ").append(name);
+  }
+  log_message(0, "[bind] %s", line.c_str());
 }
 
 bool continues_after_trap() {
@@ -129,6 +155,19 @@ const char* missing_symbol_name(const void* address) {
     if (object->block == address) return object->symbol;
   }
   return nullptr;
+}
+
+void log_missing_symbols() {
+  std::vector<std::string_view> functions, objects;
+  for (const Trap* trap = traps; trap != nullptr; trap = trap->next) {
+    // Every image imports what would bind its lazy pointers; they are bound already when it starts.
+    if (std::strcmp(trap->record.symbol, "dyld_stub_binder") != 0) functions.push_back(trap->record.symbol);
+  }
+  for (const MissingObject* object = missing_objects; object != nullptr; object = object->next) {
+    objects.push_back(object->symbol);
+  }
+  log_names("imports without an implementation, a call ends the game", std::move(functions));
+  log_names("data imports without an implementation, they read as zero", std::move(objects));
 }
 
 extern "C" std::uint64_t trap_unimplemented(TrapRecord* record) {

@@ -35,6 +35,9 @@ const void* make_missing_symbol(const char* library, const char* name);
 /// The symbol that make_missing_symbol() answered with the zeroed object at this address, or null.
 const char* missing_symbol_name(const void* object);
 
+/// Logs the names that make_missing_symbol() answered, so that a log tells what a game may miss before it misses it.
+void log_missing_symbols();
+
 /// One import without an implementation; lives until the process ends.
 struct TrapRecord {
   const char* library;  // malloc'ed

@@ -3,7 +3,9 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <mutex>
 #include <string>
@@ -24,6 +26,14 @@ constinit INIT_ONCE log_once = INIT_ONCE_STATIC_INIT;
 constinit HANDLE log_file = nullptr;
 constinit ULONGLONG start_tick = 0;
 
+/// How many messages of one kind, that is of one format, have come. A game may do in every frame what is logged.
+struct MessageKind {
+  std::atomic<const char*> format;
+  std::atomic<std::uint32_t> messages;
+};
+constexpr std::uint32_t written_of_a_kind = 250;  // room for every export there is
+constinit MessageKind message_kinds[128] = {};    // several times the formats of the library; a row is never given back
+
 constinit SrwLock log_lock;  // held around each write; a leaf: nothing is taken under it
 
 BOOL CALLBACK open_log(PINIT_ONCE, PVOID, PVOID*) {
@@ -38,6 +48,15 @@ BOOL CALLBACK open_log(PINIT_ONCE, PVOID, PVOID*) {
                                   CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file != INVALID_HANDLE_VALUE) log_file = file;
   return TRUE;
+}
+
+/// The messages of this kind, the one that comes now included.
+std::uint32_t count_message(const char* format) {
+  for (MessageKind& kind : message_kinds) {
+    const char* taken = nullptr;
+    if (kind.format.compare_exchange_strong(taken, format) || taken == format) return ++kind.messages;
+  }
+  return 1;
 }
 
 }  // namespace
@@ -63,7 +82,9 @@ void log_message(int level, const char* format, ...) {
   std::vsnprintf(message, sizeof message, format, arguments);
   va_end(arguments);
   OutputDebugStringA(message);
-  log_line(message);
+  const std::uint32_t count = count_message(format);
+  if (count <= written_of_a_kind) log_line(message);
+  if (count == written_of_a_kind) log_line("(more messages like the last one go to the debugger output only)");
 }
 
 void fatal_error(const char* format, ...) {

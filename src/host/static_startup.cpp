@@ -17,7 +17,7 @@
 namespace vlm {
 namespace {
 
-void log_windows_version() {
+void log_versions() {
   RTL_OSVERSIONINFOW version{};
   version.dwOSVersionInfoSize = sizeof version;
   static_assert(sizeof version == 276);
@@ -27,11 +27,12 @@ void log_windows_version() {
   if (rtl_get_version != nullptr) rtl_get_version(&version);
   log_message(0, "GameAssembly.dll loaded on Windows %lu.%lu.%lu", version.dwMajorVersion, version.dwMinorVersion,
               version.dwBuildNumber);
+  log_message(0, "version %s of the library", VLM_VERSION);
 }
 
 /// Ten steps in this order.
 void start_statically() {
-  log_windows_version();              // 1. the first line of every log
+  log_versions();                     // 1. the first line of every log
   install_crash_handler();            //
   game_tls_init();                    // 2. thread storage for game threads
   game_tls_announce();                //

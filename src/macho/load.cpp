@@ -181,8 +181,11 @@ MachImage* macho_load(const char* path) {
   place(image);
   images[image_count++] = &image;
   link(image);
-  gs_patch_apply(image);
+  log_missing_symbols();
+  const std::uint32_t patched = gs_patch_apply(image);
   protect(image);
+  log_message(0, "[macho] %llu bytes at %p, %u accesses to thread storage redirected",
+              static_cast<unsigned long long>(image.extent()), reinterpret_cast<void*>(image.base), patched);
   return &image;
 }
 

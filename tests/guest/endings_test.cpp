@@ -63,7 +63,9 @@ TEST_CASE("a good image starts, and the log tells the steps in order") {
   CHECK_EQ(ending.box_text, "");
   CHECK(ending.log.starts_with("[    0."));
   std::size_t from = 0;
-  for (const char* line : {"GameAssembly.dll loaded on Windows ", "adopting existing threads", "loading ",
+  for (const char* line : {"GameAssembly.dll loaded on Windows ", "version ", "adopting existing threads", "loading ",
+                           "[bind] imports without an implementation, a call ends the game: 1\r\n",
+                           "[bind]  _missing_function\r\n", "[macho] ", " accesses to thread storage redirected\r\n",
                            "[api] GameAssembly.dylib does not export _il2cpp_set_config_dir\r\n",
                            "running GameAssembly.dylib initializers\r\n", "GameAssembly.dylib ready\r\n",
                            "il2cpp_init starting\r\n", "il2cpp_init returned 0\r\n"}) {

@@ -19,7 +19,7 @@ namespace {
 std::wstring log_path() { return program_folder() + L"PCSaveData\\loader.log"; }
 
 DWORD WINAPI write_lines(void* tag) {
-  for (int i = 0; i < 500; ++i) log_message(0, "%s", std::string(200, *static_cast<char*>(tag)).c_str());
+  for (int i = 0; i < 500; ++i) log_line(std::string(200, *static_cast<char*>(tag)).c_str());
   return 0;
 }
 
@@ -50,10 +50,14 @@ TEST_CASE("alone: log lines" * doctest::skip()) {
     for (std::size_t at = 0; (at = log.find(line, at)) != std::string::npos; ++at) ++whole;
   }
   REQUIRE_GE(whole, 4 * 500 - 1);  // the very last line has no "[" behind it
+  for (int i = 0; i < 1000; ++i) log_message(0, "message %d of its kind", i);
+  const std::string repeated = read_file(log_path());
+  REQUIRE(repeated.find("message 249 of") != std::string::npos);
+  REQUIRE(repeated.find("message 250 of") == std::string::npos);
   passed_alone();
 }
 
-TEST_CASE("the log is made anew, lines are whole, long messages are cut") { CHECK(run_alone("alone: log lines")); }
+TEST_CASE("the log is made anew, lines are whole, long messages are cut, many of a kind left out") { CHECK(run_alone("alone: log lines")); }
 
 TEST_CASE("alone: no log file" * doctest::skip()) {
   DeleteFileW(log_path().c_str());
