@@ -4,7 +4,8 @@
 //
 // Each sample is a process of its own (an image cannot be unloaded), ours and the peer's in turn. The processes run
 // from a copy of this program with the patch list at its end, where the loader looks for it; IMAGE must have
-// "GameAssembly" in its name for the list to be applied. Prints one row for the time, one for the peak memory:
+// "GameAssembly" in its name for the list to be applied. Prints rows for the time, the peak memory, and for looking up
+// symbols in the loaded image:
 //
 //   case | peer | ours | ratio | goal
 #include <windows.h>
@@ -17,11 +18,14 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "binding/catalogue.h"
 #include "macho/load.h"
+#include "macho/queries.h"
+#include "macho/symbol_index.h"
 #include "support/handles.h"
 #include "tls/game_tls.h"
 
@@ -75,6 +79,31 @@ int run_sample(bool (*what)(const char*), const char* path) {
   return 0;
 }
 
+/// Prints the rows of looking for the symbol at an address: a walk over the table against its index.
+int measure_symbols(const char* path) {
+  if (!load_ours(path)) return 1;
+  const vlm::MachImage& image = *vlm::image_list()[0];
+  std::mt19937_64 random(1);
+  std::vector<std::uint64_t> addresses(10'000);
+  for (auto& address : addresses) address = image.base + random() % image.extent();
+  const char* volatile found = nullptr;
+  const auto look_up = [&](std::size_t count) {  // seconds for each
+    const double start = seconds();
+    for (std::size_t i = 0; i < count; ++i) found = vlm::macho_symbol_for_address(image, addresses[i], nullptr);
+    return (seconds() - start) / static_cast<double>(count);
+  };
+  const double walk = look_up(100);
+  const double start = seconds();
+  vlm::index_symbols(image);
+  const double index = seconds() - start;
+  const double indexed = look_up(addresses.size());
+  std::printf("symbol at an address of 300,000 (peer: walking the table) | %.2f us | %.2f us | %.4f | -\n", walk * 1e6,
+              indexed * 1e6, indexed / walk);
+  std::printf("index of 300,000 symbols (peer: one walk over the table) | %.2f ms | %.2f ms | %.2f | -\n", walk * 1e3,
+              index * 1e3, index / walk);
+  return 0;
+}
+
 struct Sample {
   double seconds;
   double bytes;
@@ -110,6 +139,7 @@ std::string with_patches(const char* patches, const char* image) {
 int main(int argc, char** argv) {
   if (argc == 3 && std::strcmp(argv[1], "--ours") == 0) return run_sample(load_ours, argv[2]);
   if (argc == 3 && std::strcmp(argv[1], "--peer") == 0) return run_sample(read_and_copy, argv[2]);
+  if (argc == 3 && std::strcmp(argv[1], "--symbols") == 0) return measure_symbols(argv[2]);
   if (argc < 3) {
     std::fputs("usage: load_bench IMAGE PATCHES [SAMPLES]\n", stderr);
     return 1;
@@ -129,6 +159,8 @@ int main(int argc, char** argv) {
     our_times.push_back(ours->seconds);
     our_memory.push_back(ours->bytes);
   }
+  std::fflush(stdout);
+  std::system(("\"\"" + program + "\" --symbols \"" + argv[1] + "\"\"").c_str());
   DeleteFileA(program.c_str());
 
   std::ifstream image(argv[1], std::ios::binary | std::ios::ate);
