@@ -7,10 +7,11 @@ set(GUEST_LINK ld64.lld-19 -arch x86_64 -platform_version macos 10.13 10.13 -dyl
 
 # The headers of libc++, over a configuration and the few C headers of macOS that are the guests' own. Forms of new and
 # delete that the library does not have are not called.
+set(GUEST_INCLUDE ${CMAKE_CURRENT_LIST_DIR}/../tests/guest/include)
 set(GUEST_LIBCXX_FLAGS -fno-sized-deallocation -fno-aligned-allocation
-    -isystem ${CMAKE_SOURCE_DIR}/tests/guest/include/libcxx
+    -isystem ${GUEST_INCLUDE}/libcxx
     -isystem /usr/lib/llvm-19/include/c++/v1
-    -isystem ${CMAKE_SOURCE_DIR}/tests/guest/include/darwin)
+    -isystem ${GUEST_INCLUDE}/darwin)
 
 # add_guest(name SOURCES a.cpp b.m c.s [LIBCXX] [OUTPUT path] [FLAGS ...] [LINK_FLAGS ...] [DEPENDS ...])
 # Builds a Mach-O dylib; the target <name> makes it and the property GUEST_IMAGE of <name> is its path. With LIBCXX

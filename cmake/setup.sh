@@ -17,6 +17,9 @@ needs=(
   /usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf:fonts-dejavu-core # for the letters of button glyphs
 )
 
+# What `./test --real` needs besides.
+needs_of_real_programs=(dpkg-source:dpkg-dev make:make gcc:gcc tclsh:tcl sqlite3:sqlite3)
+
 missing_packages() {
   local need
   for need in "${needs[@]}"; do
@@ -51,6 +54,12 @@ build_all() {
     [[ -e $build/$preset/build.ninja ]] || cmake -S "$root" --preset "$preset"
     cmake --build "$build/$preset"
   done
+}
+
+build_real_programs() {
+  "$root/tests/real/fetch" "$build/real/src"
+  cmake -S "$root/tests/real" -B "$build/real" -G Ninja -DCMAKE_C_COMPILER=clang-19
+  cmake --build "$build/real"
 }
 
 # ready_wine NAME: a Wine prefix of our own in build/NAME; making one takes some seconds.

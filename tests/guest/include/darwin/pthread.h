@@ -1,0 +1,40 @@
+// The part of macOS's <pthread.h> that the real programs need.
+#pragma once
+#include <sched.h>
+#include <sys/types.h>
+
+#define PTHREAD_MUTEX_RECURSIVE 2
+#define PTHREAD_MUTEX_INITIALIZER {0x32AAABA7, {0}}
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+typedef struct _opaque_pthread_t* pthread_t;
+typedef struct {
+  long signature;
+  char opaque[56];
+} pthread_mutex_t;
+typedef struct {
+  long signature;
+  char opaque[8];
+} pthread_mutexattr_t;
+typedef struct {
+  long signature;
+  char opaque[56];
+} pthread_attr_t;
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument);
+int pthread_join(pthread_t thread, void** result);
+int pthread_detach(pthread_t thread);
+pthread_t pthread_self(void);
+int pthread_mutexattr_init(pthread_mutexattr_t* attributes);
+int pthread_mutexattr_settype(pthread_mutexattr_t* attributes, int type);
+int pthread_mutexattr_destroy(pthread_mutexattr_t* attributes);
+int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
+int pthread_mutex_destroy(pthread_mutex_t* mutex);
+int pthread_mutex_lock(pthread_mutex_t* mutex);
+int pthread_mutex_trylock(pthread_mutex_t* mutex);
+int pthread_mutex_unlock(pthread_mutex_t* mutex);
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,216 @@
+// SQLite on the game's library: what a database promises, over files of the real file system.
+#include "guest_test.h"
+
+#include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "sqlite3.h"
+
+namespace {
+
+/// A connection that prints what it could not do.
+class Database {
+ public:
+  explicit Database(const char* path, const char* files = nullptr) {
+    CHECK(sqlite3_open_v2(path, &handle_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, files) == SQLITE_OK);
+    run("PRAGMA synchronous=FULL");
+  }
+  ~Database() { CHECK(sqlite3_close(handle_) == SQLITE_OK); }
+
+  int try_to_run(const char* sql) { return sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr); }
+  void run(const char* sql) {
+    const int result = try_to_run(sql);
+    if (result != SQLITE_OK) fprintf(stderr, "%s: %s\n", sql, sqlite3_errmsg(handle_));
+    CHECK(result == SQLITE_OK);
+  }
+  /// Whether the query's first value is this text.
+  bool says(const char* sql, const char* expected) {
+    sqlite3_stmt* query = nullptr;
+    sqlite3_prepare_v2(handle_, sql, -1, &query, nullptr);
+    const int step = sqlite3_step(query);
+    const char* const text = step == SQLITE_ROW ? reinterpret_cast<const char*>(sqlite3_column_text(query, 0)) : nullptr;
+    const bool same = text != nullptr && strcmp(text, expected) == 0;
+    if (!same) fprintf(stderr, "%s: %s, not %s\n", sql, text ? text : sqlite3_errmsg(handle_), expected);
+    sqlite3_finalize(query);
+    return same;
+  }
+  sqlite3* handle() { return handle_; }
+
+ private:
+  sqlite3* handle_ = nullptr;
+};
+
+constexpr const char* fill = "CREATE TABLE t(id INTEGER PRIMARY KEY, word TEXT, size INT);"
+                             "CREATE INDEX by_word ON t(word);"
+                             "WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT i + 1 FROM n WHERE i < 5000)"
+                             "INSERT INTO t SELECT i, printf('word %08d', i * 7919 % 5003), i * i FROM n;";
+constexpr const char* sum = "SELECT count(*) || ' ' || sum(size) || ' ' || min(word) || ' ' || max(word) FROM t";
+constexpr const char* filled = "5000 41679167500 word 00000001 word 00005002";
+constexpr const char* check_all = "PRAGMA integrity_check";
+
+/// As a crash of the machine would leave it: what is on the disk now, under another name.
+void copy_file(const char* from, const char* to) {
+  FILE* const source = fopen(from, "r");
+  FILE* const copy = fopen(to, "w");
+  CHECK(source != nullptr && copy != nullptr);
+  if (source == nullptr || copy == nullptr) return;
+  char buffer[65536];
+  for (size_t size; (size = fread(buffer, 1, sizeof buffer, source)) > 0;) CHECK(fwrite(buffer, 1, size, copy) == size);
+  fclose(source);
+  CHECK(fclose(copy) == 0);
+}
+
+}  // namespace
+
+GUEST_TEST(every_journal_keeps_what_is_committed_and_takes_back_what_is_not) {
+  constexpr const char* modes[] = {"delete", "truncate", "persist", "memory", "wal", "off"};
+  for (const char* mode : modes) {
+    char path[64], set_mode[64];
+    snprintf(path, sizeof path, "journal-%s.db", mode);
+    snprintf(set_mode, sizeof set_mode, "PRAGMA journal_mode=%s", mode);
+    {
+      Database database(path);
+      CHECK(database.says(set_mode, mode));
+      database.run("PRAGMA cache_size=20");  // so that pages are written before the commit
+      database.run(fill);
+      if (strcmp(mode, "off") != 0) {
+        database.run("BEGIN; UPDATE t SET word = word || ' changed', size = 0; DELETE FROM t WHERE id % 3 = 0;"
+                     "SAVEPOINT s; DELETE FROM t; ROLLBACK TO s; CREATE TABLE other(x); ROLLBACK");
+        CHECK(database.says(sum, filled));
+      }
+      CHECK(database.says(check_all, "ok"));
+      database.run("BEGIN; DELETE FROM t WHERE id > 4000; COMMIT; VACUUM");
+    }
+    Database again(path);
+    CHECK(again.says("SELECT count(*) FROM t", "4000") && again.says(check_all, "ok"));
+    CHECK(again.says("SELECT count(*) FROM t INDEXED BY by_word WHERE word = printf('word %08d', id * 7919 % 5003)"
+                     " AND word > 'word'", "4000"));
+  }
+}
+
+GUEST_TEST(a_journal_that_a_crash_left_is_rolled_back) {
+  Database database("crash.db");
+  database.run("PRAGMA cache_size=10");
+  database.run(fill);
+  database.run("BEGIN; UPDATE t SET word = 'lost ' || id, size = -1");
+  copy_file("crash.db", "crashed.db");
+  copy_file("crash.db-journal", "crashed.db-journal");
+  Database crashed("crashed.db");
+  CHECK(crashed.says(sum, filled) && crashed.says(check_all, "ok"));
+  CHECK(access("crashed.db-journal", F_OK) != 0);
+  database.run("COMMIT");
+  CHECK(database.says("SELECT sum(size) FROM t", "-5000"));
+}
+
+GUEST_TEST(a_log_that_a_crash_left_is_read_up_to_its_last_commit) {
+  Database database("log.db");
+  CHECK(database.says("PRAGMA journal_mode=wal", "wal"));
+  database.run("PRAGMA wal_autocheckpoint=0; PRAGMA cache_size=10");
+  database.run(fill);
+  Database reader("log.db");
+  reader.run("BEGIN");
+  CHECK(reader.says(sum, filled));
+  database.run("DELETE FROM t WHERE id > 10");
+  CHECK(reader.says(sum, filled));  // still what it saw first
+  reader.run("COMMIT");
+  CHECK(reader.says("SELECT count(*) FROM t", "10"));
+  database.run("BEGIN; UPDATE t SET size = 0; INSERT INTO t(word) SELECT randomblob(2000) FROM t, t AS u, t AS v");
+  copy_file("log.db", "log2.db");
+  copy_file("log.db-wal", "log2.db-wal");
+  database.run("ROLLBACK; PRAGMA wal_checkpoint(TRUNCATE)");
+  Database crashed("log2.db");
+  CHECK(crashed.says("SELECT count(*) || ' ' || sum(size) FROM t", "10 385") && crashed.says(check_all, "ok"));
+}
+
+GUEST_TEST(lock_files_keep_two_connections_apart) {
+  Database first("locked.db", "unix-dotfile");
+  first.run(fill);
+  Database second("locked.db", "unix-dotfile");
+  first.run("BEGIN IMMEDIATE; DELETE FROM t");
+  CHECK(access("locked.db.lock", F_OK) == 0);
+  CHECK(second.try_to_run("BEGIN IMMEDIATE") == SQLITE_BUSY);
+  first.run("ROLLBACK");
+  CHECK(access("locked.db.lock", F_OK) != 0);
+  CHECK(second.says(sum, filled));
+}
+
+GUEST_TEST(a_mapped_file_grows) {
+  Database database("mapped.db");
+  CHECK(database.says("PRAGMA mmap_size=100000000", "100000000"));
+  database.run(fill);
+  for (int i = 0; i < 3; ++i) {
+    database.run("INSERT INTO t(word) SELECT randomblob(500) FROM t");
+    CHECK(database.says(check_all, "ok"));
+  }
+  database.run("PRAGMA mmap_size=0; DELETE FROM t WHERE id > 5000; VACUUM");  // Windows cuts no file that is mapped
+  CHECK(database.says(sum, filled) && database.says(check_all, "ok"));
+}
+
+GUEST_TEST(sorting_spills_into_files_that_go_away) {
+  Database database("sorted.db");
+  database.run("PRAGMA temp_store=file; PRAGMA cache_size=10");
+  database.run(fill);
+  database.run("CREATE TABLE sorted AS SELECT a.word AS word, b.size AS size FROM t AS a, t AS b WHERE b.id < 20"
+               " ORDER BY b.word DESC, a.word");
+  CHECK(database.says("SELECT count(*) FROM sorted AS l, sorted AS r WHERE r.rowid = l.rowid + 1 AND l.size = r.size"
+                      " AND l.word > r.word", "0"));
+  CHECK(database.says("SELECT count(*) FROM sorted", "95000"));
+}
+
+GUEST_TEST(values_survive_the_file) {
+  constexpr const char* values = "SELECT group_concat(quote(x), ' ') FROM v";
+  constexpr const char* expected =
+      "-9223372036854775808 9223372036854775807 1.0e-300 -4.94065645841247e-324 1.79769313486231562234e+308 "
+      "'\u00e4\u20ac\U0001F600' X'00FF00' NULL 0.1";
+  {
+    Database database("values.db");
+    database.run("PRAGMA encoding='UTF-16be'");
+    database.run("CREATE TABLE v(x); INSERT INTO v VALUES(-9223372036854775808), (9223372036854775807), (1e-300),"
+                 "(-4.9406564584124654e-324), (1.7976931348623157e308), ('\u00e4\u20ac\U0001F600'), (x'00ff00'), (NULL), (0.1)");
+  }
+  Database again("values.db");
+  CHECK(again.says(values, expected));
+  CHECK(again.says("SELECT datetime(1700000000, 'unixepoch', 'localtime', 'utc')", "2023-11-14 22:13:20"));
+  CHECK(again.says("SELECT abs(strftime('%s') - strftime('%s', 'now', 'localtime', 'utc')) < 2", "1"));
+}
+
+namespace {
+sqlite3* shared;
+constexpr int thread_count = 4;
+constexpr int rows_per_thread = 250;
+_Atomic(int) ended;
+_Atomic(int) thread_failures;
+
+void* insert(void* number) {
+  char sql[96];
+  for (int i = 0; i < rows_per_thread; ++i) {
+    snprintf(sql, sizeof sql, "INSERT INTO t VALUES(%ld, %d); SELECT count(*) FROM t WHERE who = %ld",
+             reinterpret_cast<int64>(number), i, reinterpret_cast<int64>(number));
+    if (sqlite3_exec(shared, sql, nullptr, nullptr, nullptr) != SQLITE_OK) ++thread_failures;
+  }
+  ++ended;
+  return nullptr;
+}
+}  // namespace
+
+GUEST_TEST(threads_share_a_connection) {
+  CHECK(sqlite3_threadsafe() == 1);
+  Database database("shared.db");
+  database.run("PRAGMA synchronous=OFF; CREATE TABLE t(who, number)");
+  shared = database.handle();
+  for (int64 i = 0; i < thread_count; ++i) {
+    pthread_t thread;
+    CHECK(pthread_create(&thread, nullptr, insert, reinterpret_cast<void*>(i)) == 0);
+    CHECK(pthread_detach(thread) == 0);
+  }
+  const timespec millisecond = {0, 1000000};
+  while (ended < thread_count) nanosleep(&millisecond, nullptr);
+  CHECK(thread_failures == 0);
+  CHECK(database.says("SELECT group_concat(n) FROM (SELECT count(DISTINCT number) AS n FROM t GROUP BY who)",
+                      "250,250,250,250"));
+  CHECK(database.says(check_all, "ok"));
+}
