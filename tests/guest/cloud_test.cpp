@@ -171,14 +171,9 @@ std::string run_until_killed(DWORD ms) {
   const auto told = own_handle(CreateFileW(told_path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                            &inherited, CREATE_ALWAYS, 0, nullptr));
   REQUIRE(told);
-  STARTUPINFOW startup{};
-  startup.cb = sizeof startup;
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = startup.hStdError = told.get();
-  std::wstring command = L"\"" + program_folder() + L"guest_driver.exe\" " + guest() + L"save_until_killed";
-  PROCESS_INFORMATION process{};
-  REQUIRE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process));
-  const UniqueHandle owner(process.hProcess), thread(process.hThread);
+  const UniqueHandle process = start_process(
+      L"\"" + program_folder() + L"guest_driver.exe\" " + guest() + L"save_until_killed", told.get());
+  REQUIRE(process);
   const ULONGLONG limit = GetTickCount64() + 30'000;
   LARGE_INTEGER size{};
   while (size.QuadPart == 0 && GetTickCount64() < limit) {
@@ -186,10 +181,10 @@ std::string run_until_killed(DWORD ms) {
     GetFileSizeEx(told.get(), &size);
   }
   Sleep(ms);
-  TerminateProcess(process.hProcess, 99);
-  WaitForSingleObject(process.hProcess, 5000);
+  TerminateProcess(process.get(), 99);
+  WaitForSingleObject(process.get(), 5000);
   DWORD code = 0;
-  GetExitCodeProcess(process.hProcess, &code);
+  GetExitCodeProcess(process.get(), &code);
   CHECK_EQ(code, 99);
   return read_file(told_path);
 }

@@ -30,16 +30,10 @@ class StoreProcess {
     read_end_.reset(read_end);
     const UniqueHandle given(write_end);
     SetHandleInformation(read_end, HANDLE_FLAG_INHERIT, 0);
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = startup.hStdError = write_end;
     const std::wstring folder = program_folder();
-    std::wstring command = L"\"" + folder + L"guest_driver.exe\" \"" + folder + L"guests\\store_guest.dylib\" " + probe;
-    PROCESS_INFORMATION process{};
-    REQUIRE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process));
-    CloseHandle(process.hThread);
-    process_.reset(process.hProcess);
+    process_ = start_process(
+        L"\"" + folder + L"guest_driver.exe\" \"" + folder + L"guests\\store_guest.dylib\" " + probe, write_end);
+    REQUIRE(process_);
   }
 
   /// Takes in what the process tells until it told `text`, or until `ms` have passed or it ended: then false.

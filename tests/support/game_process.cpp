@@ -1,7 +1,6 @@
 #include "support/game_process.h"
 
 #include <cstdio>
-#include <memory>
 
 namespace vlm::test {
 namespace {
@@ -63,6 +62,27 @@ std::wstring program_folder() {
   return program.substr(0, program.find_last_of(L'\\') + 1);
 }
 
+UniqueHandle start_process(std::wstring command_line, HANDLE output) {
+  constexpr int attempts = 5;
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  if (output != nullptr) {
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = startup.hStdError = output;
+  }
+  for (int attempt = 1; attempt <= attempts; ++attempt) {
+    PROCESS_INFORMATION process{};
+    if (CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, output != nullptr, 0, nullptr, nullptr, &startup,
+                       &process)) {
+      CloseHandle(process.hThread);
+      return UniqueHandle(process.hProcess);
+    }
+    std::printf("attempt %d to start %ls: error %lu\n", attempt, command_line.c_str(), GetLastError());
+    Sleep(static_cast<DWORD>(200 * attempt));
+  }
+  return nullptr;
+}
+
 Ending run_game_process(const std::wstring& folder, const std::wstring& program, const std::wstring& arguments,
                         const Environment& environment, DWORD limit_ms) {
   const std::wstring log_path = folder + L"PCSaveData\\loader.log";
@@ -70,29 +90,24 @@ Ending run_game_process(const std::wstring& folder, const std::wstring& program,
   for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), value.c_str());
 
   Ending ending;
-  std::wstring command_line = L"\"" + folder + program + L"\" " + arguments;
-  STARTUPINFOW startup{};
-  startup.cb = sizeof startup;
-  PROCESS_INFORMATION process{};
-  if (!CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process)) {
-    ending.box_text = "CreateProcess failed with error " + std::to_string(GetLastError());
+  const UniqueHandle process = start_process(L"\"" + folder + program + L"\" " + arguments);
+  for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), nullptr);
+  if (!process) {
+    ending.box_text = "the process could not be started";
     ending.exit_code = ~0u;
     return ending;
   }
-  for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), nullptr);
   const ULONGLONG deadline = GetTickCount64() + limit_ms;
-  while (WaitForSingleObject(process.hProcess, 20) == WAIT_TIMEOUT) {
-    dismiss_box(process.dwProcessId, ending);
+  while (WaitForSingleObject(process.get(), 20) == WAIT_TIMEOUT) {
+    dismiss_box(GetProcessId(process.get()), ending);
     if (GetTickCount64() > deadline) {
       ending.timed_out = true;
-      TerminateProcess(process.hProcess, 99);
-      WaitForSingleObject(process.hProcess, 5000);
+      TerminateProcess(process.get(), 99);
+      WaitForSingleObject(process.get(), 5000);
       break;
     }
   }
-  GetExitCodeProcess(process.hProcess, &ending.exit_code);
-  CloseHandle(process.hThread);
-  CloseHandle(process.hProcess);
+  GetExitCodeProcess(process.get(), &ending.exit_code);
   ending.log = read_file(log_path);
   return ending;
 }

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/handles.h"
+
 namespace vlm::test {
 
 /// How a process ended.
@@ -22,6 +24,12 @@ using Environment = std::vector<std::pair<std::wstring, std::wstring>>;
 
 /// Folder of the running test program, with its trailing backslash. The library under test lies there.
 std::wstring program_folder();
+
+/// Starts a program. What it prints goes to `output`, an inheritable handle, when there is one.
+/// A host without memory or places for a process at that moment refuses to make one. That is no answer of the program,
+/// of which nothing has run: the refusal is printed with its error and the start tried again, a few times. Null when
+/// all were refused.
+UniqueHandle start_process(std::wstring command_line, HANDLE output = nullptr);
 
 /// Runs a program with one line of arguments, dismisses its message boxes, waits until it ended.
 ///   folder  where the program and the library lie, with a trailing backslash
