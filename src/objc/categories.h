@@ -18,7 +18,8 @@ struct AttachedMethods {
 std::span<const AttachedMethods> attached_methods();
 
 /// Attaches the categories of an image; to be called before its code runs. Methods of a category come before the
-/// class's own. A category whose class is missing is left out, and one outside the image is logged and left out.
+/// class's own. A category whose class is missing is left out, and one that is outside the image or damaged is logged
+/// and left out.
 void attach_objc_categories(const MachImage& image);
 
 }  // namespace vlm

@@ -1,4 +1,5 @@
 // The library's class objects: built once from the method rows of their families.
+#include <algorithm>
 #include <cstdlib>
 
 #include "diag/log.h"
@@ -77,6 +78,10 @@ void build_objc_classes() {
     row.metaclass->superclass = row.superclass != nullptr ? row.superclass->isa : row.class_;
     row.metaclass->data = build_info(row, 1, sizeof(ObjcClass), row.class_methods);
   }
+}
+
+bool is_library_class(const ObjcClass* class_) {
+  return std::ranges::any_of(class_rows, [&](const ClassRow& row) { return row.class_ == class_; });
 }
 
 const ShimEntry root_class_shims[2] = {

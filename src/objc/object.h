@@ -120,6 +120,9 @@ CLASS(NSObject, none, 8)
 /// afterwards.
 void build_objc_classes();
 
+/// Whether this is one of the library's own classes.
+bool is_library_class(const ObjcClass* class_);
+
 // ---- Messages -------------------------------------------------------------------------------------------------------
 
 /// The implementation of a selector in a class or one of its superclasses, categories first, or null. Does not look
