@@ -1,5 +1,5 @@
-# Everything but the library's own start: linked into GameAssembly.dll and into the unit tests.
-add_library(vlm STATIC
+# What the library is made of: everything but its own start, which unit tests do without, and that start.
+set(VLM_MODULES
   ${VLM_CORE_SOURCES}
   src/abi/callbacks.cpp
   src/abi/format_shims.cpp
@@ -100,22 +100,38 @@ add_library(vlm STATIC
   src/tls/game_tls.cpp
   src/tls/gs_patch.cpp
   src/tls/thread_record.cpp)
-target_include_directories(vlm PUBLIC src include)
-target_link_libraries(vlm PUBLIC bcrypt gdi32)
+set(VLM_START
+  src/host/static_startup.cpp
+  src/tls/attach_callback.cpp)
+
 # Everything that could lose a value or is no standard C++ is a warning, and so an error; arrays at the end of a record,
 # and assembly, stay.
 set(VLM_WARNINGS -Wpedantic -Wconversion -Wno-c99-extensions -Wno-gnu-flexible-array-initializer -Wno-zero-length-array
     -Wno-language-extension-token)
-# -fno-auto-import: all data that the library reads is its own, so it is reached directly and not through a pointer.
-target_compile_options(vlm PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-auto-import ${VLM_WARNINGS}>)
-target_compile_definitions(vlm PRIVATE "VLM_API=__declspec(dllexport)")
 
-add_library(GameAssembly SHARED
-  src/host/static_startup.cpp
-  src/tls/attach_callback.cpp)
-target_compile_options(GameAssembly PRIVATE -fno-exceptions -fno-rtti -fno-auto-import ${VLM_WARNINGS})
-target_compile_definitions(GameAssembly PRIVATE "VLM_VERSION=\"${PROJECT_VERSION}\"")
-target_link_libraries(GameAssembly PRIVATE -Wl,--whole-archive vlm -Wl,--no-whole-archive)
-set_target_properties(GameAssembly PROPERTIES
-  PREFIX ""
-  RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+# add_game_library(modules dll folder [compile options]): a static library of the modules, and GameAssembly.dll in
+# `folder`.
+function(add_game_library modules dll folder)
+  # -fno-auto-import: all data that the library reads is its own, so it is reached directly and not through a pointer.
+  set(options $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-auto-import ${VLM_WARNINGS} ${ARGN}>)
+  add_library(${modules} STATIC ${VLM_MODULES})
+  target_include_directories(${modules} PUBLIC src include)
+  target_link_libraries(${modules} PUBLIC bcrypt gdi32)
+  target_compile_options(${modules} PRIVATE ${options})
+  target_compile_definitions(${modules} PRIVATE "VLM_API=__declspec(dllexport)")
+
+  add_library(${dll} SHARED ${VLM_START})
+  target_compile_options(${dll} PRIVATE ${options})
+  target_compile_definitions(${dll} PRIVATE "VLM_VERSION=\"${PROJECT_VERSION}\"")
+  target_link_libraries(${dll} PRIVATE -Wl,--whole-archive ${modules} -Wl,--no-whole-archive)
+  set_target_properties(${dll} PROPERTIES PREFIX "" OUTPUT_NAME GameAssembly
+    RUNTIME_OUTPUT_DIRECTORY ${folder} ARCHIVE_OUTPUT_DIRECTORY ${folder})
+endfunction()
+
+add_game_library(vlm GameAssembly ${CMAKE_BINARY_DIR})
+
+# The same for tests: what C++ leaves undefined (a misaligned access, an overflow, a null reference, a shift too far)
+# is an illegal instruction. Types of functions are not looked at: game code has none to show.
+set(VLM_CHECKED_DIR ${CMAKE_BINARY_DIR}/checked)
+add_game_library(vlm_checked GameAssemblyChecked ${VLM_CHECKED_DIR}
+  -O1 -fsanitize=undefined,float-cast-overflow -fno-sanitize=function -fsanitize-trap=undefined,float-cast-overflow)
