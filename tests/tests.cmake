@@ -23,7 +23,7 @@ endfunction()
 # ---- Unit tests ------------------------------------------------------------------------------------------------------
 file(GLOB unit_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/unit/*.cpp ${CMAKE_SOURCE_DIR}/tests/unit/*.S)
 add_windows_test_program(unit_tests ${unit_sources} tests/support/game_process.cpp)
-target_link_libraries(unit_tests PRIVATE vlm)
+target_link_libraries(unit_tests PRIVATE vlm_checked)
 set_target_properties(unit_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/unit)  # has a log of its own
 add_test(NAME unit COMMAND unit_tests)
 set_tests_properties(unit PROPERTIES TIMEOUT 300)
@@ -83,6 +83,27 @@ add_windows_test_program(title_test tests/guest/title_test.cpp tests/support/gam
 game_test(guest.title title_test)
 add_windows_test_program(damaged_images_test tests/guest/damaged_images_test.cpp tests/support/game_process.cpp)
 game_test(guest.damaged_images damaged_images_test)
+
+# Thousands of damaged files in ./test --long, else a few. They need no turn: each process has a folder of its own and
+# takes no notice of other games.
+add_windows_test_program(damage_start tests/guest/damage_start.cpp)
+add_windows_test_program(damage_test tests/guest/damage_test.cpp tests/support/damage.cpp tests/support/game_process.cpp)
+target_link_libraries(damage_test PRIVATE vlm)
+add_dependencies(damage_test damage_start)
+set(damage_test damage_test $<TARGET_FILE:GameAssembly> $<TARGET_PROPERTY:uncaught_guest,GUEST_IMAGE>)
+add_test(NAME guest.damage COMMAND ${damage_test} 0 120)
+add_test(NAME long.damage CONFIGURATIONS long COMMAND ${damage_test} 0 10000)
+add_test(NAME checked.damage COMMAND damage_test $<TARGET_FILE:GameAssemblyChecked>
+  $<TARGET_PROPERTY:uncaught_guest,GUEST_IMAGE> 200 80)
+set_tests_properties(long.damage PROPERTIES TIMEOUT 3600)
+
+# Seconds of play.
+add_guest(soak_guest SOURCES tests/guest/soak_guest.cpp tests/guest/soak_messages.mm FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
+add_windows_test_program(soak_test tests/guest/soak_test.cpp)
+target_link_libraries(soak_test PRIVATE psapi)
+game_test(guest.soak soak_test $<TARGET_PROPERTY:soak_guest,GUEST_IMAGE> 10)
+add_test(NAME long.soak CONFIGURATIONS long COMMAND soak_test $<TARGET_PROPERTY:soak_guest,GUEST_IMAGE> 600)
+set_tests_properties(long.soak PROPERTIES RESOURCE_LOCK game TIMEOUT 900)
 
 # Controllers, in a folder where a stand-in for XInput lies beside the library.
 set(CONTROLLERS_DIR ${CMAKE_BINARY_DIR}/controllers)
@@ -144,6 +165,29 @@ set_tests_properties(sample PROPERTIES FAIL_REGULAR_EXPRESSION "there is no mod"
 game_test(sample_crash ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePlayer> --crash)
 set_tests_properties(sample_crash PROPERTIES FAIL_REGULAR_EXPRESSION "player: ERROR" PASS_REGULAR_EXPRESSION
   "EXCEPTION 0xc0000005 at 0x[0-9a-f]+ GameAssembly.dylib![^ ]*Game_Crash[^\n]*\n[^\n]*  read address 0x0")
+
+# ---- The checked library ---------------------------------------------------------------------------------------------
+# In a folder of its own with the programs that drive it. What is left out has little of the library in it for its time
+# (the collector's stress) or is about the way a process ends.
+set(checked_files)
+foreach(program guest_driver forwarders_test marshal_test local_exports_test)
+  add_custom_command(OUTPUT ${VLM_CHECKED_DIR}/${program}.exe
+    COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:${program}> ${VLM_CHECKED_DIR}/${program}.exe
+    DEPENDS ${program} VERBATIM)
+  list(APPEND checked_files ${VLM_CHECKED_DIR}/${program}.exe)
+endforeach()
+add_custom_target(checked_programs ALL DEPENDS ${checked_files})
+
+function(checked_test name program guest)
+  game_test(checked.${name} ${CMAKE_SOURCE_DIR}/cmake/wine-run ${VLM_CHECKED_DIR}/${program}.exe
+    $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
+endfunction()
+foreach(guest c_library c_math c_memory c_strings cxx_runtime cxx_strings exceptions files format foundation_system foundation_values frames start system threads time objc)
+  checked_test(${guest} guest_driver ${guest})
+endforeach()
+checked_test(forwarders forwarders_test echo)
+checked_test(local_exports local_exports_test local)
+checked_test(marshal marshal_test marshal)
 
 # ---- Native programs -------------------------------------------------------------------------------------------------
 add_test(NAME native.messages COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_messages)

@@ -7,12 +7,14 @@
 // 1 failures, 2 a probe's other result; a fatal error of the library ends the process with 3.
 #include <windows.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <string>
 
+#include "support/open_handles.h"
 #include "vlm.h"
+
+using vlm::test::count_open_handles;
 
 namespace {
 
@@ -27,25 +29,6 @@ void report_failure(const char* file, std::int64_t line, const char* what) {
 /// An export of a Windows module, for guests that reach past the library.
 void* windows_symbol(const char* module, const char* name) {
   return reinterpret_cast<void*>(GetProcAddress(LoadLibraryA(module), name));
-}
-
-/// Each value is asked for, as Wine's GetProcessHandleCount knows no number.
-std::int64_t count_open_handles_once() {
-  constexpr std::uintptr_t most = 4200;  // some more than there are descriptors
-  std::int64_t count = 0;
-  DWORD flags;
-  for (std::uintptr_t handle = 4; handle <= 4 * most; handle += 4) {
-    count += GetHandleInformation(reinterpret_cast<HANDLE>(handle), &flags) != 0;
-  }
-  return count;
-}
-
-/// For tests that must leave none behind. The smaller of two counts: the thread that looks for controllers has some
-/// open for a few milliseconds at a time.
-std::int64_t count_open_handles() {
-  const std::int64_t first = count_open_handles_once();
-  Sleep(30);
-  return std::min(first, count_open_handles_once());
 }
 
 /// The library's own thread opens some when it first looks for the game's window.
@@ -110,6 +93,7 @@ int main(int argc, char** argv) {
     std::printf("GameAssembly.dll could not be loaded: error %lu\n", GetLastError());
     return 1;
   }
+  AddVectoredExceptionHandler(0, end_when_crashed);
   library_function<int (*)(const char*)>(library, "il2cpp_init")("guest");
 
   const auto native_symbol = library_function<decltype(&vlm_native_symbol)>(library, "vlm_native_symbol");
@@ -130,10 +114,7 @@ int main(int argc, char** argv) {
   if (void* const place = native_symbol("windows_symbol")) {
     *static_cast<void**>(place) = wrap_callback(reinterpret_cast<void*>(&windows_symbol));
   }
-  if (argc > 2) {
-    AddVectoredExceptionHandler(0, end_when_crashed);
-    end(guest_function(argv[2])(nullptr) == 0 ? 0 : 2);
-  }
+  if (argc > 2) end(guest_function(argv[2])(nullptr) == 0 ? 0 : 2);
   if (void* const running_test = native_symbol("running_test")) {
     CloseHandle(CreateThread(nullptr, 0, watch, running_test, 0, nullptr));
   }

@@ -1,0 +1,111 @@
+// Plays soak_guest.mm for some time and looks whether the process grows.
+//
+//   soak_test IMAGE SECONDS
+//
+// After a quarter of the time for the warm-up, samples are taken each second. The median of the last third of them may
+// lie above the median of the first third by no more than the slack below: a leak of any step would be far beyond it.
+// What lives until the process ends is taken off: for each thread that ended two records of about 4 KiB and two handles,
+// as one is made when Windows tells of a new thread and one by its creator.
+#include <windows.h>
+#include <psapi.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "support/open_handles.h"
+#include "vlm.h"
+
+namespace {
+
+constexpr std::int64_t bytes_per_thread = 9 * 1024;
+constexpr std::int64_t handles_per_thread = 2;
+constexpr std::int64_t byte_slack = 3 << 20;
+constexpr std::int64_t handle_slack = 8;
+constexpr std::size_t least_samples = 6;  // on a busy machine it takes longer
+
+int failures = 0;
+ULONGLONG begin, length_ms;
+struct Sample {
+  std::int64_t bytes, handles;
+};
+std::vector<Sample> samples;
+
+void report(std::int64_t worker, const char* what) {
+  if (++failures <= 20) std::printf("worker %lld: %s\n", static_cast<long long>(worker), what);
+  std::fflush(stdout);
+}
+
+/// What the internal call does on the player's side.
+struct Vector {
+  float x, y, z;
+};
+double mix(void*, int a, float b, double c, Vector d, long long e, double f, int g, Vector* h, float i) {
+  return a + b + c + d.x + d.y + d.z + static_cast<double>(e) + f + g + h->z + i;
+}
+
+bool go_on(std::int64_t ended_threads) {
+  const ULONGLONG passed = GetTickCount64() - begin;
+  if (passed > length_ms / 4) {
+    PROCESS_MEMORY_COUNTERS counters{};
+    GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
+    samples.push_back({static_cast<std::int64_t>(counters.PagefileUsage) - ended_threads * bytes_per_thread,
+                       vlm::test::count_open_handles() - ended_threads * handles_per_thread});
+    if (samples.size() % 30 == 1) {
+      std::printf("%llu s: %zu KiB private, %lld threads ended, %lld other handles\n", passed / 1000,
+                  static_cast<std::size_t>(counters.PagefileUsage / 1024), static_cast<long long>(ended_threads),
+                  static_cast<long long>(samples.back().handles));
+      std::fflush(stdout);
+    }
+  }
+  return passed < length_ms || samples.size() < least_samples;
+}
+
+std::int64_t growth_of(std::int64_t Sample::*member) {
+  const std::size_t third = samples.size() / 3;
+  const auto median = [&](std::size_t from) {
+    std::vector<std::int64_t> values;
+    for (std::size_t i = from; i < from + third; ++i) values.push_back(samples[i].*member);
+    std::ranges::sort(values);
+    return values[third / 2];
+  };
+  return median(samples.size() - third) - median(0);
+}
+
+template <class Function>
+Function library_function(HMODULE library, const char* name) {
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) return std::puts("usage: soak_test IMAGE SECONDS"), 1;
+  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
+  const HMODULE library = LoadLibraryA("GameAssembly.dll");
+  if (library == nullptr) return std::puts("GameAssembly.dll could not be loaded"), 1;
+  library_function<int (*)(const char*)>(library, "il2cpp_init")("soak");
+  library_function<void (*)(const char*, void*)>(library, "il2cpp_add_internal_call")(
+      "Soak::Mix", reinterpret_cast<void*>(&mix));
+  const auto native_symbol = library_function<decltype(&vlm_native_symbol)>(library, "vlm_native_symbol");
+  const auto wrap_callback = library_function<decltype(&vlm_wrap_callback)>(library, "vlm_wrap_callback");
+  const auto wrap_sysv = library_function<decltype(&vlm_wrap_sysv_function)>(library, "vlm_wrap_sysv_function");
+  *static_cast<void**>(native_symbol("go_on")) = wrap_callback(reinterpret_cast<void*>(&go_on));
+  *static_cast<void**>(native_symbol("report")) = wrap_callback(reinterpret_cast<void*>(&report));
+
+  begin = GetTickCount64();
+  length_ms = 1000 * std::strtoull(argv[2], nullptr, 10);
+  const auto steps = reinterpret_cast<std::int64_t (*)()>(wrap_sysv(native_symbol("run_soak"), 0))();
+  if (steps == 0) failures += 1;
+  if (steps != 0) {
+    const std::int64_t bytes = growth_of(&Sample::bytes), handles = growth_of(&Sample::handles);
+    std::printf("%lld steps; growth after the warm-up: %lld KiB, %lld handles\n", static_cast<long long>(steps),
+                static_cast<long long>(bytes / 1024), static_cast<long long>(handles));
+    if (bytes > byte_slack || handles > handle_slack) ++failures;
+  }
+  std::printf("%d failures\n", failures);
+  std::fflush(nullptr);
+  TerminateProcess(GetCurrentProcess(), failures == 0 ? 0 : 1);
+}

@@ -1,0 +1,185 @@
+#include "support/damage.h"
+
+#include <memory>
+#include <random>
+
+#include "macho/commands.h"
+#include "support/good_image.h"
+#include "tls/patch_list.h"
+
+namespace vlm::test {
+namespace {
+
+class Random {
+ public:
+  explicit Random(std::uint64_t seed) : engine_(seed) {}
+
+  std::uint64_t below(std::uint64_t limit) { return engine_() % limit; }
+  bool one_in(std::uint64_t n) { return below(n) == 0; }
+
+  /// A number that computations go wrong with, or any of up to 64 bits.
+  std::uint64_t number() {
+    static constexpr std::uint64_t edges[] = {0, 1, 4, 8, 0x1000, 0x3000, 0x7FFF, 0xFFFF, 0x7FFFFFFF, 0x80000000,
+                                              0xFFFFFFFF, text_vmaddr, data_vmaddr, std::uint64_t{1} << 60,
+                                              std::uint64_t{1} << 63, ~std::uint64_t{0}};
+    if (one_in(4)) return engine_() >> below(64);
+    return edges[below(std::size(edges))] + below(17) - 8;
+  }
+
+  /// Changes one field of `size` bytes to another number, or a little.
+  void change_field(Bytes& bytes, std::size_t offset, std::size_t size) {
+    std::uint64_t value = 0;
+    std::memcpy(&value, bytes.data() + offset, size);
+    value = one_in(2) ? number() : value + below(65) - 32;
+    std::memcpy(bytes.data() + offset, &value, size);
+  }
+
+  void change_byte(Bytes& bytes, std::size_t begin, std::size_t end) {
+    if (begin >= end) return;
+    std::byte& byte = bytes[begin + below(end - begin)];
+    byte = one_in(2) ? std::byte(below(256)) : byte ^ std::byte(1 << below(8));
+  }
+
+ private:
+  std::mt19937_64 engine_;
+};
+
+constexpr std::uint64_t category_offset = 0x900;  // in __DATA
+
+/// The good image without initializers, with a category of NSObject.
+ImageDraft draft_without_code() {
+  ImageDraft draft = good_draft();
+  SegmentDraft& data = draft.segments[data_segment];
+  data.sections[0] = {"__DATA", "__objc_catlist", data_vmaddr, 8};
+  data.content.put_at(0, data_vmaddr + category_offset);
+  draft.bind.pop_back();  // DONE
+  draft.bind.u8(BIND_OPCODE_SET_DYLIB_ORDINAL_IMM | 1)
+      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_OBJC_CLASS_$_NSObject")
+      .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(category_offset + 8)
+      .u8(BIND_OPCODE_SET_ADDEND_SLEB).sleb(0)
+      .u8(BIND_OPCODE_DO_BIND);
+  return draft;
+}
+
+/// Opcodes of every kind with operands of every size, for any of the segments.
+Bytes random_opcodes(Random& random) {
+  Bytes stream;
+  for (std::uint64_t n = 1 + random.below(30); n > 0; --n) {
+    const std::uint64_t opcode = random.below(16) << 4;
+    stream.u8(opcode | random.below(random.one_in(4) ? 16 : 4));
+    if (opcode == BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM && random.one_in(2)) stream.c_string("_malloc");
+    for (std::uint64_t operands = random.below(3); operands > 0; --operands) {
+      stream.uleb(random.one_in(2) ? random.number() : random.below(0x200) * 8);
+    }
+  }
+  return stream;
+}
+
+void change_draft(Random& random, ImageDraft& draft) {
+  Bytes* const tables[] = {&draft.rebase, &draft.bind, &draft.lazy_bind, &draft.exports};
+  Bytes& table = *tables[random.below(std::size(tables))];
+  switch (random.below(5)) {
+    case 0: table = random_opcodes(random); break;
+    case 1: table.resize(random.below(table.size() + 1)); break;
+    case 2: {
+      Bytes& data = draft.segments[data_segment].content;
+      const std::size_t words[] = {0, category_offset, category_offset + 8, category_offset + 16, category_offset + 24};
+      random.change_field(data, words[random.below(std::size(words))], 8);
+      break;
+    }
+    case 3:
+      draft.symbols.resize(random.below(200), {"_another", N_SECT, text_vmaddr + random.below(0x2000)});
+      break;
+    default: random.change_byte(table, 0, table.size());
+  }
+}
+
+void change_file(Random& random, Bytes& file) {
+  MachHeader64 header;
+  std::memcpy(&header, file.data(), sizeof header);
+  const std::size_t commands_end = sizeof header + std::min<std::uint32_t>(header.sizeofcmds, header_room / 2);
+  const std::size_t link_edit = file.size() - file.size() % file_alignment;  // streams, trie, symbols
+  switch (random.below(8)) {
+    case 0: file.resize(random.one_in(2) ? random.below(file.size()) : link_edit + random.below(file.size() - link_edit + 1));
+      file.pad_to(header_room);
+      break;
+    case 1:
+    case 2: random.change_byte(file, link_edit, file.size()); break;
+    case 3: random.change_byte(file, 0, commands_end); break;
+    default: {
+      const std::size_t size = random.one_in(2) ? 4 : 8;
+      random.change_field(file, random.below(commands_end / size) * size, size);
+    }
+  }
+}
+
+}  // namespace
+
+Bytes damaged_image(std::uint64_t seed) {
+  Random random(seed);
+  ImageDraft draft = draft_without_code();
+  std::uint64_t changes = 1 + random.below(3);
+  for (; changes > 0 && random.one_in(2); --changes) change_draft(random, draft);
+  Bytes file = build_image(draft);
+  for (; changes > 0; --changes) change_file(random, file);
+  if (!random.one_in(8)) return file;
+  file = build_universal({{CPU_TYPE_X86_64, file}, {0x0100000C, Bytes().u64(0)}});
+  if (random.one_in(2)) random.change_byte(file, 0, 48);
+  return file;
+}
+
+Bytes image_to_patch() { return build_image(draft_without_code()); }
+
+Bytes damaged_patch_list(std::uint64_t seed) {
+  Random random(seed);
+  constexpr std::uint32_t text = 0x1000;  // all C3, from the image's base
+  const Bytes expected(9, std::byte{0xC3});
+  // A template as the build tool writes it: the slot's address, a load of the block, the way back.
+  Bytes trampoline;
+  trampoline.u8(0x48).u8(0xB8).u64(0).u8(0x48).u8(0x8B).u8(0x00).u8(0x65).u8(0x48).u8(0x8B).u8(0x00);
+  trampoline.pad_to(trampoline.size() + 4).u8(0xFF).u8(0x25).u32(0).u64(0);
+  std::vector<PatchEntry> entries;
+  for (std::uint64_t n = random.below(40); n > 0; --n) {
+    const auto length = static_cast<std::size_t>(random.one_in(200) ? random.below(10) : 5 + random.below(5));
+    const auto site = static_cast<std::uint32_t>(random.one_in(200) ? random.number() : text + n * 16);
+    const auto slot = static_cast<std::uint16_t>(random.one_in(200) ? random.number() : 2);
+    entries.push_back({site, std::span(expected).first(length), slot, trampoline});
+  }
+  const auto sound = write_patch_list(entries);
+  Bytes list;
+  list.append(sound);
+  for (std::uint64_t changes = random.below(3); changes > 0; --changes) {
+    switch (random.below(4)) {
+      case 0: random.change_byte(list, 0, list.size()); break;
+      case 1: random.change_field(list, random.below(list.size() / 4 - 1) * 4, random.one_in(2) ? 4 : 8); break;
+      case 2: random.change_field(list, 8, 8); break;                                          // the count
+      default: random.change_field(list, list.size() - gs_patch_trailer_size, 8);  // the size
+    }
+  }
+  return list;
+}
+
+void damage_unwind_information(Bytes& image, std::uint64_t seed) {
+  Random random(seed);
+  const auto record = std::make_unique<MachImage>();
+  record->file_data = image.data();
+  record->file_size = image.size();
+  if (!read_commands(*record)) return;
+  for (int i = 0; i < record->section_count; ++i) {
+    const MachSection& section = record->sections[i];
+    if (std::strcmp(section.sectname, "__unwind_info") != 0) continue;
+    const std::size_t begin = section.addr - record->segments[0].vmaddr;  // __TEXT takes the file from its start
+    constexpr std::size_t personality_count = 16;  // unwind_info_section_header.personalityArrayCount
+    for (std::uint64_t changes = 1 + random.below(4); changes > 0; --changes) {
+      const std::size_t end = begin + section.size;
+      if (random.one_in(2)) {
+        random.change_byte(image, begin, end);
+      } else {
+        random.change_field(image, begin + random.below(section.size / 4) * 4, 4);
+      }
+    }
+    image.put_at(begin + personality_count, std::uint32_t{0});
+  }
+}
+
+}  // namespace vlm::test
