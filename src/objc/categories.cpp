@@ -61,8 +61,9 @@ void attach_objc_categories(const MachImage& image) {
       if (inside) std::memcpy(&category, place, sizeof category);
       if (!inside || !is_sound(image, category.class_) || !is_sound(image, category.methods) ||
           !is_sound(image, category.class_methods)) {
-        log_message(0, "[objc] category %llu of %s %s and is left out", static_cast<unsigned long long>(at / sizeof(void*)),
-                    image.path, inside ? "is damaged, or its class is missing," : "lies outside the image");
+        log_message(0, "[objc] category %llu of %s %s and is left out",
+                    static_cast<unsigned long long>(at / sizeof(void*)), image.path,
+                    inside ? "is damaged, or its class is missing," : "lies outside the image");
         continue;
       }
       if (category.class_ == nullptr) continue;  // a weak import that nobody has

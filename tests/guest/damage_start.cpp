@@ -84,7 +84,8 @@ int main(int argc, char** argv) {
   }
   SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
   const HMODULE library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr || !replace_import(library, "CreateMutexW", reinterpret_cast<void*>(&make_mutex_without_name)) ||
+  if (library == nullptr ||
+      !replace_import(library, "CreateMutexW", reinterpret_cast<void*>(&make_mutex_without_name)) ||
       !replace_import(library, "MessageBoxA", reinterpret_cast<void*>(&show_no_box))) {
     return std::puts("GameAssembly.dll does not import what it should"), 1;
   }
@@ -94,7 +95,8 @@ int main(int argc, char** argv) {
 
   const auto native_symbol = library_function<decltype(&vlm_native_symbol)>(library, "vlm_native_symbol");
   for (const char* name : {"game_start", "_helper_alias", "", "_far", "not there"}) native_symbol(name);
-  const std::byte* const image = find_image(library_function<decltype(&vlm_is_mac_address)>(library, "vlm_is_mac_address"));
+  const std::byte* const image =
+      find_image(library_function<decltype(&vlm_is_mac_address)>(library, "vlm_is_mac_address"));
   const std::byte* volatile stack[64];  // a crash report names the functions that a stack has addresses of
   for (std::size_t i = 0; i < std::size(stack); ++i) stack[i] = image + i * 0x101;
   for (int i = 0; i < 2; ++i) RaiseException(report_wanted, 0, 0, nullptr);

@@ -100,7 +100,9 @@ void change_file(Random& random, Bytes& file) {
   const std::size_t commands_end = sizeof header + std::min<std::uint32_t>(header.sizeofcmds, header_room / 2);
   const std::size_t link_edit = file.size() - file.size() % file_alignment;  // streams, trie, symbols
   switch (random.below(8)) {
-    case 0: file.resize(random.one_in(2) ? random.below(file.size()) : link_edit + random.below(file.size() - link_edit + 1));
+    case 0:
+      file.resize(random.one_in(2) ? random.below(file.size())
+                                   : link_edit + random.below(file.size() - link_edit + 1));
       file.pad_to(header_room);
       break;
     case 1:
