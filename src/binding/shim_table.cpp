@@ -12,6 +12,7 @@
 
 #include "abi/entries.h"
 #include "abi/stubs.h"
+#include "binding/data_names.h"
 #include "diag/log.h"
 #include "support/text.h"
 
@@ -51,17 +52,6 @@ const MissingObject* missing_objects = nullptr;
 // Read once from the environment; reading it twice on a race gives the same answer.
 enum class TrapContinue { unread, off, on };
 std::atomic<TrapContinue> trap_continue{TrapContinue::unread};
-
-/// Names of data: an empty object that game code may read is safer than a stub that it would read as data.
-constexpr std::string_view data_prefixes[] = {
-    "_OBJC_CLASS_$_", "_OBJC_METACLASS_$_", "__objc_empty_cache", "___CFConstantString", "_kCF",          "__ZTI",
-    "__ZTS",          "__ZTV",              "_NSLocale",          "_GKPlayerDid",        "_NSUbiquitous",
-};
-
-bool is_data_name(std::string_view name) {
-  if (std::ranges::any_of(data_prefixes, [&](std::string_view prefix) { return name.starts_with(prefix); })) return true;
-  return name.size() >= 5 && name.ends_with("2idE");  // a static member `id`: the C++ library's locale facets
-}
 
 void sort_rows() {
   const auto rows = std::span(shim_table.rows, shim_table.count);

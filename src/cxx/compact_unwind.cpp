@@ -18,13 +18,6 @@ struct UnwindInfoSectionHeader {
 };
 static_assert(sizeof(UnwindInfoSectionHeader) == 28);
 
-struct IndexEntry {
-  std::uint32_t functionOffset;
-  std::uint32_t secondLevelPagesSectionOffset;  // 0 in the entry that ends the index
-  std::uint32_t lsdaIndexArraySectionOffset;
-};
-static_assert(sizeof(IndexEntry) == 12);
-
 struct LsdaEntry {
   std::uint32_t functionOffset;
   std::uint32_t lsdaOffset;
@@ -99,6 +92,75 @@ Result<UnwindSection::Table<T>> UnwindSection::table(std::uint64_t offset, std::
   return Table<T>(section_.subspan(offset, count * sizeof(T)));
 }
 
+/// A second-level page: functions in ascending order. One of unknown kind has none.
+class UnwindSection::Page {
+ public:
+  Page(const UnwindSection& section, std::uint32_t offset, std::uint32_t first_function)
+      : section_(section), offset_(offset), first_function_(first_function) {}
+
+  std::uint32_t size() const { return regular_.size() + compressed_.size(); }
+
+  std::uint64_t function(std::uint32_t i) const {
+    if (regular_.size() != 0) return regular_[i].functionOffset;
+    return std::uint64_t{first_function_} + compressed_function(compressed_[i]);
+  }
+
+  Result<UnwindEntry> entry(std::uint32_t i) const {
+    if (regular_.size() != 0) return UnwindEntry{regular_[i].functionOffset, regular_[i].encoding, 0, 0};
+    std::uint32_t number = compressed_encoding(compressed_[i]);
+    const std::uint32_t common_count = section_.common_encoding_count_;
+    const bool common = number < common_count;
+    if (!common) number -= common_count;
+    const auto encodings =
+        common ? section_.table<std::uint32_t>(section_.common_encodings_, common_count, "common encodings")
+               : section_.table<std::uint32_t>(encodings_, encoding_count_, "encodings of a page");
+    if (!encodings) return std::unexpected(encodings.error());
+    if (number >= encodings->size()) {
+      return fault("__unwind_info names encoding %u of a page at 0x%x that has %u", number, offset_, encodings->size());
+    }
+    return UnwindEntry{static_cast<std::uint32_t>(function(i)), (*encodings)[number], 0, 0};
+  }
+
+ private:
+  friend class UnwindSection;
+
+  const UnwindSection& section_;
+  std::uint32_t offset_;
+  std::uint32_t first_function_;
+  Table<RegularEntry> regular_{{}};      // one of
+  Table<std::uint32_t> compressed_{{}};  // the two
+  std::uint64_t encodings_ = 0;
+  std::uint32_t encoding_count_ = 0;
+};
+
+Result<UnwindSection::Page> UnwindSection::page(const UnwindIndexEntry& place) const {
+  const std::uint32_t offset = place.secondLevelPagesSectionOffset;
+  Page page(*this, offset, place.functionOffset);
+  ByteReader in(section_, offset);
+  switch (ByteReader(in).read<std::uint32_t>()) {
+    case UNWIND_SECOND_LEVEL_REGULAR: {
+      const auto header = in.read<RegularPage>();
+      const auto entries =
+          table<RegularEntry>(std::uint64_t{offset} + header.entryPageOffset, header.entryCount, "regular page");
+      if (!entries) return std::unexpected(entries.error());
+      page.regular_ = *entries;
+      return page;
+    }
+    case UNWIND_SECOND_LEVEL_COMPRESSED: {
+      const auto header = in.read<CompressedPage>();
+      const auto entries =
+          table<std::uint32_t>(std::uint64_t{offset} + header.entryPageOffset, header.entryCount, "compressed page");
+      if (!entries) return std::unexpected(entries.error());
+      page.compressed_ = *entries;
+      page.encodings_ = std::uint64_t{offset} + header.encodingsPageOffset;
+      page.encoding_count_ = header.encodingsCount;
+      return page;
+    }
+    default:
+      return page;
+  }
+}
+
 Result<UnwindSection> UnwindSection::open(std::span<const std::byte> bytes) {
   UnwindSection section;
   section.section_ = bytes;
@@ -117,24 +179,29 @@ Result<UnwindSection> UnwindSection::open(std::span<const std::byte> bytes) {
   const auto personalities =
       section.table<std::uint32_t>(section.personalities_, section.personality_count_, "personalities");
   if (!personalities) return std::unexpected(personalities.error());
-  const auto index = section.table<IndexEntry>(section.index_, section.index_count_, "index");
+  const auto index = section.table<UnwindIndexEntry>(section.index_, section.index_count_, "index");
   if (!index) return std::unexpected(index.error());
   return section;
 }
 
 Result<std::optional<UnwindEntry>> UnwindSection::find(std::uint32_t target) const {
   if (index_count_ == 0) return std::nullopt;
-  const auto index = table<IndexEntry>(index_, index_count_, "index");
+  const auto index = table<UnwindIndexEntry>(index_, index_count_, "index");
   if (!index) return std::unexpected(index.error());
   // The sentinel is no candidate, and an address below the first page is left to that page to turn down.
-  const IndexEntry first = (*index)[last_not_above(index_count_ - 1, target, [&](std::uint32_t i) {
+  const UnwindIndexEntry first = (*index)[last_not_above(index_count_ - 1, target, [&](std::uint32_t i) {
                                       return (*index)[i].functionOffset;
                                     }).value_or(0)];
   if (first.secondLevelPagesSectionOffset == 0) return std::nullopt;
 
-  auto found = find_in_page(first.secondLevelPagesSectionOffset, first.functionOffset, target);
-  if (!found || !*found) return found;
-  UnwindEntry& entry = **found;
+  const auto functions = page(first);
+  if (!functions) return std::unexpected(functions.error());
+  const auto at =
+      last_not_above(functions->size(), target, [&](std::uint32_t i) { return functions->function(i); });
+  if (!at) return std::nullopt;
+  auto found = functions->entry(*at);
+  if (!found) return std::unexpected(found.error());
+  UnwindEntry& entry = *found;
   if ((entry.encoding & UNWIND_HAS_LSDA) != 0) {
     const auto lsda = find_lsda(first.lsdaIndexArraySectionOffset, entry.function);
     if (!lsda) return std::unexpected(lsda.error());
@@ -148,50 +215,29 @@ Result<std::optional<UnwindEntry>> UnwindSection::find(std::uint32_t target) con
   return found;
 }
 
-Result<std::optional<UnwindEntry>> UnwindSection::find_in_page(std::uint32_t page, std::uint32_t first_function,
-                                                               std::uint32_t target) const {
-  ByteReader in(section_, page);
-  switch (ByteReader(in).read<std::uint32_t>()) {
-    case UNWIND_SECOND_LEVEL_REGULAR: {
-      const auto header = in.read<RegularPage>();
-      const auto entries =
-          table<RegularEntry>(std::uint64_t{page} + header.entryPageOffset, header.entryCount, "regular page");
-      if (!entries) return std::unexpected(entries.error());
-      const auto function = [&](std::uint32_t i) { return (*entries)[i].functionOffset; };
-      const auto at = last_not_above(entries->size(), target, function);
-      if (!at) return std::nullopt;
-      return UnwindEntry{(*entries)[*at].functionOffset, (*entries)[*at].encoding, 0, 0};
+Result<void> UnwindSection::for_each_function(const std::function<void(const UnwindEntry&)>& visit) const {
+  if (index_count_ == 0) return {};
+  const auto index = table<UnwindIndexEntry>(index_, index_count_, "index");
+  if (!index) return std::unexpected(index.error());
+  // No function takes fewer bytes, so only pages that overlap have more.
+  std::uint64_t left = section_.size() / sizeof(std::uint32_t);
+  for (std::uint32_t i = 0; i + 1 < index_count_; ++i) {
+    if ((*index)[i].secondLevelPagesSectionOffset == 0) continue;
+    const auto functions = page((*index)[i]);
+    if (!functions) return std::unexpected(functions.error());
+    if (functions->size() > left) return fault("__unwind_info has pages that overlap: entry %u of its index", i);
+    left -= functions->size();
+    for (std::uint32_t at = 0; at < functions->size(); ++at) {
+      const auto entry = functions->entry(at);
+      if (!entry) return std::unexpected(entry.error());
+      visit(*entry);
     }
-    case UNWIND_SECOND_LEVEL_COMPRESSED: {
-      const auto header = in.read<CompressedPage>();
-      const auto entries =
-          table<std::uint32_t>(std::uint64_t{page} + header.entryPageOffset, header.entryCount, "compressed page");
-      if (!entries) return std::unexpected(entries.error());
-      const auto function = [&](std::uint32_t i) {
-        return std::uint64_t{first_function} + compressed_function((*entries)[i]);
-      };
-      const auto at = last_not_above(entries->size(), target, function);
-      if (!at) return std::nullopt;
-      std::uint32_t number = compressed_encoding((*entries)[*at]);
-      const bool common = number < common_encoding_count_;
-      if (!common) number -= common_encoding_count_;
-      const auto encodings =
-          common ? table<std::uint32_t>(common_encodings_, common_encoding_count_, "common encodings")
-                 : table<std::uint32_t>(std::uint64_t{page} + header.encodingsPageOffset, header.encodingsCount,
-                                        "encodings of a page");
-      if (!encodings) return std::unexpected(encodings.error());
-      if (number >= encodings->size()) {
-        return fault("__unwind_info names encoding %u of a page at 0x%x that has %u", number, page, encodings->size());
-      }
-      return UnwindEntry{static_cast<std::uint32_t>(function(*at)), (*encodings)[number], 0, 0};
-    }
-    default:
-      return std::nullopt;
   }
+  return {};
 }
 
 Result<std::uint32_t> UnwindSection::find_lsda(std::uint32_t begin, std::uint32_t function) const {
-  const auto sentinel = table<IndexEntry>(index_ + sizeof(IndexEntry) * std::uint64_t{index_count_ - 1}, 1, "index");
+  const auto sentinel = table<UnwindIndexEntry>(index_ + sizeof(UnwindIndexEntry) * std::uint64_t{index_count_ - 1}, 1, "index");
   if (!sentinel) return std::unexpected(sentinel.error());
   const std::uint32_t end = (*sentinel)[0].lsdaIndexArraySectionOffset;
   if (end <= begin) return 0;

@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 
@@ -25,6 +26,14 @@ struct UnwindEntry {
   std::uint32_t personality;  // of the pointer to the routine
 };
 
+/// `unwind_info_section_header_index_entry`.
+struct UnwindIndexEntry {
+  std::uint32_t functionOffset;
+  std::uint32_t secondLevelPagesSectionOffset;  // 0 in the entry that ends the index
+  std::uint32_t lsdaIndexArraySectionOffset;
+};
+static_assert(sizeof(UnwindIndexEntry) == 12);
+
 /// One image's __unwind_info section. A view: the bytes must outlive it.
 class UnwindSection {
  public:
@@ -35,6 +44,10 @@ class UnwindSection {
   ///   errors  name the table that leaves the section
   Result<std::optional<UnwindEntry>> find(std::uint32_t target) const;
 
+  /// Calls `visit` for each function, in the order of the section; LSDA and personality are not looked up.
+  ///   errors  name the table that leaves the section; what lies before it was visited
+  Result<void> for_each_function(const std::function<void(const UnwindEntry&)>& visit) const;
+
  private:
   /// Records in the section, read by memcpy: nothing there need be aligned.
   template <class T>
@@ -42,8 +55,8 @@ class UnwindSection {
 
   template <class T>
   Result<Table<T>> table(std::uint64_t offset, std::uint64_t count, const char* what) const;
-  Result<std::optional<UnwindEntry>> find_in_page(std::uint32_t page, std::uint32_t first_function,
-                                                  std::uint32_t target) const;
+  class Page;
+  Result<Page> page(const UnwindIndexEntry& place) const;
   Result<std::uint32_t> find_lsda(std::uint32_t begin, std::uint32_t function) const;
 
   std::span<const std::byte> section_;

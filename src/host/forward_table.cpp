@@ -2,27 +2,16 @@
 
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 
 #include "diag/log.h"
 #include "host/driver.h"
+#include "host/game_symbols.h"
 #include "macho/queries.h"
 
 namespace vlm {
-namespace {
 
-/// Symbol names in slot order.
-constexpr const char* symbol_names[] = {
-#define IL2CPP_FORWARD(result, name, ...) "_" #name,
-#define IL2CPP_WRAP(positions, result, name, ...) "_" #name,
-#define IL2CPP_LOCAL(result, name, ...) "_" #name,
-#include "host/il2cpp_exports.def"
-#undef IL2CPP_FORWARD
-#undef IL2CPP_WRAP
-#undef IL2CPP_LOCAL
-};
-static_assert(std::size(symbol_names) == export_count);
-
-}  // namespace
+static_assert(std::size(export_symbols) == export_count);
 
 constinit ForwardTable forward_table{};
 constinit ForwardTable open_table{};
@@ -31,8 +20,8 @@ void resolve_forward_table() {
   const MachImage& image = *game_image;
   std::uint64_t addresses[export_count];
   for (std::size_t i = 0; i < export_count; ++i) {
-    addresses[i] = macho_find_export(image, symbol_names[i]);
-    if (addresses[i] == 0) log_message(0, "[api] GameAssembly.dylib does not export %s", symbol_names[i]);
+    addresses[i] = macho_find_export(image, export_symbols[i]);
+    if (addresses[i] == 0) log_message(0, "[api] GameAssembly.dylib does not export %s", export_symbols[i]);
   }
   std::memcpy(&forward_table, addresses, sizeof forward_table);
 }
@@ -47,7 +36,7 @@ void open_forward_table() {
 void* pass_gate_to(std::size_t slot) {
   ensure_started();
   void* const function = reinterpret_cast<void* const*>(&open_table)[slot];
-  if (function == nullptr) missing_export(symbol_names[slot] + 1);
+  if (function == nullptr) missing_export(export_symbols[slot] + 1);
   return function;
 }
 

@@ -5,7 +5,6 @@
 
 #include "macho/commands.h"
 #include "macho/format.h"
-#include "macho/queries.h"
 #include "support/byte_reader.h"
 
 namespace vlm {
@@ -81,95 +80,55 @@ class FixupPlace {
   std::size_t start_ = 0;
 };
 
-/// What the link editor wrote for the symbol of the next binds.
-struct Import {
-  std::string_view name;  // NUL-terminated, in the stream; data() is null until a name was read
-  std::uint32_t flags = 0;
-  std::int32_t ordinal = 0;  // positive: dylib_names[ordinal - 1]; 0: the image itself; negative: flat
-};
-
-const char* last_component(const char* path) {
-  const char* slash = std::strrchr(path, '/');
-  return slash == nullptr ? path : slash + 1;
-}
-
 /// Finds addresses for imports, remembering the last one: binds of one symbol come in a row.
 class ImportResolver {
  public:
   ImportResolver(const MachImage& image, const SymbolSources& sources) : image_(image), sources_(sources) {}
 
-  /// False when the stream has asked for more than a sane image ever needs.
-  bool resolve(const Import& import) {
-    if (import.name.data() == cached_name_ && import.ordinal == cached_ordinal_) return true;
-    work_ += resolution_work + import.name.size();
-    if (work_ > max_work) return false;
-    value_ = look_up(import);
+  Result<std::uint64_t> resolve(const Import& import) {
+    if (import.name.data() == cached_name_ && import.ordinal == cached_ordinal_) return value_;
+    if (!budget_.take(import)) return fault("looking up its symbols takes too long");
+    value_ = resolve_import(image_, import, sources_, budget_.bytes_read()).address;
     cached_name_ = import.name.data();
     cached_ordinal_ = import.ordinal;
-    return true;
+    return value_;
   }
-
-  std::uint64_t value() const { return value_; }
 
  private:
-  // Resolving walks tries and copies names, so a stream that never repeats itself over a trie made to be slow could
-  // keep start-up busy for hours. Counted in bytes; it ends after seconds, having had room for millions of imports.
-  static constexpr std::uint64_t max_work = std::uint64_t{1} << 32;
-  static constexpr std::uint64_t resolution_work = 1024;
-
-  std::uint64_t look_up(const Import& import) {
-    const char* library = "flat";
-    if (import.ordinal == 0) {
-      if (const std::uint64_t own = macho_find_export(image_, import.name, &work_)) return own;
-      library = "self";
-    } else if (import.ordinal > 0 && import.ordinal <= image_.dylib_count) {
-      const char* install_name = image_.dylib_names[import.ordinal - 1];
-      if (const std::uint64_t address = look_up_in_images(install_name, import.name)) return address;
-      library = last_component(install_name);
-    }
-    if (const void* address = sources_.lookup_shim(library, import.name.data())) return value_of(address);
-    if (import.flags & BIND_SYMBOL_FLAGS_WEAK_IMPORT) return 0;
-    return value_of(sources_.make_missing_symbol(library, import.name.data()));
-  }
-
-  std::uint64_t look_up_in_images(const char* install_name, std::string_view name) {
-    for (const MachImage* other : sources_.images) {
-      const char* slash = std::strrchr(other->path, '/');
-      if (other == &image_ || slash == nullptr || std::strstr(install_name, slash + 1) == nullptr) continue;
-      if (const std::uint64_t address = macho_find_export(*other, name, &work_)) return address;
-    }
-    return 0;
-  }
-
-  static std::uint64_t value_of(const void* address) { return reinterpret_cast<std::uintptr_t>(address); }
-
   const MachImage& image_;
   const SymbolSources& sources_;
+  ResolutionBudget budget_;
   const char* cached_name_ = nullptr;
   std::int32_t cached_ordinal_ = 0x7FFFFFFF;
   std::uint64_t value_ = 0;
-  std::uint64_t work_ = 0;
 };
+
+constexpr const char* stream_name(BindStream stream) {
+  return stream == BindStream::lazy_binds ? "lazy-bind" : stream == BindStream::weak_binds ? "weak-bind" : "bind";
+}
+
+/// An empty stream may name any offset.
+std::span<const std::byte> stream_bytes(const MachImage& image, BindStream stream) {
+  const auto bytes = [&](std::uint32_t offset, std::uint32_t size) {
+    return size == 0 ? std::span<const std::byte>() : image.file_range(offset, size);
+  };
+  switch (stream) {
+    case BindStream::binds:
+      return bytes(image.bind_off, image.bind_size);
+    case BindStream::weak_binds:
+      return bytes(image.weak_bind_off, image.weak_bind_size);
+    case BindStream::lazy_binds:
+      break;
+  }
+  return bytes(image.lazy_bind_off, image.lazy_bind_size);
+}
 
 }  // namespace
 
-Result<std::uint64_t> macho_rebase(const MachImage& image, std::span<std::byte> memory) {
+Result<std::uint64_t> macho_walk_rebases(const MachImage& image, const std::function<void(const PointerRun&)>& visit) {
   if (image.rebase_size == 0) return 0;
   ByteReader in(image.file_range(image.rebase_off, image.rebase_size));
   FixupPlace place(image, "rebase");
-  const auto slide = static_cast<std::uint64_t>(image.slide);
-
-  const auto rebase = [&](std::uint64_t count, std::uint64_t stride) {
-    if (count == 0) return true;  // an empty run may stand anywhere
-    if (!place.take_run(count, stride)) return false;
-    for (std::size_t at = place.start(); count != 0; --count, at += stride) {
-      std::uint64_t pointer;
-      std::memcpy(&pointer, &memory[at], sizeof pointer);
-      pointer += slide;
-      std::memcpy(&memory[at], &pointer, sizeof pointer);
-    }
-    return true;
-  };
 
   while (!in.at_end()) {
     const auto byte = in.read<std::uint8_t>();
@@ -207,19 +166,21 @@ Result<std::uint64_t> macho_rebase(const MachImage& image, std::span<std::byte> 
       default:
         return fault("unknown rebase opcode 0x%02x", byte & OPCODE_MASK);
     }
-    if (!rebase(count, stride)) return place.fault_of_run(count, stride, in);
+    if (count == 0) continue;  // an empty run may stand anywhere
+    if (!place.take_run(count, stride)) return place.fault_of_run(count, stride, in);
+    visit({place.start(), count, stride});
   }
   return place.patched();  // DONE is only padding, so a stream may end without one
 }
 
-Result<std::uint64_t> macho_bind(const MachImage& image, std::span<std::byte> memory, std::uint32_t stream_offset,
-                                 std::uint32_t stream_size, bool lazy, const SymbolSources& sources) {
-  if (stream_size == 0) return 0;
-  ByteReader in(image.file_range(stream_offset, stream_size));
-  FixupPlace place(image, lazy ? "lazy-bind" : "bind");
-  ImportResolver resolver(image, sources);
+Result<std::uint64_t> macho_walk_binds(const MachImage& image, BindStream stream,
+                                       const std::function<Result<void>(const PointerRun&, const Import&)>& visit) {
+  const auto bytes = stream_bytes(image, stream);
+  if (bytes.empty()) return 0;
+  const char* const name = stream_name(stream);
+  ByteReader in(bytes);
+  FixupPlace place(image, name);
   Import import;
-  std::uint64_t addend = 0;
 
   while (!in.at_end()) {
     const auto byte = in.read<std::uint8_t>();
@@ -228,7 +189,7 @@ Result<std::uint64_t> macho_bind(const MachImage& image, std::span<std::byte> me
     std::uint64_t stride = pointer_size;
     switch (byte & OPCODE_MASK) {
       case BIND_OPCODE_DONE:
-        if (!lazy) return place.patched();
+        if (stream != BindStream::lazy_binds) return place.patched();
         break;
       case BIND_OPCODE_SET_DYLIB_ORDINAL_IMM:
         import.ordinal = static_cast<std::int32_t>(immediate);
@@ -243,14 +204,13 @@ Result<std::uint64_t> macho_bind(const MachImage& image, std::span<std::byte> me
         import.flags = immediate;
         import.name = in.c_string();
         if (!in.ok()) {
-          return place.damaged(fault("%s stream, offset %zu: the symbol name has no end", lazy ? "lazy-bind" : "bind",
-                                     in.offset()));
+          return place.damaged(fault("%s stream, offset %zu: the symbol name has no end", name, in.offset()));
         }
         break;
       case BIND_OPCODE_SET_TYPE_IMM:
         break;  // every bind of a 64-bit image is of a pointer
       case BIND_OPCODE_SET_ADDEND_SLEB:
-        addend = static_cast<std::uint64_t>(in.sleb128());
+        import.addend = static_cast<std::uint64_t>(in.sleb128());
         break;
       case BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB:
         place.set(static_cast<int>(immediate), in.uleb128());
@@ -280,19 +240,39 @@ Result<std::uint64_t> macho_bind(const MachImage& image, std::span<std::byte> me
 
     if (!place.take_run(count, stride)) return place.fault_of_run(count, stride, in);
     if (import.name.data() == nullptr) {
-      return place.damaged(fault("%s stream, before offset %zu: a bind without a symbol name",
-                                 lazy ? "lazy-bind" : "bind", in.offset()));
+      return place.damaged(fault("%s stream, before offset %zu: a bind without a symbol name", name, in.offset()));
     }
-    if (!resolver.resolve(import)) {
-      return place.damaged(fault("%s stream, before offset %zu: looking up its symbols takes too long",
-                                 lazy ? "lazy-bind" : "bind", in.offset()));
-    }
-    const std::uint64_t pointer = resolver.value() + addend;
-    for (std::size_t at = place.start(); count != 0; --count, at += stride) {
-      std::memcpy(&memory[at], &pointer, sizeof pointer);
+    if (const auto visited = visit({place.start(), count, stride}, import); !visited) {
+      return place.damaged(fault("%s stream, before offset %zu: %s", name, in.offset(), visited.error().text.c_str()));
     }
   }
   return place.patched();
+}
+
+Result<std::uint64_t> macho_rebase(const MachImage& image, std::span<std::byte> memory) {
+  const auto slide = static_cast<std::uint64_t>(image.slide);
+  return macho_walk_rebases(image, [&](PointerRun run) {
+    for (; run.count != 0; --run.count, run.offset += run.stride) {
+      std::uint64_t pointer;
+      std::memcpy(&pointer, &memory[run.offset], sizeof pointer);
+      pointer += slide;
+      std::memcpy(&memory[run.offset], &pointer, sizeof pointer);
+    }
+  });
+}
+
+Result<std::uint64_t> macho_bind(const MachImage& image, std::span<std::byte> memory, BindStream stream,
+                                 const SymbolSources& sources) {
+  ImportResolver resolver(image, sources);
+  return macho_walk_binds(image, stream, [&](PointerRun run, const Import& import) -> Result<void> {
+    const auto address = resolver.resolve(import);
+    if (!address) return std::unexpected(address.error());
+    const std::uint64_t pointer = *address + import.addend;
+    for (; run.count != 0; --run.count, run.offset += run.stride) {
+      std::memcpy(&memory[run.offset], &pointer, sizeof pointer);
+    }
+    return {};
+  });
 }
 
 }  // namespace vlm

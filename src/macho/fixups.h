@@ -10,19 +10,33 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 
 #include "macho/image.h"
+#include "macho/imports.h"
 #include "support/result.h"
 
 namespace vlm {
 
-/// Where imports are looked up, besides the image's own exports; in this order.
-struct SymbolSources {
-  std::span<MachImage* const> images;                                       // those that other images may import from
-  const void* (*lookup_shim)(const char* library, const char* name);           // null: no such shim
-  const void* (*make_missing_symbol)(const char* library, const char* name);  // never null
+/// Pointers that one opcode patches; all inside the image.
+struct PointerRun {
+  std::uint64_t offset;  // of the first, in bytes from the image's lowest address
+  std::uint64_t count;   // not 0
+  std::uint64_t stride;  // bytes from one to the next, modulo 2^64
 };
+
+enum class BindStream { binds, weak_binds, lazy_binds };
+
+/// Calls `visit` for each run of the rebase stream, in its order.
+///   returns  how many pointers the runs have
+///   errors   a whole message; earlier runs were visited
+Result<std::uint64_t> macho_walk_rebases(const MachImage& image, const std::function<void(const PointerRun&)>& visit);
+
+/// Calls `visit` for each run of a bind stream, in its order, with the symbol that is bound; stops when it fails. In the
+/// lazy stream DONE ends an entry, in the others the stream. Otherwise as macho_walk_rebases().
+Result<std::uint64_t> macho_walk_binds(const MachImage& image, BindStream stream,
+                                       const std::function<Result<void>(const PointerRun&, const Import&)>& visit);
 
 /// Adds the slide to every pointer of the rebase stream.
 ///   memory   the image's extent, the byte at `base` first
@@ -31,8 +45,8 @@ struct SymbolSources {
 Result<std::uint64_t> macho_rebase(const MachImage& image, std::span<std::byte> memory);
 
 /// Stores the address of an imported symbol plus addend in every pointer of a bind stream, each symbol resolved at
-/// once. `lazy` says that DONE ends an entry, not the stream. Otherwise as macho_rebase().
-Result<std::uint64_t> macho_bind(const MachImage& image, std::span<std::byte> memory, std::uint32_t stream_offset,
-                                 std::uint32_t stream_size, bool lazy, const SymbolSources& sources);
+/// once. Otherwise as macho_rebase().
+Result<std::uint64_t> macho_bind(const MachImage& image, std::span<std::byte> memory, BindStream stream,
+                                 const SymbolSources& sources);
 
 }  // namespace vlm

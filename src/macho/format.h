@@ -41,8 +41,16 @@ static_assert(sizeof(MachHeader64) == 32);
 enum LoadCommandNumber : std::uint32_t {
   LC_SYMTAB = 0x2,
   LC_LOAD_DYLIB = 0xC,
+  LC_ID_DYLIB = 0xD,
+  LC_ROUTINES = 0x11,
   LC_SEGMENT_64 = 0x19,
+  LC_ROUTINES_64 = 0x1A,
+  LC_UUID = 0x1B,
   LC_DYLD_INFO = 0x22,
+  LC_VERSION_MIN_MACOSX = 0x24,
+  LC_FUNCTION_STARTS = 0x26,
+  LC_DATA_IN_CODE = 0x29,
+  LC_BUILD_VERSION = 0x32,
   LC_LOAD_WEAK_DYLIB = 0x80000018,
   LC_REEXPORT_DYLIB = 0x8000001F,
   LC_DYLD_INFO_ONLY = 0x80000022,
@@ -89,6 +97,18 @@ struct Section64 {
 };
 static_assert(sizeof(Section64) == 80 && offsetof(Section64, addr) == 32);
 
+/// The kind of a section is the low byte of its flags.
+inline constexpr std::uint32_t SECTION_TYPE = 0x000000FF;
+inline constexpr std::uint32_t S_ATTR_PURE_INSTRUCTIONS = 0x80000000;
+inline constexpr std::uint32_t S_ATTR_SOME_INSTRUCTIONS = 0x00000400;
+
+enum SectionType : std::uint32_t {
+  S_MOD_INIT_FUNC_POINTERS = 0x9,
+  S_THREAD_LOCAL_VARIABLES = 0x13,
+  S_THREAD_LOCAL_INIT_FUNCTION_POINTERS = 0x15,
+  S_INIT_FUNC_OFFSETS = 0x16,
+};
+
 struct SymtabCommand {
   std::uint32_t cmd;
   std::uint32_t cmdsize;
@@ -98,6 +118,15 @@ struct SymtabCommand {
   std::uint32_t strsize;
 };
 static_assert(sizeof(SymtabCommand) == 24);
+
+/// Of LC_FUNCTION_STARTS, LC_DATA_IN_CODE and others whose data lies in __LINKEDIT.
+struct LinkeditDataCommand {
+  std::uint32_t cmd;
+  std::uint32_t cmdsize;
+  std::uint32_t dataoff;
+  std::uint32_t datasize;
+};
+static_assert(sizeof(LinkeditDataCommand) == 16);
 
 struct DyldInfoCommand {
   std::uint32_t cmd;

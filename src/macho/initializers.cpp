@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "diag/log.h"
-#include "macho/format.h"
 #include "macho/load.h"
+#include "macho/queries.h"
 #include "support/sysv.h"
 
 namespace vlm {
@@ -17,15 +17,6 @@ using Initializer = SYSV void (*)(std::int32_t, void**, void**, void**, void*);
 /// One empty, null-terminated list serves as argv, envp and apple.
 void* empty_arguments[3];
 
-bool is_code(const MachImage& image, std::uint64_t address) {
-  for (int i = 0; i < image.segment_count; ++i) {
-    const MachSegment& segment = image.segments[i];
-    const std::uint64_t start = segment.vmaddr + static_cast<std::uint64_t>(image.slide);
-    if (segment.mapped() && (segment.initprot & VM_PROT_EXECUTE) && address - start < segment.vmsize) return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 void macho_run_initializers(const MachImage& image) {
@@ -36,7 +27,7 @@ void macho_run_initializers(const MachImage& image) {
     for (std::uint64_t n = 0; n < count; ++n) {
       std::uint64_t entry;
       std::memcpy(&entry, reinterpret_cast<const std::byte*>(section.addr) + n * sizeof entry, sizeof entry);
-      if (!is_code(image, entry)) {
+      if (!macho_is_code(image, entry)) {
         fatal_error("%s is damaged or not supported: initializer %llu of section %s,%s is 0x%llx, not in its code",
                     image.path, static_cast<unsigned long long>(n), section.segname, section.sectname,
                     static_cast<unsigned long long>(entry));

@@ -130,8 +130,8 @@ void link(const MachImage& image) {
     if (!patched) fatal_error("%s", patched.error().text.c_str());
   };
   check(macho_rebase(image, memory));
-  check(macho_bind(image, memory, image.bind_off, image.bind_size, false, sources));
-  check(macho_bind(image, memory, image.lazy_bind_off, image.lazy_bind_size, true, sources));
+  check(macho_bind(image, memory, BindStream::binds, sources));
+  check(macho_bind(image, memory, BindStream::lazy_binds, sources));
 }
 
 DWORD page_protection(std::uint32_t initprot) {

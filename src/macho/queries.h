@@ -18,6 +18,13 @@ std::uint64_t macho_find_export(const MachImage& image, std::string_view name, s
 /// The first section with exactly these names, or null.
 const MachSection* macho_find_section(const MachImage& image, std::string_view segment, std::string_view section);
 
+/// What the image's file has from an address on, to the end of its segment. Empty when nothing of the file lies there.
+///   vmaddr  a link-time address
+std::span<const std::byte> macho_bytes_at(const MachImage& image, std::uint64_t vmaddr);
+
+/// True for a run-time address in a segment that is executable.
+bool macho_is_code(const MachImage& image, std::uint64_t address);
+
 /// The image's section symbols as an index holds them. Without room for all of them counts alone, and may count too many.
 std::size_t macho_section_symbols(const MachImage& image, std::span<SymbolPlace> places);
 

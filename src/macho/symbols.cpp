@@ -54,6 +54,23 @@ const MachSection* macho_find_section(const MachImage& image, std::string_view s
   return nullptr;
 }
 
+std::span<const std::byte> macho_bytes_at(const MachImage& image, std::uint64_t vmaddr) {
+  for (const MachSegment& segment : std::span(image.segments, static_cast<std::size_t>(image.segment_count))) {
+    if (!segment.mapped() || vmaddr < segment.vmaddr || vmaddr - segment.vmaddr >= segment.filesize) continue;
+    const std::uint64_t offset = vmaddr - segment.vmaddr;
+    return {image.file_data + segment.fileoff + offset, segment.filesize - offset};
+  }
+  return {};
+}
+
+bool macho_is_code(const MachImage& image, std::uint64_t address) {
+  for (const MachSegment& segment : std::span(image.segments, static_cast<std::size_t>(image.segment_count))) {
+    const std::uint64_t start = segment.vmaddr + static_cast<std::uint64_t>(image.slide);
+    if (segment.mapped() && (segment.initprot & VM_PROT_EXECUTE) && address - start < segment.vmsize) return true;
+  }
+  return false;
+}
+
 std::size_t macho_section_symbols(const MachImage& image, std::span<SymbolPlace> places) {
   std::size_t count = 0;
   if (places.empty()) {

@@ -116,9 +116,8 @@ ImageRun run_image(std::span<const std::byte> bytes, std::uint64_t max_extent) {
     if (!patched && run.fault.empty()) run.fault = patched.error().text.empty() ? "(no text)" : patched.error().text;
     return patched.has_value();
   };
-  if (add(macho_rebase(*image, extent)) &&
-      add(macho_bind(*image, extent, image->bind_off, image->bind_size, false, sources))) {
-    add(macho_bind(*image, extent, image->lazy_bind_off, image->lazy_bind_size, true, sources));
+  if (add(macho_rebase(*image, extent)) && add(macho_bind(*image, extent, BindStream::binds, sources))) {
+    add(macho_bind(*image, extent, BindStream::lazy_binds, sources));
   }
   run.looked_up = look_ups;
   ask(*image);

@@ -25,7 +25,6 @@ namespace vlm::test {
 
 inline constexpr std::uint64_t header_room = 0x1000;
 inline constexpr std::uint64_t file_alignment = 0x1000;
-inline constexpr std::uint32_t LC_ID_DYLIB = 0xD;  // of every dylib; the loader passes over it
 
 /// Bytes in the making.
 class Bytes : public std::vector<std::byte> {

@@ -61,11 +61,9 @@ const void* make_missing(const char* library, const char* name) {
 }
 
 Result<std::uint64_t> bind(FakeImage& fake, bool lazy, std::span<MachImage* const> images = {}) {
-  const MachImage& image = *fake.image;
   questions.clear();
-  return lazy ? macho_bind(image, fake.memory, image.lazy_bind_off, image.lazy_bind_size, true,
-                           {images, lookup, make_missing})
-              : macho_bind(image, fake.memory, image.bind_off, image.bind_size, false, {images, lookup, make_missing});
+  return macho_bind(*fake.image, fake.memory, lazy ? BindStream::lazy_binds : BindStream::binds,
+                    {images, lookup, make_missing});
 }
 
 }  // namespace

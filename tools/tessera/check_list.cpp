@@ -2,22 +2,13 @@
 
 #include <algorithm>
 
-#include "support/byte_reader.h"
+#include "macho/queries.h"
 #include "tessera/instruction.h"
 #include "tessera/patch_image.h"
 #include "tls/patch_list.h"
 
 namespace vlm::tessera {
 namespace {
-
-/// The image's bytes at a link-time address as they are in the file; empty when they are not all there.
-std::span<const std::byte> image_bytes(const MachImage& image, std::uint64_t vmaddr, std::uint64_t size) {
-  for (const MachSegment& segment : std::span(image.segments, image.segment_count)) {
-    if (vmaddr < segment.vmaddr || !range_fits(vmaddr - segment.vmaddr, size, segment.filesize)) continue;
-    return {image.file_data + segment.fileoff + (vmaddr - segment.vmaddr), size};
-  }
-  return {};
-}
 
 struct Covered {
   std::uint64_t begin;
@@ -49,7 +40,8 @@ Result<ListCheck> check_patch_list(const MachImage& image, std::span<const std::
       complain("its lengths make no sense");
       continue;
     }
-    const auto there = image_bytes(image, vmaddr, entry.expected.size());
+    auto there = macho_bytes_at(image, vmaddr);
+    there = there.size() < entry.expected.size() ? std::span<const std::byte>() : there.first(entry.expected.size());
     if (!std::ranges::equal(there, entry.expected)) {
       complain("the image has " + (there.empty() ? std::string("nothing") : describe_bytes(there)) + ", expected " +
                describe_bytes(entry.expected));

@@ -3,25 +3,13 @@
 #include <algorithm>
 #include <optional>
 
+#include "macho/command_walk.h"
 #include "macho/format.h"
+#include "macho/queries.h"
 #include "support/byte_reader.h"
 
 namespace vlm::tessera {
 namespace {
-
-// What <mach-o/loader.h> has beyond what the loader itself reads.
-constexpr std::uint32_t LC_FUNCTION_STARTS = 0x26;
-constexpr std::uint32_t LC_DATA_IN_CODE = 0x29;
-constexpr std::uint32_t S_ATTR_PURE_INSTRUCTIONS = 0x80000000;
-constexpr std::uint32_t S_ATTR_SOME_INSTRUCTIONS = 0x00000400;
-
-struct LinkeditDataCommand {
-  std::uint32_t cmd;
-  std::uint32_t cmdsize;
-  std::uint32_t dataoff;
-  std::uint32_t datasize;
-};
-static_assert(sizeof(LinkeditDataCommand) == 16);
 
 struct DataInCodeEntry {
   std::uint32_t offset;  // from the mach_header, as the linker places it: from the start of __TEXT
@@ -36,23 +24,10 @@ struct Interval {
   std::uint64_t end;
 };
 
-/// Calls `visit(cmd, reader at the command's start)`. The commands' sizes were checked when the image was read.
-template <class Visit>
-void for_each_command(const MachImage& image, Visit visit) {
-  const std::span file(image.file_data, image.file_size);
-  const auto header = ByteReader(file).read<MachHeader64>();
-  std::uint64_t offset = sizeof(MachHeader64);
-  for (std::uint32_t i = 0; i < header.ncmds; ++i) {
-    const auto command = ByteReader(file, offset).read<LoadCommand>();
-    visit(command.cmd, ByteReader(file.first(offset + command.cmdsize), offset));
-    offset += command.cmdsize;
-  }
-}
-
 /// Sections flagged as code in segments that will be executable.
 std::vector<Interval> code_sections(const MachImage& image) {
   std::vector<Interval> sections;
-  for_each_command(image, [&](std::uint32_t cmd, ByteReader in) {
+  for_each_command({image.file_data, image.file_size}, [&](std::uint32_t cmd, ByteReader in) {
     if (cmd != LC_SEGMENT_64) return;
     const auto segment = in.read<SegmentCommand64>();
     if ((segment.initprot & VM_PROT_EXECUTE) == 0) return;
@@ -68,7 +43,7 @@ std::vector<Interval> code_sections(const MachImage& image) {
 /// The data of the last command of this number; nothing when there is none.
 Result<std::optional<ByteReader>> linkedit_data(const MachImage& image, std::uint32_t wanted) {
   std::optional<LinkeditDataCommand> found;
-  for_each_command(image, [&](std::uint32_t cmd, ByteReader in) {
+  for_each_command({image.file_data, image.file_size}, [&](std::uint32_t cmd, ByteReader in) {
     if (cmd == wanted) found = in.read<LinkeditDataCommand>();
   });
   if (!found) return std::nullopt;
@@ -130,12 +105,8 @@ Result<std::vector<Interval>> data_in_code(const MachImage& image) {
 
 /// The part of the file that an interval of one section is read from.
 Result<std::span<const std::byte>> bytes_of(const MachImage& image, Interval code) {
-  for (int i = 0; i < image.segment_count; ++i) {
-    const MachSegment& segment = image.segments[i];
-    const std::uint64_t offset = code.begin - segment.vmaddr;
-    if (code.begin < segment.vmaddr || !range_fits(offset, code.end - code.begin, segment.filesize)) continue;
-    return std::span(image.file_data, image.file_size).subspan(segment.fileoff + offset, code.end - code.begin);
-  }
+  const auto bytes = macho_bytes_at(image, code.begin);
+  if (code.end - code.begin <= bytes.size()) return bytes.first(code.end - code.begin);
   return fault("the code section at 0x%llx is not in the file", static_cast<unsigned long long>(code.begin));
 }
 

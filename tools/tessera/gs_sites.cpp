@@ -1,11 +1,11 @@
 #include "tessera/gs_sites.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "macho/fixups.h"
+#include "macho/queries.h"
+#include "support/byte_reader.h"
 #include "tessera/instruction.h"
 
 namespace vlm::tessera {
@@ -93,16 +93,6 @@ class Walk {
     }
   }
 
-  /// What of the file is mapped from an address on, to the end of its segment.
-  std::span<const std::byte> mapped_from(std::uint64_t vmaddr) const {
-    for (const MachSegment& segment : std::span(image_.segments, image_.segment_count)) {
-      if (vmaddr < segment.vmaddr || vmaddr - segment.vmaddr >= segment.filesize) continue;
-      const std::uint64_t offset = vmaddr - segment.vmaddr;
-      return {image_.file_data + segment.fileoff + offset, segment.filesize - offset};
-    }
-    return {};
-  }
-
   /// Jump tables of a function that jumps through a register: 32-bit distances from the table, whose address the
   /// function computed. A table ends where the next one begins, or where an entry leads out of the function. No
   /// table is followed for more bytes than the function has, so that the work stays in proportion to the file.
@@ -112,7 +102,7 @@ class Walk {
       for (std::size_t i = 0; i < tables_.size(); ++i) {
         std::uint64_t size = function_end_ - function_begin_;
         if (i + 1 < tables_.size()) size = std::min(size, tables_[i + 1] - tables_[i]);
-        auto entries = mapped_from(tables_[i]);
+        auto entries = macho_bytes_at(image_, tables_[i]);
         for (std::uint64_t at = 0; at + 4 <= std::min<std::uint64_t>(size, entries.size()); at += 4) {
           std::int32_t distance;
           std::memcpy(&distance, entries.data() + at, sizeof distance);
@@ -126,28 +116,17 @@ class Walk {
     jumps_indirectly_ = false;
   }
 
-  /// The loader's own reader of rebases marks the pointers in memory that is zero everywhere else.
+  /// Where the pointers that the loader will rebase lead to. Those of a run lie in one segment.
   Result<void> add_rebased_pointers() {
-    if (image_.rebase_size == 0) return {};
-    const auto extent = static_cast<std::size_t>(image_.extent());
-    const std::unique_ptr<std::byte, decltype(&std::free)> marks(static_cast<std::byte*>(std::calloc(extent, 1)),
-                                                                 &std::free);
-    if (!marks) return fault("no memory for an image of %zu bytes", extent);
-    auto marking = std::make_unique<MachImage>(image_);
-    marking->slide = 1;
-    const auto rebased = macho_rebase(*marking, {marks.get(), extent});
-    if (!rebased) return std::unexpected(rebased.error());
-
-    for (const MachSegment& segment : std::span(image_.segments, image_.segment_count)) {
-      if (!segment.mapped()) continue;
-      const std::byte* const from = marks.get() + (segment.vmaddr - image_.vm_min);
-      for (std::uint64_t at = 0; at + 8 <= segment.filesize; ++at) {
-        if (from[at] == std::byte{0}) continue;
-        std::uint64_t pointer;
-        std::memcpy(&pointer, image_.file_data + segment.fileoff + at, sizeof pointer);
-        add_target(pointer);
+    const auto walked = macho_walk_rebases(image_, [&](PointerRun run) {
+      if (run.stride == 0) run.count = 1;  // the same pointer again and again
+      for (; run.count != 0; --run.count, run.offset += run.stride) {
+        ByteReader pointer(macho_bytes_at(image_, image_.vm_min + run.offset));
+        const auto target = pointer.read<std::uint64_t>();
+        if (pointer.ok()) add_target(target);
       }
-    }
+    });
+    if (!walked) return std::unexpected(walked.error());
     return {};
   }
 

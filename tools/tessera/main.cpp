@@ -2,10 +2,7 @@
 //
 // macOS code reaches its thread storage through gs, which belongs to the system on Windows. Tessera finds each such
 // instruction, prepares a trampoline that performs the access elsewhere, and leaves the rest to the library.
-#include <unistd.h>
-
 #include <algorithm>
-#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -16,7 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "macho/commands.h"
+#include "shared/input_files.h"
+#include "shared/progress_line.h"
 #include "tessera/check_list.h"
 #include "tessera/instruction.h"
 #include "tessera/library_file.h"
@@ -28,6 +26,7 @@ namespace {
 
 using namespace vlm;
 using namespace vlm::tessera;
+using namespace vlm::tools;
 
 constexpr char usage[] =
     "usage: tessera IMAGE --library GameAssembly.dll -o OUT     write a library that loads this image\n"
@@ -105,17 +104,6 @@ std::optional<Options> read_options(int count, char** arguments) {
   return EXIT_REFUSED;
 }
 
-std::optional<std::vector<std::byte>> read_file(const char* path) {
-  std::ifstream file(path, std::ios::binary | std::ios::ate);
-  if (!file) return std::nullopt;
-  std::vector<std::byte> bytes(static_cast<std::size_t>(file.tellg()));
-  file.seekg(0);
-  if (!bytes.empty() && !file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))) {
-    return std::nullopt;
-  }
-  return bytes;
-}
-
 /// The whole file or none: written beside its place and moved there.
 bool write_file(const char* path, const std::vector<std::byte>& bytes) {
   const std::string beside = std::string(path) + ".new";
@@ -134,39 +122,6 @@ bool write_file(const char* path, const std::vector<std::byte>& bytes) {
   std::filesystem::remove(beside, error);
   return false;
 }
-
-/// Reads the image's commands. The record points into `file`.
-std::optional<std::string> read_image(const char* path, const std::vector<std::byte>& file, MachImage& image) {
-  const auto slice = choose_slice(path, file, file.size());
-  if (!slice) return slice.error().text;
-  std::snprintf(image.path, sizeof image.path, "%s", path);
-  image.file_data = file.data() + slice->offset;
-  image.file_size = slice->size;
-  if (const auto read = read_commands(image); !read) return read.error().text;
-  image.base = image.vm_min;
-  return std::nullopt;
-}
-
-/// A line of progress on the terminal, once it turns out to take a while; nothing in scripts.
-class ProgressLine {
- public:
-  ~ProgressLine() {
-    if (shown_) std::fputs("\r\x1b[K", stderr);
-  }
-  void operator()(std::uint64_t done, std::uint64_t total) {
-    const auto now = std::chrono::steady_clock::now();
-    if (!on_terminal_ || now < next_) return;
-    next_ = now + std::chrono::milliseconds(100);
-    shown_ = true;
-    std::fprintf(stderr, "\rtessera: %llu of %llu MB of code", static_cast<unsigned long long>(done / 1'000'000),
-                 static_cast<unsigned long long>(total / 1'000'000));
-  }
-
- private:
-  bool on_terminal_ = isatty(fileno(stderr)) != 0;
-  bool shown_ = false;
-  std::chrono::steady_clock::time_point next_ = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-};
 
 /// One line each, and of a long list only its beginning.
 void complain_of(const std::vector<std::string>& problems, const char* kind) {
@@ -196,7 +151,7 @@ ExitCode check(const Options& options, const MachImage& image, std::span<const s
   const auto list = embedded_patch_list(library);
   if (!list) return refuse("cannot use %s: %s", options.library, list.error().text.c_str());
   if (list->empty()) return refuse("%s ends in no patch list: write one with -o", options.library);
-  const auto check = check_patch_list(image, *list, ProgressLine());
+  const auto check = check_patch_list(image, *list, ProgressLine("tessera"));
   if (!check) return refuse("cannot check %s: %s", options.library, check.error().text.c_str());
   complain_of(check->problems, "");
   if (!check->problems.empty()) return refuse("%s was not made for %s", options.library, options.image);
@@ -207,7 +162,7 @@ ExitCode check(const Options& options, const MachImage& image, std::span<const s
 
 /// Finds the pieces to replace, shows them, and writes the library as asked.
 ExitCode patch(const Options& options, const MachImage& image, std::span<const std::byte> library) {
-  const auto patch = patch_image(image, ProgressLine());
+  const auto patch = patch_image(image, ProgressLine("tessera"));
   if (!patch) return refuse("cannot use %s: %s", options.image, patch.error().text.c_str());
   if (options.list) print_list(image, *patch);
   complain_of(patch->warnings, "warning: ");

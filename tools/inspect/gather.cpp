@@ -1,0 +1,68 @@
+#include "inspect/gather.h"
+
+#include <cstring>
+#include <memory>
+
+#include "macho/command_walk.h"
+#include "macho/queries.h"
+#include "shared/input_files.h"
+
+namespace vlm::inspect {
+namespace {
+
+/// An image without its chained fixups: everything else of it can still be read.
+std::vector<std::byte> without_chained_fixups(std::span<const std::byte> slice) {
+  std::vector<std::byte> copy(slice.begin(), slice.end());
+  for_each_command(slice, [&](std::uint32_t cmd, const ByteReader& in) {
+    constexpr std::uint32_t nothing = 0;
+    if (cmd == LC_DYLD_CHAINED_FIXUPS) std::memcpy(copy.data() + in.offset(), &nothing, sizeof nothing);
+  });
+  return copy;
+}
+
+/// The symbol index for as long as the tool runs; see SymbolPlaces.
+std::unique_ptr<std::byte[]> index_symbols(const MachImage& image) {
+  const std::size_t capacity = macho_section_symbols(image, {});
+  auto memory = std::make_unique<std::byte[]>(sizeof(SymbolPlaces) + capacity * sizeof(SymbolPlace));
+  auto* const places = new (memory.get()) SymbolPlaces{};
+  if (capacity != 0) places->count = macho_section_symbols(image, {places->begin(), capacity});
+  image.symbol_places = places;
+  return memory;
+}
+
+}  // namespace
+
+Facts gather(const char* path, std::span<const std::byte> file, const Library* library,
+             const tessera::Progress& progress) {
+  Facts facts;
+  facts.path = path;
+  if (library != nullptr) {
+    facts.library = library->path;
+    facts.library_rows = library->row_count;
+    facts.library_families = library->family_count;
+  }
+  facts.format = gather_format(file);
+
+  auto image = std::make_unique<MachImage>();
+  std::vector<std::byte> copy;
+  const auto refusal = tools::read_image(path, file, *image);
+  bool readable = !refusal;
+  if (refusal) facts.refusal = *refusal;
+  if (refusal && facts.format.chained_fixups) {
+    copy = without_chained_fixups({image->file_data, image->file_size});
+    image = std::make_unique<MachImage>();
+    readable = !tools::read_image(path, copy, *image);
+  }
+  if (readable) {
+    const auto index = index_symbols(*image);
+    facts.initializers = gather_initializers(*image, facts.format);
+    if (!facts.format.chained_fixups) facts.linkage = gather_linkage(*image, library);
+    facts.unwind = gather_unwind(*image);
+    facts.thread_storage = gather_thread_storage(*image, library, progress);
+    facts.objective_c = gather_objective_c(*image, facts.format, facts.linkage ? &*facts.linkage : nullptr);
+  }
+  judge(facts);
+  return facts;
+}
+
+}  // namespace vlm::inspect

@@ -1,0 +1,54 @@
+// Which frames of the image an exception gets past.
+#include <algorithm>
+
+#include "cxx/compact_unwind.h"
+#include "inspect/gather.h"
+#include "macho/queries.h"
+#include "tessera/patch_image.h"
+
+namespace vlm::inspect {
+namespace {
+
+/// UNWIND_X86_64_MODE_*, <mach-o/compact_unwind_encoding.h>.
+const char* kind_of(std::uint32_t encoding) {
+  if (encoding == 0) return "none";
+  switch (encoding >> 24 & 0xF) {
+    case 1:
+      return "rbp frame";
+    case 2:
+      return "frameless";
+    case 3:
+      return "frameless, size in the code";
+    case 4:
+      return "DWARF";
+    default:
+      return "unknown";
+  }
+}
+
+}  // namespace
+
+Unwind gather_unwind(const MachImage& image) {
+  Unwind unwind;
+  const MachSection* const section = macho_find_section(image, "__TEXT", "__unwind_info");
+  unwind.present = section != nullptr && section->size != 0;
+  if (!unwind.present) return unwind;
+  const auto bytes = macho_bytes_at(image, section->addr);
+  const auto opened = UnwindSection::open(bytes.first(std::min<std::uint64_t>(bytes.size(), section->size)));
+  if (!opened) {
+    unwind.fault = opened.error().text;
+    return unwind;
+  }
+  const auto walked = opened->for_each_function([&](const UnwindEntry& entry) {
+    const char* const kind = kind_of(entry.encoding);
+    ++unwind.kinds[kind];
+    const std::uint64_t vmaddr = image.vm_min + entry.function;
+    if (entry.encoding == 0) return;  // nor would macOS get past it
+    if (decode_compact(entry.encoding, macho_bytes_at(image, vmaddr))) return;
+    unwind.opaque.push_back({vmaddr, entry.encoding, kind, tessera::describe_place(image, vmaddr)});
+  });
+  if (!walked) unwind.fault = walked.error().text;
+  return unwind;
+}
+
+}  // namespace vlm::inspect

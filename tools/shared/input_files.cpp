@@ -1,0 +1,32 @@
+#include "shared/input_files.h"
+
+#include <cstdio>
+#include <fstream>
+
+#include "macho/commands.h"
+
+namespace vlm::tools {
+
+std::optional<std::vector<std::byte>> read_file(const char* path) {
+  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  if (!file || file.tellg() < 0) return std::nullopt;
+  std::vector<std::byte> bytes(static_cast<std::size_t>(file.tellg()));
+  file.seekg(0);
+  if (!bytes.empty() && !file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))) {
+    return std::nullopt;
+  }
+  return bytes;
+}
+
+std::optional<std::string> read_image(const char* path, std::span<const std::byte> file, MachImage& image) {
+  const auto slice = choose_slice(path, file, file.size());
+  if (!slice) return slice.error().text;
+  std::snprintf(image.path, sizeof image.path, "%s", path);
+  image.file_data = file.data() + slice->offset;
+  image.file_size = slice->size;
+  if (const auto read = read_commands(image); !read) return read.error().text;
+  image.base = image.vm_min;
+  return std::nullopt;
+}
+
+}  // namespace vlm::tools

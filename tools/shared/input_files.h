@@ -1,0 +1,21 @@
+// The files that a tool is given.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "macho/image.h"
+
+namespace vlm::tools {
+
+/// A file's bytes, or nothing when it cannot be read.
+std::optional<std::vector<std::byte>> read_file(const char* path);
+
+/// Chooses the slice of a game image and reads its commands, as the loader does. The record points into `file`; its base
+/// is vm_min, so that symbols are found by link-time addresses. Returns why the file is refused, or nothing.
+std::optional<std::string> read_image(const char* path, std::span<const std::byte> file, MachImage& image);
+
+}  // namespace vlm::tools
