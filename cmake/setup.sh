@@ -9,7 +9,7 @@ needs=(
   /usr/lib/llvm-19/lib/clang/19/lib/linux/libclang_rt.asan-x86_64.a:libclang-rt-19-dev
   /usr/x86_64-w64-mingw32/include/windows.h:mingw-w64-x86-64-dev
   x86_64-w64-mingw32-g++:g++-mingw-w64-x86-64
-  wine:wine wine:wine64 xvfb-run:xvfb xauth:xauth
+  jq:jq wine:wine wine:wine64 xvfb-run:xvfb xauth:xauth
   /usr/include/doctest/doctest.h:doctest-dev /usr/include/Zydis/Zydis.h:libzydis-dev
   /usr/lib/llvm-19/include/c++/v1/string:libc++-19-dev /usr/lib/llvm-19/lib/libc++abi.so:libc++abi-19-dev
   /usr/lib/llvm-19/lib/libunwind.so:libunwind-19-dev g++:g++ /usr/include/x86_64-linux-gnu/ffi.h:libffi-dev

@@ -202,6 +202,29 @@ foreach(guest frames uncaught exceptions cxx_strings)
     ${VLM_NATIVE_DIR}/unwind_info_test)
 endforeach()
 
+# The inspector agrees with other readers about real images, and says what is wrong with each.
+add_test(NAME native.inspect COMMAND ${VLM_NATIVE_DIR}/inspect_test)
+function(inspect_check name image status question)
+  add_test(NAME native.inspect_${name} COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_inspect
+    ${VLM_NATIVE_DIR}/inspect $<TARGET_FILE:GameAssembly> ${image} ${status} ${question})
+endfunction()
+inspect_check(sample $<TARGET_PROPERTY:sample_game,GUEST_IMAGE> 0
+  ".objective_c.brought_names == [\"Scoreboard\"] and .initializers.run == 3 and .thread_storage.list == \"none\"")
+inspect_check(start $<TARGET_PROPERTY:start_guest,GUEST_IMAGE> 1
+  "[.imports[] | select(.answer != \"shim\") | .name, .answer] == [\"_OBJC_CLASS_$_VLMUnknown\", \"empty object\",
+    \"__ZNSt3__15ctypeIwE2idE\", \"empty object\", \"_absent_weak\", \"null, as weak imports may be\",
+    \"_missing_function\", \"no implementation\", \"dyld_stub_binder\", \"never called\"]")
+inspect_check(exceptions $<TARGET_PROPERTY:exceptions_guest,GUEST_IMAGE> 1 ".unwind.opaque == []")
+inspect_check(uncaught $<TARGET_PROPERTY:uncaught_guest,GUEST_IMAGE> 1
+  "[.unwind.opaque[].function | split(\" \")[1]] == [\"(_throw_from_dwarf_frame)\", \"(_throw_from_seven_registers)\"]")
+inspect_check(storage $<TARGET_PROPERTY:storage_guest,GUEST_IMAGE> 1 ".thread_storage.sites > 5")
+# A library that was fitted to an image, with that image and with another one.
+add_test(NAME native.inspect_fitted COMMAND bash -ec
+  "$0 $1 --library $3 --json | jq -e '.status == 1 and .thread_storage.list == \"fits\"'
+   $0 $2 --library $3 --json | jq -e '.status == 2 and .thread_storage.list == \"differs\"'" ${VLM_NATIVE_DIR}/inspect
+  $<TARGET_PROPERTY:storage_guest,GUEST_IMAGE> $<TARGET_PROPERTY:gs_cases_guest,GUEST_IMAGE>
+  ${STORAGE_DIR}/GameAssembly.dll)
+
 # The button glyphs as the library draws them, read by another's reader.
 set(GLYPHS_DIR ${CMAKE_BINARY_DIR}/glyphs)
 add_test(NAME native.glyphs COMMAND bash -ec
@@ -210,10 +233,14 @@ add_test(NAME native.glyphs COMMAND bash -ec
 set_tests_properties(native.glyphs PROPERTIES TIMEOUT 60)
 
 # A short run of each fuzz target from the seeds of the build, the same every time: what it finds new is thrown away.
-foreach(target fuzz_image fuzz_fixups fuzz_export_trie fuzz_patch_list fuzz_format fuzz_unwind_info fuzz_lsda fuzz_cloud_file fuzz_hid_reports)
+foreach(target fuzz_image fuzz_inspect fuzz_fixups fuzz_export_trie fuzz_patch_list fuzz_format fuzz_unwind_info fuzz_lsda fuzz_cloud_file fuzz_hid_reports)
   set(corpus ${CMAKE_BINARY_DIR}/corpus/${target})
   set(seeds ${VLM_NATIVE_DIR}/fuzz_seeds/${target})
+  set(runs 20000)
+  if(target STREQUAL fuzz_inspect)
+    set(runs 4000)  # each is much work
+  endif()
   add_test(NAME native.${target} COMMAND bash -c
-    "rm -rf ${corpus}; mkdir -p ${corpus} ${seeds}; exec ${VLM_NATIVE_DIR}/${target} -runs=20000 -seed=1 -max_len=32768 -verbosity=0 ${corpus} ${seeds}")
+    "rm -rf ${corpus}; mkdir -p ${corpus} ${seeds}; exec ${VLM_NATIVE_DIR}/${target} -runs=${runs} -seed=1 -max_len=32768 -verbosity=0 ${corpus} ${seeds}")
   set_tests_properties(native.${target} PROPERTIES TIMEOUT 120)
 endforeach()

@@ -37,6 +37,10 @@ target_link_libraries(inspect_core PUBLIC tessera_core)
 add_executable(inspect tools/inspect/main.cpp)
 target_link_libraries(inspect PRIVATE inspect_core)
 
+add_executable(inspect_test tests/unit-native/inspect_test.cpp)
+target_include_directories(inspect_test PRIVATE tests)
+target_link_libraries(inspect_test PRIVATE inspect_core)
+
 # Any bytes as an image, and as a library.
 add_fuzzer(fuzz_inspect)
 target_sources(fuzz_inspect PRIVATE ${INSPECT_SOURCES} ${TESSERA_SOURCES})

@@ -44,7 +44,8 @@ class ByteReader {
   std::string_view c_string() {
     if (!ok_) return {};
     const auto* start = reinterpret_cast<const char*>(bytes_.data()) + offset_;
-    const void* nul = std::memchr(start, 0, bytes_.size() - offset_);
+    // No bytes at all may have no address, which memchr() does not take.
+    const void* nul = at_end() ? nullptr : std::memchr(start, 0, bytes_.size() - offset_);
     if (nul == nullptr) {
       ok_ = false;
       return {};

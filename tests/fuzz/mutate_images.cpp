@@ -253,6 +253,16 @@ int write_seeds(const std::filesystem::path& folder) {
   };
   write("fuzz_image", "thin", good);
   write("fuzz_image", "universal", build_universal({{CPU_TYPE_X86_64, good}}));
+  write("fuzz_inspect", "thin", good);
+  write("fuzz_inspect", "universal", build_universal({{CPU_TYPE_X86_64, good}}));
+  // A library with one family of one row: headers, the section .shims, and one for what it points to.
+  Bytes library;
+  library.u16(0x5A4D).pad_to(0x3C).u32(0x40).u32(0x4550).u16(0x8664).u16(2).pad_to(0x54).u16(32).u16(0x2022);
+  library.u16(0x20B).pad_to(0x70).u64(0x180000000).text(".shims").pad_to(0x80).u32(24).u32(0x1000).u32(24).u32(0xE0);
+  library.pad_to(0xA0).text(".rdata").pad_to(0xA8).u32(48).u32(0x2000).u32(48).u32(0xF8).pad_to(0xE0);
+  library.u64(0x180002000).u64(0x180002020).u32(1).u32(1).c_string("memory").pad_to(0x108).c_string("_malloc");
+  library.pad_to(0x118).u64(0x180002010).u64(0x180002000);
+  write("fuzz_inspect", "library", library);
   write("fuzz_fixups", "bind", Bytes().u8(draft.rebase.size()).u8(0).append(draft.rebase).append(draft.bind));
   write("fuzz_fixups", "lazy", Bytes().u8(draft.rebase.size()).u8(1).append(draft.rebase).append(draft.lazy_bind));
   // A compressed page with one encoding of its own, a regular page; two common encodings, one function with an LSDA.

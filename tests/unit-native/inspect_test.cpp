@@ -1,0 +1,118 @@
+// The inspector on images that no linker makes.
+#define DOCTEST_CONFIG_IMPLEMENT_WITH_MAIN
+#include <doctest/doctest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string_view>
+
+#include "inspect/gather.h"
+#include "inspect/library.h"
+#include "inspect/writers.h"
+#include "support/good_image.h"
+
+using namespace vlm;
+using namespace vlm::inspect;
+using namespace vlm::test;
+using namespace std::string_view_literals;
+
+static const Library library = {.path = "GameAssembly.dll",
+                                .family_of = {{"_malloc", "memory"}, {"_free", "memory"}, {"_game_start", "never"}},
+                                .family_count = 2,
+                                .row_count = 3,
+                                .patch_list = {}};
+
+static ImageDraft inspected_draft() {
+  ImageDraft draft = good_draft();
+  draft.segments[data_segment].sections[0].addr = data_vmaddr + 8;  // its entries, like all data, point into __text
+  return draft;
+}
+
+/// mov gs:[256], rsp
+static const Bytes move_rsp_to_gs = Bytes().u32(0x24894865).u32(0x00010025).u8(0);
+
+static Bytes build_with_code(const ImageDraft& draft) {
+  Bytes file = build_image(draft);
+  constexpr std::size_t flags_of_text = sizeof(MachHeader64) + 2 * sizeof(SegmentCommand64) + offsetof(Section64, flags);
+  file.put_at(flags_of_text, std::uint32_t{S_ATTR_PURE_INSTRUCTIONS});
+  return file;
+}
+
+static Facts facts_of(const Bytes& file) { return gather("image", file, &library); }
+
+static std::string answers_of(const Linkage& linkage) {
+  std::string text;
+  for (const ImportedSymbol& import : linkage.imports) {
+    text += import.name + ": " + (import.family.empty() ? answer_name(import.answer) : import.family) + "\n";
+  }
+  return text;
+}
+
+TEST_CASE("imports are answered in the loader's order, pointers are counted, the weak stream is passed over") {
+  const Facts facts = facts_of(build_with_code(inspected_draft()));
+  CHECK_EQ(facts.status, SOMETHING_MISSING);
+  REQUIRE(facts.linkage);
+  CHECK_EQ(answers_of(*facts.linkage),
+           "_free: memory\n"
+           "_game_start: the image itself\n"
+           "_malloc: memory\n"
+           "_missing: no implementation\n"
+           "_other_function: no implementation\n"
+           "_perhaps: null, as weak imports may be\n");
+  CHECK_EQ(facts.linkage->fixups.rebases, good_rebases);
+  CHECK_EQ(facts.linkage->fixups.binds, good_binds);
+  CHECK_EQ(facts.linkage->fixups.lazy_binds, good_lazy_binds);
+  CHECK(facts.linkage->fixups.faults.empty());
+  CHECK_EQ(gather("image", build_with_code(inspected_draft()), nullptr).linkage->imports[2].answer, Answer::not_judged);
+}
+
+TEST_CASE("what would not start is refused with its reason, and the rest of it reported all the same") {
+  const struct {
+    std::string_view reason;
+    std::function<void(ImageDraft&)> change;
+    bool linkage, code;  // still there
+  } rows[] = {
+      {"chained fixups are not supported",
+       [](ImageDraft& d) { d.more_commands = {Bytes().u32(LC_DYLD_CHAINED_FIXUPS).u32(16).u64(0)}; }, false, true},
+      {"unknown bind opcode 0xd0", [](ImageDraft& d) { d.bind = Bytes().u8(0xD0); }, true, true},
+      {"initializer 0 of __DATA,__mod_init_func is 0x7 (no symbol), not in the image's code",
+       [](ImageDraft& d) { std::ranges::copy(Bytes().u64(7), d.segments[data_segment].content.begin() + 8); }, true,
+       true},
+      {"the symbol table takes 0x10 bytes at 0x10000000",
+       [](ImageDraft& d) { d.more_commands = {Bytes().u32(LC_SYMTAB).u32(24).u32(0x10000000).u32(1).u64(0)}; }, false,
+       false},
+      {"1 access to thread storage cannot be patched: cannot replace the instruction at 0x100001000 (_game_start), ",
+       [](ImageDraft& d) { std::ranges::copy(move_rsp_to_gs, d.segments[text_segment].content.begin()); }, true, true},
+  };
+  for (const auto& row : rows) {
+    CAPTURE(row.reason);
+    ImageDraft draft = inspected_draft();
+    row.change(draft);
+    const Facts facts = facts_of(build_with_code(draft));
+    CHECK_EQ(facts.status, NOT_LOADED);
+    REQUIRE_FALSE(facts.reasons.empty());
+    CHECK_NE(facts.reasons[0].find(row.reason), std::string::npos);
+    CHECK_GE(facts.format.segments.size(), 4);
+    CHECK_EQ(facts.format.libraries.size(), 3);
+    CHECK_EQ(facts.linkage.has_value(), row.linkage);
+    CHECK_EQ(facts.thread_storage.has_value(), row.code);
+  }
+  Bytes other_cpu = build_with_code(inspected_draft());
+  other_cpu.put_at(4, std::uint32_t{0x0100000C});
+  CHECK_EQ(facts_of(other_cpu).reasons[0], "its code is for arm64, not x86-64");
+}
+
+TEST_CASE("names of any bytes make valid JSON, and nothing that a terminal obeys") {
+  ImageDraft draft = inspected_draft();
+  draft.bind = Bytes()
+                   .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_\"\\\x1b[2J\xff\xed\xa0\x80\xc3\xa9")
+                   .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(0x400)
+                   .u8(BIND_OPCODE_DO_BIND);
+  const Facts facts = facts_of(build_with_code(draft));
+  const std::string json = write_json(facts);
+  CHECK_NE(json.find(R"("_\"\\\u001b[2J\ufffd\ufffd\ufffd\ufffdé")"), std::string::npos);
+  const std::string text = write_text(facts, false);
+  CHECK_NE(text.find(R"(_"\\x1b[2J\xff\xed\xa0\x80é)"sv), std::string::npos);
+  CHECK_EQ(text.find('\x1b'), std::string::npos);
+  CHECK_NE(write_text(facts, true).find("\x1b[1mVerdict\x1b[0m"), std::string::npos);
+}
