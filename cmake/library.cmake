@@ -104,11 +104,6 @@ set(VLM_START
   src/host/static_startup.cpp
   src/tls/attach_callback.cpp)
 
-# Everything that could lose a value or is no standard C++ is a warning, and so an error; arrays at the end of a record,
-# and assembly, stay.
-set(VLM_WARNINGS -Wpedantic -Wconversion -Wno-c99-extensions -Wno-gnu-flexible-array-initializer -Wno-zero-length-array
-    -Wno-language-extension-token)
-
 # add_game_library(modules dll folder [compile options]): a static library of the modules, and GameAssembly.dll in
 # `folder`.
 function(add_game_library modules dll folder)

@@ -2,7 +2,7 @@
 
 add_library(vlm_core STATIC ${VLM_CORE_SOURCES})
 target_include_directories(vlm_core PUBLIC src)
-target_compile_options(vlm_core PRIVATE -fno-exceptions -fno-rtti)
+target_compile_options(vlm_core PRIVATE -fno-exceptions -fno-rtti ${VLM_WARNINGS})
 
 # The same sources once more, watched by the sanitizers; any report ends the program.
 add_library(vlm_core_checked STATIC ${VLM_CORE_SOURCES} tests/fuzz/image_run.cpp)
@@ -65,4 +65,8 @@ target_link_libraries(ffi_peer PRIVATE ffi)
 add_custom_target(native_peers DEPENDS ffi_peer string_peer throw_peer_clang throw_peer_gcc)
 
 # The tools that come with the library (patch lists, inspection).
-include(tools/tools.cmake OPTIONAL)
+include(tools/tools.cmake)
+
+# The core's own sources are looked at in the Windows build.
+include(cmake/tidy.cmake)
+add_tidy(tessera_core tessera inspect_core inspect)

@@ -10,10 +10,12 @@ set(TESSERA_SOURCES
   tools/tessera/patch_image.cpp
   tools/tessera/trampoline.cpp)
 add_library(tessera_core STATIC ${TESSERA_SOURCES})
+target_compile_options(tessera_core PRIVATE ${VLM_WARNINGS})
 target_include_directories(tessera_core PUBLIC tools)
 target_link_libraries(tessera_core PUBLIC vlm_core Zydis)
 
 add_executable(tessera tools/tessera/main.cpp)
+target_compile_options(tessera PRIVATE ${VLM_WARNINGS})
 target_link_libraries(tessera PRIVATE tessera_core)
 
 # What an image would meet here, before it is run.
@@ -32,9 +34,11 @@ set(INSPECT_SOURCES
   tools/inspect/unwind.cpp
   tools/inspect/verdict.cpp)
 add_library(inspect_core STATIC ${INSPECT_SOURCES})
+target_compile_options(inspect_core PRIVATE ${VLM_WARNINGS})
 target_link_libraries(inspect_core PUBLIC tessera_core)
 
 add_executable(inspect tools/inspect/main.cpp)
+target_compile_options(inspect PRIVATE ${VLM_WARNINGS})
 target_link_libraries(inspect PRIVATE inspect_core)
 
 add_executable(inspect_test tests/unit-native/inspect_test.cpp)

@@ -286,10 +286,11 @@ Result<Trampoline> make_trampoline(std::span<const std::byte> piece) {
   if (!steps) return std::unexpected(steps.error());
   const auto first_access = std::ranges::find_if(*steps, &Step::is_access);
   if (first_access == steps->end()) return fault("nothing in it uses gs");
-  const auto first = std::min(first_access, std::ranges::find_if(*steps, &Step::is_relative)) - steps->begin();
-  const auto last = static_cast<std::ptrdiff_t>(steps->size()) - 1 -
-                    (std::ranges::find_if(steps->rbegin(), steps->rend(), &Step::is_access) - steps->rbegin());
-  for (std::ptrdiff_t i = 0; i < std::ssize(*steps); ++i) {
+  const auto first_inside = std::min(first_access, std::ranges::find_if(*steps, &Step::is_relative));
+  const auto first = static_cast<std::size_t>(first_inside - steps->begin());
+  std::size_t last = steps->size() - 1;
+  while (!(*steps)[last].is_access()) --last;
+  for (std::size_t i = 0; i < steps->size(); ++i) {
     const Step& step = (*steps)[i];
     if (step.is_access()) {
       if (const char* reason = access_obstacle(step)) return fault("%s", reason);
