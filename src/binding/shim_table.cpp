@@ -150,8 +150,7 @@ const char* missing_symbol_name(const void* address) {
 void log_missing_symbols() {
   std::vector<std::string_view> functions, objects;
   for (const Trap* trap = traps; trap != nullptr; trap = trap->next) {
-    // Every image imports what would bind its lazy pointers; they are bound already when it starts.
-    if (std::strcmp(trap->record.symbol, "dyld_stub_binder") != 0) functions.push_back(trap->record.symbol);
+    if (!is_lazy_binder(trap->record.symbol)) functions.push_back(trap->record.symbol);
   }
   for (const MissingObject* object = missing_objects; object != nullptr; object = object->next) {
     objects.push_back(object->symbol);

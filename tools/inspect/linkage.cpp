@@ -62,7 +62,7 @@ class ImportList {
 
   Answer answer_of(ImportAnswer answer, std::string_view name) const {
     if (answer == ImportAnswer::own_export) return Answer::own_export;
-    if (name == "dyld_stub_binder") return Answer::unused;
+    if (is_lazy_binder(name)) return Answer::unused;
     if (library_ == nullptr) return Answer::not_judged;
     switch (answer) {
       case ImportAnswer::shim:
