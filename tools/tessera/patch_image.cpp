@@ -119,6 +119,7 @@ Result<ImagePatch> patch_image(const MachImage& image, const Progress& progress)
 
 std::vector<std::byte> patch_list(const MachImage& image, const ImagePatch& patch) {
   std::vector<PatchEntry> entries;
+  entries.reserve(patch.pieces.size());
   for (const PatchedPiece& each : patch.pieces) {
     entries.push_back({static_cast<std::uint32_t>(each.vmaddr - image.vm_min), each.bytes, each.trampoline.slot,
                        each.trampoline.code});
