@@ -1,10 +1,7 @@
-# Programs of this machine: the portable core for tools, fuzzers and their deterministic sibling, generators.
+# Programs of this machine: the tools, fuzzers and their deterministic sibling, generators.
+include(tools/tools.cmake)
 
-add_library(vlm_core STATIC ${VLM_CORE_SOURCES})
-target_include_directories(vlm_core PUBLIC src)
-target_compile_options(vlm_core PRIVATE -fno-exceptions -fno-rtti ${VLM_WARNINGS})
-
-# The same sources once more, watched by the sanitizers; any report ends the program.
+# The sources of the portable core once more, watched by the sanitizers; any report ends the program.
 add_library(vlm_core_checked STATIC ${VLM_CORE_SOURCES} tests/fuzz/image_run.cpp)
 target_include_directories(vlm_core_checked PUBLIC src tests)
 target_compile_options(vlm_core_checked PUBLIC -g -fsanitize=address,undefined,fuzzer-no-link
@@ -64,8 +61,26 @@ target_link_libraries(ffi_peer PRIVATE ffi)
 
 add_custom_target(native_peers DEPENDS ffi_peer string_peer throw_peer_clang throw_peer_gcc)
 
-# The tools that come with the library (patch lists, inspection).
-include(tools/tools.cmake)
+# ---- Tests, fuzz targets and benchmarks of the tools ---------------------------------------------------------------
+add_executable(inspect_test tests/unit-native/inspect_test.cpp)
+target_include_directories(inspect_test PRIVATE tests)
+target_link_libraries(inspect_test PRIVATE inspect_core)
+
+# Any bytes as an image, and as a library.
+add_fuzzer(fuzz_inspect)
+target_sources(fuzz_inspect PRIVATE ${INSPECT_SOURCES} ${TESSERA_SOURCES})
+target_include_directories(fuzz_inspect PRIVATE tools)
+target_link_libraries(fuzz_inspect PRIVATE Zydis)
+
+add_executable(tessera_test tests/unit-native/tessera_test.cpp)
+target_include_directories(tessera_test PRIVATE tests)
+target_link_libraries(tessera_test PRIVATE tessera_core)
+
+# Writes a guest image's source for the test of Tessera's replacements.
+add_executable(make_gs_cases tests/guest/make_gs_cases.cpp)
+
+add_executable(tessera_bench EXCLUDE_FROM_ALL benchmarks/tessera_bench.cpp)
+target_link_libraries(tessera_bench PRIVATE tessera_core)
 
 # The core's own sources are looked at in the Windows build.
 include(cmake/tidy.cmake)

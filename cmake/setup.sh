@@ -13,12 +13,12 @@ needs=(
   /usr/include/doctest/doctest.h:doctest-dev /usr/include/Zydis/Zydis.h:libzydis-dev
   /usr/lib/llvm-19/include/c++/v1/string:libc++-19-dev /usr/lib/llvm-19/lib/libc++abi.so:libc++abi-19-dev
   /usr/lib/llvm-19/lib/libunwind.so:libunwind-19-dev g++:g++ /usr/include/x86_64-linux-gnu/ffi.h:libffi-dev
-  /usr/include/png.h:libpng-dev
+  /usr/include/png.h:libpng-dev dpkg-source:dpkg-dev
   /usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf:fonts-dejavu-core # for the letters of button glyphs
 )
 
 # What `./test --real` needs besides.
-needs_of_real_programs=(dpkg-source:dpkg-dev make:make gcc:gcc tclsh:tcl sqlite3:sqlite3)
+needs_of_real_programs=(make:make gcc:gcc tclsh:tcl sqlite3:sqlite3)
 
 missing_packages() {
   local need

@@ -189,6 +189,10 @@ checked_test(forwarders forwarders_test echo)
 checked_test(local_exports local_exports_test local)
 checked_test(marshal marshal_test marshal)
 
+# The archive that ./test has made before.
+add_test(NAME package COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_package
+  ${CMAKE_SOURCE_DIR}/build/package/velmora-loader-${PROJECT_VERSION}.zip ${SAMPLE_DIR})
+
 # ---- Native programs -------------------------------------------------------------------------------------------------
 add_test(NAME native.messages COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_messages)
 add_test(NAME native.tessera COMMAND ${VLM_NATIVE_DIR}/tessera_test)

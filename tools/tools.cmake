@@ -1,7 +1,13 @@
-# The tools that come with the library. Instructions are decoded and encoded by Zydis, never by hand.
+# The tools that come with the library, on the portable core of its sources. Instructions are decoded and encoded by
+# Zydis, never by hand.
+
+add_library(vlm_core STATIC ${VLM_CORE_SOURCES})
+target_include_directories(vlm_core PUBLIC src)
+target_compile_options(vlm_core PRIVATE -fno-exceptions -fno-rtti ${VLM_WARNINGS})
 
 set(TESSERA_SOURCES
-  tools/shared/input_files.cpp
+  tools/shared/console.cpp
+  tools/shared/files.cpp
   tools/tessera/check_list.cpp
   tools/tessera/code_ranges.cpp
   tools/tessera/gs_sites.cpp
@@ -40,23 +46,3 @@ target_link_libraries(inspect_core PUBLIC tessera_core)
 add_executable(inspect tools/inspect/main.cpp)
 target_compile_options(inspect PRIVATE ${VLM_WARNINGS})
 target_link_libraries(inspect PRIVATE inspect_core)
-
-add_executable(inspect_test tests/unit-native/inspect_test.cpp)
-target_include_directories(inspect_test PRIVATE tests)
-target_link_libraries(inspect_test PRIVATE inspect_core)
-
-# Any bytes as an image, and as a library.
-add_fuzzer(fuzz_inspect)
-target_sources(fuzz_inspect PRIVATE ${INSPECT_SOURCES} ${TESSERA_SOURCES})
-target_include_directories(fuzz_inspect PRIVATE tools)
-target_link_libraries(fuzz_inspect PRIVATE Zydis)
-
-add_executable(tessera_test tests/unit-native/tessera_test.cpp)
-target_include_directories(tessera_test PRIVATE tests)
-target_link_libraries(tessera_test PRIVATE tessera_core)
-
-# Writes a guest image's source for the test of Tessera's replacements.
-add_executable(make_gs_cases tests/guest/make_gs_cases.cpp)
-
-add_executable(tessera_bench EXCLUDE_FROM_ALL benchmarks/tessera_bench.cpp)
-target_link_libraries(tessera_bench PRIVATE tessera_core)

@@ -5,7 +5,7 @@
 
 #include "macho/command_walk.h"
 #include "macho/queries.h"
-#include "shared/input_files.h"
+#include "shared/files.h"
 
 namespace vlm::inspect {
 namespace {

@@ -1,17 +1,17 @@
 // Says, before anything is run, what a Mach-O image would meet in a Windows process with this project's library.
-#include <unistd.h>
-
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <exception>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "inspect/gather.h"
 #include "inspect/writers.h"
-#include "shared/input_files.h"
+#include "shared/console.h"
+#include "shared/files.h"
 #include "shared/progress_line.h"
 
 namespace {
@@ -47,13 +47,13 @@ struct Options {
 };
 
 /// Nothing, after a message, when the arguments make no sense.
-std::optional<Options> read_options(int count, char** arguments) {
+std::optional<Options> read_options(std::span<const std::string> arguments) {
   Options options;
   const auto complain = [](const std::string& what) {
     std::fprintf(stderr, "inspect: %s\n\n%s", what.c_str(), usage);
     return std::nullopt;
   };
-  for (int i = 1; i < count; ++i) {
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string_view argument = arguments[i];
     const char** value = nullptr;
     if (argument == "--json") {
@@ -67,11 +67,11 @@ std::optional<Options> read_options(int count, char** arguments) {
     } else if (options.image != nullptr) {
       return complain("one image at a time: '" + std::string(options.image) + "' or '" + std::string(argument) + "'");
     } else {
-      options.image = arguments[i];
+      options.image = arguments[i].c_str();
     }
     if (value == nullptr) continue;
-    if (i + 1 == count) return complain(std::string(argument) + " needs a value behind it");
-    *value = arguments[++i];
+    if (i + 1 == arguments.size()) return complain(std::string(argument) + " needs a value behind it");
+    *value = arguments[++i].c_str();
   }
   if (options.image == nullptr) return complain("the image is missing");
   const std::string_view color = options.color;
@@ -81,18 +81,11 @@ std::optional<Options> read_options(int count, char** arguments) {
   return options;
 }
 
-bool coloured(const Options& options) {
-  if (std::strcmp(options.color, "auto") != 0) return std::strcmp(options.color, "always") == 0;
-  const char* const no_color = std::getenv("NO_COLOR");
-  return isatty(fileno(stdout)) != 0 && (no_color == nullptr || *no_color == '\0');
-}
-
 /// GameAssembly.dll beside this program; empty when there is none.
 std::string library_beside() {
   std::error_code error;
-  const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-  const auto beside = program.parent_path() / "GameAssembly.dll";
-  return !error && std::filesystem::exists(beside, error) ? beside.string() : std::string();
+  const auto beside = program_folder() / "GameAssembly.dll";
+  return std::filesystem::exists(beside, error) ? utf8_of(beside) : std::string();
 }
 
 int run(const Options& options) {
@@ -118,18 +111,24 @@ int run(const Options& options) {
     library = std::move(*read);
   }
   const Facts facts = gather(options.image, *file, library_path.empty() ? nullptr : &library, ProgressLine("inspect"));
-  const std::string report = options.json ? write_json(facts) : write_text(facts, coloured(options));
+  const std::string report = options.json ? write_json(facts) : write_text(facts, wants_colour(stdout, options.color));
   std::fwrite(report.data(), 1, report.size(), stdout);
   return facts.status;
 }
 
 }  // namespace
 
-int main(int count, char** arguments) {
-  if (count == 2 && std::strcmp(arguments[1], "--help") == 0) {
-    std::fputs(usage, stdout);
-    return 0;
+int main(int count, char** values) {
+  try {
+    const std::vector<std::string> arguments = program_arguments(count, values);
+    if (arguments.size() == 1 && arguments[0] == "--help") {
+      std::fputs(usage, stdout);
+      return 0;
+    }
+    const auto options = read_options(arguments);
+    return options ? run(*options) : exit_usage;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "inspect: %s\n", error.what());
+    return exit_usage;
   }
-  const auto options = read_options(count, arguments);
-  return options ? run(*options) : exit_usage;
 }

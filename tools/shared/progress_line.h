@@ -1,11 +1,11 @@
 // A line of progress on the terminal, once something turns out to take a while; nothing in scripts.
 #pragma once
 
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+
+#include "shared/console.h"
 
 namespace vlm::tools {
 
@@ -27,7 +27,7 @@ class ProgressLine {
 
  private:
   const char* program_;
-  bool on_terminal_ = isatty(fileno(stderr)) != 0;
+  bool on_terminal_ = is_terminal(stderr);
   bool shown_ = false;
   std::chrono::steady_clock::time_point next_ = std::chrono::steady_clock::now() + std::chrono::seconds(1);
 };

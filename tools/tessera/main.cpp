@@ -5,15 +5,15 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
+#include <exception>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "shared/input_files.h"
+#include "shared/console.h"
+#include "shared/files.h"
 #include "shared/progress_line.h"
 #include "tessera/check_list.h"
 #include "tessera/instruction.h"
@@ -58,13 +58,13 @@ struct Options {
 };
 
 /// Nothing, after a message, when the arguments make no sense.
-std::optional<Options> read_options(int count, char** arguments) {
+std::optional<Options> read_options(std::span<const std::string> arguments) {
   Options options;
   const auto complain = [](const std::string& what) {
     std::fprintf(stderr, "tessera: %s\n\n%s", what.c_str(), usage);
     return std::nullopt;
   };
-  for (int i = 1; i < count; ++i) {
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string_view argument = arguments[i];
     const char** value = nullptr;
     if (argument == "--list") {
@@ -80,11 +80,11 @@ std::optional<Options> read_options(int count, char** arguments) {
     } else if (options.image != nullptr) {
       return complain("one image at a time: '" + std::string(options.image) + "' or '" + std::string(argument) + "'");
     } else {
-      options.image = arguments[i];
+      options.image = arguments[i].c_str();
     }
     if (value == nullptr) continue;
-    if (i + 1 == count) return complain(std::string(argument) + " needs a file name behind it");
-    *value = arguments[++i];
+    if (i + 1 == arguments.size()) return complain(std::string(argument) + " needs a file name behind it");
+    *value = arguments[++i].c_str();
   }
   if (options.image == nullptr) return complain("the image is missing");
   if (options.check && options.output != nullptr) return complain("--check writes nothing, so -o makes no sense");
@@ -102,25 +102,6 @@ std::optional<Options> read_options(int count, char** arguments) {
   va_end(arguments);
   std::fputs("\n", stderr);
   return EXIT_REFUSED;
-}
-
-/// The whole file or none: written beside its place and moved there.
-bool write_file(const char* path, const std::vector<std::byte>& bytes) {
-  const std::string beside = std::string(path) + ".new";
-  std::error_code error;
-  {
-    std::ofstream file(beside, std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    file.close();
-    if (!file) {
-      std::filesystem::remove(beside, error);
-      return false;
-    }
-  }
-  std::filesystem::rename(beside, path, error);
-  if (!error) return true;
-  std::filesystem::remove(beside, error);
-  return false;
 }
 
 /// One line each, and of a long list only its beginning.
@@ -206,11 +187,17 @@ ExitCode run(const Options& options) {
 
 }  // namespace
 
-int main(int count, char** arguments) {
-  if (count == 2 && std::strcmp(arguments[1], "--help") == 0) {
-    std::fputs(usage, stdout);
-    return EXIT_DONE;
+int main(int count, char** values) {
+  try {
+    const std::vector<std::string> arguments = program_arguments(count, values);
+    if (arguments.size() == 1 && arguments[0] == "--help") {
+      std::fputs(usage, stdout);
+      return EXIT_DONE;
+    }
+    const auto options = read_options(arguments);
+    return options ? run(*options) : EXIT_USAGE;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tessera: %s\n", error.what());
+    return EXIT_REFUSED;
   }
-  const auto options = read_options(count, arguments);
-  return options ? run(*options) : EXIT_USAGE;
 }

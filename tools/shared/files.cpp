@@ -1,14 +1,15 @@
-#include "shared/input_files.h"
+#include "shared/files.h"
 
 #include <cstdio>
 #include <fstream>
 
 #include "macho/commands.h"
+#include "shared/console.h"
 
 namespace vlm::tools {
 
 std::optional<std::vector<std::byte>> read_file(const char* path) {
-  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  std::ifstream file(path_of(path), std::ios::binary | std::ios::ate);
   if (!file || file.tellg() < 0) return std::nullopt;
   std::vector<std::byte> bytes(static_cast<std::size_t>(file.tellg()));
   file.seekg(0);
@@ -16,6 +17,24 @@ std::optional<std::vector<std::byte>> read_file(const char* path) {
     return std::nullopt;
   }
   return bytes;
+}
+
+bool write_file(const char* path, std::span<const std::byte> bytes) {
+  const std::filesystem::path place = path_of(path), beside = path_of(path + std::string(".new"));
+  std::error_code error;
+  {
+    std::ofstream file(beside, std::ios::binary | std::ios::trunc);
+    file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    file.close();
+    if (!file) {
+      std::filesystem::remove(beside, error);
+      return false;
+    }
+  }
+  std::filesystem::rename(beside, place, error);
+  if (!error) return true;
+  std::filesystem::remove(beside, error);
+  return false;
 }
 
 std::optional<std::string> read_image(const char* path, std::span<const std::byte> file, MachImage& image) {
