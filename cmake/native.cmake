@@ -66,6 +66,9 @@ add_executable(inspect_test tests/unit-native/inspect_test.cpp)
 target_include_directories(inspect_test PRIVATE tests)
 target_link_libraries(inspect_test PRIVATE inspect_core)
 
+add_executable(rows_test tests/unit-native/rows_test.cpp)
+target_link_libraries(rows_test PRIVATE inspect_core)
+
 # Any bytes as an image, and as a library.
 add_fuzzer(fuzz_inspect)
 target_sources(fuzz_inspect PRIVATE ${INSPECT_SOURCES} ${TESSERA_SOURCES})

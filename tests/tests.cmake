@@ -206,6 +206,13 @@ foreach(guest frames uncaught exceptions cxx_strings)
     ${VLM_NATIVE_DIR}/unwind_info_test)
 endforeach()
 
+set(images)
+foreach(guest c_library c_math c_memory c_strings cloud cxx_runtime cxx_strings exceptions files format foundation_system
+        foundation_values frames objc storage system threads time)
+  list(APPEND images $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
+endforeach()
+add_test(NAME native.rows COMMAND ${VLM_NATIVE_DIR}/rows_test $<TARGET_FILE:GameAssembly> ${images})
+
 # The inspector agrees with other readers about real images, and says what is wrong with each.
 add_test(NAME native.inspect COMMAND ${VLM_NATIVE_DIR}/inspect_test)
 function(inspect_check name image status question)

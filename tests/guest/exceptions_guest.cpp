@@ -431,6 +431,43 @@ GUEST_TEST(standard_exceptions_have_their_bases) {
   CHECK(caught_as([] { throw Unrelated(); }) == 4);
 }
 
+extern "C" {
+void* __cxa_allocate_exception(uint64 size) noexcept;
+[[noreturn]] void __cxa_throw(void* thrown, const void* type, void (*destroy)(void*));
+const char* base_what(const void*) __asm("__ZNKSt9exception4whatEv");
+void destroy_base(void*) __asm("__ZNSt9exceptionD1Ev");
+extern char function_types __asm("__ZTVN10__cxxabiv120__function_type_infoE");
+extern char fundamental_types __asm("__ZTVN10__cxxabiv123__fundamental_type_infoE");
+}
+int function_of_a_thrown_type(int a) { return a + 1; }
+
+// What the compiler takes from the library for types that have no class.
+GUEST_TEST(functions_and_numbers_are_thrown) {
+  int (*caught)(int) = nullptr;
+  try {
+    run([] { throw &function_of_a_thrown_type; });
+  } catch (int (*function)(int)) {
+    caught = function;
+  }
+  CHECK(caught != nullptr && caught(41) == 42);
+  CHECK(&function_types != &fundamental_types);
+  struct {
+    const char* table;
+    const char* name;
+  } const number_type = {&fundamental_types + 16, "i"};
+  bool caught_by_all = false;
+  try {
+    run([&] { __cxa_throw(__cxa_allocate_exception(4), &number_type, nullptr); });
+  } catch (const Unrelated&) {
+  } catch (...) {
+    caught_by_all = true;
+  }
+  CHECK(caught_by_all);
+  std::exception base;
+  CHECK(std::string(base_what(&base)) == "std::exception");
+  destroy_base(&base);
+}
+
 /// A constructor that throws: its members are destroyed, the object is not.
 struct Half {
   Tracked member;

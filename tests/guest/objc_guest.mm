@@ -13,6 +13,10 @@ struct Pair {
 extern "C" {
 id send_for_object(id, SEL) asm("_objc_msgSend");
 long send_for_long(id, SEL) asm("_objc_msgSend");
+void *objc_autorelease(void *);
+void *objc_autoreleaseReturnValue(void *);
+void *objc_retainAutorelease(void *);
+void *objc_retainAutoreleaseReturnValue(void *);
 void send_for_vector(Vector *, id, SEL) asm("_objc_msgSend_stret");
 }
 
@@ -180,6 +184,32 @@ GUEST_TEST(ownership_means_nothing_but_values_stay) {
   CHECK([shape.tag sides] == 104 && shape.weight == 0.25f);
   shape.tag = nil;
   CHECK(shape.tag == nil && [weak sides] == 5);
+  void *(*const ways[])(void *) = {objc_autorelease, objc_autoreleaseReturnValue, objc_retainAutorelease,
+                                   objc_retainAutoreleaseReturnValue};
+  for (const auto give_back : ways) {
+    CHECK(give_back((__bridge void *)shape) == (__bridge void *)shape && give_back(nullptr) == nullptr);
+  }
+}
+
+// Every class of the library as its two symbols show it.
+struct ClassObject {
+  const ClassObject *isa, *superclass;
+};
+#define CLASS(name, superclass, size)                            \
+  extern "C" ClassObject class_##name asm("_OBJC_CLASS_$_" #name); \
+  extern "C" ClassObject metaclass_##name asm("_OBJC_METACLASS_$_" #name);
+CLASS(NSObject, , )
+#include "objc/class_list.def"
+#undef CLASS
+
+GUEST_TEST(the_librarys_classes_have_their_metaclasses) {
+  CHECK(class_NSObject.isa == &metaclass_NSObject && class_NSObject.superclass == nullptr);
+  CHECK(metaclass_NSObject.isa == &metaclass_NSObject && metaclass_NSObject.superclass == &class_NSObject);
+#define CLASS(name, super, size)                                                          \
+  CHECK(class_##name.isa == &metaclass_##name && class_##name.superclass == &class_##super); \
+  CHECK(metaclass_##name.isa == &metaclass_NSObject && metaclass_##name.superclass == &metaclass_##super);
+#include "objc/class_list.def"
+#undef CLASS
 }
 
 static long call_block(__attribute__((noescape)) long (^block)(long), long argument) { return block(argument); }
