@@ -9,8 +9,9 @@
 #include <cstring>
 #include <string>
 
-using std::max;  // gdiplus.h wants them without a namespace
-using std::min;
+// gdiplus.h wants them without a namespace.
+using std::max;  // NOLINT(misc-unused-using-decls)
+using std::min;  // NOLINT(misc-unused-using-decls)
 #include <gdiplus.h>
 #include <shlwapi.h>
 
