@@ -208,7 +208,7 @@ endforeach()
 
 set(images)
 foreach(guest c_library c_math c_memory c_strings cloud cxx_runtime cxx_strings exceptions files format foundation_system
-        foundation_values frames objc storage system threads time)
+        foundation_values frames objc start storage system threads time)
   list(APPEND images $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
 endforeach()
 add_test(NAME native.rows COMMAND ${VLM_NATIVE_DIR}/rows_test $<TARGET_FILE:GameAssembly> ${images})
