@@ -77,7 +77,10 @@ ready_wine() {
 }
 
 # on_a_screen COMMAND...: runs it on a virtual screen, and ends Wine before the screen goes away.
-# Wine's services are started first: as children of the first test they would hold its output open, and ctest waits.
 on_a_screen() {
-  xvfb-run -a bash -c 'status=0; wineboot >/dev/null 2>&1; "$@" || status=$?; wineserver -k || true; exit $status' on_a_screen "$@"
+  xvfb-run -a bash -c 'status=0; "$@" || status=$?; wineserver -k || true; exit $status' on_a_screen "$@"
 }
+
+# with_services COMMAND...: on_a_screen, with Wine's services started first. As children of the first test they would hold
+# its output open, and ctest waits. Not for benchmarks, which the services would disturb.
+with_services() { on_a_screen bash -c 'wineboot >/dev/null 2>&1; exec "$@"' with_services "$@"; }
