@@ -11,10 +11,12 @@
 #include <cstdio>
 #include <string>
 
+#include "support/leave.h"
 #include "support/open_handles.h"
 #include "vlm.h"
 
 using vlm::test::count_open_handles;
+using vlm::test::leave;
 
 namespace {
 
@@ -39,13 +41,6 @@ void wait_until_handles_stay() {
   }
 }
 
-/// Ends the process as il2cpp_shutdown does: threads of the game and the library still run.
-[[noreturn]] void end(int code) {
-  std::fflush(nullptr);
-  TerminateProcess(GetCurrentProcess(), code);
-  for (;;) Sleep(INFINITE);
-}
-
 decltype(&vlm_wrap_sysv_function) wrap_sysv;
 
 /// Called by the guest, through a callback stub: Windows code that calls back into it.
@@ -67,7 +62,7 @@ constexpr DWORD time_limit_ms = 100'000;
 DWORD WINAPI watch(void* running_test) {
   Sleep(time_limit_ms);
   std::printf("%s does not end\n", *static_cast<const char* volatile*>(running_test));
-  end(1);
+  leave(1);
 }
 
 template <class Function>
@@ -114,7 +109,7 @@ int main(int argc, char** argv) {
   if (void* const place = native_symbol("windows_symbol")) {
     *static_cast<void**>(place) = wrap_callback(reinterpret_cast<void*>(&windows_symbol));
   }
-  if (argc > 2) end(guest_function(argv[2])(nullptr) == 0 ? 0 : 2);
+  if (argc > 2) leave(guest_function(argv[2])(nullptr) == 0 ? 0 : 2);
   if (void* const running_test = native_symbol("running_test")) {
     CloseHandle(CreateThread(nullptr, 0, watch, running_test, 0, nullptr));
   }
@@ -124,5 +119,5 @@ int main(int argc, char** argv) {
   }
   const std::int64_t checks = guest_function("run_guest_tests")(wrap_callback(reinterpret_cast<void*>(&report_failure)));
   std::printf("%lld checks, %d failures\n", static_cast<long long>(checks), failures);
-  end(failures == 0 && checks > 0 ? 0 : 1);
+  leave(failures == 0 && checks > 0 ? 0 : 1);
 }

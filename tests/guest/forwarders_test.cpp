@@ -11,6 +11,7 @@
 
 #include "host/il2cpp_types.h"
 #include "support/game_process.h"
+#include "support/leave.h"
 #include "vlm.h"
 
 extern "C" std::uint64_t call_checked(void* function, const std::uint64_t arguments[6]);
@@ -205,5 +206,5 @@ int main(int argc, char** argv) {
   echo_record = static_cast<const std::uint64_t*>(
       function<decltype(&vlm_native_symbol)>("vlm_native_symbol")("echo_record"));
   doctest::Context context;
-  return context.run();
+  vlm::test::leave(context.run());
 }

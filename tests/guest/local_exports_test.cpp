@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "support/leave.h"
 #include "vlm.h"
 
 namespace {
@@ -192,5 +193,5 @@ int main(int argc, char** argv) {
   library = LoadLibraryA("GameAssembly.dll");
   if (library == nullptr) return 1;
   doctest::Context context;
-  return context.run();
+  vlm::test::leave(context.run());
 }

@@ -17,6 +17,7 @@
 
 #include "signatures.h"
 #include "support/game_process.h"
+#include "support/leave.h"
 #include "vlm.h"
 
 using namespace signatures;
@@ -270,7 +271,5 @@ int main(int argc, char** argv) {
     return 0;
   }
   doctest::Context context;
-  const int failures = context.run();
-  std::fflush(nullptr);
-  TerminateProcess(GetCurrentProcess(), static_cast<UINT>(failures));
+  vlm::test::leave(context.run());
 }

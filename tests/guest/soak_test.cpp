@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "support/leave.h"
 #include "support/open_handles.h"
 #include "vlm.h"
 
@@ -106,6 +107,5 @@ int main(int argc, char** argv) {
     if (bytes > byte_slack || handles > handle_slack) ++failures;
   }
   std::printf("%d failures\n", failures);
-  std::fflush(nullptr);
-  TerminateProcess(GetCurrentProcess(), failures == 0 ? 0 : 1);
+  vlm::test::leave(failures == 0 ? 0 : 1);
 }
