@@ -1,6 +1,7 @@
 // GameKit and StoreKit for a player who is not signed in, and never will be: every question is answered with no, every
 // handler is called at once, on the thread that asks, with an error; what is set or submitted is forgotten.
 #include "objc/ns_error.h"
+#include "objc/plain_methods.h"
 #include "objc/shared_instance.h"
 
 namespace vlm {
@@ -15,14 +16,6 @@ void call_handler(const ObjcBlock* handler, GameKitError code, Arguments... befo
   call_block(handler, before_error...,
              ns_error_new(objc_class_NSError, ns_string_new("GKErrorDomain"), code, nullptr));
 }
-
-SYSV ObjcBool no(ObjcObject*, Selector) { return 0; }
-
-SYSV ObjcObject* nil(ObjcObject*, Selector) { return nullptr; }
-
-SYSV void nothing(ObjcObject*, Selector) {}
-
-SYSV ObjcObject* self(ObjcObject* receiver, Selector) { return receiver; }
 
 SYSV void set_authenticate_handler(ObjcObject*, Selector, const ObjcBlock* handler) {
   ObjcObject* const view_controller = nullptr;
@@ -51,16 +44,16 @@ const MethodRow GKLocalPlayer_class_methods[] = {
     {},
 };
 const MethodRow GKLocalPlayer_methods[] = {
-    {"isAuthenticated", shim(no)},
-    {"isUnderage", shim(no)},
-    {"isMultiplayerGamingRestricted", shim(no)},
-    {"isPersonalizedCommunicationRestricted", shim(no)},
+    {"isAuthenticated", shim(return_no)},
+    {"isUnderage", shim(return_no)},
+    {"isMultiplayerGamingRestricted", shim(return_no)},
+    {"isPersonalizedCommunicationRestricted", shim(return_no)},
     {"setAuthenticateHandler:", shim(set_authenticate_handler)},
-    {"playerID", shim(nil)},
-    {"gamePlayerID", shim(nil)},
-    {"teamPlayerID", shim(nil)},
-    {"displayName", shim(nil)},
-    {"alias", shim(nil)},
+    {"playerID", shim(return_nil)},
+    {"gamePlayerID", shim(return_nil)},
+    {"teamPlayerID", shim(return_nil)},
+    {"displayName", shim(return_nil)},
+    {"alias", shim(return_nil)},
     {},
 };
 
@@ -69,11 +62,11 @@ const MethodRow GKAccessPoint_class_methods[] = {
     {},
 };
 const MethodRow GKAccessPoint_methods[] = {
-    {"isActive", shim(no)},
-    {"isPresentingGameCenter", shim(no)},
-    {"setActive:", shim(nothing)},
-    {"setLocation:", shim(nothing)},
-    {"setShowHighlights:", shim(nothing)},
+    {"isActive", shim(return_no)},
+    {"isPresentingGameCenter", shim(return_no)},
+    {"setActive:", shim(do_nothing)},
+    {"setLocation:", shim(do_nothing)},
+    {"setShowHighlights:", shim(do_nothing)},
     {},
 };
 
@@ -82,9 +75,9 @@ const MethodRow GKAchievement_class_methods[] = {
     {},
 };
 const MethodRow GKAchievement_methods[] = {
-    {"initWithIdentifier:", shim(self)},
-    {"setPercentComplete:", shim(nothing)},
-    {"setShowsCompletionBanner:", shim(nothing)},
+    {"initWithIdentifier:", shim(return_self)},
+    {"setPercentComplete:", shim(do_nothing)},
+    {"setShowsCompletionBanner:", shim(do_nothing)},
     {},
 };
 
@@ -101,7 +94,7 @@ const MethodRow GKDialogController_methods[] = {{}};
 const MethodRow GKGameCenterViewController_class_methods[] = {{}};
 const MethodRow GKGameCenterViewController_methods[] = {{}};
 
-const MethodRow SKStoreReviewController_class_methods[] = {{"requestReview", shim(nothing)}, {}};
+const MethodRow SKStoreReviewController_class_methods[] = {{"requestReview", shim(do_nothing)}, {}};
 const MethodRow SKStoreReviewController_methods[] = {{}};
 
 }  // namespace vlm

@@ -5,6 +5,7 @@
 #include "diag/log.h"
 #include "objc/ns_collections.h"
 #include "objc/ns_string.h"
+#include "objc/plain_methods.h"
 
 namespace vlm {
 namespace {
@@ -21,8 +22,6 @@ static_assert(sizeof(FastEnumerationState) == 64);
 NSCollection* new_collection(ObjcClass* class_) { return objc_new<NSCollection>(*class_); }
 
 // ---- All of them ----------------------------------------------------------------------------------------------------
-
-SYSV NSCollection* init(NSCollection* receiver, Selector) { return receiver; }
 
 SYSV std::uint64_t count(NSCollection* receiver, Selector) { return receiver->count; }
 
@@ -121,7 +120,7 @@ extern "C" SYSV void* initWithObjects_body(void* self, Selector, void* first, Sy
 }
 
 const MethodRow NSArray_methods[] = {
-    {"init", shim(init)},
+    {"init", shim(return_self)},
     {"count", shim(count)},
     {"objectAtIndex:", shim(object_at_index)},
     {"objectAtIndexedSubscript:", shim(object_at_index)},
@@ -156,7 +155,7 @@ const MethodRow NSMutableSet_methods[] = {
 const MethodRow NSMutableSet_class_methods[] = {{}};
 
 const MethodRow NSDictionary_methods[] = {
-    {"init", shim(init)},
+    {"init", shim(return_self)},
     {"count", shim(count)},
     {"objectForKey:", shim(object_for_key)},
     {"objectForKeyedSubscript:", shim(object_for_key)},

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "objc/plain_methods.h"
+
 namespace vlm {
 
 NSError* ns_error_new(ObjcClass& class_, ObjcObject* domain, std::int64_t code, ObjcObject* user_info) {
@@ -34,8 +36,6 @@ SYSV NSString* localized_description(NSError* receiver, Selector) {
   return ns_string_new(text);
 }
 
-SYSV NSString* nothing_to_say(NSError*, Selector) { return nullptr; }
-
 }  // namespace
 
 const MethodRow NSError_class_methods[] = {{"errorWithDomain:code:userInfo:", shim(error_with_domain)}, {}};
@@ -46,8 +46,8 @@ const MethodRow NSError_methods[] = {
     {"userInfo", shim(user_info)},
     {"localizedDescription", shim(localized_description)},
     {"description", shim(localized_description)},
-    {"localizedFailureReason", shim(nothing_to_say)},
-    {"localizedRecoverySuggestion", shim(nothing_to_say)},
+    {"localizedFailureReason", shim(return_nil)},
+    {"localizedRecoverySuggestion", shim(return_nil)},
     {},
 };
 

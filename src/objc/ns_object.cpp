@@ -7,6 +7,7 @@
 #include "diag/log.h"
 #include "objc/ns_string.h"
 #include "objc/object.h"
+#include "objc/plain_methods.h"
 
 namespace vlm {
 
@@ -57,10 +58,6 @@ const char* objc_object_cstring(void* object) {
 
 namespace {
 
-SYSV ObjcObject* self(ObjcObject* receiver, Selector) { return receiver; }
-
-SYSV void nothing(ObjcObject*, Selector) {}
-
 SYSV ObjcObject* alloc(ObjcClass* receiver, Selector) { return objc_alloc_instance(receiver); }
 
 SYSV ObjcObject* new_(ObjcClass* receiver, Selector) {
@@ -90,15 +87,15 @@ SYSV ObjcObject* description(ObjcObject* receiver, Selector) {
 }  // namespace
 
 const MethodRow NSObject_methods[] = {
-    {"init", shim(self)},
-    {"retain", shim(self)},
-    {"autorelease", shim(self)},
-    {"self", shim(self)},
-    {"copy", shim(self)},
-    {"mutableCopy", shim(self)},
-    {"release", shim(nothing)},
-    {"dealloc", shim(nothing)},
-    {".cxx_destruct", shim(nothing)},
+    {"init", shim(return_self)},
+    {"retain", shim(return_self)},
+    {"autorelease", shim(return_self)},
+    {"self", shim(return_self)},
+    {"copy", shim(return_self)},
+    {"mutableCopy", shim(return_self)},
+    {"release", shim(do_nothing)},
+    {"dealloc", shim(do_nothing)},
+    {".cxx_destruct", shim(do_nothing)},
     {"class", shim(class_)},
     {"isEqual:", shim(is_equal)},
     {"hash", shim(hash)},
@@ -112,9 +109,9 @@ const MethodRow NSObject_class_methods[] = {
     {"alloc", shim(alloc)},
     {"allocWithZone:", shim(alloc)},
     {"new", shim(new_)},
-    {"class", shim(self)},
-    {"initialize", shim(nothing)},
-    {"load", shim(nothing)},
+    {"class", shim(return_self)},
+    {"initialize", shim(do_nothing)},
+    {"load", shim(do_nothing)},
     {},
 };
 

@@ -7,6 +7,7 @@
 #include "objc/ns_collections.h"
 #include "objc/ns_number.h"
 #include "objc/ns_string.h"
+#include "objc/plain_methods.h"
 
 namespace vlm {
 namespace {
@@ -28,8 +29,6 @@ SYSV std::uint64_t hash(NSString* receiver, Selector) {
   }
   return hash;
 }
-
-SYSV NSString* self(NSString* receiver, Selector) { return receiver; }
 
 /// The host's strtoll reads decimal digits as game code's does, and gives the nearest value for too many.
 SYSV std::int64_t long_long_value(NSString* receiver, Selector) {
@@ -123,8 +122,8 @@ const MethodRow NSString_methods[] = {
     {"isEqualToString:", shim(is_equal)},
     {"isEqual:", shim(is_equal)},
     {"hash", shim(hash)},
-    {"description", shim(self)},
-    {"stringValue", shim(self)},
+    {"description", shim(return_self)},
+    {"stringValue", shim(return_self)},
     {"intValue", shim(int_value)},
     {"integerValue", shim(long_long_value)},
     {"longLongValue", shim(long_long_value)},

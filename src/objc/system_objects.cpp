@@ -6,6 +6,7 @@
 
 #include "objc/ns_collections.h"
 #include "objc/ns_number.h"
+#include "objc/plain_methods.h"
 #include "objc/shared_instance.h"
 
 namespace vlm {
@@ -18,10 +19,6 @@ NSString* ns_locale_value(ObjcObject* key) {
 }
 
 namespace {
-
-SYSV ObjcObject* nil(ObjcObject*, Selector) { return nullptr; }
-
-SYSV void nothing(ObjcObject*, Selector) {}
 
 SYSV NSString* bundle_identifier(ObjcObject*, Selector) { return ns_string_new("com.norlan.vlm"); }
 
@@ -62,16 +59,16 @@ const MethodRow NSFileManager_class_methods[] = {
     {"defaultManager", shim(shared_instance_method<objc_class_NSFileManager>)},
     {},
 };
-const MethodRow NSFileManager_methods[] = {{"URLForUbiquityContainerIdentifier:", shim(nil)}, {}};
+const MethodRow NSFileManager_methods[] = {{"URLForUbiquityContainerIdentifier:", shim(return_nil)}, {}};
 
 const MethodRow NSNotificationCenter_class_methods[] = {
     {"defaultCenter", shim(shared_instance_method<objc_class_NSNotificationCenter>)},
     {},
 };
 const MethodRow NSNotificationCenter_methods[] = {
-    {"addObserver:selector:name:object:", shim(nothing)},
-    {"removeObserver:name:object:", shim(nothing)},
-    {"removeObserver:", shim(nothing)},
+    {"addObserver:selector:name:object:", shim(do_nothing)},
+    {"removeObserver:name:object:", shim(do_nothing)},
+    {"removeObserver:", shim(do_nothing)},
     {"addObserverForName:object:queue:usingBlock:", shim(add_observer_with_block)},
     {},
 };
@@ -80,7 +77,7 @@ const MethodRow NSApplication_class_methods[] = {
     {"sharedApplication", shim(shared_instance_method<objc_class_NSApplication>)},
     {},
 };
-const MethodRow NSApplication_methods[] = {{"mainWindow", shim(nil)}, {}};
+const MethodRow NSApplication_methods[] = {{"mainWindow", shim(return_nil)}, {}};
 
 const MethodRow NSJSONSerialization_class_methods[] = {
     {"dataWithJSONObject:options:error:", shim(data_with_json_object)},
