@@ -49,7 +49,7 @@ const UnwindSection& section_of(const MachImage& image, std::atomic<const Unwind
 /// True when the pointer to the function's personality routine holds one. It is never called: all game code has the
 /// one of C++, which this unwinder stands for.
 bool has_personality(const MachImage& image, std::uint32_t slot) {
-  if (slot == 0 || !image.contains(image.base + slot + 7)) return false;
+  if (slot == 0 || !image.contains(image.base + slot, sizeof(std::uint64_t))) return false;
   return *reinterpret_cast<const std::uint64_t*>(image.base + slot) != 0;
 }
 

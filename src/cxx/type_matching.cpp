@@ -61,7 +61,7 @@ static_assert(offsetof(PointerTypeInfo, pointee) == 24);
 
 const MachImage* image_holding(std::uint64_t address, std::uint64_t size) {
   for (const MachImage* image : image_list()) {
-    if (image->contains(address) && size <= image->base + image->extent() - address) return image;
+    if (image->contains(address, size)) return image;
   }
   return nullptr;
 }

@@ -88,6 +88,10 @@ struct MachImage {
   std::uint64_t extent() const { return vm_end - vm_min; }
   /// True for a run-time address inside the mapped extent.
   bool contains(std::uint64_t address) const { return address >= base && address - base < extent(); }
+  /// The same for `size` bytes from there on.
+  bool contains(std::uint64_t address, std::uint64_t size) const {
+    return contains(address) && size <= base + extent() - address;
+  }
   /// The bytes of a stream or table of non-zero size; in range since the commands were read.
   std::span<const std::byte> file_range(std::uint32_t offset, std::uint64_t size) const {
     return {file_data + offset, size};

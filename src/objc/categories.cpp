@@ -24,8 +24,7 @@ void attach(const ObjcClass* class_, const ObjcMethodList* methods) {
 }
 
 bool holds(const MachImage& image, const void* object, std::uint64_t size) {
-  const auto address = reinterpret_cast<std::uint64_t>(object);
-  return image.contains(address) && size <= image.base + image.extent() - address;
+  return image.contains(reinterpret_cast<std::uint64_t>(object), size);
 }
 
 bool is_aligned(const void* object) { return reinterpret_cast<std::uint64_t>(object) % alignof(void*) == 0; }
