@@ -18,6 +18,7 @@
 #include "abi/entries.h"
 #include "diag/log.h"
 #include "support/locks.h"
+#include "support/procedures.h"
 
 namespace vlm {
 namespace {
@@ -95,10 +96,8 @@ struct StubPool {
   void open_chunk_locked() {
     if (chunk == nullptr) {
       const HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-      add_table = reinterpret_cast<AddGrowableFunctionTable*>(
-          reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlAddGrowableFunctionTable")));
-      grow_table = reinterpret_cast<GrowFunctionTable*>(
-          reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlGrowFunctionTable")));
+      add_table = find_procedure<AddGrowableFunctionTable>(ntdll, "RtlAddGrowableFunctionTable");
+      grow_table = find_procedure<GrowFunctionTable>(ntdll, "RtlGrowFunctionTable");
     }
     chunk = static_cast<std::byte*>(allocate_stub_memory(stub_chunk_size + sizeof(ChunkTail)));
     tail()->callback = callback_unwind;

@@ -16,6 +16,7 @@
 #include "macho/queries.h"
 #include "macho/symbol_index.h"
 #include "support/handles.h"
+#include "support/locks.h"
 
 namespace vlm {
 namespace {
@@ -101,7 +102,7 @@ void write_report(const Crash& crash) {
 struct {
   HANDLE crashed = nullptr;  // automatic: what follows describes a crash
   HANDLE written = nullptr;  // automatic: the report is written
-  SRWLOCK turn = SRWLOCK_INIT;
+  SrwLock turn;
   // Copies: the crashed thread may be gone before the report is written.
   EXCEPTION_RECORD record;
   CONTEXT context;
@@ -125,13 +126,13 @@ void start_reporter() {
 
 /// Waits for a while only: the crashed thread may hold a lock that the reporter needs.
 void report_by_another_thread(const Crash& crash) {
-  AcquireSRWLockExclusive(&reporter.turn);
+  reporter.turn.lock();
   reporter.record = *crash.record;
   reporter.context = *crash.context;
   reporter.stack_base = crash.stack_base;
   SetEvent(reporter.crashed);
   const bool written = WaitForSingleObject(reporter.written, reporter_patience_ms) == WAIT_OBJECT_0;
-  if (written) ReleaseSRWLockExclusive(&reporter.turn);  // else the reporter is still at it, and has had its last turn
+  if (written) reporter.turn.unlock();  // else the reporter is still at it, and has had its last turn
 }
 
 // ---- The handler ----------------------------------------------------------------------------------------------------

@@ -12,6 +12,7 @@
 #include "posix/descriptors.h"
 #include "posix/streams.h"
 #include "posix/time.h"
+#include "support/procedures.h"
 #include "tls/game_tls.h"
 
 namespace vlm {
@@ -21,9 +22,8 @@ void log_versions() {
   RTL_OSVERSIONINFOW version{};
   version.dwOSVersionInfoSize = sizeof version;
   static_assert(sizeof version == 276);
-  using RtlGetVersion = LONG(WINAPI*)(RTL_OSVERSIONINFOW*);
-  const auto rtl_get_version =
-      reinterpret_cast<RtlGetVersion>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion")));
+  using RtlGetVersion = LONG WINAPI(RTL_OSVERSIONINFOW*);
+  auto* const rtl_get_version = find_procedure<RtlGetVersion>(GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion");
   if (rtl_get_version != nullptr) rtl_get_version(&version);
   log_message(0, "GameAssembly.dll loaded on Windows %lu.%lu.%lu", version.dwMajorVersion, version.dwMinorVersion,
               version.dwBuildNumber);

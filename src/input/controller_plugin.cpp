@@ -7,6 +7,7 @@
 #include "input/connections.h"
 #include "input/controller_records.h"
 #include "input/devices.h"
+#include "input/glyph_shapes.h"
 #include "input/glyphs.h"
 #include "input/keyboard.h"
 #include "input/pad_summary.h"
@@ -65,7 +66,7 @@ SYSV ControllerGlyph get_symbol_for_input(const char* identifier, std::uint32_t 
   const bool sony_style = identifier != nullptr && std::strncmp(identifier, "sony-", 5) == 0;
   std::uint32_t length = 0;
   const void* const png = glyph_png(sony_style, input, &length);
-  return png != nullptr ? ControllerGlyph{96, 96, png, length, 0} : ControllerGlyph{};
+  return png != nullptr ? ControllerGlyph{glyph_size, glyph_size, png, length, 0} : ControllerGlyph{};
 }
 
 constexpr double version = 1.0;

@@ -7,6 +7,7 @@
 
 #include "input/sony_pads.h"
 #include "support/handles.h"
+#include "support/procedures.h"
 
 namespace vlm {
 namespace {
@@ -55,7 +56,7 @@ std::optional<HidId> identify(const wchar_t* path) {
 
 template <class Function>
 bool take(HMODULE library, const char* name, Function*& function) {
-  function = reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+  function = find_procedure<Function>(library, name);
   return function != nullptr;
 }
 

@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+#include "support/procedures.h"
+
 namespace vlm {
 namespace {
 
@@ -14,14 +16,14 @@ struct XInputState {
 };
 static_assert(sizeof(XInputState) == 16);
 
-using GetState = DWORD(WINAPI*)(DWORD index, XInputState* state);
+using GetState = DWORD WINAPI(DWORD index, XInputState* state);
 
 DWORD WINAPI no_pad(DWORD, XInputState*) { return ERROR_DEVICE_NOT_CONNECTED; }
 DWORD WINAPI load_and_get_state(DWORD index, XInputState* state);
 
 // XInputGetState, or what stands for it before XInput is loaded, or when there is none. Threads that load it at the
 // same time find the same function, so nobody waits for another: that could be for Windows' loader lock.
-constinit std::atomic<GetState> get_state{load_and_get_state};
+constinit std::atomic<GetState*> get_state{load_and_get_state};
 
 DWORD WINAPI load_and_get_state(DWORD index, XInputState* state) {
   load_xinput();
@@ -33,10 +35,7 @@ DWORD WINAPI load_and_get_state(DWORD index, XInputState* state) {
 void load_xinput() {
   HMODULE library = LoadLibraryW(L"xinput1_4.dll");
   if (library == nullptr) library = LoadLibraryW(L"xinput9_1_0.dll");
-  const auto found =
-      library != nullptr
-          ? reinterpret_cast<GetState>(reinterpret_cast<void*>(GetProcAddress(library, "XInputGetState")))
-          : nullptr;
+  GetState* const found = find_procedure<GetState>(library, "XInputGetState");
   get_state = found != nullptr ? found : no_pad;
 }
 

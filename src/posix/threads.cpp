@@ -13,13 +13,13 @@
 #include "posix/shims.h"
 #include "support/handles.h"
 #include "support/locks.h"
+#include "support/procedures.h"
 #include "support/sysv.h"
 #include "support/text.h"
 #include "tls/game_tls.h"
 
 namespace vlm {
 namespace {
-
 
 constexpr std::size_t game_stack_size = 0x800000;
 constexpr std::size_t pthread_attr_size = 64;
@@ -155,9 +155,9 @@ SYSV std::uint64_t pthread_get_stackaddr_np_(const ThreadRecord* thread) {
 }
 
 SYSV std::int32_t pthread_setname_np_(const char* name) {
-  using SetThreadDescription = HRESULT(WINAPI*)(HANDLE, const wchar_t*);  // since Windows 10
-  static const auto set_description = reinterpret_cast<SetThreadDescription>(
-      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "SetThreadDescription")));
+  using SetThreadDescription = HRESULT WINAPI(HANDLE, const wchar_t*);  // since Windows 10
+  static const auto set_description =
+      find_procedure<SetThreadDescription>(GetModuleHandleW(L"kernel32.dll"), "SetThreadDescription");
   const auto wide = to_host_path(name);
   if (set_description != nullptr && wide) set_description(GetCurrentThread(), wide.get());
   return 0;

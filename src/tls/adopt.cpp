@@ -4,6 +4,7 @@
 #include <winternl.h>
 
 #include "support/handles.h"
+#include "support/procedures.h"
 #include "tls/game_tls.h"
 #include "tls/thread_record.h"
 
@@ -56,8 +57,8 @@ void adopt_existing_threads() {
   thread_stack_commit(current_teb());
   register_current_thread();
 
-  const auto query = reinterpret_cast<QueryInformationThread*>(
-      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQueryInformationThread")));
+  auto* const query =
+      find_procedure<QueryInformationThread>(GetModuleHandleW(L"ntdll.dll"), "NtQueryInformationThread");
   const UniqueHandle snapshot = own_handle(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
   if (query == nullptr || !snapshot) return;
 
