@@ -8,20 +8,12 @@
 #include <string>
 
 #include "abi/format_length.h"
+#include "support/characters.h"
 
 namespace vlm {
 namespace {
 
-bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
 char to_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
-
-/// A digit's value, 36 when `c` is none in any base.
-int digit_value(char c) {
-  if (is_digit(c)) return c - '0';
-  c = to_lower(c);
-  return c >= 'a' && c <= 'z' ? c - 'a' + 10 : 36;
-}
 
 /// The input as one conversion sees it: it ends at the NUL or where the field's width does.
 struct Field {
@@ -95,7 +87,7 @@ Specification read_specification(const char*& format) {
 }
 
 /// An integer of the base (0: by its prefix) as its 64 bits, clamped where it has more. False when there is none.
-bool match_integer(Field& field, int base, bool is_signed, std::uint64_t& bits) {
+bool match_integer(Field& field, std::uint32_t base, bool is_signed, std::uint64_t& bits) {
   const bool negative = field.take_sign();
   bool any = false;
   if ((base == 0 || base == 16) && field.take('0')) {
@@ -112,8 +104,8 @@ bool match_integer(Field& field, int base, bool is_signed, std::uint64_t& bits) 
   bool too_large = false;
   for (; digit_value(field.peek()) < base; field.skip()) {
     any = true;
-    too_large |= __builtin_mul_overflow(magnitude, static_cast<std::uint64_t>(base), &magnitude);
-    too_large |= __builtin_add_overflow(magnitude, static_cast<std::uint64_t>(digit_value(field.peek())), &magnitude);
+    too_large |= __builtin_mul_overflow(magnitude, std::uint64_t{base}, &magnitude);
+    too_large |= __builtin_add_overflow(magnitude, std::uint64_t{digit_value(field.peek())}, &magnitude);
   }
   const std::uint64_t most = is_signed ? (std::uint64_t{1} << 63) - !negative : UINT64_MAX;
   if (too_large || magnitude > most) {
@@ -156,10 +148,10 @@ bool match_float(Field& field, FloatItem& item) {
     item.first = field.at;
     any = false;
   }
-  const auto take_digits = [&](int base) {
+  const auto take_digits = [&](std::uint32_t base) {
     for (; digit_value(field.peek()) < base; field.skip()) any = true;
   };
-  const int base = item.hexadecimal ? 16 : 10;
+  const std::uint32_t base = item.hexadecimal ? 16 : 10;
   take_digits(base);
   if (field.take('.')) take_digits(base);
   if (any && field.take(item.hexadecimal ? 'p' : 'e')) {
@@ -285,7 +277,7 @@ Match match_conversion(const char*& input, const Specification& specification, S
     case 'X':
     case 'p': {
       const bool is_signed = conversion == 'd' || conversion == 'i';
-      const int base = conversion == 'i' ? 0 : conversion == 'o' ? 8 : is_signed || conversion == 'u' ? 10 : 16;
+      const std::uint32_t base = conversion == 'i' ? 0 : conversion == 'o' ? 8 : is_signed || conversion == 'u' ? 10 : 16;
       std::uint64_t bits;
       if (!match_integer(field, base, is_signed, bits)) return Match::mismatch;
       if (char* const to = place()) store_integer(to, bits, conversion == 'p' ? Length::wide : specification.length);

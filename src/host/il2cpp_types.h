@@ -10,6 +10,8 @@ using Il2CppChar = uint16_t;  // a UTF-16 unit
 /// The width of a handle differs between runtime versions (32 bits, later a pointer); a pointer-sized value
 /// carries both through registers.
 using Il2CppGCHandle = uintptr_t;
+/// Of what il2cpp_method_get_flags stores (MethodImplAttributes, ECMA-335 II.23.1.11): the method is an internal call.
+constexpr uint32_t METHOD_IMPL_ATTRIBUTE_INTERNAL_CALL = 0x1000;
 /// A function pointer that the player hands over. What it takes is between the player and the game.
 using Il2CppCallback = void*;
 

@@ -8,20 +8,12 @@
 #include "diag/log.h"
 #include "host/managed_calls.h"
 #include "host/reflection.h"
+#include "support/take_until.h"
 
 namespace vlm {
 namespace {
 
 constexpr std::size_t max_class_length = 511, max_method_length = 255, max_signature_length = 511;
-constexpr std::uint32_t METHOD_IMPL_ATTRIBUTE_INTERNAL_CALL = 0x1000;
-
-/// The first part of a text up to a separator, which is taken off the text with it.
-std::string_view take_until(std::string_view& text, char separator) {
-  const std::size_t end = text.find(separator);
-  const std::string_view part = text.substr(0, end);
-  text.remove_prefix(end == text.npos ? text.size() : end + 1);
-  return part;
-}
 
 Il2CppClass* find_outer_class(std::string_view full_name) {
   const std::size_t point = full_name.rfind('.');
@@ -74,9 +66,9 @@ const MethodInfo* find_internal_call(Il2CppClass* klass, std::string_view name, 
   const MethodInfo* first = nullptr;
   void* position = nullptr;
   while (const MethodInfo* const method = REFLECT(il2cpp_class_get_methods)(klass, &position)) {
-    std::uint32_t implementation = 0;
-    REFLECT(il2cpp_method_get_flags)(method, &implementation);
-    if ((implementation & METHOD_IMPL_ATTRIBUTE_INTERNAL_CALL) == 0) continue;
+    std::uint32_t implementation_flags = 0;
+    REFLECT(il2cpp_method_get_flags)(method, &implementation_flags);
+    if ((implementation_flags & METHOD_IMPL_ATTRIBUTE_INTERNAL_CALL) == 0) continue;
     if (REFLECT(il2cpp_method_get_name)(method) != name) continue;
     if (signature.empty() || signature_of(method) == signature) return method;
     if (first == nullptr) first = method;

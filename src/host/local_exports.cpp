@@ -52,8 +52,6 @@ SYSV const char* find_plugin_adapter(const char* name) {
 
 // ---- After il2cpp_init ------------------------------------------------------------------------------------------
 
-constexpr std::uint32_t method_impl_internal_call = 0x1000;
-
 /// Stands for an internal call that neither the game nor the player has. Callable with either convention.
 SYSV std::uint64_t empty_internal_call() { return 0; }
 
@@ -77,7 +75,7 @@ void stub_class_icalls(Il2CppClass* klass) {
   while (const MethodInfo* method = GAME(il2cpp_class_get_methods)(klass, &iterator)) {
     std::uint32_t implementation_flags = 0;
     GAME(il2cpp_method_get_flags)(method, &implementation_flags);
-    if ((implementation_flags & method_impl_internal_call) == 0) continue;
+    if ((implementation_flags & METHOD_IMPL_ATTRIBUTE_INTERNAL_CALL) == 0) continue;
     char name[512];
     format_icall_name(name, klass, method);
     if (GAME(il2cpp_resolve_icall)(name) != nullptr) continue;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "abi/format_float.h"
+#include "support/take_until.h"
 
 namespace vlm {
 namespace {
@@ -29,14 +30,6 @@ std::string unescape(std::string_view escaped) {
     text += c;
   }
   return text;
-}
-
-/// Cuts the first part off, and the character that it ends with.
-std::string_view take_until(std::string_view& rest, char end) {
-  const std::size_t size = std::min(rest.find(end), rest.size());
-  const std::string_view part = rest.substr(0, size);
-  rest.remove_prefix(std::min(size + 1, rest.size()));
-  return part;
 }
 
 decltype(CloudEntry::value) value_of(char type, std::string text) {

@@ -8,20 +8,11 @@
 
 #include "posix/error_numbers.h"
 #include "posix/shims.h"
+#include "support/characters.h"
 #include "support/sysv.h"
 
 namespace vlm {
 namespace {
-
-constexpr bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
-/// The value of a digit in any base up to 36, or 36.
-constexpr std::uint32_t digit_value(char c) {
-  if (c >= '0' && c <= '9') return static_cast<std::uint32_t>(c - '0');
-  if (c >= 'A' && c <= 'Z') return static_cast<std::uint32_t>(c - 'A' + 10);
-  if (c >= 'a' && c <= 'z') return static_cast<std::uint32_t>(c - 'a' + 10);
-  return 36;
-}
 
 /// The subject of a C conversion: blanks, a sign, a prefix of the base, digits.
 struct Number {

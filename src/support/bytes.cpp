@@ -1,5 +1,5 @@
-// Searches look at 16 or 32 bytes at once, aligned: that may read beyond the ends of what is searched, but never into
-// another page, which need not be there.
+// Searches look at 16 or 32 bytes at once, aligned or where no page ends between them: that may read beyond the ends of
+// what is searched, but never into another page, which need not be there.
 #include "support/bytes.h"
 
 #include <immintrin.h>
@@ -139,6 +139,8 @@ std::uint32_t zero_bytes(__m128i block) { return equal_bytes(block, __m128i{}); 
   return std::max(from, reinterpret_cast<const __m128i*>(block));  // the first group may begin before
 }
 
+bool block_is_in_page(const char* text) { return reinterpret_cast<std::uintptr_t>(text) % 4096 <= 4096 - block_size; }
+
 }  // namespace
 
 SYSV void* copy_bytes(void* to_, const void* from_, std::uint64_t size) {
@@ -181,6 +183,27 @@ SYSV std::int32_t compare_bytes(const void* a_, const void* b_, std::uint64_t si
   }
   while (at != size && a[at] == b[at]) ++at;
   return at == size ? 0 : difference(at);
+}
+
+SYSV std::int32_t compare_texts(const char* a, const char* b) {
+  for (;;) {
+    if (block_is_in_page(a) && block_is_in_page(b)) {
+      const __m128i of_a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a));
+      const __m128i of_b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b));
+      const std::uint32_t stops = (~equal_bytes(of_a, of_b) & 0xFFFF) | zero_bytes(of_a);
+      if (stops == 0) {
+        a += block_size;
+        b += block_size;
+        continue;
+      }
+      a += lowest_set(stops);
+      b += lowest_set(stops);
+    }
+    const auto difference = static_cast<std::uint8_t>(*a) - static_cast<std::uint8_t>(*b);
+    if (difference != 0 || *a == '\0') return difference;
+    ++a;
+    ++b;
+  }
 }
 
 SYSV std::uint64_t text_length(const char* text) {

@@ -15,6 +15,9 @@ SYSV void* copy_bytes(void* to, const void* from, std::uint64_t size);
 /// Less than, equal to or greater than 0, as the first bytes that differ are, taken as unsigned ones.
 SYSV std::int32_t compare_bytes(const void* a, const void* b, std::uint64_t size);
 
+/// The same for texts: as the first byte that differs is, the NUL at the end of either included.
+SYSV std::int32_t compare_texts(const char* a, const char* b);
+
 /// Bytes before the NUL.
 SYSV std::uint64_t text_length(const char* text);
 
