@@ -11,13 +11,9 @@
 namespace vlm {
 namespace {
 
-constexpr std::int32_t DARWIN_EOVERFLOW = 84;  // <sys/errno.h> of macOS
-
 /// What printf returns for a text of `length` bytes: POSIX has -1 and EOVERFLOW where an int cannot hold it.
 std::int32_t printf_result(std::uint64_t length) {
-  if (length <= INT32_MAX) return static_cast<std::int32_t>(length);
-  shim_errno = DARWIN_EOVERFLOW;
-  return -1;
+  return length <= INT32_MAX ? static_cast<std::int32_t>(length) : fail(DARWIN_EOVERFLOW);
 }
 
 /// A stream as fprintf writes to it: what it formats is one stretch there, however long.

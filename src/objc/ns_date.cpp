@@ -22,9 +22,6 @@ static_assert(sizeof(NSDate) == 16);
 constexpr std::int64_t years_per_era = 400;
 constexpr std::int64_t seconds_per_era = 146'097 * 86'400LL;
 
-/// Rounds down, whatever the sign.
-constexpr std::int64_t floor_divide(std::int64_t value, std::int64_t by) { return value / by - (value % by < 0); }
-
 NSDate* date_new(ObjcClass& class_, double time) {
   auto* const date = objc_new<NSDate>(class_);
   date->time = time;

@@ -247,11 +247,6 @@ void set_up_standard_descriptors() {
   rows[2].fill(DescriptorKind::Standard, GetStdHandle(STD_ERROR_HANDLE), open_write_only);
 }
 
-std::int32_t fail(std::int32_t darwin_error) {
-  shim_errno = darwin_error;
-  return -1;
-}
-
 std::int32_t fail_from_win32(DWORD error) {
   switch (error) {
     case ERROR_NO_DATA: return fail(DARWIN_EPIPE);  // the reader of a pipe is gone

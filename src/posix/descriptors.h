@@ -29,7 +29,4 @@ void set_up_standard_descriptors();
 /// Sets shim_errno from a Win32 error that a file call left; returns -1.
 std::int32_t fail_from_win32(DWORD error = GetLastError());
 
-/// Sets shim_errno; returns -1.
-std::int32_t fail(std::int32_t darwin_error);
-
 }  // namespace vlm

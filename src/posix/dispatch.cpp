@@ -8,6 +8,7 @@
 
 #include "diag/log.h"
 #include "posix/shims.h"
+#include "posix/time.h"
 #include "support/locks.h"
 #include "support/sysv.h"
 #include "tls/game_tls.h"
@@ -87,26 +88,17 @@ struct Semaphore {
   HANDLE handle;
 };
 
-/// Nanoseconds since the machine started.
-std::uint64_t now() {
-  LARGE_INTEGER counter, frequency;
-  QueryPerformanceCounter(&counter);
-  QueryPerformanceFrequency(&frequency);
-  return static_cast<std::uint64_t>(static_cast<double>(counter.QuadPart) * 1e9 /
-                                    static_cast<double>(frequency.QuadPart));
-}
-
 SYSV std::uint64_t dispatch_time_(std::uint64_t base, std::int64_t delta) {
   if (base == DISPATCH_TIME_FOREVER) return base;
-  return (base == DISPATCH_TIME_NOW ? now() : base) + static_cast<std::uint64_t>(delta);
+  return (base == DISPATCH_TIME_NOW ? monotonic_nanoseconds() : base) + static_cast<std::uint64_t>(delta);
 }
 
 DWORD wait_until(std::uint64_t deadline) {
   if (deadline == DISPATCH_TIME_FOREVER) return INFINITE;
   if (deadline == DISPATCH_TIME_NOW) return 0;
-  const std::uint64_t time = now();
-  if (deadline <= time) return 0;
-  const std::uint64_t milliseconds = (deadline - time) / nanoseconds_per_millisecond;
+  const std::uint64_t now = monotonic_nanoseconds();
+  if (deadline <= now) return 0;
+  const std::uint64_t milliseconds = (deadline - now) / nanoseconds_per_millisecond;
   return milliseconds < INFINITE ? static_cast<DWORD>(milliseconds) : INFINITE - 1;
 }
 

@@ -106,15 +106,9 @@ UniqueHeap<wchar_t> host_name(const char* name) {
 /// Sets a variable, or removes it (null), for the system and for the host C runtime, which have one list each.
 std::int32_t set_variable(const wchar_t* name, const wchar_t* value) {
   constexpr std::size_t longest = 32766;  // of a name or a value; the runtime may end the process over a longer one
-  if (std::wcslen(name) > longest || (value != nullptr && std::wcslen(value) > longest)) {
-    shim_errno = DARWIN_ENOMEM;
-    return -1;
-  }
+  if (std::wcslen(name) > longest || (value != nullptr && std::wcslen(value) > longest)) return fail(DARWIN_ENOMEM);
   // The runtime takes an empty value for a removal.
-  if (const int error = _wputenv_s(name, value == nullptr ? L"" : value); error != 0) {
-    shim_errno = errno_from_crt(error);
-    return -1;
-  }
+  if (const int error = _wputenv_s(name, value == nullptr ? L"" : value); error != 0) return fail(errno_from_crt(error));
   if (value == nullptr || *value == L'\0') SetEnvironmentVariableW(name, value);
   // macOS looks at the zone at each conversion, the runtime only when told to.
   if (_wcsicmp(name, L"TZ") == 0) _tzset();
@@ -136,10 +130,7 @@ SYSV std::int32_t setenv_(const char* name, const char* value, std::int32_t over
   if (!host) return -1;
   if (overwrite == 0 && read_environment(host.get()).exists) return 0;
   const auto host_value = utf16_from_utf8(value);
-  if (!host_value) {
-    shim_errno = DARWIN_ENOMEM;
-    return -1;
-  }
+  if (!host_value) return fail(DARWIN_ENOMEM);
   return set_variable(host.get(), host_value.get());
 }
 

@@ -10,6 +10,12 @@ namespace vlm {
 /// runtime's errno. No shim clears it on success.
 extern thread_local std::int32_t shim_errno;
 
+/// What most shims do that fail: sets shim_errno, returns -1.
+inline std::int32_t fail(std::int32_t darwin_error) {
+  shim_errno = darwin_error;
+  return -1;
+}
+
 // <sys/errno.h> of macOS, as far as the shims use it.
 inline constexpr std::int32_t DARWIN_EPERM = 1;
 inline constexpr std::int32_t DARWIN_ENOENT = 2;
@@ -34,6 +40,7 @@ inline constexpr std::int32_t DARWIN_EAGAIN = 35;
 inline constexpr std::int32_t DARWIN_ENAMETOOLONG = 63;
 inline constexpr std::int32_t DARWIN_ENOTEMPTY = 66;
 inline constexpr std::int32_t DARWIN_ENOSYS = 78;
+inline constexpr std::int32_t DARWIN_EOVERFLOW = 84;
 
 /// The Darwin number for a GetLastError() code; EIO for a code without a better one, 0 included.
 std::int32_t errno_from_win32(std::uint32_t error);

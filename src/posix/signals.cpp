@@ -26,10 +26,7 @@ SignalAction actions[signal_count] = {};  // entry 0 is unused
 bool is_signal(std::int32_t signal) { return signal > 0 && signal < signal_count; }
 
 SYSV std::int32_t sigaction_(std::int32_t signal, const SignalAction* action, SignalAction* old) {
-  if (!is_signal(signal)) {
-    shim_errno = DARWIN_EINVAL;
-    return -1;
-  }
+  if (!is_signal(signal)) return fail(DARWIN_EINVAL);
   const std::lock_guard guard(action_lock);
   const SignalAction before = actions[signal];
   if (action != nullptr) actions[signal] = *action;

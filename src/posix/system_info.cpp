@@ -46,7 +46,7 @@ SYSV std::int64_t sysconf_(std::int32_t name) {
     case SC_NPROCESSORS_CONF:
     case SC_NPROCESSORS_ONLN: return processor_count();
     case SC_PHYS_PAGES: return static_cast<std::int64_t>(memory_size() / page_size);
-    default: shim_errno = DARWIN_EINVAL; return -1;
+    default: return fail(DARWIN_EINVAL);
   }
 }
 
@@ -69,11 +69,6 @@ enum SysctlName : std::int32_t {
 };
 
 constexpr std::uint64_t kinfo_proc_size = 648;
-
-std::int32_t fail(std::int32_t error) {
-  shim_errno = error;
-  return -1;
-}
 
 /// Answers a query whose value has a fixed size; with no place for the value, with the size alone.
 template <class T>

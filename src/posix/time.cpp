@@ -28,12 +28,6 @@ std::uint64_t ticks(FILETIME time) {
   return (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
 }
 
-std::uint64_t monotonic_nanoseconds() {
-  LARGE_INTEGER count;
-  QueryPerformanceCounter(&count);
-  return static_cast<std::uint64_t>(static_cast<double>(count.QuadPart) * nanoseconds_per_count);
-}
-
 CpuTimes thread_times() {
   FILETIME created, ended, kernel{}, user{};
   GetThreadTimes(GetCurrentThread(), &created, &ended, &kernel, &user);
@@ -86,10 +80,7 @@ SYSV std::uint64_t clock_() {
 }
 
 SYSV std::int32_t nanosleep_(const DarwinTimespec* request, DarwinTimespec* remainder) {
-  if (request->tv_sec < 0 || request->tv_nsec < 0 || request->tv_nsec >= 1'000'000'000) {
-    shim_errno = DARWIN_EINVAL;
-    return -1;
-  }
+  if (request->tv_sec < 0 || request->tv_nsec < 0 || request->tv_nsec >= 1'000'000'000) return fail(DARWIN_EINVAL);
   // Ends in some hundred million years at the latest, which keeps the product in range.
   const auto seconds = std::min(static_cast<std::uint64_t>(request->tv_sec), std::uint64_t{1} << 53);
   std::uint64_t milliseconds = seconds * 1000 + static_cast<std::uint64_t>(request->tv_nsec) / 1'000'000;
@@ -187,6 +178,12 @@ CpuTimes process_times() {
 DarwinTimeval timeval_of_ticks(std::uint64_t ticks) {
   return {static_cast<std::int64_t>(ticks / ticks_per_second), static_cast<std::int32_t>(ticks % ticks_per_second / 10),
           0};
+}
+
+std::uint64_t monotonic_nanoseconds() {
+  LARGE_INTEGER count;
+  QueryPerformanceCounter(&count);
+  return static_cast<std::uint64_t>(static_cast<double>(count.QuadPart) * nanoseconds_per_count);
 }
 
 void set_up_time_base() {

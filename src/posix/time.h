@@ -66,4 +66,10 @@ DarwinTimeval timeval_of_ticks(std::uint64_t ticks);
 /// Finds the length of a tick of the monotonic clock. Part of static start-up.
 void set_up_time_base();
 
+/// Nanoseconds since the machine started: what mach_absolute_time, monotonic clocks and dispatch count in.
+std::uint64_t monotonic_nanoseconds();
+
+/// Rounds down, whatever the sign; calendars need it. `by` is above 0.
+constexpr std::int64_t floor_divide(std::int64_t value, std::int64_t by) { return value / by - (value % by < 0); }
+
 }  // namespace vlm

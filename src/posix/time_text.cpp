@@ -52,8 +52,6 @@ void add_name(Output& out, const char* const (&names)[Count], std::int32_t index
   out.add(index >= 0 && index < static_cast<std::int32_t>(Count) ? names[index] : "?", abbreviated ? 3 : SIZE_MAX);
 }
 
-std::int64_t floor_divide(std::int64_t a, std::int64_t b) { return a / b - (a % b < 0); }
-
 struct IsoWeek {
   std::int64_t year, week;
 };
