@@ -5,7 +5,18 @@ add_library(vlm_core STATIC ${VLM_CORE_SOURCES})
 target_include_directories(vlm_core PUBLIC src)
 target_compile_options(vlm_core PRIVATE -fno-exceptions -fno-rtti ${VLM_WARNINGS})
 
+# add_tool(name sources...): the program <name> from its main.cpp, and a library of the rest, which tests use too.
+function(add_tool name)
+  add_library(${name}_core STATIC ${ARGN})
+  add_executable(${name} tools/${name}/main.cpp)
+  target_link_libraries(${name} PRIVATE ${name}_core)
+  foreach(target ${name}_core ${name})
+    target_compile_options(${target} PRIVATE ${VLM_WARNINGS})
+  endforeach()
+endfunction()
+
 set(TESSERA_SOURCES
+  tools/shared/command_line.cpp
   tools/shared/console.cpp
   tools/shared/files.cpp
   tools/tessera/check_list.cpp
@@ -15,14 +26,9 @@ set(TESSERA_SOURCES
   tools/tessera/library_file.cpp
   tools/tessera/patch_image.cpp
   tools/tessera/trampoline.cpp)
-add_library(tessera_core STATIC ${TESSERA_SOURCES})
-target_compile_options(tessera_core PRIVATE ${VLM_WARNINGS})
+add_tool(tessera ${TESSERA_SOURCES})
 target_include_directories(tessera_core PUBLIC tools)
 target_link_libraries(tessera_core PUBLIC vlm_core Zydis)
-
-add_executable(tessera tools/tessera/main.cpp)
-target_compile_options(tessera PRIVATE ${VLM_WARNINGS})
-target_link_libraries(tessera PRIVATE tessera_core)
 
 # What an image would meet here, before it is run.
 set(INSPECT_SOURCES
@@ -39,10 +45,5 @@ set(INSPECT_SOURCES
   tools/inspect/thread_storage.cpp
   tools/inspect/unwind.cpp
   tools/inspect/verdict.cpp)
-add_library(inspect_core STATIC ${INSPECT_SOURCES})
-target_compile_options(inspect_core PRIVATE ${VLM_WARNINGS})
+add_tool(inspect ${INSPECT_SOURCES})
 target_link_libraries(inspect_core PUBLIC tessera_core)
-
-add_executable(inspect tools/inspect/main.cpp)
-target_compile_options(inspect PRIVATE ${VLM_WARNINGS})
-target_link_libraries(inspect PRIVATE inspect_core)

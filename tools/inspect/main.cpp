@@ -1,6 +1,5 @@
 // Says, before anything is run, what a Mach-O image would meet in a Windows process with this project's library.
 #include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <optional>
 #include <span>
@@ -10,6 +9,7 @@
 
 #include "inspect/gather.h"
 #include "inspect/writers.h"
+#include "shared/command_line.h"
 #include "shared/console.h"
 #include "shared/files.h"
 #include "shared/progress_line.h"
@@ -46,37 +46,18 @@ struct Options {
   bool json = false;
 };
 
-/// Nothing, after a message, when the arguments make no sense.
-std::optional<Options> read_options(std::span<const std::string> arguments) {
+Result<Options> read_options(std::span<const std::string> arguments) {
   Options options;
-  const auto complain = [](const std::string& what) {
-    std::fprintf(stderr, "inspect: %s\n\n%s", what.c_str(), usage);
-    return std::nullopt;
-  };
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const std::string_view argument = arguments[i];
-    const char** value = nullptr;
-    if (argument == "--json") {
-      options.json = true;
-    } else if (argument == "-l" || argument == "--library") {
-      value = &options.library;
-    } else if (argument == "--color") {
-      value = &options.color;
-    } else if (argument.starts_with("-")) {
-      return complain("unknown option '" + std::string(argument) + "'");
-    } else if (options.image != nullptr) {
-      return complain("one image at a time: '" + std::string(options.image) + "' or '" + std::string(argument) + "'");
-    } else {
-      options.image = arguments[i].c_str();
-    }
-    if (value == nullptr) continue;
-    if (i + 1 == arguments.size()) return complain(std::string(argument) + " needs a value behind it");
-    *value = arguments[++i].c_str();
-  }
-  if (options.image == nullptr) return complain("the image is missing");
+  const auto read = read_arguments(arguments,
+                                   {{"-l", &options.library},
+                                    {"--library", &options.library},
+                                    {"--json", &options.json},
+                                    {"--color", &options.color, "always, never or auto"}},
+                                   options.image);
+  if (!read) return std::unexpected(read.error());
   const std::string_view color = options.color;
   if (color != "always" && color != "never" && color != "auto") {
-    return complain("--color is always, never or auto, not '" + std::string(color) + "'");
+    return fault("--color is always, never or auto, not '%s'", options.color);
   }
   return options;
 }
@@ -119,16 +100,5 @@ int run(const Options& options) {
 }  // namespace
 
 int main(int count, char** values) {
-  try {
-    const std::vector<std::string> arguments = program_arguments(count, values);
-    if (arguments.size() == 1 && arguments[0] == "--help") {
-      std::fputs(usage, stdout);
-      return 0;
-    }
-    const auto options = read_options(arguments);
-    return options ? run(*options) : exit_usage;
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "inspect: %s\n", error.what());
-    return exit_usage;
-  }
+  return run_tool({"inspect", usage, exit_usage, exit_usage}, count, values, read_options, run);
 }

@@ -5,14 +5,11 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <exception>
-#include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "shared/console.h"
+#include "shared/command_line.h"
 #include "shared/files.h"
 #include "shared/progress_line.h"
 #include "tessera/check_list.h"
@@ -57,40 +54,21 @@ struct Options {
   bool check = false;
 };
 
-/// Nothing, after a message, when the arguments make no sense.
-std::optional<Options> read_options(std::span<const std::string> arguments) {
+Result<Options> read_options(std::span<const std::string> arguments) {
   Options options;
-  const auto complain = [](const std::string& what) {
-    std::fprintf(stderr, "tessera: %s\n\n%s", what.c_str(), usage);
-    return std::nullopt;
-  };
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const std::string_view argument = arguments[i];
-    const char** value = nullptr;
-    if (argument == "--list") {
-      options.list = true;
-    } else if (argument == "--check") {
-      options.check = true;
-    } else if (argument == "-l" || argument == "--library") {
-      value = &options.library;
-    } else if (argument == "-o" || argument == "--output") {
-      value = &options.output;
-    } else if (argument.starts_with("-")) {
-      return complain("unknown option '" + std::string(argument) + "'");
-    } else if (options.image != nullptr) {
-      return complain("one image at a time: '" + std::string(options.image) + "' or '" + std::string(argument) + "'");
-    } else {
-      options.image = arguments[i].c_str();
-    }
-    if (value == nullptr) continue;
-    if (i + 1 == arguments.size()) return complain(std::string(argument) + " needs a file name behind it");
-    *value = arguments[++i].c_str();
-  }
-  if (options.image == nullptr) return complain("the image is missing");
-  if (options.check && options.output != nullptr) return complain("--check writes nothing, so -o makes no sense");
+  const auto read = read_arguments(arguments,
+                                   {{"-l", &options.library},
+                                    {"--library", &options.library},
+                                    {"-o", &options.output},
+                                    {"--output", &options.output},
+                                    {"--check", &options.check},
+                                    {"--list", &options.list}},
+                                   options.image);
+  if (!read) return std::unexpected(read.error());
+  if (options.check && options.output != nullptr) return fault("--check writes nothing, so -o makes no sense");
   const bool needs_library = options.check || options.output != nullptr;
-  if (needs_library && options.library == nullptr) return complain("--library is missing");
-  if (!options.list && !options.check && options.output == nullptr) return complain("-o, --check or --list is missing");
+  if (needs_library && options.library == nullptr) return fault("--library is missing");
+  if (!options.list && !options.check && options.output == nullptr) return fault("-o, --check or --list is missing");
   return options;
 }
 
@@ -167,7 +145,7 @@ ExitCode patch(const Options& options, const MachImage& image, std::span<const s
   return EXIT_DONE;
 }
 
-ExitCode run(const Options& options) {
+int run(const Options& options) {
   const auto image_file = read_file(options.image);
   if (!image_file) {
     return refuse("cannot read %s (copy GameAssembly.dylib from the Mac app's Contents/Frameworks)", options.image);
@@ -188,16 +166,5 @@ ExitCode run(const Options& options) {
 }  // namespace
 
 int main(int count, char** values) {
-  try {
-    const std::vector<std::string> arguments = program_arguments(count, values);
-    if (arguments.size() == 1 && arguments[0] == "--help") {
-      std::fputs(usage, stdout);
-      return EXIT_DONE;
-    }
-    const auto options = read_options(arguments);
-    return options ? run(*options) : EXIT_USAGE;
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "tessera: %s\n", error.what());
-    return EXIT_REFUSED;
-  }
+  return run_tool({"tessera", usage, EXIT_USAGE, EXIT_REFUSED}, count, values, read_options, run);
 }
