@@ -2,8 +2,8 @@
 #include "inspect/gather.h"
 #include "macho/format.h"
 #include "macho/queries.h"
+#include "shared/files.h"
 #include "support/byte_reader.h"
-#include "tessera/patch_image.h"
 
 namespace vlm::inspect {
 namespace {
@@ -27,7 +27,7 @@ Initializers gather_initializers(const MachImage& image, const Format& format) {
         const auto entry = in.read<std::uint64_t>();
         if (in.ok() && macho_is_code(image, entry)) continue;
         initializers.outside_code.push_back("initializer " + std::to_string(i) + " of " + label(section) + " is " +
-                                            (in.ok() ? tessera::describe_place(image, entry) : std::string("null")) +
+                                            (in.ok() ? tools::describe_place(image, entry) : std::string("null")) +
                                             ", not in the image's code");
       }
     } else if (type == S_MOD_INIT_FUNC_POINTERS || type == S_THREAD_LOCAL_INIT_FUNCTION_POINTERS) {

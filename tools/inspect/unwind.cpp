@@ -4,7 +4,7 @@
 #include "cxx/compact_unwind.h"
 #include "inspect/gather.h"
 #include "macho/queries.h"
-#include "tessera/patch_image.h"
+#include "shared/files.h"
 
 namespace vlm::inspect {
 namespace {
@@ -45,7 +45,7 @@ Unwind gather_unwind(const MachImage& image) {
     const std::uint64_t vmaddr = image.vm_min + entry.function;
     if (entry.encoding == 0) return;  // nor would macOS get past it
     if (decode_compact(entry.encoding, macho_bytes_at(image, vmaddr))) return;
-    unwind.opaque.push_back({vmaddr, entry.encoding, kind, tessera::describe_place(image, vmaddr)});
+    unwind.opaque.push_back({vmaddr, entry.encoding, kind, tools::describe_place(image, vmaddr)});
   });
   if (!walked) unwind.fault = walked.error().text;
   return unwind;

@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "macho/commands.h"
+#include "macho/queries.h"
 #include "shared/console.h"
 
 namespace vlm::tools {
@@ -46,6 +47,18 @@ std::optional<std::string> read_image(const char* path, std::span<const std::byt
   if (const auto read = read_commands(image); !read) return read.error().text;
   image.base = image.vm_min;
   return std::nullopt;
+}
+
+std::string describe_place(const MachImage& image, std::uint64_t vmaddr) {
+  using Wide = unsigned long long;  // what %llx prints, on every system
+  char number[40];
+  std::snprintf(number, sizeof number, "0x%llx", Wide{vmaddr});
+  const std::string place = number;
+  std::uint64_t offset = 0;
+  const char* const symbol = macho_symbol_for_address(image, vmaddr, &offset);
+  if (symbol == nullptr) return place + " (no symbol)";
+  std::snprintf(number, sizeof number, "+0x%llx", Wide{offset});
+  return place + " (" + symbol + (offset == 0 ? "" : number) + ")";
 }
 
 }  // namespace vlm::tools

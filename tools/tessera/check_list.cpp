@@ -3,12 +3,14 @@
 #include <algorithm>
 
 #include "macho/queries.h"
+#include "shared/files.h"
 #include "tessera/instruction.h"
-#include "tessera/patch_image.h"
 #include "tls/patch_list.h"
 
 namespace vlm::tessera {
 namespace {
+
+using tools::describe_place;
 
 struct Covered {
   std::uint64_t begin;

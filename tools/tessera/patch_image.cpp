@@ -1,16 +1,15 @@
 #include "tessera/patch_image.h"
 
 #include <algorithm>
-#include <cstdio>
 
-#include "macho/queries.h"
+#include "shared/files.h"
 #include "tessera/instruction.h"
 #include "tls/patch_list.h"
 
 namespace vlm::tessera {
 namespace {
 
-using Wide = unsigned long long;  // what %llx prints, on every system
+using tools::describe_place;
 
 /// Chooses the pieces, site by site in the order of addresses.
 class Chooser {
@@ -85,20 +84,6 @@ class Chooser {
 };
 
 }  // namespace
-
-std::string describe_place(const MachImage& image, std::uint64_t vmaddr) {
-  char number[40];
-  std::snprintf(number, sizeof number, "0x%llx", Wide{vmaddr});
-  std::string text = number;
-  std::uint64_t offset = 0;
-  if (const char* symbol = macho_symbol_for_address(image, vmaddr, &offset)) {
-    std::snprintf(number, sizeof number, "+0x%llx", Wide{offset});
-    text += std::string(" (") + symbol + (offset == 0 ? "" : number) + ")";
-  } else {
-    text += " (no symbol)";
-  }
-  return text;
-}
 
 Result<ImagePatch> patch_image(const MachImage& image, const Progress& progress) {
   const auto ranges = code_ranges(image);

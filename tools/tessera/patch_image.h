@@ -32,13 +32,10 @@ struct ImagePatch {
   std::vector<std::string> warnings;  // what could not be decoded
 };
 
-/// `image` has been read and has `base` set to its vm_min, so that its symbols are found by link-time addresses.
+/// `image` is as read_image() leaves it.
 Result<ImagePatch> patch_image(const MachImage& image, const Progress& progress = [](auto, auto) {});
 
 /// The list for a patch without refusals, as it is appended to the library.
 std::vector<std::byte> patch_list(const MachImage& image, const ImagePatch& patch);
-
-/// "0x7447 (_name+0x13)"
-std::string describe_place(const MachImage& image, std::uint64_t vmaddr);
 
 }  // namespace vlm::tessera
