@@ -52,3 +52,11 @@ function(add_guest name)
   add_custom_target(${name} ALL DEPENDS ${G_OUTPUT})
   set_target_properties(${name} PROPERTIES GUEST_IMAGE ${G_OUTPUT})
 endfunction()
+
+# fit_library(folder guest): the library beside the image that <guest> makes there, with the patch list for it.
+function(fit_library folder guest)
+  set(tessera ${VLM_NATIVE_DIR}/tessera)
+  add_custom_command(OUTPUT ${folder}/GameAssembly.dll
+    COMMAND ${tessera} ${folder}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly> -o ${folder}/GameAssembly.dll
+    DEPENDS ${tessera} ${guest} ${folder}/GameAssembly.dylib GameAssembly VERBATIM)
+endfunction()

@@ -88,9 +88,5 @@ target_include_directories(SampleMod PRIVATE include)
 target_link_libraries(SampleMod PRIVATE GameAssembly)
 set_target_properties(SampleMod PROPERTIES PREFIX "" RUNTIME_OUTPUT_DIRECTORY ${SAMPLE_DIR})
 
-set(TESSERA ${VLM_NATIVE_DIR}/tessera)
-add_custom_command(OUTPUT ${SAMPLE_DIR}/GameAssembly.dll
-  COMMAND ${TESSERA} ${SAMPLE_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
-          -o ${SAMPLE_DIR}/GameAssembly.dll
-  DEPENDS ${TESSERA} sample_game ${SAMPLE_DIR}/GameAssembly.dylib GameAssembly VERBATIM)
+fit_library(${SAMPLE_DIR} sample_game)
 add_custom_target(sample ALL DEPENDS ${SAMPLE_DIR}/GameAssembly.dll SamplePlayer SampleMod)
