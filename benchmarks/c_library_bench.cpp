@@ -1,46 +1,37 @@
 // The shims that game code calls most, against the host functions behind them: what it costs that a game calls them
 // with its own convention. Both sides are called through a pointer, as an import slot is.
-//
-//   c_library_bench [ROUNDS]
-//
-//   case | peer | ours | ratio | goal
-#include <malloc.h>
 #include <windows.h>
 
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string>
 
 #include "binding/catalogue.h"
-#include "binding/shim_table.h"
 #include "report.h"
-#include "support/sysv.h"
+#include "shim.h"
+
+using namespace vlm::bench;
 
 namespace {
 
-using vlm::bench::compare;
-using vlm::bench::print_row;
+constexpr int rounds = 301;
 
-/// A function of the host's C runtime, and the shim of the same name. Volatile: no call is foreseen or left out.
-template <class R, class... A>
+/// A function of the host's C runtime, and the shim of the same name.
+template <class Result, class... A>
 struct Function {
-  using Host = R (*)(A...);
-  using Shim = SYSV R (*)(A...);
+  using Host = Result (*)(A...);
   explicit Function(const std::string& name)
       : host(reinterpret_cast<Host>(
             reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("msvcrt.dll"), name.c_str())))),
-        shim(reinterpret_cast<Shim>(const_cast<void*>(vlm::lookup_shim("libSystem.B.dylib", ("_" + name).c_str())))) {}
-  Host volatile host;
-  Shim volatile shim;
+        shim(("_" + name).c_str()) {}
+  Host volatile host;  // no call is foreseen or left out
+  Shim<Result(A...)> shim;
 };
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main() {
   vlm::register_first_shim_block();
-  const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 301;
 
   const Function<void*, std::uint64_t> malloc_("malloc");
   const Function<void, void*> free_("free");
@@ -50,8 +41,7 @@ int main(int argc, char** argv) {
     print_row(name, "ns", time.peer, time.ours, goal);
   };
   allocate("malloc and free, 48 bytes", "1.05");
-  const auto posix_memalign_ = reinterpret_cast<SYSV int (*)(void**, std::uint64_t, std::uint64_t)>(
-      const_cast<void*>(vlm::lookup_shim("libSystem.B.dylib", "_posix_memalign")));
+  const Shim<int(void**, std::uint64_t, std::uint64_t)> posix_memalign_("_posix_memalign");
   for (int i = 0; i < 10'000; ++i) {
     void* block;
     if (posix_memalign_(&block, 64, 48) != 0) return 1;
@@ -59,7 +49,7 @@ int main(int argc, char** argv) {
   allocate("malloc and free, 48 bytes, 10000 aligned blocks alive", "1.5");
   // The same with many blocks alive, so that each free meets another address.
   static void* blocks[1'000];
-  const auto many = [&](auto take, auto give) {
+  const auto many = [&](const auto& take, const auto& give) {
     for (void*& block : blocks) block = take(48);
     for (void* block : blocks) give(block);
   };

@@ -1,8 +1,4 @@
 // The cloud store with 500 keys: setting what is there already, and a change that is saved.
-//
-//   cloud_bench
-//
-//   case | peer | ours | ratio | goal
 #include <windows.h>
 
 #include <cstdint>

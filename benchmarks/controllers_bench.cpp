@@ -1,14 +1,9 @@
 // One look of the game at a controller against the calls of Windows that it is made of: each poll asks XInput for all
 // four of its controllers first, to see whether one came or went. There is no goal for the ratio: XInput's answer for an
 // absent controller takes some ten nanoseconds under Wine and far longer on Windows, where it is nearly all of a poll.
-//
-//   controllers_bench [ROUNDS]
-//
-//   case | peer | ours | ratio | goal
 #include <windows.h>
 #include <xinput.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,7 +16,7 @@
 
 namespace {
 
-constexpr int calls = 1000;
+constexpr int rounds = 101, calls = 1000;
 constexpr wchar_t device_path[] = L"\\\\.\\pipe\\vlm-controllers-bench";
 
 [[noreturn]] void fail(const char* what) {
@@ -60,8 +55,7 @@ float seen;
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 101;
+int main() {
   const HMODULE xinput = LoadLibraryW(L"xinput1_4.dll");
   if (xinput == nullptr) fail("LoadLibraryW");
   get_state = reinterpret_cast<GetState>(reinterpret_cast<void*>(GetProcAddress(xinput, "XInputGetState")));

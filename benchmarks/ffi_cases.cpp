@@ -6,9 +6,7 @@
 #include <cstdlib>
 #include <initializer_list>
 
-extern "C" const char* const case_names[] = {
-    "internal call, (int, int) to int | 0.50", "internal call, Vector3 to Vector3 | 0.50",
-    "internal call, 10 mixed arguments | 0.50", nullptr};
+#include "managed_cases.h"
 
 namespace {
 

@@ -1,22 +1,18 @@
 // Files, directories and clocks of game code against the Windows call that each comes down to, on the same file.
-//
-//   files_bench [ROUNDS]
-//
-//   case | peer | ours | ratio | goal
 #include <windows.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include "binding/catalogue.h"
-#include "binding/shim_table.h"
 #include "posix/descriptors.h"
 #include "posix/time.h"
 #include "report.h"
-#include "support/sysv.h"
+#include "shim.h"
+
+using namespace vlm::bench;
 
 namespace {
 
@@ -26,20 +22,9 @@ constexpr int entries = 10'000;
 constexpr char file_name[] = "files_bench.tmp/file";
 constexpr wchar_t host_file_name[] = L"files_bench.tmp\\file";
 
-int rounds = 101;
-
-/// A shim, called through a pointer as from an import slot. Volatile: no call is foreseen or left out.
-template <class R, class... A>
-struct Shim {
-  using Function = SYSV R (*)(A...);
-  explicit Shim(const char* name)
-      : call(reinterpret_cast<Function>(const_cast<void*>(vlm::lookup_shim("libSystem.B.dylib", name)))) {}
-  Function volatile call;
-};
-
 /// `peer` and `ours` are loops of `count` calls; false from one of them ends the benchmark.
 template <class Peer, class Ours>
-void row(const char* name, int count, Peer peer, Ours ours) {
+void row(const char* name, int count, Peer peer, Ours ours, int rounds = 101) {
   const auto checked = [name](auto loop) {
     return [=] {
       if (loop()) return;
@@ -47,8 +32,8 @@ void row(const char* name, int count, Peer peer, Ours ours) {
       std::exit(1);
     };
   };
-  const auto time = vlm::bench::compare(rounds, 1, checked(peer), checked(ours));
-  vlm::bench::print_row(name, "ns", time.peer / count, time.ours / count, "1.15");
+  const auto time = compare(rounds, 1, checked(peer), checked(ours));
+  print_row(name, "ns", time.peer / count, time.ours / count, "1.15");
 }
 
 template <class Call>
@@ -59,58 +44,58 @@ bool repeat(int count, Call call) {
 }
 
 void bench_descriptors() {
-  const Shim<std::int32_t, const char*, std::int32_t, std::int32_t> open_("_open");
-  const Shim<std::int64_t, std::int32_t, void*, std::uint64_t> read_("_read");
-  const Shim<std::int64_t, std::int32_t, const void*, std::uint64_t> write_("_write");
-  const Shim<std::int64_t, std::int32_t, std::int64_t, std::int32_t> lseek_("_lseek");
-  const Shim<std::int32_t, std::int32_t> close_("_close");
+  const Shim<std::int32_t(const char*, std::int32_t, std::int32_t)> open_("_open");
+  const Shim<std::int64_t(std::int32_t, void*, std::uint64_t)> read_("_read");
+  const Shim<std::int64_t(std::int32_t, const void*, std::uint64_t)> write_("_write");
+  const Shim<std::int64_t(std::int32_t, std::int64_t, std::int32_t)> lseek_("_lseek");
+  const Shim<std::int32_t(std::int32_t)> close_("_close");
   constexpr std::int32_t read_write = 2, create = 0x200;
   static char block[block_size];
 
   // One open file for both sides.
-  const std::int32_t number = open_.call(file_name, read_write | create, 0644);
+  const std::int32_t number = open_(file_name, read_write | create, 0644);
   const HANDLE handle = vlm::find_descriptor(number).handle;
-  const auto from_start = [&](auto loop) { return [&, loop] { return lseek_.call(number, 0, 0) == 0 && loop(); }; };
+  const auto from_start = [&](auto loop) { return [&, loop] { return lseek_(number, 0, 0) == 0 && loop(); }; };
   DWORD done;
   row("_write, 4 KiB; peer: WriteFile", blocks,
       from_start([&] { return repeat(blocks, [&] { return WriteFile(handle, block, block_size, &done, nullptr); }); }),
-      from_start([&] { return repeat(blocks, [&] { return write_.call(number, block, block_size) == block_size; }); }));
+      from_start([&] { return repeat(blocks, [&] { return write_(number, block, block_size) == block_size; }); }));
   row("_read, 4 KiB; peer: ReadFile", blocks,
       from_start([&] { return repeat(blocks, [&] { return ReadFile(handle, block, block_size, &done, nullptr); }); }),
-      from_start([&] { return repeat(blocks, [&] { return read_.call(number, block, block_size) == block_size; }); }));
-  close_.call(number);
+      from_start([&] { return repeat(blocks, [&] { return read_(number, block, block_size) == block_size; }); }));
+  close_(number);
 }
 
 void bench_streams() {
-  const Shim<std::FILE*, const char*, const char*> fopen_("_fopen");
-  const Shim<std::uint64_t, void*, std::uint64_t, std::uint64_t, std::FILE*> fread_("_fread");
-  const Shim<std::int32_t, std::FILE*, std::int64_t, std::int32_t> fseek_("_fseek");
-  const Shim<std::int32_t, std::FILE*> fclose_("_fclose");
+  const Shim<std::FILE*(const char*, const char*)> fopen_("_fopen");
+  const Shim<std::uint64_t(void*, std::uint64_t, std::uint64_t, std::FILE*)> fread_("_fread");
+  const Shim<std::int32_t(std::FILE*, std::int64_t, std::int32_t)> fseek_("_fseek");
+  const Shim<std::int32_t(std::FILE*)> fclose_("_fclose");
   static auto* const volatile host_fread = &std::fread;
   static char part[64];
   constexpr int parts = blocks * block_size / sizeof part;
-  std::FILE* const stream = fopen_.call(file_name, "r");
-  const auto from_start = [&](auto loop) { return [&, loop] { return fseek_.call(stream, 0, 0) == 0 && loop(); }; };
+  std::FILE* const stream = fopen_(file_name, "r");
+  const auto from_start = [&](auto loop) { return [&, loop] { return fseek_(stream, 0, 0) == 0 && loop(); }; };
   row("_fread, 64 bytes; peer: fread of the C runtime", parts,
       from_start([&] { return repeat(parts, [&] { return host_fread(part, 1, 64, stream) == 64; }); }),
-      from_start([&] { return repeat(parts, [&] { return fread_.call(part, 1, 64, stream) == 64; }); }));
-  fclose_.call(stream);
+      from_start([&] { return repeat(parts, [&] { return fread_(part, 1, 64, stream) == 64; }); }));
+  fclose_(stream);
 }
 
 void bench_status() {
-  const Shim<std::int32_t, const char*, void*> stat_("_stat$INODE64");
+  const Shim<std::int32_t(const char*, void*)> stat_("_stat$INODE64");
   static std::uint64_t status[18];
   WIN32_FILE_ATTRIBUTE_DATA host;
   constexpr int count = 100;
   row("_stat$INODE64; peer: GetFileAttributesExW", count,
       [&] { return repeat(count, [&] { return GetFileAttributesExW(host_file_name, GetFileExInfoStandard, &host); }); },
-      [&] { return repeat(count, [&] { return stat_.call(file_name, status) == 0; }); });
+      [&] { return repeat(count, [&] { return stat_(file_name, status) == 0; }); });
 }
 
 void bench_directories() {
-  const Shim<void*, const char*> opendir_("_opendir$INODE64");
-  const Shim<void*, void*> readdir_("_readdir$INODE64");
-  const Shim<std::int32_t, void*> closedir_("_closedir");
+  const Shim<void*(const char*)> opendir_("_opendir$INODE64");
+  const Shim<void*(void*)> readdir_("_readdir$INODE64");
+  const Shim<std::int32_t(void*)> closedir_("_closedir");
   const std::string folder = "files_bench.tmp/entries";
   CreateDirectoryA(folder.c_str(), nullptr);
   const auto entry_name = [&](int i) { return folder + "/save-" + std::to_string(i) + ".dat"; };
@@ -118,8 +103,6 @@ void bench_directories() {
     CloseHandle(CreateFileA(entry_name(i).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
   }
   constexpr int all = entries + 2;  // with the directory and the one above it
-  const int all_rounds = rounds;
-  rounds = std::min(rounds, 25);
   row("_readdir$INODE64, 10000 entries; peer: FindNextFileW", all,
       [] {
         WIN32_FIND_DATAW found;
@@ -129,40 +112,39 @@ void bench_directories() {
         return FindClose(search) && count == all;
       },
       [&] {
-        void* const directory = opendir_.call(folder.c_str());
+        void* const directory = opendir_(folder.c_str());
         int count = 0;
-        while (readdir_.call(directory) != nullptr) ++count;
-        return closedir_.call(directory) == 0 && count == all;
-      });
-  rounds = all_rounds;
+        while (readdir_(directory) != nullptr) ++count;
+        return closedir_(directory) == 0 && count == all;
+      },
+      25);
   for (int i = 0; i < entries; ++i) DeleteFileA(entry_name(i).c_str());
   RemoveDirectoryA(folder.c_str());
 }
 
 void bench_clocks() {
-  const Shim<std::uint64_t> mach_absolute_time_("_mach_absolute_time");
-  const Shim<std::uint64_t, std::uint32_t> clock_gettime_nsec_np_("_clock_gettime_nsec_np");
+  const Shim<std::uint64_t()> mach_absolute_time_("_mach_absolute_time");
+  const Shim<std::uint64_t(std::uint32_t)> clock_gettime_nsec_np_("_clock_gettime_nsec_np");
   constexpr int count = 10'000;
   const auto counter_loop = [] {
     LARGE_INTEGER counter;
     return repeat(count, [&] { return QueryPerformanceCounter(&counter); });
   };
   row("_mach_absolute_time; peer: QueryPerformanceCounter", count, counter_loop,
-      [&] { return repeat(count, [&] { return mach_absolute_time_.call() != 0; }); });
+      [&] { return repeat(count, [&] { return mach_absolute_time_() != 0; }); });
   row("_clock_gettime_nsec_np, monotonic; peer: the same", count, counter_loop,
-      [&] { return repeat(count, [&] { return clock_gettime_nsec_np_.call(6) != 0; }); });
+      [&] { return repeat(count, [&] { return clock_gettime_nsec_np_(6) != 0; }); });
   row("the same, real time; peer: GetSystemTimePreciseAsFileTime", count,
       [] {
         FILETIME time;
         return repeat(count, [&] { return GetSystemTimePreciseAsFileTime(&time), time.dwHighDateTime != 0; });
       },
-      [&] { return repeat(count, [&] { return clock_gettime_nsec_np_.call(0) != 0; }); });
+      [&] { return repeat(count, [&] { return clock_gettime_nsec_np_(0) != 0; }); });
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  if (argc > 1) rounds = std::max(1, std::atoi(argv[1]));
+int main() {
   vlm::set_up_time_base();
   vlm::register_first_shim_block();
   vlm::register_other_shim_blocks();

@@ -1,17 +1,20 @@
 // What formatting costs the game: snprintf of the real library called by a guest image, against the host's two called
 // by Windows code (the C runtime's, and the one that this toolchain brings along, which "std" names).
-#include <windows.h>
-
+//
+//   format_bench IMAGE
 #include <cstdint>
 #include <cstdio>
 #include <string>
 
+#include "game.h"
 #include "report.h"
-#include "vlm.h"
+#include "support/leave.h"
+
+using namespace vlm::bench;
 
 namespace {
 
-using Loop = std::int64_t (*)(char* into, std::uint64_t size, std::int64_t calls);
+using Loop = std::int64_t(char* into, std::uint64_t size, std::int64_t calls);
 
 constexpr std::int64_t calls = 20'000;
 
@@ -38,23 +41,15 @@ constexpr auto runtime_print = [](char* into, std::size_t size, const char* form
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
-  const HMODULE library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr) return 1;
-  const auto function = [&](const char* name) { return reinterpret_cast<void*>(GetProcAddress(library, name)); };
-  reinterpret_cast<int (*)(const char*)>(function("il2cpp_init"))("bench");
-  const auto guest_loop = [&](const char* name) {
-    const auto native_symbol = reinterpret_cast<decltype(&vlm_native_symbol)>(function("vlm_native_symbol"));
-    const auto wrap = reinterpret_cast<decltype(&vlm_wrap_sysv_function)>(function("vlm_wrap_sysv_function"));
-    return reinterpret_cast<Loop>(wrap(native_symbol(name), 3));
-  };
-  const Loop guest_words = guest_loop("format_words"), guest_fraction = guest_loop("format_fraction");
+int main(int, char** arguments) {
+  start_game(arguments[1]);
+  const auto guest_words = function_of_game<Loop>("format_words");
+  const auto guest_fraction = function_of_game<Loop>("format_fraction");
 
   const struct {
     const char* name;
-    Loop peer;
-    Loop ours;
+    Loop* peer;
+    Loop* ours;
     const char* goal;
   } rows[] = {
       {"_snprintf \"%d %s\", peer: C runtime", words<runtime_print>, guest_words, "1.2"},
@@ -68,8 +63,9 @@ int main(int argc, char** argv) {
       std::printf("%s: the texts differ: %s, %s\n", row.name, theirs, text);
       return 1;
     }
-    const auto time = vlm::bench::compare(
+    const auto time = compare(
         101, 1, [&] { row.peer(theirs, sizeof theirs, calls); }, [&] { row.ours(text, sizeof text, calls); });
-    vlm::bench::print_row(row.name, "ns", time.peer / calls, time.ours / calls, row.goal);
+    print_row(row.name, "ns", time.peer / calls, time.ours / calls, row.goal);
   }
+  vlm::test::leave(0);
 }

@@ -1,22 +1,16 @@
 // Measures the cases of an image as game code, in the real library. The peer, made of native_peer.cpp and the same
 // cases, is a native program: ./bench runs the two in turn and puts their lines together.
-#include <windows.h>
-
-#include "report.h"
+//
+//   guest_bench IMAGE
 #include "case_report.h"
-#include "vlm.h"
+#include "game.h"
+#include "support/leave.h"
 
-int main(int argc, char** argv) {
-  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
-  const HMODULE library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr) return 1;
-  const auto function = [&](const char* name) { return reinterpret_cast<void*>(GetProcAddress(library, name)); };
-  reinterpret_cast<int (*)(const char*)>(function("il2cpp_init"))("bench");
-  const auto native_symbol = reinterpret_cast<decltype(&vlm_native_symbol)>(function("vlm_native_symbol"));
-  const auto wrap = reinterpret_cast<decltype(&vlm_wrap_sysv_function)>(function("vlm_wrap_sysv_function"));
-  vlm::bench::report_cases(
-      static_cast<const char* const*>(native_symbol("case_names")),
-      reinterpret_cast<void (*)(std::int64_t, std::int64_t)>(wrap(native_symbol("run_case"), 2)),
-      vlm::bench::now_ns);
-  TerminateProcess(GetCurrentProcess(), 0);
+using namespace vlm::bench;
+
+int main(int, char** arguments) {
+  start_game(arguments[1]);
+  report_cases(static_cast<const char* const*>(symbol_of_game("case_names")),
+               function_of_game<void(std::int64_t, std::int64_t)>("run_case"));
+  vlm::test::leave(0);
 }

@@ -1,22 +1,20 @@
 // Loading a large image against reading the same file and copying it once, which no loader can do without.
 //
-//   load_bench IMAGE PATCHES [SAMPLES]
+//   load_bench IMAGE PATCHES
 //
 // Each sample is a process of its own (an image cannot be unloaded), ours and the peer's in turn. The processes run
 // from a copy of this program with the patch list at its end, where the loader looks for it; IMAGE must have
-// "GameAssembly" in its name for the list to be applied. Prints rows for the time, the peak memory, and for looking up
-// symbols in the loaded image:
-//
-//   case | peer | ours | ratio | goal
+// "GameAssembly" in its name for the list to be applied.
 #include <windows.h>
 #include <psapi.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <random>
 #include <string>
@@ -26,20 +24,15 @@
 #include "macho/load.h"
 #include "macho/queries.h"
 #include "macho/symbol_index.h"
+#include "report.h"
 #include "support/handles.h"
 #include "tls/game_tls.h"
 
+using namespace vlm::bench;
+
 namespace {
 
-constexpr double time_goal = 2.0;
-constexpr double memory_goal = 2.2;
-
-double seconds() {
-  LARGE_INTEGER now, frequency;
-  QueryPerformanceCounter(&now);
-  QueryPerformanceFrequency(&frequency);
-  return static_cast<double>(now.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
+constexpr int samples = 7;
 
 bool load_ours(const char* path) {
   vlm::game_tls_init();
@@ -67,15 +60,15 @@ bool read_and_copy(const char* path) {
   return true;
 }
 
-/// One sample: prints seconds and the peak working set in bytes. (Not the peak page file use: Wine reports the
+/// One sample: prints nanoseconds and the peak working set in bytes. (Not the peak page file use: Wine reports the
 /// current one for it.)
 int run_sample(bool (*what)(const char*), const char* path) {
-  const double start = seconds();
-  if (!what(path)) return 1;
-  const double time = seconds() - start;
+  bool good;
+  const double time = time_of([&] { good = what(path); });
+  if (!good) return 1;
   PROCESS_MEMORY_COUNTERS memory{};
   GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof memory);
-  std::printf("%.9f %zu\n", time, static_cast<std::size_t>(memory.PeakWorkingSetSize));
+  std::printf("%.0f %zu\n", time, static_cast<std::size_t>(memory.PeakWorkingSetSize));
   return 0;
 }
 
@@ -87,25 +80,24 @@ int measure_symbols(const char* path) {
   std::vector<std::uint64_t> addresses(10'000);
   for (auto& address : addresses) address = image.base + random() % image.extent();
   const char* volatile found = nullptr;
-  const auto look_up = [&](std::size_t count) {  // seconds for each
-    const double start = seconds();
-    for (std::size_t i = 0; i < count; ++i) found = vlm::macho_symbol_for_address(image, addresses[i], nullptr);
-    return (seconds() - start) / static_cast<double>(count);
+  const auto look_up = [&](std::size_t count) {  // nanoseconds for each
+    const double time = time_of([&] {
+      for (std::size_t i = 0; i < count; ++i) found = vlm::macho_symbol_for_address(image, addresses[i], nullptr);
+    });
+    return time / static_cast<double>(count);
   };
   const double walk = look_up(100);
-  const double start = seconds();
-  vlm::index_symbols(image);
-  const double index = seconds() - start;
+  const double index = time_of([&] { vlm::index_symbols(image); });
   const double indexed = look_up(addresses.size());
-  std::printf("symbol at an address of 300,000 (peer: walking the table) | %.2f us | %.2f us | %.4f | -\n", walk * 1e6,
-              indexed * 1e6, indexed / walk);
-  std::printf("index of 300,000 symbols (peer: one walk over the table) | %.2f ms | %.2f ms | %.2f | -\n", walk * 1e3,
-              index * 1e3, index / walk);
+  // The ratio is too small for print_row().
+  std::printf("symbol at an address of 300,000 (peer: walking the table) | %.2f us | %.2f us | %.4f | -\n", walk / 1e3,
+              indexed / 1e3, indexed / walk);
+  print_row("index of 300,000 symbols (peer: one walk over the table)", "ms", walk / 1e6, index / 1e6, "-");
   return 0;
 }
 
 struct Sample {
-  double seconds;
+  double time;
   double bytes;
 };
 
@@ -113,14 +105,9 @@ std::optional<Sample> sample(const std::string& program, const char* what, const
   FILE* const pipe = _popen(("\"\"" + program + "\" " + what + " \"" + image + "\"\"").c_str(), "r");
   if (pipe == nullptr) return std::nullopt;
   Sample result{};
-  const bool read = std::fscanf(pipe, "%lf %lf", &result.seconds, &result.bytes) == 2;
+  const bool read = std::fscanf(pipe, "%lf %lf", &result.time, &result.bytes) == 2;
   if (_pclose(pipe) != 0 || !read) return std::nullopt;
   return result;
-}
-
-double median(std::vector<double> values) {
-  std::ranges::sort(values);
-  return values[values.size() / 2];
 }
 
 std::string with_patches(const char* patches, const char* image) {
@@ -136,39 +123,36 @@ std::string with_patches(const char* patches, const char* image) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  if (argc == 3 && std::strcmp(argv[1], "--ours") == 0) return run_sample(load_ours, argv[2]);
-  if (argc == 3 && std::strcmp(argv[1], "--peer") == 0) return run_sample(read_and_copy, argv[2]);
-  if (argc == 3 && std::strcmp(argv[1], "--symbols") == 0) return measure_symbols(argv[2]);
-  if (argc < 3) {
-    std::fputs("usage: load_bench IMAGE PATCHES [SAMPLES]\n", stderr);
+int main(int count, char** arguments) {
+  if (count != 3) {
+    std::fputs("usage: load_bench IMAGE PATCHES\n", stderr);
     return 1;
   }
-  const std::string program = with_patches(argv[2], argv[1]);
-  const int samples = argc > 3 ? std::atoi(argv[3]) : 7;
+  if (std::strcmp(arguments[1], "--ours") == 0) return run_sample(load_ours, arguments[2]);
+  if (std::strcmp(arguments[1], "--peer") == 0) return run_sample(read_and_copy, arguments[2]);
+  if (std::strcmp(arguments[1], "--symbols") == 0) return measure_symbols(arguments[2]);
+
+  const char* const image = arguments[1];
+  const std::string program = with_patches(arguments[2], image);
   std::vector<double> our_times, peer_times, our_memory;
   for (int i = -1; i < samples; ++i) {
-    const auto peer = sample(program, "--peer", argv[1]);
-    const auto ours = sample(program, "--ours", argv[1]);
+    const auto peer = sample(program, "--peer", image);
+    const auto ours = sample(program, "--ours", image);
     if (!peer || !ours) {
       std::fprintf(stderr, "a sample of %s failed\n", peer ? "ours" : "the peer");
       return 1;
     }
     if (i < 0) continue;  // the first round fills the file cache
-    peer_times.push_back(peer->seconds);
-    our_times.push_back(ours->seconds);
+    peer_times.push_back(peer->time);
+    our_times.push_back(ours->time);
     our_memory.push_back(ours->bytes);
   }
   std::fflush(stdout);
-  std::system(("\"\"" + program + "\" --symbols \"" + argv[1] + "\"\"").c_str());
+  std::system(("\"\"" + program + "\" --symbols \"" + image + "\"\"").c_str());
   DeleteFileA(program.c_str());
 
-  std::ifstream image(argv[1], std::ios::binary | std::ios::ate);
-  const double file_bytes = static_cast<double>(image.tellg());
-  const double peer = median(peer_times), ours = median(our_times), memory = median(our_memory);
-  std::printf("load %.0f MB image (time) | %.1f ms | %.1f ms | %.2f | %.2f\n", file_bytes / 1e6, peer * 1e3, ours * 1e3,
-              ours / peer, time_goal);
-  std::printf("load %.0f MB image (peak working set; peer: the file) | %.1f MB | %.1f MB | %.2f | %.2f\n",
-              file_bytes / 1e6, file_bytes / 1e6, memory / 1e6, memory / file_bytes, memory_goal);
-  return 0;
+  const double megabytes = static_cast<double>(std::filesystem::file_size(image)) / 1e6;
+  const std::string name = "load " + std::to_string(std::lround(megabytes)) + " MB image (";
+  print_row((name + "time)").c_str(), "ms", median(peer_times) / 1e6, median(our_times) / 1e6, "2.00");
+  print_row((name + "peak working set; peer: the file)").c_str(), "MB", megabytes, median(our_memory) / 1e6, "2.20");
 }

@@ -1,18 +1,17 @@
-// Makes a large image for the loader's benchmark, and the patch list that belongs to it. The same numbers give the
-// same bytes on every machine.
+// Makes a large image for the benchmarks of loading and patching, and the patch list that belongs to it: the same bytes
+// on every machine.
 //
-//   make_image OUT.dylib OUT.patches [MEGABYTES REBASES BINDS NAMES SYMBOLS SITES]
+//   make_image OUT.dylib OUT.patches
 //
 // The image is shaped like a game's: functions of ordinary instructions, pointers in short runs with gaps between them,
 // binds sorted by name as a linker sorts them, one name in ten exported by the image itself, long symbol names.
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "shared/files.h"
 #include "support/macho_builder.h"
 #include "tls/patch_list.h"
 
@@ -21,14 +20,11 @@ using namespace vlm::test;
 
 namespace {
 
-struct Counts {
-  std::uint64_t megabytes = 200;
-  std::uint64_t rebases = 1'000'000;
-  std::uint64_t binds = 50'000;
-  std::uint64_t names = 5'000;
-  std::uint64_t symbols = 300'000;
-  std::uint64_t sites = 20'000;
-};
+constexpr std::uint64_t file_size = 200'000'000;
+constexpr std::uint64_t rebase_count = 1'000'000;
+constexpr std::uint64_t name_count = 5'000, binds_per_name = 10;
+constexpr std::uint64_t symbol_count = 300'000;
+constexpr std::uint64_t site_count = 20'000;
 
 /// xorshift64: filler that does not compress or repeat.
 class Noise {
@@ -45,7 +41,6 @@ class Noise {
 };
 
 constexpr std::uint64_t text_vmaddr = 0x100000000;
-constexpr std::uint64_t room_per_site = 64;
 constexpr int data_segment = 1;
 
 // mov rax, gs:[0x28]
@@ -73,9 +68,9 @@ struct Text {
   std::vector<std::uint64_t> sites;
 };
 
-/// Functions of what compilers emit, one behind the other, `site_count` gs loads spread over them and one short one
-/// for every four. `data_distance`: from the start of the code to data.
-Text make_text(std::uint64_t size, std::uint64_t site_count, std::uint64_t data_distance, Noise& noise) {
+/// Functions of what compilers emit, one behind the other, with the gs loads spread over them and one short one for
+/// every four. Data lies behind the code.
+Text make_text(std::uint64_t size, Noise& noise) {
   // Opcode and ModRM, then so many bytes of noise: a displacement from rbp or rdi, an immediate.
   static constexpr struct {
     std::string_view bytes;
@@ -89,7 +84,7 @@ Text make_text(std::uint64_t size, std::uint64_t site_count, std::uint64_t data_
   code.reserve(size);
   const auto put = [&](std::string_view bytes) { code.append(std::as_bytes(std::span(bytes))); };
   const auto distance = [&](std::uint64_t to) { code.u32(static_cast<std::uint32_t>(to - (code.size() + 4))); };
-  const std::uint64_t site_distance = site_count == 0 ? size : size / site_count;
+  const std::uint64_t site_distance = size / site_count;
   while (code.size() + 1024 < size) {
     const std::uint64_t function = code.size(), length = 40 + noise.below(400);
     text.functions.push_back(function);
@@ -115,7 +110,7 @@ Text make_text(std::uint64_t size, std::uint64_t site_count, std::uint64_t data_
         put("\x75\x03\x48\x89\xf8");
       } else {  // a load and an address of data
         put(kind < 23 ? "\x48\x8b\x05" : "\x48\x8d\x3d");
-        distance(data_distance + noise.below(0x1000));
+        distance(size + noise.below(0x1000));
       }
       if (noise.below(4) == 0) earlier = here;
     }
@@ -140,13 +135,13 @@ struct DataLayout {
   std::uint64_t size;
 };
 
-DataLayout lay_out_data(const Counts& counts, Noise& noise) {
+DataLayout lay_out_data(Noise& noise) {
   DataLayout data;
   std::uint64_t offset = 0;
   data.rebase.u8(REBASE_OPCODE_SET_TYPE_IMM | 1);
   data.rebase.u8(REBASE_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(0);
-  while (data.pointers.size() < counts.rebases) {
-    const std::uint64_t run = std::min(1 + noise.below(8), counts.rebases - data.pointers.size());
+  while (data.pointers.size() < rebase_count) {
+    const std::uint64_t run = std::min(1 + noise.below(8), rebase_count - data.pointers.size());
     const std::uint64_t gap = 8 * (1 + noise.below(8));
     data.rebase.u8(REBASE_OPCODE_DO_REBASE_IMM_TIMES | run);
     data.rebase.u8(REBASE_OPCODE_ADD_ADDR_ULEB).uleb(gap);
@@ -155,7 +150,7 @@ DataLayout lay_out_data(const Counts& counts, Noise& noise) {
   }
   data.rebase.u8(REBASE_OPCODE_DONE);
   data.binds_offset = offset;
-  data.size = detail::align(offset + 16 * counts.binds, 0x1000);
+  data.size = detail::align(offset + 16 * name_count * binds_per_name, 0x1000);
   return data;
 }
 
@@ -165,51 +160,39 @@ std::string import_name(std::uint64_t name) {
   return numbered(is_own(name) ? "_own_function_%llu" : "_imported_function_%llu", name);
 }
 
-Bytes make_bind_stream(const Counts& counts, std::uint64_t offset) {
+Bytes make_bind_stream(std::uint64_t offset) {
   Bytes bind;
   bind.u8(BIND_OPCODE_SET_TYPE_IMM | 1);
-  const std::uint64_t per_name = counts.names == 0 ? 0 : counts.binds / counts.names;
-  for (std::uint64_t name = 0; per_name != 0 && name < counts.names; ++name) {
+  for (std::uint64_t name = 0; name < name_count; ++name) {
     bind.u8(is_own(name) ? BIND_OPCODE_SET_DYLIB_SPECIAL_IMM : BIND_OPCODE_SET_DYLIB_ORDINAL_IMM | 1);
     bind.u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string(import_name(name));
-    bind.u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(offset + 16 * per_name * name);
-    for (std::uint64_t i = 0; i < per_name; ++i) bind.u8(BIND_OPCODE_DO_BIND_ADD_ADDR_IMM_SCALED | 1);
+    bind.u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(offset + 16 * binds_per_name * name);
+    for (std::uint64_t i = 0; i < binds_per_name; ++i) bind.u8(BIND_OPCODE_DO_BIND_ADD_ADDR_IMM_SCALED | 1);
   }
   return bind.u8(BIND_OPCODE_DONE);
 }
 
-bool write_file(const char* path, std::span<const std::byte> bytes) {
-  std::ofstream out(path, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  return static_cast<bool>(out.flush());
-}
-
 }  // namespace
 
-int main(int argc, char** argv) {
-  Counts counts;
-  std::uint64_t* const fields[] = {&counts.megabytes, &counts.rebases, &counts.binds,
-                                   &counts.names,     &counts.symbols, &counts.sites};
-  if (argc < 3 || argc > 9) {
-    std::fputs("usage: make_image OUT.dylib OUT.patches [MEGABYTES REBASES BINDS NAMES SYMBOLS SITES]\n", stderr);
+int main(int count, char** arguments) {
+  if (count != 3) {
+    std::fputs("usage: make_image OUT.dylib OUT.patches\n", stderr);
     return 1;
   }
-  for (int i = 3; i < argc; ++i) *fields[i - 3] = std::strtoull(argv[i], nullptr, 10);
-
   Noise noise;
-  const DataLayout layout = lay_out_data(counts, noise);
+  const DataLayout layout = lay_out_data(noise);
   ImageDraft draft;
   draft.rebase = layout.rebase;
-  draft.bind = make_bind_stream(counts, layout.binds_offset);
+  draft.bind = make_bind_stream(layout.binds_offset);
   draft.dylibs = {"/usr/lib/libSystem.B.dylib"};
-  draft.symbols.reserve(counts.symbols);
+  draft.symbols.reserve(symbol_count);
   std::uint64_t link_edit = draft.rebase.size() + draft.bind.size() + 0x2000;
-  for (std::uint64_t i = 0; i < counts.symbols; ++i) {
+  for (std::uint64_t i = 0; i < symbol_count; ++i) {
     draft.symbols.push_back({numbered("_Game_System_Class_Method_m%016llX", noise.next()), N_SECT, 0});
     link_edit += sizeof(Nlist64) + draft.symbols.back().name.size() + 1;
   }
   std::vector<ExportDraft> exports;
-  for (std::uint64_t name = 0; name < counts.names; ++name) {
+  for (std::uint64_t name = 0; name < name_count; ++name) {
     if (is_own(name)) exports.push_back({import_name(name), header_room + 16 * name});
   }
   draft.exports = export_trie(exports);
@@ -217,11 +200,9 @@ int main(int argc, char** argv) {
 
   // Code takes what the other contents leave of the file.
   const std::uint64_t others = link_edit + layout.size + 2 * header_room;
-  const std::uint64_t wanted = counts.megabytes * 1'000'000;
-  std::uint64_t text_size = std::max(wanted > others ? wanted - others : 0, counts.sites * room_per_site + 0x1000);
-  text_size = detail::align(text_size, 0x1000);
+  const std::uint64_t text_size = detail::align(file_size - others, 0x1000);
   SegmentDraft text{"__TEXT", text_vmaddr, header_room + text_size, VM_PROT_READ | VM_PROT_EXECUTE, {}, {}};
-  Text made = make_text(text_size, counts.sites, text_size, noise);
+  Text made = make_text(text_size, noise);
   std::vector<PatchEntry> sites;
   for (const std::uint64_t at : made.sites) {
     sites.push_back({static_cast<std::uint32_t>(header_room + at), std::as_bytes(std::span(gs_load)), trampoline_slot,
@@ -243,13 +224,12 @@ int main(int argc, char** argv) {
   draft.linkedit_vmaddr = data_vmaddr + layout.size;
 
   Bytes image = build_image(draft);
-  // Of the first section, __text: S_ATTR_PURE_INSTRUCTIONS | S_ATTR_SOME_INSTRUCTIONS.
-  image.put_at(sizeof(MachHeader64) + sizeof(SegmentCommand64) + offsetof(Section64, flags), std::uint32_t{0x80000400});
-  if (!write_file(argv[1], image) || !write_file(argv[2], write_patch_list(sites))) {
-    std::perror("make_image");
+  constexpr std::size_t flags_of_text = sizeof(MachHeader64) + sizeof(SegmentCommand64) + offsetof(Section64, flags);
+  image.put_at(flags_of_text, std::uint32_t{S_ATTR_PURE_INSTRUCTIONS | S_ATTR_SOME_INSTRUCTIONS});
+  if (!tools::write_file(arguments[1], image) || !tools::write_file(arguments[2], write_patch_list(sites))) {
+    std::fprintf(stderr, "make_image: cannot write %s and %s\n", arguments[1], arguments[2]);
     return 1;
   }
-  std::printf("%s: %zu bytes, %zu rebases, %zu patch sites\n", argv[1], image.size(), layout.pointers.size(),
+  std::printf("%s: %zu bytes, %zu rebases, %zu patch sites\n", arguments[1], image.size(), layout.pointers.size(),
               sites.size());
-  return 0;
 }

@@ -2,11 +2,12 @@
 //
 //   managed_bench IMAGE        compares the smallest with a forwarder, which crosses the other way
 //   managed_bench IMAGE cases  measures the cases of managed_guest.cpp; the peer is ffi_cases.cpp, natively
-#include <windows.h>
-
 #include "case_report.h"
+#include "game.h"
 #include "report.h"
-#include "vlm.h"
+#include "support/leave.h"
+
+using namespace vlm::bench;
 
 namespace {
 
@@ -23,32 +24,25 @@ double mix(void*, int count, float weight, double time, Vector3 place, long long
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
-  const HMODULE library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr) return 1;
-  const auto function = [&](const char* name) { return reinterpret_cast<void*>(GetProcAddress(library, name)); };
-  reinterpret_cast<int (*)(const char*)>(function("il2cpp_init"))("bench");
-  const auto native_symbol = reinterpret_cast<decltype(&vlm_native_symbol)>(function("vlm_native_symbol"));
-  const auto wrap = reinterpret_cast<decltype(&vlm_wrap_sysv_function)>(function("vlm_wrap_sysv_function"));
-  const auto add_internal_call = reinterpret_cast<void (*)(const char*, void*)>(function("il2cpp_add_internal_call"));
+int main(int count, char** arguments) {
+  start_game(arguments[1]);
+  const auto add_internal_call = export_of<void(const char*, void*)>("il2cpp_add_internal_call");
   add_internal_call("Bench::Add", reinterpret_cast<void*>(&add));
   add_internal_call("Bench::Move", reinterpret_cast<void*>(&move));
   add_internal_call("Bench::Mix", reinterpret_cast<void*>(&mix));
-  const auto run_case = reinterpret_cast<void (*)(std::int64_t, std::int64_t)>(wrap(native_symbol("run_case"), 2));
+  const auto run_case = function_of_game<void(std::int64_t, std::int64_t)>("run_case");
 
-  if (argc > 2) {
-    vlm::bench::report_cases(static_cast<const char* const*>(native_symbol("case_names")), run_case,
-                             vlm::bench::now_ns);
+  if (count > 2) {
+    report_cases(static_cast<const char* const*>(symbol_of_game("case_names")), run_case);
   } else {
-    const auto forwarder = reinterpret_cast<std::int64_t (*)(std::int64_t, std::int64_t)>(
-        function("il2cpp_class_get_type_token"));
+    const auto forwarder = export_of<std::int64_t(std::int64_t, std::int64_t)>("il2cpp_class_get_type_token");
     constexpr int calls = 1000;
-    const auto time = vlm::bench::compare(
-        301, 20, [&] { for (int i = 0; i < calls; ++i) forwarder(i, 2); }, [&] { run_case(0, calls); });
-    vlm::bench::print_row("internal call, (int, int) to int, and a forwarder", "ns", time.peer / calls,
-                          time.ours / calls, "peer + 12");
+    const auto peer = [&] {
+      for (int i = 0; i < calls; ++i) forwarder(i, 2);
+    };
+    const auto time = compare(301, 20, peer, [&] { run_case(0, calls); });
+    print_row("internal call, (int, int) to int, and a forwarder", "ns", time.peer / calls, time.ours / calls,
+              "peer + 12");
   }
-  std::fflush(stdout);
-  TerminateProcess(GetCurrentProcess(), 0);
+  vlm::test::leave(0);
 }

@@ -1,5 +1,6 @@
 // Managed code that calls internal calls, for managed_bench.cpp.
-#include "tests/guest/reflection_runtime.h"
+#include "managed_cases.h"
+#include "reflection_runtime.h"
 
 namespace {
 
@@ -37,10 +38,6 @@ int32 il2cpp_init(const char*) { return 0; }
 
 /// What the forwarder calls that an internal call is compared with.
 int64 il2cpp_class_get_type_token(int64 a, int64 b) { return a + b; }
-
-extern const char* const case_names[] = {
-    "internal call, (int, int) to int | 0.50", "internal call, Vector3 to Vector3 | 0.50",
-    "internal call, 10 mixed arguments | 0.50", nullptr};
 
 volatile double sink;
 

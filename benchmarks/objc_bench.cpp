@@ -1,32 +1,27 @@
 // What messages and dictionaries cost game code: a message against a call through a pointer, eight threads on two cores
 // against one thread, objectForKey: against comparing every text.
+//
+//   objc_bench IMAGE
 #include <windows.h>
 
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 
+#include "game.h"
 #include "report.h"
-#include "vlm.h"
+#include "support/leave.h"
+
+using namespace vlm::bench;
 
 namespace {
 
-using Loop = std::uint64_t (*)(std::uint64_t);
+using Loop = std::uint64_t(std::uint64_t);
 
-HMODULE library;
+Loop* game_loop(const char* name) { return function_of_game<Loop>(name); }
 
-void* export_of(const char* name) { return reinterpret_cast<void*>(GetProcAddress(library, name)); }
-
-Loop game_loop(const char* name) {
-  void* const function = reinterpret_cast<decltype(&vlm_native_symbol)>(export_of("vlm_native_symbol"))(name);
-  if (function == nullptr) std::exit(1);
-  return reinterpret_cast<Loop>(
-      reinterpret_cast<decltype(&vlm_wrap_sysv_function)>(export_of("vlm_wrap_sysv_function"))(function, 1));
-}
-
-void row(const char* name, const char* goal, int rounds, std::uint64_t count, Loop peer, Loop ours) {
-  const auto time = vlm::bench::compare(rounds, 1, [&] { peer(count); }, [&] { ours(count); });
-  vlm::bench::print_row(name, "ns", time.peer / count, time.ours / count, goal);
+void row(const char* name, const char* goal, int rounds, std::uint64_t count, Loop* peer, Loop* ours) {
+  const auto time = compare(rounds, 1, [&] { peer(count); }, [&] { ours(count); });
+  print_row(name, "ns", time.peer / count, time.ours / count, goal);
 }
 
 // ---- Eight threads --------------------------------------------------------------------------------------------------
@@ -36,7 +31,7 @@ constexpr int core_count = 2;
 constexpr std::uint64_t thread_rounds = 2'000'000;
 constexpr int sends_per_round = 4;
 
-Loop shared_loop;
+Loop* shared_loop;
 HANDLE start[thread_count], done[thread_count];
 
 DWORD WINAPI send_on_demand(void* index) {
@@ -54,31 +49,28 @@ void row_of_threads() {
     done[i] = CreateEventW(nullptr, FALSE, FALSE, nullptr);
     CloseHandle(CreateThread(nullptr, 0, send_on_demand, reinterpret_cast<void*>(i), 0, nullptr));
   }
-  const auto time = vlm::bench::compare(
+  const auto time = compare(
       21, 1, [] { shared_loop(thread_rounds); },
       [] {
         for (HANDLE event : start) SetEvent(event);
         WaitForMultipleObjects(thread_count, done, TRUE, INFINITE);
       });
   constexpr double sends = thread_rounds * sends_per_round;
-  vlm::bench::print_row("message to shared classes, 8 threads on 2 cores", "ns", time.peer / sends,
+  print_row("message to shared classes, 8 threads on 2 cores", "ns", time.peer / sends,
                         time.ours * core_count / (thread_count * sends), "1.10");
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int, char** arguments) {
   SetProcessAffinityMask(GetCurrentProcess(), (1 << core_count) - 1);
-  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
-  library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr) return 1;
-  reinterpret_cast<int (*)(const char*)>(export_of("il2cpp_init"))("bench");
+  start_game(arguments[1]);
 
   row("message without arguments", "2.0", 201, 100'000, game_loop("pointer_loop"), game_loop("send_loop"));
   shared_loop = game_loop("shared_loop");
   row_of_threads();
 
-  const Loop fill = game_loop("fill");
+  Loop* const fill = game_loop("fill");
   for (const std::uint64_t keys : {10, 100, 1000}) {
     if (fill(keys) != keys) return 1;
     char name[64];
@@ -86,5 +78,5 @@ int main(int argc, char** argv) {
                   static_cast<unsigned long long>(keys));
     row(name, "-", 51, 100'000 / keys, game_loop("search_loop"), game_loop("object_for_key_loop"));
   }
-  TerminateProcess(GetCurrentProcess(), 0);
+  vlm::test::leave(0);
 }

@@ -1,20 +1,37 @@
 // Benchmarks: the peer and ours in turn inside one run, medians, one line per case.
 #pragma once
 
+#ifdef _WIN32
 #include <windows.h>
+#else
+#include <chrono>
+#endif
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 namespace vlm::bench {
 
 /// Nanoseconds since some fixed moment.
 inline double now_ns() {
+#ifdef _WIN32
   LARGE_INTEGER count, frequency;
   QueryPerformanceCounter(&count);
   QueryPerformanceFrequency(&frequency);
   return static_cast<double>(count.QuadPart) * 1e9 / static_cast<double>(frequency.QuadPart);
+#else
+  return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now().time_since_epoch()).count();
+#endif
+}
+
+/// Nanoseconds that it takes to do something once.
+template <class Work>
+double time_of(Work work) {
+  const double start = now_ns();
+  work();
+  return now_ns() - start;
 }
 
 inline double median(std::vector<double> samples) {

@@ -1,45 +1,26 @@
 // What a stub between the calling conventions costs: to make, when there are many already, and to call.
 //
-//   stub_bench [ROUNDS]
-//
 // The callback registry fills once per process, so each round of the wrapping rows is a process of its own; a row
 // shows medians over the rounds. The peer of a wrapping row is the first thousand wraps of the same process.
-//
-//   case | peer | ours | ratio | goal
 #include <windows.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "report.h"
 #include "support/sysv.h"
 #include "vlm.h"
 
+using namespace vlm::bench;
+
 namespace {
 
+constexpr int rounds = 9;
 constexpr int wraps = 10'000;
 constexpr int sample = 1'000;
-constexpr double wrap_goal = 2.0;
-
-double nanoseconds() {
-  LARGE_INTEGER now, frequency;
-  QueryPerformanceCounter(&now);
-  QueryPerformanceFrequency(&frequency);
-  return 1e9 * static_cast<double>(now.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
-
-void print_row(const char* name, double peer, double ours, const char* goal) {
-  std::printf("%s | %.1f ns | %.1f ns | %.2f | %s\n", name, peer, ours, ours / peer, goal);
-}
 
 /// Nanoseconds per wrap of the first and of the last thousand out of ten thousand.
 struct WrapTimes {
@@ -51,13 +32,13 @@ WrapTimes time_wraps(Wrap wrap) {
   const std::uint64_t targets = 0x100000000;
   for (int i = 1; i <= 20; ++i) wrap(reinterpret_cast<void*>(targets - 16 * i));
   WrapTimes times = {};
-  double start = nanoseconds();
+  double start = now_ns();
   for (int i = 0; i < wraps; ++i) {
-    if (i == sample) times.first = (nanoseconds() - start) / sample;
-    if (i == wraps - sample) start = nanoseconds();
+    if (i == sample) times.first = (now_ns() - start) / sample;
+    if (i == wraps - sample) start = now_ns();
     wrap(reinterpret_cast<void*>(targets + 16 * i));
   }
-  times.last = (nanoseconds() - start) / sample;
+  times.last = (now_ns() - start) / sample;
   return times;
 }
 
@@ -76,19 +57,10 @@ std::uint64_t accumulator;
 
 using GameFunction = SYSV std::uint64_t(std::uint64_t, std::uint64_t);
 
-double time_calls(GameFunction* called) {
-  GameFunction* volatile function = called;  // an indirect call, as through an import slot
-  constexpr int calls = 200'000;
-  const double start = nanoseconds();
-  for (int i = 0; i < calls; ++i) function(i, 7);
-  return (nanoseconds() - start) / calls;
-}
-
 }  // namespace
 
-int main(int argc, char** argv) {
-  if (argc > 1 && std::strcmp(argv[1], "--round") == 0) return run_round();
-  const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 9;
+int main(int count, char** arguments) {
+  if (count > 1 && std::strcmp(arguments[1], "--round") == 0) return run_round();
 
   char program[MAX_PATH];
   GetModuleFileNameA(nullptr, program, sizeof program);
@@ -105,21 +77,13 @@ int main(int argc, char** argv) {
     _pclose(output);
     for (int column = 0; column < 4; ++column) columns[column].push_back(values[column]);
   }
-  char goal[16];
-  std::snprintf(goal, sizeof goal, "%.1f", wrap_goal);
-  print_row("wrap a callback, last 1000 of 10000", median(columns[0]), median(columns[1]), goal);
-  print_row("wrap a System V function, last 1000 of 10000", median(columns[2]), median(columns[3]), goal);
+  print_row("wrap a callback, last 1000 of 10000", "ns", median(columns[0]), median(columns[1]), "2.0");
+  print_row("wrap a System V function, last 1000 of 10000", "ns", median(columns[2]), median(columns[3]), "2.0");
 
-  const auto stub = reinterpret_cast<GameFunction*>(
-      vlm_wrap_callback(reinterpret_cast<void*>(add_as_windows_code)));
-  std::vector<double> direct, through_stub;
-  for (int i = 0; i < rounds + 2; ++i) {
-    const double peer = time_calls(add_as_game_code);
-    const double ours = time_calls(stub);
-    if (i < 2) continue;  // warming up
-    direct.push_back(peer);
-    through_stub.push_back(ours);
-  }
-  print_row("call through a callback stub", median(direct), median(through_stub), "-");
-  return 0;
+  // Volatile: called through a pointer, as from an import slot.
+  GameFunction* volatile direct = add_as_game_code;
+  GameFunction* volatile stub =
+      reinterpret_cast<GameFunction*>(vlm_wrap_callback(reinterpret_cast<void*>(add_as_windows_code)));
+  const auto time = compare(rounds, 200'000, [&] { direct(1, 7); }, [&] { stub(1, 7); });
+  print_row("call through a callback stub", "ns", time.peer, time.ours, "-");
 }

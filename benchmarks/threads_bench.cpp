@@ -4,11 +4,13 @@
 #include <tlhelp32.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <vector>
 
+#include "game.h"
 #include "report.h"
-#include "vlm.h"
+#include "support/leave.h"
+
+using namespace vlm::bench;
 
 namespace {
 
@@ -16,16 +18,7 @@ constexpr std::uint64_t calls = 20'000;
 constexpr int spinners = 8;
 constexpr std::uint32_t tls_slots = 0x1480;
 
-HMODULE library;
-
-void* export_of(const char* name) { return reinterpret_cast<void*>(GetProcAddress(library, name)); }
-
-std::uint64_t (*game_loop(const char* name))(std::uint64_t) {
-  void* const function = reinterpret_cast<decltype(&vlm_native_symbol)>(export_of("vlm_native_symbol"))(name);
-  if (function == nullptr) std::exit(1);
-  return reinterpret_cast<std::uint64_t (*)(std::uint64_t)>(
-      reinterpret_cast<decltype(&vlm_wrap_sysv_function)>(export_of("vlm_wrap_sysv_function"))(function, 1));
-}
+auto* game_loop(const char* name) { return function_of_game<std::uint64_t(std::uint64_t)>(name); }
 
 struct {
   SRWLOCK lock = SRWLOCK_INIT;
@@ -84,17 +77,14 @@ std::vector<DWORD> thread_ids() {
 
 template <class Peer, class Ours>
 void row(const char* name, const char* goal, int rounds, std::uint64_t count, Peer peer, Ours ours) {
-  const auto time = vlm::bench::compare(rounds, 1, [&] { peer(count); }, [&] { ours(count); });
-  vlm::bench::print_row(name, "ns", time.peer / count, time.ours / count, goal);
+  const auto time = compare(rounds, 1, [&] { peer(count); }, [&] { ours(count); });
+  print_row(name, "ns", time.peer / count, time.ours / count, goal);
 }
 
 }  // namespace
 
 int main() {
-  library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr) return 1;
-  reinterpret_cast<int (*)(const char*)>(export_of("il2cpp_init"))("bench");
-
+  start_game(nullptr);
   row("mutex lock and unlock, uncontended", "1.25", 101, calls, slim_loop, game_loop("lock_loop"));
 
   const auto storage = game_loop("storage_address")(0);
@@ -114,5 +104,5 @@ int main() {
   }
   if (spinner_handles.size() != spinners) return 1;
   row("stop and restart 8 threads", "1.20", 21, 20, bare_stop, game_loop("stop_the_world"));
-  TerminateProcess(GetCurrentProcess(), 0);
+  vlm::test::leave(0);
 }
