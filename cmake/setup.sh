@@ -1,4 +1,4 @@
-# Sourced by run, test and bench: makes sure that what they need is installed, builds, and readies Wine.
+# Sourced by run, test, bench and package: makes sure that what they need is installed, builds, and readies Wine.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=$root/build
@@ -65,12 +65,13 @@ build_real_programs() {
 # ready_wine NAME: a Wine prefix of our own in build/NAME; making one takes some seconds.
 # The tests' prefix has no window manager to work with: an unmanaged window need not wait for one.
 ready_wine() {
-  export WINEPREFIX=$build/$1 WINEDEBUG=-all WINEDLLOVERRIDES=mscoree,mshtml=
+  export WINEPREFIX=$build/$1
+  local wine=$root/cmake/wine-run
   [[ -e $WINEPREFIX/.ready ]] && return
   echo "making a Wine prefix in build/$1"
-  xvfb-run -a wineboot --init >/dev/null 2>&1
+  xvfb-run -a "$wine" wineboot --init >/dev/null 2>&1
   if [[ $1 == wine-tests ]]; then
-    xvfb-run -a wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null
+    xvfb-run -a "$wine" reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null
   fi
   wineserver -w
   touch "$WINEPREFIX/.ready"
@@ -83,4 +84,6 @@ on_a_screen() {
 
 # with_services COMMAND...: on_a_screen, with Wine's services started first. As children of the first test they would hold
 # its output open, and ctest waits. Not for benchmarks, which the services would disturb.
-with_services() { on_a_screen bash -c 'wineboot >/dev/null 2>&1; exec "$@"' with_services "$@"; }
+with_services() {
+  on_a_screen bash -c '"$0" wineboot >/dev/null 2>&1; exec "$@"' "$root/cmake/wine-run" "$@"
+}
