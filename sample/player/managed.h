@@ -17,6 +17,14 @@ FieldInfo* find_field(Il2CppClass* klass, const char* name);
 /// Invokes a method that is expected to raise nothing. `self` is null for a static method.
 Il2CppObject* invoke(const MethodInfo* method, Il2CppObject* self, void** arguments);
 
+/// A static field's value.
+template <class T>
+T static_value(Il2CppClass* klass, const char* name) {
+  T value{};
+  api.il2cpp_field_static_get_value(find_field(klass, name), &value);
+  return value;
+}
+
 /// A boxed value.
 template <class T>
 T unbox(Il2CppObject* object) {

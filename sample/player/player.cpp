@@ -40,8 +40,9 @@ struct ExpectedBall {
   void move() {
     x += dx;
     y += dy;
-    const bool side = bounce(x, dx, field_width - 24);
-    const bool end = bounce(y, dy, field_height - 24);
+    constexpr float ball_size = 24;
+    const bool side = bounce(x, dx, field_width - ball_size);
+    const bool end = bounce(y, dy, field_height - ball_size);
     if (side || end) ++score;
   }
 };
@@ -119,8 +120,7 @@ int saved_starts() {
 
 /// The game has counted this start, in memory and in its file.
 void check_starts(Il2CppClass* game_class, int starts_before) {
-  std::int32_t starts = 0;
-  api.il2cpp_field_static_get_value(find_field(game_class, "starts"), &starts);
+  const auto starts = static_value<std::int32_t>(game_class, "starts");
   expect(starts == starts_before + 1 && saved_starts() == starts,
          "the game counts start %d and has saved %d, expected %d", starts, saved_starts(), starts_before + 1);
 }
@@ -139,8 +139,7 @@ int saved_progress(const std::string& key) {
 }
 
 void check_games(Il2CppClass* game_class, int games_before) {
-  std::int32_t games = 0;
-  api.il2cpp_field_static_get_value(find_field(game_class, "games"), &games);
+  const auto games = static_value<std::int32_t>(game_class, "games");
   expect(games == games_before + 1 && saved_progress("games") == games,
          "the game is number %d and has saved %d, expected %d", games, saved_progress("games"), games_before + 1);
 }

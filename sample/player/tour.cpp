@@ -96,9 +96,8 @@ void tour_of_fields(Il2CppClass* game_class, Il2CppObject* game) {
   expect(std::memcmp(&found, &start, sizeof found) == 0, "the ball moved to %g, %g, %g is at %g, %g, %g", start.x,
          start.y, start.z, found.x, found.y, found.z);
 
-  std::int32_t instances = 0, width = 0;
-  api.il2cpp_field_static_get_value(find_field(game_class, "instances"), &instances);
-  api.il2cpp_field_static_get_value(find_field(game_class, "FieldWidth"), &width);
+  const auto instances = static_value<std::int32_t>(game_class, "instances");
+  const auto width = static_value<std::int32_t>(game_class, "FieldWidth");
   expect(instances == 1 && width == 640, "%d games on a field %d wide, expected 1 and 640", instances, width);
 
   std::int32_t mood = 1;

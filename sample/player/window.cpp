@@ -75,7 +75,7 @@ void clear_picture() { picture.clear(); }
 void show_box(Box box) { picture.push_back(std::move(box)); }
 void present() { InvalidateRect(window, nullptr, FALSE); }
 
-bool pump_messages() {
+static bool pump_messages() {
   MSG message;
   while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
     if (message.message == WM_QUIT) return false;

@@ -20,10 +20,7 @@ void show_box(Box box);
 /// Puts the picture on the screen.
 void present();
 
-/// Answers what Windows asks of the window; false once the user has closed it.
-bool pump_messages();
-
-/// The same until `milliseconds` have passed.
+/// Answers what Windows asks of the window until `milliseconds` have passed; false once the user has closed it.
 bool pump_messages_for(unsigned milliseconds);
 
 std::wstring window_title();

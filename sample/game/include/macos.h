@@ -11,7 +11,6 @@ extern "C" {
 
 void* calloc(size_t count, size_t size);
 void* malloc(size_t size);
-void* realloc(void* block, size_t size);
 void free(void* block);
 long strtol(const char* text, char** end, int base);
 
@@ -19,7 +18,6 @@ void* memcpy(void* to, const void* from, size_t size);
 int memcmp(const void* left, const void* right, size_t size);
 size_t strlen(const char* text);
 int strcmp(const char* left, const char* right);
-int strncmp(const char* left, const char* right, size_t size);
 char* strchr(const char* text, int c);
 char* strdup(const char* text);
 

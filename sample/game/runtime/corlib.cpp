@@ -28,12 +28,7 @@ VALUE(uint32_class, "UInt32", TYPE_U4, 4);
 VALUE(int64_class, "Int64", TYPE_I8, 8);
 VALUE(single_class, "Single", TYPE_R4, 4);
 VALUE(double_class, "Double", TYPE_R8, 8);
-Il2CppClass intptr_class = {.name = "IntPtr",
-                            .name_space = "System",
-                            .parent = &value_type_class,
-                            .type = {&intptr_class, TYPE_I},
-                            .flags = CLASS_PUBLIC | CLASS_SEALED,
-                            .instance_size = sizeof(Il2CppObject) + 8};
+VALUE(intptr_class, "IntPtr", TYPE_I, 8);
 Il2CppClass string_class = {.name = "String",
                             .name_space = "System",
                             .parent = &object_class,

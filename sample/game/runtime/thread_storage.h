@@ -17,7 +17,7 @@ enum ThreadSlot : uint64_t {
   SLOT_EVENT_COUNTERS = 484,      // four counters, by ThreadEvent
 };
 
-enum ThreadEvent : uint64_t { EVENT_INVOKE, EVENT_INTERNAL_CALL, EVENT_EXCEPTION, EVENT_LOG, THREAD_EVENT_COUNT };
+enum ThreadEvent : uint64_t { EVENT_INVOKE, EVENT_INTERNAL_CALL, EVENT_EXCEPTION, EVENT_LOG };
 
 void* thread_slot(ThreadSlot slot);
 void set_thread_slot(ThreadSlot slot, void* value);
