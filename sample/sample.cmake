@@ -20,13 +20,13 @@ file(CONFIGURE OUTPUT ${SAMPLE_EXPORTS} CONTENT "${export_lines}\n" @ONLY)
 
 # What the game takes from the library. Anything else that stays undefined is an error of the game, not an import.
 set(SAMPLE_IMPORTS
-  _calloc _malloc _free _memcpy _memset ___bzero _memcmp _strlen _strcmp _strchr _strdup
+  _calloc _malloc _free _memcpy ___bzero _memcmp _strlen _strcmp _strchr _strdup
   _strtol _fprintf _snprintf _fflush ___stdoutp _fopen _fclose _fread _fwrite _rename
   _dlopen _dlsym _dlerror
   _time _localtime _strftime _sysctl
   _objc_msgSend _objc_retainAutoreleasedReturnValue _objc_release ___CFConstantStringClassReference
   _OBJC_CLASS_$_NSUbiquitousKeyValueStore _OBJC_CLASS_$_NSObject _OBJC_METACLASS_$_NSObject __objc_empty_cache
-  _memmove _memchr ___cxa_atexit ___cxa_guard_acquire ___cxa_guard_release ___cxa_guard_abort __Znwm __ZdlPv
+  _memmove _memchr ___cxa_atexit ___cxa_guard_acquire ___cxa_guard_release ___cxa_guard_abort
   __ZNSt3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEE6appendEPKc
   __ZNSt3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEED1Ev
   ___cxa_allocate_exception ___cxa_throw ___gxx_personality_v0 __Unwind_Resume ___cxa_begin_catch ___cxa_end_catch

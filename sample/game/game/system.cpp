@@ -34,20 +34,20 @@ Text local_time() {
   return Text() << text;
 }
 
+/// Leaves `value` as it is when the system does not know.
+template <class T>
+static void ask_hardware(int32_t what, T& value) {
+  const int32_t name[] = {CTL_HW, what};
+  size_t size = sizeof value;
+  sysctl(name, 2, &value, &size, nullptr, 0);
+}
+
 Text machine() {
   char model[32] = "unknown";
-  size_t size = sizeof model;
-  const int32_t model_name[] = {CTL_HW, HW_MODEL};
-  sysctl(model_name, 2, model, &size, nullptr, 0);
-
   int32_t processors = 0;
-  size = sizeof processors;
-  const int32_t processors_name[] = {CTL_HW, HW_NCPU};
-  sysctl(processors_name, 2, &processors, &size, nullptr, 0);
-
   uint64_t memory = 0;
-  size = sizeof memory;
-  const int32_t memory_name[] = {CTL_HW, HW_MEMSIZE};
-  sysctl(memory_name, 2, &memory, &size, nullptr, 0);
+  ask_hardware(HW_MODEL, model);
+  ask_hardware(HW_NCPU, processors);
+  ask_hardware(HW_MEMSIZE, memory);
   return Text() << model << ", " << processors << " processors, " << (memory >> 20) << " MB of memory";
 }
