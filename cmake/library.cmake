@@ -69,28 +69,28 @@ set(VLM_MODULES
   src/posix/aligned_blocks.cpp
   src/posix/descriptors.cpp
   src/posix/directories.cpp
-  src/posix/error_numbers.cpp
-  src/posix/file_status.cpp
-  src/posix/host_path.cpp
-  src/posix/mapping.cpp
-  src/posix/math.cpp
-  src/posix/memory.cpp
-  src/posix/numbers.cpp
-  src/posix/random.cpp
-  src/posix/rune_locale.cpp
-  src/posix/sorting.cpp
-  src/posix/streams.cpp
-  src/posix/strings.cpp
   src/posix/dispatch.cpp
-  src/posix/mach_threads.cpp
-  src/posix/mutexes.cpp
-  src/posix/signals.cpp
-  src/posix/threads.cpp
   src/posix/dyld.cpp
   src/posix/dynamic_loading.cpp
   src/posix/environment.cpp
+  src/posix/error_numbers.cpp
+  src/posix/file_status.cpp
+  src/posix/host_path.cpp
+  src/posix/mach_threads.cpp
+  src/posix/mapping.cpp
+  src/posix/math.cpp
+  src/posix/memory.cpp
+  src/posix/mutexes.cpp
+  src/posix/numbers.cpp
   src/posix/process.cpp
+  src/posix/random.cpp
+  src/posix/rune_locale.cpp
+  src/posix/signals.cpp
+  src/posix/sorting.cpp
+  src/posix/streams.cpp
+  src/posix/strings.cpp
   src/posix/system_info.cpp
+  src/posix/threads.cpp
   src/posix/time.cpp
   src/posix/time_text.cpp
   src/support/bytes.cpp

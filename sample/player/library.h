@@ -11,9 +11,6 @@ struct Api {
 #define IL2CPP_WRAP(positions, result, name, ...) result (*name)(__VA_ARGS__);
 #define IL2CPP_LOCAL(result, name, ...) result (*name)(__VA_ARGS__);
 #include "host/il2cpp_exports.def"
-#undef IL2CPP_FORWARD
-#undef IL2CPP_WRAP
-#undef IL2CPP_LOCAL
   decltype(&::pc_pad_south_held) pc_pad_south_held;
 };
 

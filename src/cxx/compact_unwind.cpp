@@ -253,12 +253,6 @@ Result<std::uint32_t> UnwindSection::find_lsda(std::uint32_t begin, std::uint32_
 
 namespace {
 
-enum UnwindMode : std::uint32_t {
-  UNWIND_X86_64_MODE_RBP_FRAME = 1,
-  UNWIND_X86_64_MODE_STACK_IMMD = 2,
-  UNWIND_X86_64_MODE_STACK_IND = 3,
-};
-
 constexpr unsigned rbp_number = 6;
 
 /// From UNWIND_X86_64_REG_*; 0 is none.
@@ -320,7 +314,7 @@ std::optional<FrameLayout> decode_frameless(std::uint32_t encoding, std::span<co
 }  // namespace
 
 std::optional<FrameLayout> decode_compact(std::uint32_t encoding, std::span<const std::byte> code) {
-  switch (encoding >> 24 & 0xF) {
+  switch (unwind_mode(encoding)) {
     case UNWIND_X86_64_MODE_RBP_FRAME: return decode_rbp_frame(encoding);
     case UNWIND_X86_64_MODE_STACK_IMMD: return decode_frameless(encoding, code, false);
     case UNWIND_X86_64_MODE_STACK_IND: return decode_frameless(encoding, code, true);

@@ -65,6 +65,15 @@ class UnwindSection {
   std::uint32_t index_ = 0, index_count_ = 0;
 };
 
+/// How an encoding describes its frame: by rbp, by rsp and a size in the encoding or in the function's code, or elsewhere.
+enum UnwindMode : std::uint32_t {
+  UNWIND_X86_64_MODE_RBP_FRAME = 1,
+  UNWIND_X86_64_MODE_STACK_IMMD = 2,
+  UNWIND_X86_64_MODE_STACK_IND = 3,
+  UNWIND_X86_64_MODE_DWARF = 4,
+};
+constexpr std::uint32_t unwind_mode(std::uint32_t encoding) { return encoding >> 24 & 0xF; }
+
 /// The registers that an unwinder follows; the order of the words of an UnwindContext.
 enum UnwindRegister : std::uint8_t { in_rax, in_rdx, in_rbx, in_rbp, in_rsp, in_r12, in_r13, in_r14, in_r15, in_rip };
 

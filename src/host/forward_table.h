@@ -14,9 +14,6 @@ struct ForwardTable {
 #define IL2CPP_WRAP(positions, result, name, ...) result (__attribute__((sysv_abi)) *name)(__VA_ARGS__);
 #define IL2CPP_LOCAL(result, name, ...) result (__attribute__((sysv_abi)) *name)(__VA_ARGS__);
 #include "host/il2cpp_exports.def"
-#undef IL2CPP_FORWARD
-#undef IL2CPP_WRAP
-#undef IL2CPP_LOCAL
 };
 
 inline constexpr std::size_t export_count = 241;

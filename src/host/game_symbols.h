@@ -9,9 +9,6 @@ inline constexpr const char* export_symbols[] = {
 #define IL2CPP_WRAP(positions, result, name, ...) "_" #name,
 #define IL2CPP_LOCAL(result, name, ...) "_" #name,
 #include "host/il2cpp_exports.def"
-#undef IL2CPP_FORWARD
-#undef IL2CPP_WRAP
-#undef IL2CPP_LOCAL
 };
 
 /// The game's reflection functions: how the library learns what a method takes and returns.

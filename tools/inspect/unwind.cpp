@@ -9,20 +9,14 @@
 namespace vlm::inspect {
 namespace {
 
-/// UNWIND_X86_64_MODE_*, <mach-o/compact_unwind_encoding.h>.
 const char* kind_of(std::uint32_t encoding) {
   if (encoding == 0) return "none";
-  switch (encoding >> 24 & 0xF) {
-    case 1:
-      return "rbp frame";
-    case 2:
-      return "frameless";
-    case 3:
-      return "frameless, size in the code";
-    case 4:
-      return "DWARF";
-    default:
-      return "unknown";
+  switch (unwind_mode(encoding)) {
+    case UNWIND_X86_64_MODE_RBP_FRAME: return "rbp frame";
+    case UNWIND_X86_64_MODE_STACK_IMMD: return "frameless";
+    case UNWIND_X86_64_MODE_STACK_IND: return "frameless, size in the code";
+    case UNWIND_X86_64_MODE_DWARF: return "DWARF";
+    default: return "unknown";
   }
 }
 

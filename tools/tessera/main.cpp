@@ -66,6 +66,7 @@ Result<Options> read_options(std::span<const std::string> arguments) {
                                    options.image);
   if (!read) return std::unexpected(read.error());
   if (options.check && options.output != nullptr) return fault("--check writes nothing, so -o makes no sense");
+  if (options.check && options.list) return fault("--check and --list say different things: one at a time");
   const bool needs_library = options.check || options.output != nullptr;
   if (needs_library && options.library == nullptr) return fault("--library is missing");
   if (!options.list && !options.check && options.output == nullptr) return fault("-o, --check or --list is missing");

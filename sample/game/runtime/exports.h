@@ -9,6 +9,3 @@
 #define IL2CPP_WRAP(positions, result, name, ...) extern "C" result name(__VA_ARGS__);
 #define IL2CPP_LOCAL(result, name, ...) extern "C" result name(__VA_ARGS__);
 #include "host/il2cpp_exports.def"
-#undef IL2CPP_FORWARD
-#undef IL2CPP_WRAP
-#undef IL2CPP_LOCAL
