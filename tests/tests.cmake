@@ -22,7 +22,7 @@ endfunction()
 
 # ---- Unit tests ------------------------------------------------------------------------------------------------------
 file(GLOB unit_sources CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/tests/unit/*.cpp ${CMAKE_SOURCE_DIR}/tests/unit/*.S)
-add_windows_test_program(unit_tests ${unit_sources} tests/support/game_process.cpp)
+add_windows_test_program(unit_tests ${unit_sources} tests/support/machine.S tests/support/game_process.cpp)
 target_link_libraries(unit_tests PRIVATE vlm_checked)
 set_target_properties(unit_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/unit)  # has a log of its own
 add_test(NAME unit COMMAND unit_tests)
@@ -56,7 +56,7 @@ foreach(guest c_library c_math c_memory c_strings cxx_runtime cxx_strings except
   game_test(guest.${guest} guest_driver $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
 endforeach()
 
-add_windows_test_program(forwarders_test tests/guest/forwarders_test.cpp tests/guest/call_checked.S
+add_windows_test_program(forwarders_test tests/guest/forwarders_test.cpp tests/support/machine.S
   tests/support/game_process.cpp)
 game_test(guest.forwarders forwarders_test $<TARGET_PROPERTY:echo_guest,GUEST_IMAGE>)
 add_windows_test_program(local_exports_test tests/guest/local_exports_test.cpp)
@@ -152,7 +152,7 @@ add_custom_command(OUTPUT ${GS_CASES_DIR}/GameAssembly.dll
           -o ${GS_CASES_DIR}/GameAssembly.dll
   DEPENDS ${VLM_NATIVE_DIR}/tessera gs_cases_guest ${GS_CASES_DIR}/GameAssembly.dylib GameAssembly VERBATIM)
 add_custom_target(gs_cases ALL DEPENDS ${GS_CASES_DIR}/GameAssembly.dll)
-add_windows_test_program(gs_cases_test tests/guest/gs_cases_test.cpp tests/guest/run_case.S)
+add_windows_test_program(gs_cases_test tests/guest/gs_cases_test.cpp tests/support/machine.S)
 set_target_properties(gs_cases_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${GS_CASES_DIR})
 game_test(guest.gs_cases gs_cases_test)
 game_test(guest.gs_cases_expansion gs_cases_test expansion)

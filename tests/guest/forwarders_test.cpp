@@ -10,12 +10,10 @@
 #include <type_traits>
 
 #include "host/il2cpp_types.h"
+#include "support/checked_call.h"
 #include "support/game_process.h"
 #include "support/leave.h"
 #include "vlm.h"
-
-extern "C" std::uint64_t call_checked(void* function, const std::uint64_t arguments[6]);
-extern "C" std::uint32_t call_checked_broken;
 
 using namespace vlm::test;
 
@@ -65,8 +63,9 @@ void check_export(const char* name, unsigned number, unsigned wrapped, R (*)(Par
   REQUIRE(entry != nullptr);
   unsigned i = 0;
   std::uint64_t sent[6] = {sent_value<Parameters>(i++)...};
-  const std::uint64_t result = call_checked(entry, sent);
-  CHECK_EQ(call_checked_broken, 0);
+  Machine machine = patterned_machine();
+  for (i = 0; i < 6; ++i) (i < 4 ? machine.registers[win64_arguments[i]] : machine.stack[i]) = sent[i];
+  const std::uint64_t result = call_win64_code(entry, machine).registers[rax];
   CHECK_EQ(echo_record[6], number);
   if constexpr (std::is_same_v<R, bool>) {
     CHECK_EQ(meaningful<R>(result), number & 0xFF);
@@ -90,12 +89,14 @@ void check_export(const char* name, unsigned number, unsigned wrapped, R (*)(Par
 }
 
 std::atomic<int> calls_during_start{0};
-constexpr std::uint64_t first_call[6] = {0x1111, 0x2222, 0x3333, 0x4444, 0, 0};
+constexpr std::uint64_t first_call[4] = {0x1111, 0x2222, 0x3333, 0x4444};
 
 /// Eight of these make the process's first calls, some while the image's initializer is still busy.
 DWORD WINAPI make_first_call(void* delay_ms) {
   Sleep(static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(delay_ms)));
-  call_checked(function<void*>("il2cpp_exception_from_name_msg"), first_call);
+  const auto first = function<void (*)(std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t)>(
+      "il2cpp_exception_from_name_msg");
+  first(first_call[0], first_call[1], first_call[2], first_call[3]);
   const auto* initialized = static_cast<const std::uint64_t*>(
       function<decltype(&vlm_native_symbol)>("vlm_native_symbol")("echo_initialized"));
   if (*initialized == 0) ++calls_during_start;

@@ -16,22 +16,12 @@
 #include <span>
 
 #include "support/leave.h"
+#include "support/machine.h"
 #include "vlm.h"
 
+using namespace vlm::test;
+
 namespace {
-
-struct Machine {
-  std::uint64_t registers[15];  // rax rcx rdx rbx rbp rsi rdi r8 ... r15
-  std::uint64_t flags;
-  std::uint8_t vectors[4][32];
-  std::uint64_t red_zone[16];  // the last word is right below the return address
-  std::uint64_t stack[8];
-};
-static_assert(offsetof(Machine, vectors) == 128 && offsetof(Machine, red_zone) == 256 &&
-                  offsetof(Machine, stack) == 384,
-              "run_case.S uses these positions");
-
-extern "C" void run_case(Machine* machine, const void* code, bool with_avx);
 
 constexpr std::size_t storage_size = 4096;
 constexpr std::uint64_t plain_storage = 0x20000000;  // where make_gs_cases puts it
@@ -82,15 +72,12 @@ std::uint64_t pattern(std::uint64_t number) {
 }
 
 Machine fresh_machine(std::uint64_t flags) {
-  Machine machine;
-  for (std::uint64_t i = 0; i < 15; ++i) machine.registers[i] = 16 * (i + 1);
+  Machine machine = patterned_machine();
+  for (std::uint64_t i = 0; i < register_count; ++i) machine.registers[i] = 16 * (i + 1);
   machine.flags = flags;
-  std::uint8_t byte = 3;
   for (auto& vector : machine.vectors) {
-    for (auto& each : vector) each = byte += 7;
+    for (auto& word : vector) word = pattern(word);
   }
-  for (std::uint64_t i = 0; i < 16; ++i) machine.red_zone[i] = 0xDEAD'0000'0000 + i;
-  for (std::uint64_t i = 0; i < 8; ++i) machine.stack[i] = 0xBEEF'0000'0000 + i;
   return machine;
 }
 
@@ -107,7 +94,7 @@ void run(Outcome& outcome, const void* code, std::byte* storage, std::byte* vari
   }
   std::memset(variables, 0x5A, variables_size);
   outcome.machine = fresh_machine(flags);
-  run_case(&outcome.machine, code, avx);
+  run_machine(&outcome.machine, code, avx);
   std::memcpy(outcome.storage, storage, storage_size);
   std::memcpy(outcome.variables, variables, variables_size);
 }
@@ -115,14 +102,12 @@ void run(Outcome& outcome, const void* code, std::byte* storage, std::byte* vari
 /// Says where two runs differ; false when they do not.
 bool differ(const Case& one, const Outcome& found, const Outcome& expected) {
   if (std::memcmp(&found, &expected, sizeof found) == 0) return false;
-  static const char* const names[] = {"rax", "rcx", "rdx", "rbx", "rbp", "rsi", "rdi", "r8",
-                                      "r9",  "r10", "r11", "r12", "r13", "r14", "r15", "flags"};
   std::printf("case %s\n", one.text);
   const auto* const a = reinterpret_cast<const std::uint64_t*>(&found);
   const auto* const b = reinterpret_cast<const std::uint64_t*>(&expected);
   for (std::size_t i = 0; i < sizeof found / 8; ++i) {
     if (a[i] == b[i]) continue;
-    std::printf("  %s %zu: %llx, expected %llx\n", i < std::size(names) ? names[i] : "word", i,
+    std::printf("  %s %zu: %llx, expected %llx\n", i < std::size(register_names) ? register_names[i] : "word", i,
                 static_cast<unsigned long long>(a[i]), static_cast<unsigned long long>(b[i]));
   }
   return true;
@@ -171,5 +156,5 @@ int main(int argc, char** argv) {
   std::memcpy(storage, before, storage_size);
   std::printf("%u of %llu cases%s: %u failures\n", ran, static_cast<unsigned long long>(count),
               expansion ? " in the expansion slots" : "", failures);
-  vlm::test::leave(failures == 0 && ran > 0 ? 0 : 1);
+  leave(failures == 0 && ran > 0 ? 0 : 1);
 }

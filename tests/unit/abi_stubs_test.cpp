@@ -9,13 +9,15 @@
 #include <cstring>
 #include <vector>
 
-#include "abi_probe.h"
+#include "abi/entries.h"
 #include "macho/load.h"
 #include "run_alone.h"
 #include "stack_walk.h"
+#include "support/checked_call.h"
 #include "vlm.h"
 
 using namespace vlm;
+using namespace vlm::test;
 
 namespace {
 
@@ -45,19 +47,11 @@ SYSV std::uint64_t game_calls(std::uint64_t (*SYSV callback)(std::uint64_t, std:
 
 }  // namespace
 
-TEST_CASE("a callback stub forwards six arguments and the result, and a stack walk crosses it") {
+TEST_CASE("a callback stub forwards six arguments and the result") {
   void* stub = vlm_wrap_callback(pointer(windows_function));
-  SysvProbe probe = {};
-  for (unsigned i = 0; i < 6; ++i) probe.gp[i] = 0x6700000000000000 + i;
-  sysv_probe(stub, &probe);
-  CHECK_EQ(std::memcmp(windows_arguments, probe.gp, sizeof probe.gp), 0);
-  CHECK_EQ(probe.out_rax, 0x3141);
-  CHECK_EQ(std::memcmp(probe.kept, probe_kept, sizeof probe.kept), 0);
-  CHECK(frame_of(walked, stub) != nullptr);
-  const WalkedFrame* caller = frame_of(walked, pointer(sysv_probe));
-  REQUIRE(caller != nullptr);
-  CHECK_EQ(caller->context.Rbp, probe_kept[1]);
-
+  const Machine sent = patterned_machine();
+  CHECK_EQ(call_sysv_code(stub, sent).registers[rax], 0x3141);
+  for (unsigned i = 0; i < 6; ++i) CHECK_EQ(windows_arguments[i], sent.registers[sysv_arguments[i]]);
   const auto doubled = reinterpret_cast<SYSV double (*)(double)>(vlm_wrap_callback(pointer(windows_double)));
   CHECK_EQ(doubled(1.5), 3.0);
 }
@@ -77,19 +71,16 @@ TEST_CASE("a System V function stub forwards the arguments that its count covers
     CAPTURE(count);
     void* stub = vlm_wrap_sysv_function(pointer(record_sysv_call), count);
     REQUIRE(stub != nullptr);
-    Win64Probe probe = {};
-    for (unsigned i = 0; i < 8; ++i) probe.arguments[i] = 0xA0 + i;
-    for (unsigned i = 0; i < 4; ++i) probe.xmm[i] = 0xF00 + i;
-    win64_probe(stub, &probe);
-    for (unsigned i = 0; i < 4; ++i) CHECK_EQ(recorded_call.gp[i], 0xA0 + i);
-    CHECK_EQ(recorded_call.gp[4], (count >= 5 ? 0xA4 : 0));
-    CHECK_EQ(recorded_call.gp[5], (count >= 6 ? 0xA5 : 0));
-    for (unsigned i = 0; i < 4; ++i) CHECK_EQ(recorded_call.xmm[i][0], 0xF00 + i);
-    CHECK_EQ(probe.out_rax, recorded_results[0]);
-    CHECK_EQ(probe.out_xmm0, recorded_results[2]);
-    CHECK_EQ(std::memcmp(probe.kept_xmm, probe_kept_xmm, sizeof probe.kept_xmm), 0);
-    CHECK_EQ(probe.kept[2], probe_kept[6]);  // rsi
-    CHECK_EQ(probe.kept[3], probe_kept[7]);  // rdi
+    const Machine sent = patterned_machine();
+    const Machine machine = call_win64_code(stub, sent);
+    for (unsigned i = 0; i < 4; ++i) {
+      CHECK_EQ(recorded_call.registers[sysv_arguments[i]], sent.registers[win64_arguments[i]]);
+      CHECK_EQ(recorded_call.vectors[i][0], sent.vectors[i][0]);
+    }
+    CHECK_EQ(recorded_call.registers[r8], (count >= 5 ? sent.stack[4] : 0));
+    CHECK_EQ(recorded_call.registers[r9], (count >= 6 ? sent.stack[5] : 0));
+    CHECK_EQ(machine.registers[rax], recorded_results[0]);
+    CHECK_EQ(machine.vectors[0][0], recorded_results[2]);
   }
   CHECK_EQ(vlm_wrap_sysv_function(pointer(record_sysv_call), 7), static_cast<void*>(nullptr));
   CHECK_EQ(vlm_wrap_sysv_function(pointer(record_sysv_call), 0xFFFFFFFF), static_cast<void*>(nullptr));
@@ -101,20 +92,20 @@ TEST_CASE("a stack walk crosses Windows code, game code and both kinds of stubs 
   for (const unsigned count : {1u, 5u, 6u}) {  // stubs of three lengths
     CAPTURE(count);
     void* stub = vlm_wrap_sysv_function(pointer(game_calls), count);
-    Win64Probe probe = {};
-    probe.arguments[0] = reinterpret_cast<std::uint64_t>(callback);
-    win64_probe(stub, &probe);
-    CHECK_EQ(probe.out_rax, 0x3142);
+    Machine sent = patterned_machine();
+    sent.registers[rcx] = reinterpret_cast<std::uint64_t>(callback);
+    CHECK_EQ(call_win64_code(stub, sent).registers[rax], 0x3142);
     for (const void* function : {pointer(windows_function), callback, pointer(game_calls), pointer(call_sysv), stub}) {
       CHECK(frame_of(walked, function) != nullptr);
     }
-    const WalkedFrame* caller = frame_of(walked, pointer(win64_probe));
+    const WalkedFrame* caller = frame_of(walked, pointer(run_machine));
     REQUIRE(caller != nullptr);
-    CHECK_EQ(caller->context.Rbx, probe_kept[0]);
-    CHECK_EQ(caller->context.R15, probe_kept[5]);
-    CHECK_EQ(caller->context.Rsi, probe_kept[6]);
-    CHECK_EQ(caller->context.Rdi, probe_kept[7]);
-    CHECK_EQ(std::memcmp(&caller->context.Xmm6, probe_kept_xmm, sizeof probe_kept_xmm), 0);
+    CHECK_EQ(caller->context.Rbx, sent.registers[rbx]);
+    CHECK_EQ(caller->context.Rbp, sent.registers[rbp]);
+    CHECK_EQ(caller->context.R15, sent.registers[r15]);
+    CHECK_EQ(caller->context.Rsi, sent.registers[rsi]);
+    CHECK_EQ(caller->context.Rdi, sent.registers[rdi]);
+    for (int i = 6; i < 16; ++i) CHECK_EQ(std::memcmp(&caller->context.Xmm0 + i, sent.vectors[i], 16), 0);
   }
 }
 
@@ -160,9 +151,8 @@ TEST_CASE("a walk that starts inside a stub finds its caller after every instruc
 TEST_CASE("a record stub arrives with its record in rax, and tells its record again") {
   int record = 0;
   void* stub = make_record_stub(&record, pointer(record_sysv_call));
-  SysvProbe probe = {};
-  sysv_probe(stub, &probe);
-  CHECK_EQ(recorded_call.rax, reinterpret_cast<std::uint64_t>(&record));
+  call_sysv_code(stub);
+  CHECK_EQ(recorded_call.registers[rax], reinterpret_cast<std::uint64_t>(&record));
   CHECK_EQ(record_of_stub(stub, pointer(record_sysv_call)), &record);
 
   auto* pages = static_cast<std::byte*>(VirtualAlloc(nullptr, 0x2000, MEM_RESERVE, PAGE_NOACCESS));
@@ -191,11 +181,7 @@ TEST_CASE("stubs run on into new chunks, all of them working and known to stack 
     if (function == nullptr || image + function->BeginAddress != stub || image + function->EndAddress != stub + 44) {
       ++unknown;
     }
-    if (i % 1000 == 0) {
-      SysvProbe probe = {};
-      sysv_probe(reinterpret_cast<void*>(stub), &probe);
-      if (probe.out_rax != 0x3141) ++wrong;
-    }
+    if (i % 1000 == 0 && call_sysv_code(reinterpret_cast<void*>(stub)).registers[rax] != 0x3141) ++wrong;
   }
   CHECK_GE(chunks, 3);
   CHECK_EQ(misplaced, 0);

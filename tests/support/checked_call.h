@@ -1,0 +1,45 @@
+// Calls that have to keep the registers which their convention says.
+#pragma once
+
+#include <doctest/doctest.h>
+
+#include <string>
+
+#include "support/machine.h"
+
+namespace vlm::test {
+
+inline constexpr Register sysv_arguments[] = {rdi, rsi, rdx, rcx, r8, r9};
+inline constexpr Register win64_arguments[] = {rcx, rdx, r8, r9};
+
+/// Names of the registers that a callee had to keep and did not: "rbx xmm7 ".
+inline std::string lost_registers(const Machine& before, const Machine& after, bool win64) {
+  std::string lost;
+  for (const Register each : {rbx, rbp, r12, r13, r14, r15, rsi, rdi}) {
+    const bool kept = win64 || (each != rsi && each != rdi);
+    if (kept && before.registers[each] != after.registers[each]) lost += std::string(register_names[each]) + " ";
+  }
+  for (unsigned i = 6; win64 && i < 16; ++i) {
+    const bool same = before.vectors[i][0] == after.vectors[i][0] && before.vectors[i][1] == after.vectors[i][1];
+    if (!same) lost += "xmm" + std::to_string(i) + " ";
+  }
+  return lost;
+}
+
+template <class Code>
+Machine call_sysv_code(Code* code, Machine machine = patterned_machine()) {
+  const Machine before = machine;
+  run_machine(&machine, reinterpret_cast<const void*>(code));
+  CHECK_EQ(lost_registers(before, machine, false), "");
+  return machine;
+}
+
+template <class Code>
+Machine call_win64_code(Code* code, Machine machine = patterned_machine()) {
+  const Machine before = machine;
+  run_machine(&machine, reinterpret_cast<const void*>(code));
+  CHECK_EQ(lost_registers(before, machine, true), "");
+  return machine;
+}
+
+}  // namespace vlm::test
