@@ -2,8 +2,8 @@
 #pragma once
 
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
-#include <vector>
 
 #include "macho/commands.h"
 #include "support/macho_builder.h"
@@ -15,10 +15,13 @@ struct FakeImage {
 
   Bytes file;
   std::unique_ptr<MachImage> image = std::make_unique<MachImage>();
-  std::vector<std::byte> memory;
-  std::string fault;  // empty: read and placed
+  std::unique_ptr<void, decltype(&std::free)> block{nullptr, &std::free};
+  std::span<std::byte> memory;  // the block; none when the image was refused or is larger than `max_extent`
+  std::string fault;            // empty: read
 
-  explicit FakeImage(Bytes bytes, const char* path = "/games/libFake.dylib") : file(std::move(bytes)) {
+  explicit FakeImage(Bytes bytes, const char* path = "/games/libFake.dylib",
+                     std::uint64_t max_extent = std::uint64_t{1} << 32)
+      : file(std::move(bytes)) {
     std::snprintf(image->path, sizeof image->path, "%s", path);
     image->file_data = file.data();
     image->file_size = file.size();
@@ -26,7 +29,9 @@ struct FakeImage {
       fault = read.error().text;
       return;
     }
-    memory.resize(image->extent());
+    if (image->extent() > max_extent) return;
+    block.reset(std::calloc(image->extent(), 1));
+    memory = {static_cast<std::byte*>(block.get()), static_cast<std::size_t>(image->extent())};
     image->base = base;
     image->slide = static_cast<std::int64_t>(base - image->vm_min);
     for (const MachSegment& segment : std::span(image->segments, static_cast<std::size_t>(image->segment_count))) {

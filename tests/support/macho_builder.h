@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -106,38 +107,17 @@ struct ExportDraft {
 
 namespace detail {
 
+/// A node for each character: what names have in common is shared.
 struct TrieNode {
-  std::string edge;  // from the parent
   const ExportDraft* terminal = nullptr;
-  std::vector<TrieNode> children;
+  std::map<char, TrieNode> children;
   std::uint64_t offset = 0;
-
-  void insert(std::string_view rest, const ExportDraft& entry) {
-    if (rest.empty()) {
-      terminal = &entry;
-      return;
-    }
-    for (TrieNode& child : children) {
-      std::size_t common = 0;
-      while (common < child.edge.size() && common < rest.size() && child.edge[common] == rest[common]) ++common;
-      if (common == 0) continue;
-      if (common < child.edge.size()) {
-        TrieNode split{child.edge.substr(0, common), nullptr, {}, 0};
-        child.edge.erase(0, common);
-        split.children.push_back(std::move(child));
-        child = std::move(split);
-      }
-      child.insert(rest.substr(common), entry);
-      return;
-    }
-    children.push_back({std::string(rest), &entry, {}, 0});
-  }
 
   Bytes bytes() const {
     Bytes information, out;
     if (terminal != nullptr) information.uleb(terminal->flags).uleb(terminal->address);
     out.uleb(information.size()).append(information).u8(children.size());
-    for (const TrieNode& child : children) out.c_string(child.edge).uleb(child.offset);
+    for (const auto& [edge, child] : children) out.c_string({&edge, 1}).uleb(child.offset);
     return out;
   }
 
@@ -146,13 +126,13 @@ struct TrieNode {
     bool moved = offset != next;
     offset = next;
     next += bytes().size();
-    for (TrieNode& child : children) moved |= child.lay_out(next);
+    for (auto& [edge, child] : children) moved |= child.lay_out(next);
     return moved;
   }
 
   void write(Bytes& out) const {
     out.append(bytes());
-    for (const TrieNode& child : children) child.write(out);
+    for (const auto& [edge, child] : children) child.write(out);
   }
 };
 
@@ -166,10 +146,13 @@ void put_name(char (&field)[N], std::string_view name) {
 
 }  // namespace detail
 
-/// An export trie whose edges are the stretches that names have in common.
 inline Bytes export_trie(const std::vector<ExportDraft>& exports) {
   detail::TrieNode root;
-  for (const ExportDraft& entry : exports) root.insert(entry.name, entry);
+  for (const ExportDraft& entry : exports) {
+    detail::TrieNode* node = &root;
+    for (const char edge : entry.name) node = &node->children[edge];
+    node->terminal = &entry;
+  }
   std::uint64_t end = 0;
   while (root.lay_out(end)) end = 0;  // offsets are ULEBs, so their sizes depend on each other
   Bytes trie;

@@ -11,6 +11,7 @@
 
 #include "macho/queries.h"
 #include "support/fake_image.h"
+#include "support/game_process.h"
 #include "support/good_image.h"
 #include "support/sysv.h"
 #include "vlm.h"
@@ -20,25 +21,18 @@ using namespace vlm::test;
 
 namespace {
 
-/// A file in the temporary folder, deleted again.
-class TemporaryFile {
- public:
-  explicit TemporaryFile(std::span<const std::byte> bytes) {
-    char folder[MAX_PATH], path[MAX_PATH];
-    GetTempPathA(sizeof folder, folder);
-    GetTempFileNameA(folder, "img", 0, path);
-    path_ = path;
-    const HANDLE file = CreateFileA(path, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    DWORD written = 0;
-    WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-    CloseHandle(file);
-  }
-  ~TemporaryFile() { DeleteFileA(path_.c_str()); }
-  const char* path() const { return path_.c_str(); }
+std::string path_of_image() {
+  const std::wstring folder = program_folder();
+  return std::string(folder.begin(), folder.end()) + "image.dylib";
+}
 
- private:
-  std::string path_;
-};
+MachImage* load(std::span<const std::byte> file) {
+  REQUIRE(write_file(program_folder() + L"image.dylib",
+                     std::string(reinterpret_cast<const char*>(file.data()), file.size())));
+  MachImage* const image = macho_load(path_of_image().c_str());
+  DeleteFileA(path_of_image().c_str());
+  return image;
+}
 
 DWORD protection_at(std::uint64_t address) {
   MEMORY_BASIC_INFORMATION information{};
@@ -53,41 +47,13 @@ T read(std::uint64_t address) {
   return value;
 }
 
-struct InitializerCall {
-  std::int32_t argc;
-  void **argv, **envp, **apple;
-  void* vars;
-  std::uint64_t number;
-};
-std::vector<InitializerCall> initializer_calls;
+std::vector<std::vector<const void*>> initializer_calls;
 
-/// What the image's initializers jump to, each with its number in the sixth argument. Leaves changed what System V code
-/// may change and Windows code relies on.
-SYSV void record_call(std::int32_t argc, void** argv, void** envp, void** apple, void* vars, std::uint64_t number) {
-  initializer_calls.push_back({argc, argv, envp, apple, vars, number});
+/// What the image's initializer jumps to. Leaves changed what System V code may change and Windows code relies on.
+SYSV void record_call(std::int32_t argc, void** argv, void** envp, void** apple, void* vars) {
+  initializer_calls.push_back({reinterpret_cast<void*>(std::intptr_t{argc}), argv, envp, apple, vars});
   asm volatile("xorl %%esi, %%esi; xorl %%edi, %%edi; pxor %%xmm6, %%xmm6; pxor %%xmm15, %%xmm15" ::
                    : "rsi", "rdi", "xmm6", "xmm15");
-}
-
-/// Three initializers at __text, the pointer they jump through at __DATA + 0x800. One section of 4 bytes, one of 28.
-ImageDraft draft_with_initializers() {
-  ImageDraft draft = good_draft();
-  Bytes code;
-  for (std::uint32_t number = 1; number <= 3; ++number) {
-    code.u8(0x41).u8(0xB9).u32(number);  // mov r9d, number
-    const std::uint64_t next = 0x1000 + code.size() + 6;
-    code.u8(0xFF).u8(0x25).u32(0x2800 - next).pad_to(16 * number);  // jmp [rip to __DATA + 0x800]
-  }
-  std::copy(code.begin(), code.end(), draft.segments[text_segment].content.begin());
-  SegmentDraft& data = draft.segments[data_segment];
-  for (std::size_t i = 0; i < 3; ++i) data.content.put_at(0x100 + 8 * i, text_vmaddr + 0x1000 + 16 * i);
-  data.sections = {{"__DATA", "__mod_init_func", data_vmaddr + 0x200, 4},
-                   {"__OTHER", "__mod_init_func", data_vmaddr + 0x100, 28}};
-  draft.rebase = Bytes().u8(REBASE_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(0x100);
-  draft.rebase.u8(REBASE_OPCODE_DO_REBASE_IMM_TIMES | 3);
-  draft.bind.clear();
-  draft.lazy_bind.clear();
-  return draft;
 }
 
 }  // namespace
@@ -99,14 +65,13 @@ TEST_CASE("an image is placed, linked and protected; its hook arena lies behind 
   draft.segments[3].vmaddr = draft.linkedit_vmaddr + 0x1000;
   draft.segments[4].vmaddr = draft.linkedit_vmaddr + 0x2000;
   const Bytes file = build_image(draft);
-  const TemporaryFile on_disk(build_universal({{0x0100000C, Bytes(5)}, {CPU_TYPE_X86_64, file}}));
   const std::size_t images_before = image_list().size();
-  MachImage* const image = macho_load(on_disk.path());
+  MachImage* const image = load(build_universal({{0x0100000C, Bytes(5)}, {CPU_TYPE_X86_64, file}}));
   REQUIRE(image != nullptr);
   REQUIRE_EQ(image_list().size(), images_before + 1);
   CHECK_EQ(image_list().back(), image);
 
-  std::string path = on_disk.path();
+  std::string path = path_of_image();
   std::ranges::replace(path, '\\', '/');
   CHECK_EQ(std::string(image->path), path);
   CHECK_EQ(image->file_size, file.size());
@@ -148,7 +113,7 @@ TEST_CASE("a file that cannot be taken leaves nothing behind") {
   ImageDraft chained = good_draft();
   chained.more_commands = {Bytes().u32(LC_DYLD_CHAINED_FIXUPS).u32(16).u32(0).u32(0)};
   const Bytes files[] = {{}, Bytes().text("text"), build_image(chained), build_universal({{0x0100000C, Bytes(64)}})};
-  for (const Bytes& bytes : files) CHECK_EQ(macho_load(TemporaryFile(bytes).path()), nullptr);
+  for (const Bytes& bytes : files) CHECK_EQ(load(bytes), nullptr);
   CHECK_EQ(macho_load(""), nullptr);
   CHECK_EQ(macho_load("C:/no/such/file"), nullptr);
   CHECK_EQ(macho_load("C:/windows"), nullptr);
@@ -156,41 +121,27 @@ TEST_CASE("a file that cannot be taken leaves nothing behind") {
   CHECK_EQ(hook_arena_count, arenas_before);
 }
 
-TEST_CASE("initializers run in order, as dyld calls them; a section too small for one runs nothing") {
-  const TemporaryFile file(build_image(draft_with_initializers()));
-  MachImage* const image = macho_load(file.path());
+TEST_CASE("an initializer is called as dyld calls it; a section too small for one runs nothing") {
+  ImageDraft draft = good_draft();
+  const Bytes jump = Bytes().u8(0xFF).u8(0x25).u32(0x2800 - 0x1006);  // jmp [rip to __DATA + 0x800]
+  std::ranges::copy(jump, draft.segments[text_segment].content.begin());
+  draft.segments[data_segment].sections = {{"__DATA", "__mod_init_func", data_vmaddr + 0x200, 4},
+                                           {"__OTHER", "__mod_init_func", data_vmaddr, 12}};
+  MachImage* const image = load(build_image(draft));
   REQUIRE(image != nullptr);
   const auto target = reinterpret_cast<std::uintptr_t>(&record_call);
   std::memcpy(reinterpret_cast<void*>(image->base + 0x2800), &target, sizeof target);
 
-  initializer_calls.clear();
   macho_run_initializers(*image);
-  REQUIRE_EQ(initializer_calls.size(), 3);
-  for (std::size_t i = 0; i < 3; ++i) {
-    const InitializerCall& call = initializer_calls[i];
-    CHECK_EQ(call.number, i + 1);
-    CHECK_EQ(call.argc, 0);
-    CHECK_EQ(call.argv[0], nullptr);
-    CHECK_EQ(call.envp, call.argv);
-    CHECK_EQ(call.apple, call.argv);
-    CHECK_EQ(call.vars, nullptr);
-  }
+  REQUIRE_EQ(initializer_calls.size(), 1);
+  const auto& arguments = initializer_calls[0];
+  REQUIRE(arguments[1] != nullptr);
+  CHECK_EQ(*static_cast<void* const*>(arguments[1]), nullptr);
+  CHECK((arguments == std::vector<const void*>{nullptr, arguments[1], arguments[1], arguments[1], nullptr}));
 }
 
-TEST_CASE("the exported queries answer for the game image only") {
+TEST_CASE("before there is a game image the exported queries have no answer") {
   REQUIRE_EQ(game_image.load(), nullptr);
   CHECK_EQ(vlm_native_symbol("_game_start"), nullptr);
   CHECK_EQ(vlm_is_mac_address(reinterpret_cast<void*>(FakeImage::base)), 0);
-
-  const FakeImage fake(good_draft());
-  game_image = fake.image.get();
-  const auto pointer = [](std::uint64_t address) { return reinterpret_cast<void*>(address); };
-  CHECK_EQ(vlm_native_symbol("helper"), pointer(FakeImage::base + 0x1100));
-  CHECK_EQ(vlm_native_symbol("absent"), nullptr);
-  CHECK_EQ(vlm_native_symbol(nullptr), nullptr);
-  CHECK_EQ(vlm_is_mac_address(pointer(FakeImage::base)), 1);
-  CHECK_EQ(vlm_is_mac_address(pointer(FakeImage::base + fake.image->extent() - 1)), 1);
-  CHECK_EQ(vlm_is_mac_address(pointer(FakeImage::base + fake.image->extent())), 0);
-  CHECK_EQ(vlm_is_mac_address(nullptr), 0);
-  game_image = nullptr;
 }
