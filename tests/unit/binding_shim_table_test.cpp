@@ -62,8 +62,8 @@ TEST_CASE("a name without a row becomes zeroed data or a trap, by its spelling")
     return record_of_stub(address, reinterpret_cast<const void*>(&trap_entry)) != nullptr;
   };
   for (const char* name :
-       {"_OBJC_CLASS_$_Unknown", "_OBJC_METACLASS_$_Unknown", "__objc_empty_cacheX", "___CFConstantStringX", "_kCFLocaleX",
-        "__ZTI3Foo", "__ZTS3Foo", "__ZTV3Foo", "_NSLocaleX", "_GKPlayerDidX", "_NSUbiquitousX",
+       {"_OBJC_CLASS_$_Unknown", "_OBJC_METACLASS_$_Unknown", "__objc_empty_cacheX", "___CFConstantStringX",
+        "_kCFLocaleX", "__ZTI3Foo", "__ZTS3Foo", "__ZTV3Foo", "_NSLocaleX", "_GKPlayerDidX", "_NSUbiquitousX",
         "__ZNSt3__15ctypeIwE2idE", "X2idE"}) {
     CAPTURE(name);
     const auto* block = static_cast<const std::byte*>(make_missing_symbol("library", name));

@@ -1,4 +1,4 @@
-// The log file and the fatal end, each in a process of its own: a process has one log.
+// The log file, each time in a process of its own: a process has one log.
 #include "diag/log.h"
 
 #define DOCTEST_CONFIG_NO_MULTITHREADING
@@ -57,7 +57,9 @@ TEST_CASE("alone: log lines" * doctest::skip()) {
   passed_alone();
 }
 
-TEST_CASE("the log is made anew, lines are whole, long messages are cut, many of a kind left out") { CHECK(run_alone("alone: log lines")); }
+TEST_CASE("the log is made anew, lines are whole, long messages are cut, many of a kind left out") {
+  CHECK(run_alone("alone: log lines"));
+}
 
 TEST_CASE("alone: no log file" * doctest::skip()) {
   DeleteFileW(log_path().c_str());
@@ -70,14 +72,3 @@ TEST_CASE("alone: no log file" * doctest::skip()) {
 }
 
 TEST_CASE("a log that cannot be opened is gone without") { CHECK(run_alone("alone: no log file")); }
-
-TEST_CASE("alone: a fatal error" * doctest::skip()) { fatal_error("code %d: %s", 7, std::string(3000, 'y').c_str()); }
-
-TEST_CASE("a fatal error is logged, shown without its prefix, and ends the process with 3") {
-  const Ending ending = run_game_process(program_folder(), L"unit_tests.exe",
-                                         L"\"--test-case=alone: a fatal error\" --no-skip");
-  CHECK_EQ(ending.exit_code, 3);
-  CHECK_EQ(ending.box_caption, "Velmora");
-  CHECK_EQ(ending.box_text, ("code 7: " + std::string(3000, 'y')).substr(0, 2047));
-  CHECK(ending.log.find("FATAL: code 7: yyy") != std::string::npos);
-}

@@ -21,7 +21,8 @@ using namespace vlm;
 
 namespace {
 
-constexpr HidId dualshock4 = {0x054C, 0x09CC}, dualsense = {0x054C, 0x0CE6}, mouse = {0x046D, 0xC077};
+constexpr HidId dualshock4 = {0x054C, 0x09CC}, dualsense = {0x054C, 0x0CE6};
+constexpr HidId older_sony = {0x054C, 0x0268}, other_maker = {0x046D, 0x0CE6};
 
 struct Attributes {
   HidId id;
@@ -137,7 +138,7 @@ TEST_CASE("a Sony controller is found, read, announced and let go") {
   set_connection_handlers(on_connected, on_disconnected);
   {
     FakePad pad(L"vlm-pad", dualsense);
-    FakePad other(L"vlm-mouse", mouse);
+    FakePad others[] = {{L"vlm-older", older_sony}, {L"vlm-other", other_maker}};
     present.push_back({L"\\\\.\\pipe\\vlm-mute", {dualsense, false}});
     scan_hid(fake_hid);
     CHECK(std::string(controller_info(first_sony_index).productCategory) == "Xbox One");
@@ -166,7 +167,7 @@ TEST_CASE("a Sony controller is found, read, announced and let go") {
 
     scan_hid(fake_hid);
     CHECK_EQ(identified[pad.path()], 1);  // one that has a slot is left in peace
-    CHECK_EQ(identified[other.path()], 2);
+    for (const FakePad& other : others) CHECK_EQ(identified[other.path()], 2);
     CHECK((features == std::vector{request(0x05, 41)}));
   }
   REQUIRE(soon([] { return !live(0); }));

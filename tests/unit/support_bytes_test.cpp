@@ -7,7 +7,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 #include <vector>
+
+#include "posix/shims.h"
 
 using namespace vlm;
 
@@ -110,4 +113,29 @@ TEST_CASE("the first of several bytes is found, and decides a comparison") {
     }
     CHECK(right);
   });
+}
+
+TEST_CASE("strings that end with readable memory are compared, at every distance from the end") {
+  const auto row = std::ranges::find(string_shims, std::string_view("_strcmp"), &ShimEntry::name);
+  const auto compare =
+      reinterpret_cast<SYSV std::int32_t (*)(const char*, const char*)>(const_cast<void*>(row->address));
+  Fenced texts, others;
+  std::memset(texts.bytes, 'x', Fenced::size);
+  for (std::size_t size = 0; size < 70; ++size) {
+    for (std::size_t shift = 0; shift < 18; ++shift) {
+      char* const text = texts.end() - 1 - size - shift;
+      char* const other = others.end() - 1 - size;
+      for (std::size_t i = 0; i < size; ++i) text[i] = other[i] = static_cast<char>('a' + i % 7);
+      text[size] = other[size] = '\0';
+      CAPTURE(size);
+      CAPTURE(shift);
+      REQUIRE(compare(text, other) == 0);
+      REQUIRE(compare(other, text) == 0);
+      if (size == 0) continue;
+      other[size - 1] = '\xff';  // bytes compare unsigned
+      REQUIRE(compare(text, other) < 0);
+      other[size - 1] = '\0';
+      REQUIRE(compare(text, other) > 0);
+    }
+  }
 }

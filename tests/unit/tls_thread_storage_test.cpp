@@ -6,8 +6,7 @@
 
 #include <windows.h>
 
-#include <cstring>
-#include <memory>
+#include <atomic>
 #include <vector>
 
 #include "game_tls_mode.h"
@@ -72,31 +71,26 @@ TEST_CASE("what is set for the calling thread is found by index, in the environm
 }
 
 TEST_CASE("another thread's slot is empty until it is written, with or without an expansion array") {
-  ThreadRecord record = {};
+  ThreadRecord record = {}, other = {};
   const auto storage = reinterpret_cast<std::uint64_t>(record.storage);
-  {
-    const ScopedTlsMode scoped(TlsMode::normal);
+  for (const TlsMode mode : {TlsMode::normal, TlsMode::expansion}) {
+    const ScopedTlsMode scoped(mode);
     FakeTeb teb;
     CHECK_EQ(game_tls_read_teb(teb.address()), 0);
     game_tls_write_teb(teb.address(), &record);
     CHECK_EQ(game_tls_read_teb(teb.address()), storage);
-    CHECK_EQ(teb.word(0x1480 + 8 * game_tls_index), storage);
-    CHECK_EQ(teb.word(TEB_TLS_EXPANSION_SLOTS), 0);
-  }
-  {
-    const ScopedTlsMode scoped(TlsMode::expansion);
-    FakeTeb teb;
-    CHECK_EQ(game_tls_read_teb(teb.address()), 0);
-    game_tls_write_teb(teb.address(), &record);
-    CHECK_EQ(game_tls_read_teb(teb.address()), storage);
-    auto* array = reinterpret_cast<std::uint64_t*>(teb.word(TEB_TLS_EXPANSION_SLOTS));
+    const std::uint64_t address = teb.word(TEB_TLS_EXPANSION_SLOTS);
+    if (mode == TlsMode::normal) {
+      CHECK_EQ(teb.word(0x1480 + 8 * game_tls_index), storage);
+      CHECK_EQ(address, 0);
+      continue;
+    }
+    auto* array = reinterpret_cast<std::uint64_t*>(address);
     REQUIRE(array != nullptr);
     CHECK_EQ(array[game_tls_index - 64], storage);
     CHECK_EQ(HeapSize(GetProcessHeap(), 0, array), 8192);
-
-    ThreadRecord other = {};
     game_tls_write_teb(teb.address(), &other);  // into the same array
-    CHECK_EQ(teb.word(TEB_TLS_EXPANSION_SLOTS), reinterpret_cast<std::uint64_t>(array));
+    CHECK_EQ(teb.word(TEB_TLS_EXPANSION_SLOTS), address);
     CHECK_EQ(array[game_tls_index - 64], reinterpret_cast<std::uint64_t>(other.storage));
     HeapFree(GetProcessHeap(), 0, array);
   }
@@ -181,18 +175,19 @@ TEST_CASE("adoption reaches the threads that run already, in both modes, and onl
     CAPTURE(mode == TlsMode::expansion);
     const ScopedTlsMode scoped(mode);
     struct Waiting {
-      HANDLE ready = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-      HANDLE go_on = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-      bool registers = false;
+      HANDLE go_on;
+      bool registers;
+      std::atomic<bool> ready = false;
       ThreadRecord* own = nullptr;    // made by the thread itself
       ThreadRecord* found = nullptr;  // what it finds after adoption
       std::uint64_t stack_limit = 0;
-    } waiting[2];
-    waiting[1].registers = true;
+    };
+    const UniqueHandle go_on(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    Waiting waiting[2] = {{go_on.get(), false}, {go_on.get(), true}};
     const auto start = [](void* argument) -> DWORD {
       auto& self = *static_cast<Waiting*>(argument);
       if (self.registers) self.own = register_current_thread();
-      SetEvent(self.ready);
+      self.ready = true;
       WaitForSingleObject(self.go_on, INFINITE);
       self.found = game_tls_get();
       self.stack_limit = teb_field<std::uint64_t>(current_teb(), TEB_STACK_LIMIT);
@@ -201,15 +196,13 @@ TEST_CASE("adoption reaches the threads that run already, in both modes, and onl
     UniqueHandle threads[2];
     for (int i = 0; i < 2; ++i) {
       threads[i].reset(CreateThread(nullptr, 0, start, &waiting[i], 0, nullptr));
-      WaitForSingleObject(waiting[i].ready, 10'000);
+      while (!waiting[i].ready) Sleep(1);
     }
     adopt_existing_threads();
     CHECK(game_tls_get() != nullptr);
-    for (int i = 0; i < 2; ++i) {
-      SetEvent(waiting[i].go_on);
-      REQUIRE_EQ(WaitForSingleObject(threads[i].get(), 10'000), WAIT_OBJECT_0);
-    }
-    ThreadRecord* adopted = waiting[0].found;
+    SetEvent(go_on.get());
+    for (const UniqueHandle& thread : threads) REQUIRE_EQ(WaitForSingleObject(thread.get(), 10'000), WAIT_OBJECT_0);
+    const ThreadRecord* adopted = waiting[0].found;
     REQUIRE(adopted != nullptr);
     CHECK_EQ(adopted->thread_id, GetThreadId(threads[0].get()));
     CHECK_EQ(GetThreadId(adopted->handle), adopted->thread_id);
