@@ -110,34 +110,26 @@ struct Glyph {
   int height = 0;
 };
 
-/// "disc PS 44", "bar three_bars", "dpad left": the table in words.
-Glyph glyph_of(const std::string& words) {
-  static const std::map<std::string, GlyphIcon> icons = {{"cross", cross},   {"ring", ring},
-                                                         {"square", square}, {"triangle", triangle},
-                                                         {"three_bars", three_bars}};
-  static const std::map<std::string, DpadArm> arms = {{"all", DpadArm::none},
-                                                      {"left", DpadArm::left},
-                                                      {"right", DpadArm::right},
-                                                      {"up", DpadArm::up},
-                                                      {"down", DpadArm::down}};
-  char first[16], second[16];
-  int height = 0;
-  std::sscanf(words.c_str(), "%15s %15s %d", first, second, &height);
-  if (first == std::string("dpad")) return {{GlyphBase::none, dpad, arms.at(second)}, ""};
-  const GlyphBase base = first == std::string("disc") ? GlyphBase::disc : GlyphBase::bar;
-  if (height == 0) return {{base, icons.at(second), DpadArm::none}, ""};
-  return {{base, none, DpadArm::none}, second, height};
-}
+Glyph disc(const char* label, int height) { return {{GlyphBase::disc, none, DpadArm::none}, label, height}; }
+Glyph disc(GlyphIcon icon) { return {{GlyphBase::disc, icon, DpadArm::none}, ""}; }
+Glyph bar(const char* label, int height) { return {{GlyphBase::bar, none, DpadArm::none}, label, height}; }
+Glyph arm(DpadArm which) { return {{GlyphBase::none, dpad, which}, ""}; }
+const Glyph menu = {{GlyphBase::bar, three_bars, DpadArm::none}, ""};
 
-const std::vector<std::string> styles[2] = {
-    {"disc PS 44",    "bar three_bars", "bar CREATE 24", "disc cross",   "disc ring",  "disc triangle", "disc square",
-     "bar R1 40",     "bar R2 40",      "bar L1 40",     "bar L2 40",    "dpad all",   "dpad all",      "disc L 56",
-     "disc L 56",     "disc L 56",      "disc R 56",     "disc R 56",    "disc R 56",  "bar TOUCH 24",  "bar TOUCH 24",
-     "bar TOUCH 24",  "bar TOUCH 24",   "bar TOUCH 24",  "dpad left",    "dpad right", "dpad up",       "dpad down"},
-    {"disc X 44",     "bar three_bars", "bar VIEW 24",   "disc A 58",    "disc B 58",  "disc Y 58",     "disc X 58",
-     "bar RB 40",     "bar RT 40",      "bar LB 40",     "bar LT 40",    "dpad all",   "dpad all",      "disc LS 44",
-     "disc LS 44",    "disc LS 44",     "disc RS 44",    "disc RS 44",   "disc RS 44", "bar VIEW 24",   "bar VIEW 24",
-     "bar VIEW 24",   "bar VIEW 24",    "bar VIEW 24",   "dpad left",    "dpad right", "dpad up",       "dpad down"}};
+const Glyph arms[] = {arm(DpadArm::none), arm(DpadArm::left), arm(DpadArm::right), arm(DpadArm::up),
+                      arm(DpadArm::down)};
+const Glyph sony_left = disc("L", 56), sony_right = disc("R", 56), touch = bar("TOUCH", 24);
+const Glyph xbox_left = disc("LS", 44), xbox_right = disc("RS", 44), view = bar("VIEW", 24);
+
+const Glyph styles[2][28] = {
+    {disc("PS", 44), menu,       bar("CREATE", 24), disc(cross),    disc(ring), disc(triangle), disc(square),
+     bar("R1", 40),  bar("R2", 40), bar("L1", 40),  bar("L2", 40),  arms[0],    arms[0],        sony_left,
+     sony_left,      sony_left,  sony_right,        sony_right,     sony_right, touch,          touch,
+     touch,          touch,      touch,             arms[1],        arms[2],    arms[3],        arms[4]},
+    {disc("X", 44),  menu,       view,              disc("A", 58),  disc("B", 58), disc("Y", 58), disc("X", 58),
+     bar("RB", 40),  bar("RT", 40), bar("LB", 40),  bar("LT", 40),  arms[0],    arms[0],        xbox_left,
+     xbox_left,      xbox_left,  xbox_right,        xbox_right,     xbox_right, view,           view,
+     view,           view,       view,              arms[1],        arms[2],    arms[3],        arms[4]}};
 
 // ---- Checks ---------------------------------------------------------------------------------------------------------
 
@@ -184,13 +176,13 @@ void check_letters(const char* name, const Glyph& glyph, const std::vector<vlm::
 }
 
 void check_files(const std::string& folder) {
-  std::map<std::string, std::vector<std::uint8_t>> pictures;  // by what they show
+  std::map<std::string, std::vector<std::uint8_t>> pictures;  // of letters, by what they show
   for (int style = 0; style < 2; ++style) {
     for (int number = 0; number < 28; ++number) {
       const std::string name = (style == 0 ? "sony-" : "xbox-") + std::to_string(number) + ".png";
       const auto pixels = read_png(folder + "/" + name);
       if (pixels.empty()) continue;
-      const Glyph glyph = glyph_of(styles[style][number]);
+      const Glyph& glyph = styles[style][number];
       std::vector<std::uint8_t> alphas;
       for (int i = 0; i < 96 * 96; ++i) {
         const vlm::Rgba& pixel = pixels[i];
@@ -200,16 +192,17 @@ void check_files(const std::string& folder) {
               name.c_str(), i % 96, i / 96, pixel.alpha, expected);
         alphas.push_back(pixel.alpha);
       }
-      if (!glyph.label.empty()) check_letters(name.c_str(), glyph, pixels);
-      const auto& first = pictures.emplace(styles[style][number], alphas).first->second;
+      if (glyph.label.empty()) continue;
+      check_letters(name.c_str(), glyph, pixels);
+      const auto& first = pictures.emplace(glyph.label + std::to_string(glyph.height), alphas).first->second;
       CHECK(first == alphas, "%s: another picture of the same", name.c_str());
     }
   }
-  for (const auto& [words, alphas] : pictures) {
-    for (const auto& [other_words, other_alphas] : pictures) {
+  for (const auto& [label, alphas] : pictures) {
+    for (const auto& [other_label, other_alphas] : pictures) {
       int different = 0;
       for (int i = 0; i < 96 * 96; ++i) different += std::abs(alphas[i] - other_alphas[i]) > 128;
-      CHECK(words == other_words || different > 20, "%s looks like %s", words.c_str(), other_words.c_str());
+      CHECK(label == other_label || different > 20, "%s looks like %s", label.c_str(), other_label.c_str());
     }
   }
 }
@@ -218,14 +211,14 @@ void check_files(const std::string& folder) {
 void check_labels_are_cut_out() {
   vlm::GlyphMask label;
   for (int i = 0; i < 96 * 96; ++i) label[i] = static_cast<std::uint8_t>(i * 7);
-  for (const char* const words : {"disc ring", "bar three_bars", "dpad left"}) {
-    const vlm::GlyphShape shape = glyph_of(words).shape;
+  for (const auto& [shape, no_label, no_height] : {disc(ring), menu, arms[1]}) {
     const vlm::GlyphPixels pixels = vlm::draw_glyph(shape, label);
     for (int i = 0; i < 96 * 96; ++i) {
       const double value = shape_at(shape, i % 96, i / 96);
       const double expected =
           shape.base == GlyphBase::none ? std::max<double>(value, label[i]) : value * (255 - label[i]) / 255;
-      CHECK(std::abs(pixels[i].alpha - expected) < 0.51, "%s at %d, %d", words, i % 96, i / 96);
+      CHECK(std::abs(pixels[i].alpha - expected) < 0.51, "icon %d with letters at %d, %d", static_cast<int>(shape.icon),
+            i % 96, i / 96);
     }
   }
 }

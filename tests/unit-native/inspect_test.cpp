@@ -33,7 +33,8 @@ static const Bytes move_rsp_to_gs = Bytes().u32(0x24894865).u32(0x00010025).u8(0
 
 static Bytes build_with_code(const ImageDraft& draft) {
   Bytes file = build_image(draft);
-  constexpr std::size_t flags_of_text = sizeof(MachHeader64) + 2 * sizeof(SegmentCommand64) + offsetof(Section64, flags);
+  constexpr std::size_t flags_of_text =
+      sizeof(MachHeader64) + 2 * sizeof(SegmentCommand64) + offsetof(Section64, flags);
   file.put_at(flags_of_text, std::uint32_t{S_ATTR_PURE_INSTRUCTIONS});
   return file;
 }

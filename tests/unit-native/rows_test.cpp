@@ -23,8 +23,7 @@ int main(int count, char** arguments) {
     if (!file || tools::read_image(arguments[i], *file, *image)) return std::printf("cannot use %s\n", arguments[i]), 1;
     for (const auto& import : inspect::gather_linkage(*image, &*library).imports) unreached.erase(import.name);
   }
-  for (const std::string_view row : unreached) std::printf("no guest imports %.*s\n", static_cast<int>(row.size()), row.data());
-  std::printf("%zu rows, %zu images, %zu rows unreached\n", library->family_of.size(), static_cast<std::size_t>(count - 2),
-              unreached.size());
+  for (const std::string_view row : unreached) std::puts(("no guest imports " + std::string(row)).c_str());
+  std::printf("%zu rows, %d images, %zu rows unreached\n", library->family_of.size(), count - 2, unreached.size());
   return library->family_of.size() == 371 && unreached.empty() ? 0 : 1;
 }

@@ -45,16 +45,6 @@ Listing read_listing(std::istream& in) {
   return listing;
 }
 
-std::span<const std::byte> section_bytes(const vlm::MachImage& image) {
-  const vlm::MachSection* section = vlm::macho_find_section(image, "__TEXT", "__unwind_info");
-  if (section == nullptr) return {};
-  for (const vlm::MachSegment& segment : image.segments) {
-    if (section->addr - segment.vmaddr >= segment.filesize) continue;
-    return {image.file_data + segment.fileoff + (section->addr - segment.vmaddr), section->size};
-  }
-  return {};
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -65,8 +55,11 @@ int main(int argc, char** argv) {
   std::snprintf(image.path, sizeof image.path, "%s", argv[1]);
   image.file_data = reinterpret_cast<const std::byte*>(bytes.data());
   image.file_size = bytes.size();
-  const auto section =
-      vlm::read_commands(image) ? vlm::UnwindSection::open(section_bytes(image)) : vlm::fault("no image");
+  const bool read = vlm::read_commands(image).has_value();
+  image.base = image.vm_min;
+  const auto* const place = read ? vlm::macho_find_section(image, "__TEXT", "__unwind_info") : nullptr;
+  if (place == nullptr) return std::printf("%s: no unwind information\n", argv[1]), 1;
+  const auto section = vlm::UnwindSection::open(vlm::macho_bytes_at(image, place->addr).first(place->size));
   const Listing listing = read_listing(std::cin);
   if (!section || listing.encodings.empty()) {
     std::printf("%s: nothing to compare: %s\n", argv[1], section ? "no listing" : section.error().text.c_str());
