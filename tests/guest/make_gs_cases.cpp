@@ -57,8 +57,9 @@ constexpr const char* names[4][register_count] = {
 
 constexpr std::uint32_t bit(unsigned reg) { return 1u << reg; }
 
-/// In a row's text: {M} storage; {b} {w} {d} {q} the row's register; {s} another one, 64 bits, only read; {S} the same
-/// in 32 bits; {x} {y} a vector register; {i} a small number; {v} a variable of the image, relative to rip.
+/// In a row's text: {M} storage; {b} {w} {d} {q} the row's register; {z} the suffix of a size, of the larger three {Z},
+/// and {r} the register in that size; {s} another one, 64 bits, only read, {t} in that size; {x} {y} a vector register;
+/// {i} a small number; {v} a variable of the image, relative to rip; {c} a condition; {add|or} one of these words.
 struct Row {
   const char* text;
   bool writes = false;            // the row's register
@@ -69,80 +70,45 @@ struct Row {
 constexpr Row accesses[] = {
     {"movq {M}, {q}", true},
     {"movl {M}, {d}", true},
-    {"movw {M}, {w}", true},
-    {"movb {M}, {b}", true},
-    {"movzbl {M}, {d}", true},
+    {"mov{z} {M}, {r}", true},
+    {"mov{z} {r}, {M}"},
+    {"mov{z} ${i}, {M}"},
+    {"mov{s|z}b{Z} {M}, {r}", true},
     {"movzwl {M}, {d}", true},
-    {"movsbq {M}, {q}", true},
     {"movslq {M}, {q}", true},
-    {"movq {q}, {M}"},
-    {"movl {d}, {M}"},
-    {"movw {w}, {M}"},
-    {"movb {b}, {M}"},
     {"movb {M}, %ah", false, bit(rax), Row::LEGACY},
     {"movb %dh, {M}", false, 0, Row::LEGACY},
-    {"movq ${i}, {M}"},
-    {"movw ${i}, {M}"},
-    {"movb ${i}, {M}"},
-    {"addq {M}, {q}", true},
-    {"adcq {M}, {q}", true},
-    {"sbbl {M}, {d}", true},
-    {"xorb {M}, {b}", true},
-    {"cmpq {M}, {q}"},
-    {"cmpl {d}, {M}"},
-    {"testq {q}, {M}"},
-    {"cmpb ${i}, {M}"},
-    {"testl ${i}, {M}"},
-    {"addq {q}, {M}"},
-    {"adcl {d}, {M}"},
-    {"subw {w}, {M}"},
-    {"orb {b}, {M}"},
-    {"andq ${i}, {M}"},
-    {"sbbl ${i}, {M}"},
-    {"incq {M}"},
-    {"decl {M}"},
-    {"negq {M}"},
-    {"notb {M}"},
-    {"shlq ${i}, {M}"},
-    {"rcrl %cl, {M}"},
-    {"sarw {M}"},
-    {"shldq ${i}, {q}, {M}"},
-    {"imulq {M}, {q}", true},
+    {"{add|adc|sub|sbb|and|or|xor}{z} {M}, {r}", true},
+    {"{add|adc|sub|sbb|and|or|xor|cmp|test}{z} {r}, {M}"},
+    {"{add|adc|sub|sbb|and|or|xor|cmp|test}{z} ${i}, {M}"},
+    {"cmp{z} {M}, {r}"},
+    {"{inc|dec|neg|not}{z} {M}"},
+    {"{rol|ror|rcl|rcr|shl|shr|sar}{z} {$1|$2|$7|%cl}, {M}"},
+    {"{shld|shrd}{Z} {$1|$5|%cl}, {r}, {M}"},
+    {"imul{Z} {M}, {r}", true},
     {"imulq $1000, {M}, {q}", true},
-    {"imulw ${i}, {M}, {w}", true},
-    {"mulq {M}", false, bit(rax) | bit(rdx)},
-    {"imulb {M}", false, bit(rax)},
-    {"xchgq {M}, {q}", true, 0, Row::ALIGNED},
-    {"xchgb {b}, {M}", true, 0, Row::ALIGNED},
-    {"cmpxchgq {q}, {M}", false, bit(rax)},
-    {"lock cmpxchgl {d}, {M}", false, bit(rax), Row::ALIGNED},
-    {"lock xaddq {q}, {M}", true, 0, Row::ALIGNED},
-    {"lock incl {M}", false, 0, Row::ALIGNED},
-    {"lock orq {q}, {M}", false, 0, Row::ALIGNED},
-    {"lock btsl ${i}, {M}", false, 0, Row::ALIGNED},
+    {"imul{Z} ${i}, {M}, {r}", true},
+    {"{mul|imul}{z} {M}", false, bit(rax) | bit(rdx)},
+    {"xchg{z} {M}, {r}", true, 0, Row::ALIGNED},
+    {"{lock |}cmpxchg{z} {r}, {M}", false, bit(rax), Row::ALIGNED},
+    {"lock xadd{z} {r}, {M}", true, 0, Row::ALIGNED},
+    {"lock {inc|dec|neg|not}{z} {M}", false, 0, Row::ALIGNED},
+    {"lock {add|adc|sub|sbb|and|or|xor}{z} {r}, {M}", false, 0, Row::ALIGNED},
+    {"lock {bts|btr|btc}{Z} ${i}, {M}", false, 0, Row::ALIGNED},
     {"cmpxchg8b {M}", false, bit(rax) | bit(rdx)},
     {"lock cmpxchg16b {M}", false, bit(rax) | bit(rdx), Row::ALIGNED},
-    {"cmovcq {M}, {q}", true},
-    {"cmovsl {M}, {d}", true},
-    {"setc {M}"},
-    {"setg {M}"},
-    {"bsrq {M}, {q}", true},
-    {"popcntq {M}, {q}", true},
-    {"crc32b {M}, {d}", true},
+    {"cmov{c}{Z} {M}, {r}", true},
+    {"set{c} {M}"},
+    {"{bsf|bsr|popcnt}{Z} {M}, {r}", true},
+    {"crc32{b|w|l} {M}, {d}", true},
     {"movnti {q}, {M}"},
-    {"movups {M}, {x}"},
-    {"movups {x}, {M}"},
-    {"movaps {M}, {x}", false, 0, Row::ALIGNED},
-    {"movdqu {x}, {M}"},
-    {"movdqa {M}, {x}", false, 0, Row::ALIGNED},
-    {"pxor {M}, {x}", false, 0, Row::ALIGNED},
+    {"{movups|movdqu} {M}, {x}"},
+    {"{movups|movdqu} {x}, {M}"},
+    {"{movaps|movdqa|pxor|paddb|addps} {M}, {x}", false, 0, Row::ALIGNED},
     {"pshufd ${i}, {M}, {x}", false, 0, Row::ALIGNED},
-    {"movss {M}, {x}"},
+    {"{movss|movhps|cvtsi2sdq|ucomisd} {M}, {x}"},
     {"movsd {x}, {M}"},
-    {"movhps {M}, {x}"},
-    {"cvtsi2sdq {M}, {x}"},
     {"cvttss2si {M}, {q}", true},
-    {"ucomisd {M}, {x}"},
     {"pinsrw ${i}, {M}, {x}"},
     {"pextrb ${i}, {x}, {M}"},
     {"vmovups {M}, {y}", false, 0, Row::AVX},
@@ -156,32 +122,24 @@ constexpr Row accesses[] = {
 
 /// Neighbours of 2 bytes and more that a short access can take with it, on either side.
 constexpr Row guards[] = {
-    {"movq {s}, {q}", true},
-    {"movl {S}, {d}", true},
-    {"addq ${i}, {q}", true},
-    {"adcq {s}, {q}", true},
-    {"sbbl {S}, {d}", true},
-    {"xorl {d}, {d}", true},
-    {"cmpq {s}, {q}"},
-    {"testl {d}, {d}"},
+    {"mov{Z} {t}, {r}", true},
+    {"{add|adc|sub|sbb|and|or|xor}{Z} {t}, {r}", true},
+    {"{add|adc|sub|sbb|and|or|xor}{Z} ${i}, {r}", true},
+    {"{cmp|test}{Z} {t}, {r}"},
     {"leaq 5({q},{s},2), {q}", true},
-    {"incl {d}", true},
-    {"setc {b}", true},
-    {"cmovzq {s}, {q}", true},
-    {"rolq ${i}, {q}", true},
+    {"{inc|dec|neg|not}{Z} {r}", true},
+    {"set{c} {b}", true},
+    {"cmov{c}{Z} {t}, {r}", true},
+    {"{rol|rcr|shl|sar}{Z} ${i}, {r}", true},
     {"btq ${i}, {q}"},
     {"bswapq {q}", true},
-    {"addps %xmm1, {x}"},
-    {"pxor %xmm2, {x}"},
-    {"movq {v}, {q}", true},  // relative to rip
-    {"leaq {v}, {q}", true},
+    {"{addps %xmm1|pxor %xmm2}, {x}"},
+    {"{mov|lea|xchg}q {v}, {q}", true},  // relative to rip
     {"movl {d}, {v}"},
-    {"addq ${i}, {v}"},
-    {"cmpl ${i}, {v}"},
+    {"{add|cmp}{z} ${i}, {v}"},
     {"movsd {v}, {x}"},
     {"movups {x}, {v}"},
     {"incq {v}"},
-    {"xchgq {q}, {v}", true},
     {"imulq ${i}, {v}, {q}", true},
     {"lock xaddq {q}, {v}", true},
 };
@@ -305,19 +263,35 @@ class Case {
     for (std::size_t at; (at = text.find(what)) != Text::npos;) text.replace(at, what.size(), with);
   }
 
+  /// Puts one of its words in the place of each list.
+  void choose(Text& text) {
+    for (std::size_t bar; (bar = text.find('|')) != Text::npos;) {
+      const std::size_t begin = text.rfind('{', bar), size = text.find('}', bar) + 1 - begin;
+      Text words = text.substr(begin + 1, size - 2);
+      const auto bars = static_cast<unsigned>(std::ranges::count(words, '|'));
+      for (unsigned skip = random_.below(bars + 1); skip > 0; --skip) words.erase(0, words.find('|') + 1);
+      text.replace(begin, size, words.substr(0, words.find('|')));
+    }
+  }
+
   /// Fills in a row. What it writes is no longer fit to address storage.
   Text fill(const Row& row, const Storage& storage = {}) {
     Text text = row.text;
     const bool legacy = row.kind == Row::LEGACY;
     const unsigned reg = any(row.writes ? writable() : legacy ? 0x0F : all_registers);
+    choose(text);
+    replace(text, "{c}", random_.of(conditions));
     replace(text, "{M}", storage.text);
+    const unsigned chosen = text.find("{Z}") != Text::npos ? 1 + random_.below(3) : random_.below(4);
+    for (const char* suffix : {"{z}", "{Z}"}) replace(text, suffix, Text(1, "bwlq"[chosen]));
+    replace(text, "{r}", Text("%") + names[chosen][reg]);
     for (unsigned size = 0; size < 4; ++size) {
       const char placeholder[] = {'{', "bwdq"[size], '}', '\0'};
       replace(text, placeholder, Text("%") + names[size][reg]);
     }
     const unsigned other = any(all_registers);
     replace(text, "{s}", Text("%") + names[3][other]);
-    replace(text, "{S}", Text("%") + names[2][other]);
+    replace(text, "{t}", Text("%") + names[chosen][other]);
     replace(text, "{x}", "%xmm" + number(random_.below(4)));
     replace(text, "{y}", "%ymm" + number(random_.below(4)));
     replace(text, "{i}", number(1 + random_.below(7)));
