@@ -22,6 +22,14 @@ struct List {
   template <unsigned N>
   using At = __type_pack_element<N % count, T...>;
 };
+template <bool, class A, class B>
+struct If {
+  using Type = A;
+};
+template <class A, class B>
+struct If<false, A, B> {
+  using Type = B;
+};
 
 // ---- Types ---------------------------------------------------------------------------------------------------------
 
@@ -31,63 +39,35 @@ enum class Plain : int {};
 enum class Large : long long {};
 struct Object;  // passed by reference alone
 
-// Struct templates: S1<int>, S3<float, float, float>, ... list their fields to v.template field<T>(offset). P2 and P3
-// are packed; G2 is an instance of a generic type as far as metadata is concerned.
+// Struct templates: S1<int>, S3<float, float, float>, ... list their fields to v.template field<T>(offset). P2 is
+// packed; G2 is an instance of a generic type as far as metadata is concerned.
+#define MEMBER(Type, name) Type name;
 #define FIELD(Type, name) v.template field<Type>(__builtin_offsetof(Self, name));
-#define EACH(...)                           \
-  using IsStruct = int;                     \
-  template <class V>                        \
-  static void each(V&& v) {                 \
-    __VA_ARGS__                             \
-  }
-template <class A>
-struct S1 {
-  A a;
-  using Self = S1;
-  EACH(FIELD(A, a))
-};
-#define PAIR(name, attributes)    \
-  template <class A, class B>     \
-  struct attributes name {        \
-    A a;                          \
-    B b;                          \
-    using Self = name;            \
-    EACH(FIELD(A, a) FIELD(B, b)) \
+#define LIST(...) __VA_ARGS__
+#define STRUCT(name, attributes, parameters, members) \
+  template <LIST parameters>                          \
+  struct attributes name {                            \
+    members(MEMBER)                                   \
+    using Self = name;                                \
+    using IsStruct = int;                             \
+    template <class V>                                \
+    static void each(V&& v) {                         \
+      members(FIELD)                                  \
+    }                                                 \
   };
-PAIR(S2, )
-PAIR(G2, )
-PAIR(P2, __attribute__((packed)))
-PAIR(A2, alignas(16))
-template <class A, class B, class C>
-struct S3 {
-  A a;
-  B b;
-  C c;
-  using Self = S3;
-  EACH(FIELD(A, a) FIELD(B, b) FIELD(C, c))
-};
-template <class A, class B, class C, class D>
-struct S4 {
-  A a;
-  B b;
-  C c;
-  D d;
-  using Self = S4;
-  EACH(FIELD(A, a) FIELD(B, b) FIELD(C, c) FIELD(D, d))
-};
-template <class A, class B, class C, class D, class E, class F, class G, class H>
-struct S8 {
-  A a;
-  B b;
-  C c;
-  D d;
-  E e;
-  F f;
-  G g;
-  H h;
-  using Self = S8;
-  EACH(FIELD(A, a) FIELD(B, b) FIELD(C, c) FIELD(D, d) FIELD(E, e) FIELD(F, f) FIELD(G, g) FIELD(H, h))
-};
+#define MEMBERS_1(X) X(A, a)
+#define MEMBERS_2(X) MEMBERS_1(X) X(B, b)
+#define MEMBERS_3(X) MEMBERS_2(X) X(C, c)
+#define MEMBERS_4(X) MEMBERS_3(X) X(D, d)
+#define MEMBERS_8(X) MEMBERS_4(X) X(E, e) X(F, f) X(G, g) X(H, h)
+STRUCT(S1, , (class A), MEMBERS_1)
+STRUCT(S2, , (class A, class B), MEMBERS_2)
+STRUCT(G2, , (class A, class B), MEMBERS_2)
+STRUCT(P2, __attribute__((packed)), (class A, class B), MEMBERS_2)
+STRUCT(A2, alignas(16), (class A, class B), MEMBERS_2)
+STRUCT(S3, , (class A, class B, class C), MEMBERS_3)
+STRUCT(S4, , (class A, class B, class C, class D), MEMBERS_4)
+STRUCT(S8, , (class A, class B, class C, class D, class E, class F, class G, class H), MEMBERS_8)
 
 using Bytes3 = S3<Byte, Byte, Byte>;
 using Vector2 = S2<float, float>;
@@ -105,37 +85,14 @@ using Random8 =
     S8<Field<K, 0>, Field<K, 1>, Field<K, 2>, Field<K, 3>, Field<K, 4>, Field<K, 5>, Field<K, 6>, Field<K, 7>>;
 template <unsigned K>
 using Random4 = S4<Field<K, 0>, Field<K, 1>, Field<K, 2>, Field<K, 3>>;
-template <class T>
-struct Only {
-  using Type = T;
-};
-template <bool, class A, class B>
-struct If {
-  using Type = A;
-};
-template <class A, class B>
-struct If<false, A, B> {
-  using Type = B;
-};
-template <unsigned K, unsigned Shape = hash(K, 50) % 5>
+template <unsigned K>
+using Random8 =
+    S8<Field<K, 0>, Field<K, 1>, Field<K, 2>, Field<K, 3>, Field<K, 4>, Field<K, 5>, Field<K, 6>, Field<K, 7>>;
+template <unsigned K>
 struct Random {
-  using Type = typename If<sizeof(Random8<K>) <= slot_size, Random8<K>, Random4<K>>::Type;
-};
-template <unsigned K>
-struct Random<K, 0> {
-  using Type = S1<Field<K, 0>>;
-};
-template <unsigned K>
-struct Random<K, 1> {
-  using Type = S2<Field<K, 0>, Field<K, 1>>;
-};
-template <unsigned K>
-struct Random<K, 2> {
-  using Type = S3<Field<K, 0>, Field<K, 1>, Field<K, 2>>;
-};
-template <unsigned K>
-struct Random<K, 3> {
-  using Type = Random4<K>;
+  using Largest = typename If<sizeof(Random8<K>) <= slot_size, Random8<K>, Random4<K>>::Type;
+  using Type = typename List<Largest, S1<Field<K, 0>>, S2<Field<K, 0>, Field<K, 1>>,
+                             S3<Field<K, 0>, Field<K, 1>, Field<K, 2>>, Random4<K>>::template At<hash(K, 50)>;
 };
 constexpr unsigned random_structs = 192;
 
@@ -153,14 +110,14 @@ using Chosen = List<Vector2, Vector3, S4<float, float, float, float>, Bytes3, S2
                     S8<double, double, double, double, double, double, double, double>,
                     S4<Vector3, Vector3, Vector3, Vector3>>;
 
+template <class T>
+struct Only {
+  using Type = T;
+};
 template <unsigned H, unsigned Kind = hash(H, 60) % 8>
-struct Pick {
-  using Type = Scalars::At<hash(H, 61)>;
-};
+struct Pick : Only<Scalars::At<hash(H, 61)>> {};
 template <unsigned H>
-struct Pick<H, 0> {
-  using Type = Chosen::At<hash(H, 62)>;
-};
+struct Pick<H, 0> : Only<Chosen::At<hash(H, 62)>> {};
 template <unsigned H>
 struct Pick<H, 1> : Random<hash(H, 63) % random_structs> {};
 template <unsigned H>
