@@ -1,39 +1,17 @@
 // The heap, blocks of bytes, sorting and random bytes.
-#include "guest_test.h"
+#include "darwin_threads.h"
+#include "include/darwin/setjmp.h"
 
 extern "C" {
-void* malloc(uint64);
-void* calloc(uint64, uint64);
-void* realloc(void*, uint64);
-void free(void*);
-int32 posix_memalign(void**, uint64, uint64);
-void* memcpy(void*, const void*, uint64);
-void* memmove(void*, const void*, uint64);
 void* memmove_chk(void*, const void*, uint64, uint64) __asm("___memmove_chk");  // by its name it would be compiled away
-void* memset(void*, int32, uint64);
 void* memset_chk(void*, int32, uint64, uint64) __asm("___memset_chk");
 void memset_pattern16(void*, const void*, uint64);
-void* memchr(const void*, int32, uint64);
-int32 memcmp(const void*, const void*, uint64);
 int32* wmemchr(const int32*, int32, uint64);
 void __bzero(void*, uint64);
-using Compare = int32 (*)(const void*, const void*);
-void qsort(void*, uint64, uint64, Compare);
-void* bsearch(const void*, const void*, uint64, uint64, Compare);
 void arc4random_buf(void*, uint64);
-[[gnu::returns_twice]] int32 setjmp(void*);
-[[noreturn]] void longjmp(void*, int32);
-int32 pthread_create(void**, const void*, void* (*)(void*), void*);
 }
 
 namespace {
-
-constexpr int32 darwin_enomem = 12;
-
-template <class T>
-T* block_of(uint64 count) {
-  return static_cast<T*>(malloc(count * sizeof(T)));
-}
 
 bool is_aligned(const void* block, uint64 alignment) { return reinterpret_cast<uint64>(block) % alignment == 0; }
 
@@ -46,19 +24,13 @@ struct Sequence {
 }  // namespace
 
 GUEST_TEST(a_request_of_nothing_gives_a_block) {
-  void* a = malloc(0);
-  void* b = malloc(0);
-  CHECK(a != nullptr && b != nullptr && a != b);
-  a = realloc(a, 0);
-  CHECK(a != nullptr);
-  free(a);
-  free(b);
+  void* const blocks[] = {malloc(0), malloc(0), realloc(malloc(0), 0), calloc(0, 8), calloc(8, 0)};
+  CHECK(blocks[0] != blocks[1]);
+  for (void* block : blocks) {
+    CHECK(block != nullptr);
+    free(block);
+  }
   free(nullptr);
-  void* c = calloc(0, 8);
-  void* d = calloc(8, 0);
-  CHECK(c != nullptr && d != nullptr);
-  free(c);
-  free(d);
 }
 
 GUEST_TEST(calloc_clears_and_refuses_a_size_that_wraps) {
@@ -112,51 +84,34 @@ GUEST_TEST(aligned_blocks_are_freed_as_any_other) {
   free(block);
   static const uint64 too_large[] = {~uint64{0}, ~uint64{0} - 64, uint64{1} << 62};
   for (const uint64 size : too_large) {
-    CHECK(posix_memalign(&block, 64, size) == darwin_enomem && block == nullptr);
-    CHECK(posix_memalign(&block, 16, size) == darwin_enomem);
+    CHECK(posix_memalign(&block, 64, size) == ENOMEM && block == nullptr);
+    CHECK(posix_memalign(&block, 16, size) == ENOMEM);
   }
   static const uint64 refused[] = {24, 100, uint64{1} << 63};
   for (const uint64 alignment : refused) {  // no power of two; no room
-    CHECK(posix_memalign(&block, alignment, 8) == darwin_enomem);
+    CHECK(posix_memalign(&block, alignment, 8) == ENOMEM);
   }
 }
-
-namespace {
-
-constexpr uint64 shared_blocks = 20'000;
-void* volatile passed[shared_blocks];
-volatile uint64 freed[2];
-
-/// Frees what the test's thread hands over: every second block for each of two threads.
-void* free_passed(void* which) {
-  const auto own = reinterpret_cast<uint64>(which);
-  for (uint64 i = own; i < shared_blocks; i += 2) {
-    void* block;
-    while ((block = passed[i]) == nullptr) asm volatile("pause");
-    free(block);
-    freed[own] = freed[own] + 1;
-  }
-  return nullptr;
-}
-
-}  // namespace
 
 GUEST_TEST(aligned_blocks_are_freed_by_other_threads) {
-  void* thread;
-  for (uint64 which = 0; which < 2; ++which) {
-    CHECK(pthread_create(&thread, nullptr, free_passed, reinterpret_cast<void*>(which)) == 0);
-  }
-  for (uint64 i = 0; i < shared_blocks; ++i) {  // aligned and ordinary ones, mixed for either thread
+  constexpr int64 count = 20'000;
+  static void* passed[count];
+  Crew crew(2, [&](int64 own) {  // every second block for each
+    for (int64 i = own; i < count; i += 2) {
+      void* block;
+      while ((block = __atomic_load_n(&passed[i], __ATOMIC_ACQUIRE)) == nullptr) asm volatile("pause");
+      free(block);
+    }
+  });
+  for (int64 i = 0; i < count; ++i) {  // aligned and ordinary ones, mixed for either thread
     void* block = nullptr;
     if (i % 4 < 2) {
-      if (posix_memalign(&block, 32, 48) != 0 || !is_aligned(block, 32)) break;
+      CHECK(posix_memalign(&block, 32, 48) == 0 && is_aligned(block, 32));
     } else {
       block = malloc(48);
     }
-    passed[i] = block;
+    __atomic_store_n(&passed[i], block, __ATOMIC_RELEASE);
   }
-  while (freed[0] + freed[1] < shared_blocks) asm volatile("pause");
-  CHECK(freed[0] == freed[1]);
 }
 
 GUEST_TEST(copies_of_any_length_and_overlap) {
@@ -210,7 +165,7 @@ int32 compare_elements(const void* a, const void* b) {
   return memcmp(a, b, element_size < 4 ? element_size : 4);
 }
 
-int64 jump_buffer[37];
+jmp_buf jump_buffer;
 int32 compare_and_leave(const void*, const void*) { longjmp(jump_buffer, 7); }
 
 }  // namespace
@@ -220,7 +175,7 @@ GUEST_TEST(sorting_moves_whole_elements) {
   for (const uint64 size : sizes) {
     constexpr uint64 count = 500;
     element_size = size;
-    uint8* const elements = block_of<uint8>(count * size + 2);
+    uint8* const elements = static_cast<uint8*>(malloc(count * size + 2));
     Sequence sequence;
     elements[0] = elements[count * size + 1] = 0xEE;
     for (uint64 i = 0; i < count; ++i) {

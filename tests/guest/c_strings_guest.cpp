@@ -1,26 +1,8 @@
 // Strings, their conversion to numbers, character classes, error numbers.
-#include "guest_test.h"
+#include "darwin.h"
 
 extern "C" {
-void free(void*);
-void* memset(void*, int32, uint64);
-int32 memcmp(const void*, const void*, uint64);
-uint64 strlen(const char*);
-int32 strcmp(const char*, const char*);
-int32 strncmp(const char*, const char*, uint64);
-char* strcpy(char*, const char*);
-char* strncpy(char*, const char*, uint64);
 uint64 strlcpy(char*, const char*, uint64);
-const char* strchr(const char*, int32);
-const char* strrchr(const char*, int32);
-const char* strstr(const char*, const char*);
-char* strdup(const char*);
-int64 strtol(const char*, char**, int32);
-uint64 strtoul(const char*, char**, int32);
-int32 atoi(const char*);
-int64 atol(const char*);
-int32* __error();
-int32 strerror_r(int32, char*, uint64);
 int32 __maskrune(int32, uint64);
 int32 __tolower(int32);
 const char* setlocale(int32, const char*);
@@ -60,7 +42,6 @@ GUEST_TEST(a_copy_that_is_cut) {
 }
 
 GUEST_TEST(texts_become_numbers) {
-  constexpr int32 EINVAL = 22, ERANGE = 34;
   constexpr uint64 low = 0x8000000000000000;  // the least signed number, as bits
   static const struct {
     const char* text;

@@ -3,28 +3,7 @@
 #include "darwin_threads.h"
 #include "foundation.h"
 
-struct FILE;
-extern "C" {
-extern FILE *__stdoutp;
-FILE *fopen(const char *, const char *);
-uint64 fread(void *, uint64, uint64, FILE *);
-int32 fclose(FILE *);
-int32 fprintf(FILE *, const char *, ...);
-int32 fflush(FILE *);
-int32 unlink(const char *);
-int64 strtol(const char *, char **, int32);
-char *getenv(const char *);
-void free(void *);
-void *dlopen(const char *, int32);
-void *dlsym(void *, const char *);
-}
-
 static NSUbiquitousKeyValueStore *store() { return [NSUbiquitousKeyValueStore defaultStore]; }
-
-static bool same(const char *left, const char *right) {
-  return left != nullptr && right != nullptr && strcmp(left, right) == 0;
-}
-static bool same(NSString *text, const char *expected) { return same([text UTF8String], expected); }
 
 static const char *store_path() {
   static char path[1024];
@@ -52,7 +31,7 @@ static bool writes(__attribute__((noescape)) void (^change)()) {
 // The first test: nothing has asked for the default store yet. The file is cloud_test.cpp's.
 GUEST_TEST(a_store_that_is_only_allocated_has_what_the_file_has) {
   NSUbiquitousKeyValueStore *mine = [[NSUbiquitousKeyValueStore alloc] init];
-  CHECK([mine longLongForKey:@"games"] == 41 && same([mine stringForKey:@"name"], "a\tb"));
+  CHECK([mine longLongForKey:@"games"] == 41 && is_text([mine stringForKey:@"name"], "a\tb"));
   CHECK(store() != nil && store() == store() && [store() isKindOfClass:[NSUbiquitousKeyValueStore class]]);
   CHECK([store() doubleForKey:@"ratio"] == 0.1 && [store() longLongForKey:@"games"] == 41);
   [mine removeObjectForKey:@"games"];
@@ -99,11 +78,11 @@ GUEST_TEST(only_a_change_writes_the_file) {
   CHECK(writes(^{ [store() setDouble:__builtin_nan("") forKey:@"n"]; }));  // is not even equal to itself
   CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }));
   [text appendString:@"d"];
-  CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }) && same([store() stringForKey:@"n"], "abcd"));
+  CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }) && is_text([store() stringForKey:@"n"], "abcd"));
   CHECK(!writes(^{ [store() setString:@"abcd" forKey:@"n"]; }));
   CHECK(writes(^{ [store() setString:ball forKey:ball]; }));
   CHECK(!writes(^{ [store() setString:[ball copy] forKey:[ball copy]]; }));
-  CHECK(same([store() stringForKey:ball], "ボール"));
+  CHECK(is_text([store() stringForKey:ball], "ボール"));
   CHECK(writes(^{ [store() setObject:nil forKey:ball]; }));
   CHECK(!writes(^{ [store() removeObjectForKey:ball]; }));
   CHECK(!writes(^{ [store() removeObjectForKey:nil]; }));
@@ -133,41 +112,28 @@ GUEST_TEST(the_file_holds_every_entry_in_its_order) {
                            "i\t\t1\n"
                            "s\tagain\tat\n"
                            "s\tNUL\tcut\n"));
-  CHECK(same([store() stringForKey:@"NUL\0another"], "cut"));
+  CHECK(is_text([store() stringForKey:@"NUL\0another"], "cut"));
 
   NSDictionary *all = [store() dictionaryRepresentation];
   CHECK([all isKindOfClass:[NSDictionary class]] && [all count] == 7);
-  CHECK(same([[all allKeys] objectAtIndex:2], "in memory alone"));
+  CHECK(is_text([[all allKeys] objectAtIndex:2], "in memory alone"));
   CHECK([all objectForKey:@"again"] == [store() objectForKey:@"again"]);
   [store() removeObjectForKey:@"again"];
   CHECK([all objectForKey:@"again"] != nil);  // a copy
 }
 
-static constexpr int64 thread_count = 4, changes = 25;
-static int64 threads_left = thread_count;
-static int64 wrong_values = 0;
-
-static void *change_own_key(void *number) {
-  NSString *key = [NSString stringWithFormat:@"thread %ld", (int64)number];
-  for (int64 i = 1; i <= changes; ++i) {
-    [store() setLongLong:i forKey:key];
-    [store() setBool:i % 2 forKey:@"shared"];
-    const int64 others = [[store() dictionaryRepresentation] count];
-    const bool good = [store() longLongForKey:key] == i && others <= thread_count + 1;
-    if (!good) __atomic_fetch_add(&wrong_values, 1, __ATOMIC_SEQ_CST);
-  }
-  __atomic_fetch_sub(&threads_left, 1, __ATOMIC_SEQ_CST);
-  return nullptr;
-}
-
 GUEST_TEST(threads_do_not_lose_each_others_changes) {
+  constexpr int64 threads = 4, changes = 25;
   remove_all();
-  for (int64 i = 0; i < thread_count; ++i) {
-    Thread *thread;
-    CHECK(pthread_create(&thread, nullptr, change_own_key, (void *)i) == 0);
-  }
-  while (__atomic_load_n(&threads_left, __ATOMIC_SEQ_CST) != 0) asm volatile("pause");
-  CHECK(wrong_values == 0 && [[store() dictionaryRepresentation] count] == thread_count + 1);
+  run_on_threads(threads, [](int64 number) {
+    NSString *key = [NSString stringWithFormat:@"thread %ld", number];
+    for (int64 i = 1; i <= changes; ++i) {
+      [store() setLongLong:i forKey:key];
+      [store() setBool:i % 2 forKey:@"shared"];
+      CHECK([store() longLongForKey:key] == i && [[store() dictionaryRepresentation] count] <= threads + 1);
+    }
+  });
+  CHECK([[store() dictionaryRepresentation] count] == threads + 1);
   const char *const bytes = file_bytes();  // saves have not mixed
   uint64 size = 0;
   for (NSString *key in [[store() dictionaryRepresentation] allKeys]) {
@@ -269,13 +235,13 @@ extern "C" int64 save_until_killed() {
   }
   static char padding[970];
   for (char &c : padding) c = 'x';
-  fprintf(__stdoutp, "%ld\n", step);
-  fflush(__stdoutp);
+  fprintf(stdout, "%ld\n", step);
+  fflush(stdout);
   for (;;) {
     ++step;
     [store() setString:[NSString stringWithFormat:@"%ld %.*s", step, (int)(step % 97 * 10), padding]
                 forKey:[NSString stringWithFormat:@"level_%02ld", step % 40]];
-    fprintf(__stdoutp, "%ld\n", step);
-    fflush(__stdoutp);
+    fprintf(stdout, "%ld\n", step);
+    fflush(stdout);
   }
 }

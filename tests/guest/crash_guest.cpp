@@ -1,10 +1,5 @@
 // Game code that crashes, each function in a way of its own.
-#include "guest_test.h"
-
-extern "C" {
-void* mmap(void*, uint64, int32, int32, int32, int64);
-int32 mprotect(void*, uint64, int32);
-}
+#include "darwin.h"
 
 namespace {
 constexpr uint64 page = 4096;

@@ -1,14 +1,10 @@
 // Guards of function-local statics, operators new and delete, and the ends of C++ code that cannot go on.
 #include "darwin_threads.h"
-#include "guest_test.h"
 
 extern "C" {
 int32 __cxa_guard_acquire(uint64*);
 void __cxa_guard_release(uint64*);
 void __cxa_guard_abort(uint64*);
-int32 posix_memalign(void**, uint64, uint64);
-void* malloc(uint64);
-void free(void*);
 }
 void* operator new(unsigned long);
 void* operator new[](unsigned long);
@@ -22,49 +18,7 @@ namespace std {
 
 namespace {
 
-constexpr int racers = 8;
-constexpr int guards = 400;
 constexpr uint64 untouched = 0xABCDEF123456'0000;  // of a guard, only bytes 0 and 1 are used
-
-uint64 raced[guards];
-int32 attempts[guards];   // written by the thread that has the guard
-uint64 results[guards];   // written before the guard is released
-int32 wrong;              // results that a thread saw too early
-volatile int64 sink;
-
-void* race(void*) {
-  for (int i = 0; i < guards; ++i) {
-    if (__cxa_guard_acquire(&raced[i])) {
-      const bool first = ++attempts[i] == 1;
-      for (int spin = 0; spin < 200; ++spin) sink = spin;
-      if (first && i % 2 == 0) {
-        __cxa_guard_abort(&raced[i]);
-        --i;  // and again, as one of all
-      } else {
-        results[i] = static_cast<uint64>(i) + 1;
-        __cxa_guard_release(&raced[i]);
-      }
-    } else if (results[i] != static_cast<uint64>(i) + 1) {
-      __atomic_add_fetch(&wrong, 1, __ATOMIC_RELAXED);
-    }
-  }
-  return nullptr;
-}
-
-Signal started, done;
-
-template <void* (*Run)(void*)>
-void on_threads(int count) {
-  for (int i = 0; i < count; ++i) {
-    Thread* thread;
-    pthread_create(&thread, nullptr, [](void*) -> void* {
-      Run(nullptr);
-      done.raise();
-      return nullptr;
-    }, nullptr);
-  }
-  for (int i = 0; i < count; ++i) done.wait();
-}
 
 struct Counted {
   static inline int made = 0;
@@ -74,9 +28,6 @@ Counted& counted() {
   static Counted one;
   return one;
 }
-
-uint64 handed_over = untouched;
-int32 second_answer = -1;
 
 struct Base {
   Base() { call(); }
@@ -97,11 +48,32 @@ int32 value_of_itself() {
 }  // namespace
 
 GUEST_TEST(guards_let_one_of_many_threads_initialize) {
-  for (uint64& guard : raced) guard = untouched;
-  on_threads<race>(racers);
+  struct Raced {
+    uint64 guard = untouched;
+    int32 attempts = 0;  // written by the thread that has the guard
+    uint64 result = 0;   // written before the guard is released
+  } raced[400];
+  int32 wrong = 0;  // results that a thread saw too early
+  run_on_threads(8, [&](int64) {
+    for (Raced& one : raced) {
+      const bool gives_up = (&one - raced) % 2 == 0;  // at the first attempt, and takes part again
+      while (__cxa_guard_acquire(&one.guard)) {
+        const bool first = ++one.attempts == 1;
+        for (volatile int spin = 0; spin < 200; spin = spin + 1) {
+        }
+        if (!first || !gives_up) {
+          one.result = 1;
+          __cxa_guard_release(&one.guard);
+          break;
+        }
+        __cxa_guard_abort(&one.guard);
+      }
+      if (one.result != 1) __atomic_add_fetch(&wrong, 1, __ATOMIC_RELAXED);
+    }
+  });
   bool right = wrong == 0;
-  for (int i = 0; i < guards; ++i) {
-    right = right && attempts[i] == 2 - i % 2 && raced[i] == (untouched | 1);
+  for (const Raced& one : raced) {
+    right = right && one.attempts == 2 - (&one - raced) % 2 && one.guard == (untouched | 1);
   }
   CHECK(right);
   CHECK(&counted() == &counted() && counted().number == 1 && Counted::made == 1);
@@ -117,22 +89,21 @@ GUEST_TEST(an_initializer_may_come_to_other_guards) {
 }
 
 GUEST_TEST(a_waiting_thread_takes_over_an_aborted_guard) {
-  CHECK(__cxa_guard_acquire(&handed_over) == 1);
-  CHECK(handed_over == (untouched | 0x100));
-  Thread* thread;
-  pthread_create(&thread, nullptr, [](void*) -> void* {
+  uint64 guard = untouched;
+  int32 answer = -1;
+  Signal started;
+  CHECK(__cxa_guard_acquire(&guard) == 1 && guard == (untouched | 0x100));
+  Crew other(1, [&](int64) {
     started.raise();
-    second_answer = __cxa_guard_acquire(&handed_over);
-    done.raise();
-    return nullptr;
-  }, nullptr);
+    __atomic_store_n(&answer, __cxa_guard_acquire(&guard), __ATOMIC_SEQ_CST);
+  });
   started.wait();
-  CHECK(second_answer == -1);
-  __cxa_guard_abort(&handed_over);
-  done.wait();
-  CHECK(second_answer == 1);
-  __cxa_guard_release(&handed_over);  // by a thread that did not acquire it: the owner is remembered, not asked
-  CHECK(handed_over == (untouched | 1) && __cxa_guard_acquire(&handed_over) == 0);
+  CHECK(__atomic_load_n(&answer, __ATOMIC_SEQ_CST) == -1);
+  __cxa_guard_abort(&guard);
+  other.join();
+  CHECK(answer == 1);
+  __cxa_guard_release(&guard);  // by a thread that did not acquire it: the owner is remembered, not asked
+  CHECK(guard == (untouched | 1) && __cxa_guard_acquire(&guard) == 0);
 }
 
 GUEST_TEST(new_and_malloc_share_a_heap) {

@@ -1,11 +1,7 @@
 // std::string: members that the library has and members that libc++'s headers compile into the guest, on the same
 // objects.
 #include <algorithm>
-#include <functional>
-#include <map>
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "guest_test.h"
 
@@ -170,33 +166,6 @@ GUEST_TEST(random_changes_leave_what_a_plain_model_says) {
   }
 }
 
-GUEST_TEST(allocation_words_are_those_of_macos) {
-  String string;
-  append(string, "ten chars!");
-  CHECK(*reinterpret_cast<uint8*>(&string) == 20 && string == "ten chars!");
-  assign(string, "");
-  append(string, 23, 'x');
-  CHECK(allocation_word(string) == 49 && string.size() == 23);
-  resize(string, 47, 'y');
-  CHECK(allocation_word(string) == 49);
-  push_back(string, 'z');
-  CHECK(allocation_word(string) == 97 && string == String(23, 'x') + String(24, 'y') + "z");
-
-  String reserved;
-  reserve(reserved, 22);
-  CHECK(allocation_word(reserved) == 0);
-  reserve(reserved, 100);
-  CHECK(allocation_word(reserved) == 113);
-  reserve(reserved, 10);
-  CHECK(allocation_word(reserved) == 113);
-
-  String assigned;
-  assign(assigned, "thirty characters, as counted.");
-  CHECK(allocation_word(assigned) == 33);
-  assign(assigned, "short");
-  CHECK(allocation_word(assigned) == 33 && assigned == "short");
-}
-
 GUEST_TEST(strings_are_compared_and_searched) {
   const String abc = "abc", empty;
   CHECK(compare("ab", "abc") == -1 && compare("abcd", "abc") == 1);
@@ -231,26 +200,6 @@ GUEST_TEST(new_strings_are_returned) {
   }
   CHECK(to_string(0) == "0" && to_string(2147483647) == "2147483647");
   CHECK(to_string(-2147483647 - 1) == "-2147483648" && to_string(-1).capacity() == 22);
-}
-
-GUEST_TEST(containers_of_libcxx_hold_strings) {
-  std::vector<String> words;
-  std::map<String, int64> lengths;
-  const std::function<void(const String&)> add = [&](const String& word) {
-    words.push_back(word);
-    lengths[word] += static_cast<int64>(word.size());
-  };
-  for (int i = 0; i < 300; ++i) add("word " + std::to_string(i % 100) + String(static_cast<uint64>(i % 40), '.'));
-  std::sort(words.begin(), words.end());
-  CHECK(std::is_sorted(words.begin(), words.end()) && words.size() == 300);
-  CHECK(std::unique(words.begin(), words.end()) - words.begin() == static_cast<int64>(lengths.size()));
-  int64 total = 0;
-  for (const auto& [word, length] : lengths) total += length;
-  CHECK(total == 300 * 5 + 3 * (10 + 90 * 2) + 7 * 780 + 190);
-  words.erase(words.begin(), words.begin() + 150);
-  words.insert(words.begin(), 3, String(50, 'i'));
-  auto moved = std::make_unique<std::vector<String>>(std::move(words));
-  CHECK(moved->size() == 153 && (*moved)[2] == String(50, 'i') && words.empty());
 }
 
 // Probes for the driver: each runs in a process of its own.

@@ -1,23 +1,16 @@
-// The part of macOS's <pthread.h>, <mach/mach.h> and <dispatch/dispatch.h> that the thread guests call.
+// Threads of macOS as the guests use them: <pthread.h>, the parts of <mach/mach.h>, <dispatch/dispatch.h> and
+// <signal.h> that they call, and many threads at a time.
 #pragma once
 
-#include "guest_test.h"
+#include "darwin.h"
+#include "include/darwin/pthread.h"
+
+using Thread = _opaque_pthread_t;
+using Key = pthread_key_t;
+using Mutex = pthread_mutex_t;
+using Condition = pthread_cond_t;
 
 extern "C" {
-struct Thread;  // what a pthread_t points to
-using Key = uint64;
-struct Mutex {
-  uint64 signature;
-  uint8 opaque[56];
-};
-struct MutexAttribute {
-  uint64 signature;
-  uint8 opaque[8];
-};
-struct Condition {
-  uint64 signature;
-  uint8 opaque[40];
-};
 struct ThreadState {
   uint64 rax, rbx, rcx, rdx, rdi, rsi, rbp, rsp, r8, r9, r10, r11, r12, r13, r14, r15, rip, rflags, cs, fs, gs;
 };
@@ -27,30 +20,12 @@ struct SignalAction {
   int32 flags;
 };
 
-int32 pthread_create(Thread**, const void*, void* (*)(void*), void*);
-Thread* pthread_self();
-int32 pthread_detach(Thread*);
 uint8* pthread_get_stackaddr_np(Thread*);
 int32 pthread_setname_np(const char*);
 int32 pthread_setcancelstate(int32, int32*);
 int32 pthread_atfork(void (*)(), void (*)(), void (*)());
 int32 pthread_attr_init(void*);
 int32 pthread_attr_destroy(void*);
-int32 pthread_key_create(Key*, void (*)(void*));
-int32 pthread_key_delete(Key);
-void* pthread_getspecific(Key);
-int32 pthread_setspecific(Key, const void*);
-int32 pthread_mutexattr_init(MutexAttribute*);
-int32 pthread_mutexattr_destroy(MutexAttribute*);
-int32 pthread_mutexattr_settype(MutexAttribute*, int32);
-int32 pthread_mutex_init(Mutex*, const MutexAttribute*);
-int32 pthread_mutex_destroy(Mutex*);
-int32 pthread_mutex_lock(Mutex*);
-int32 pthread_mutex_unlock(Mutex*);
-int32 pthread_cond_init(Condition*, const void*);
-int32 pthread_cond_wait(Condition*, Mutex*);
-int32 pthread_cond_broadcast(Condition*);
-int32 pthread_cond_signal(Condition*);
 uint32 mach_thread_self();
 extern uint32 mach_task_self_;
 int32 mach_port_deallocate(uint32, uint32);
@@ -67,9 +42,6 @@ void _Block_object_assign(void*, const void*, int32);
 int32 sigaction(int32, const SignalAction*, SignalAction*);
 using Handler = void (*)(int32);
 Handler signal(int32, Handler);
-
-int32* __error();
-void* memset(void*, int32, uint64);
 }
 
 inline constexpr Mutex static_mutex = {0x32AAABA7, {}};
@@ -87,3 +59,35 @@ class Signal {
  private:
   void* semaphore_ = dispatch_semaphore_create(0);
 };
+
+/// Threads that call `body` with the numbers from 0 on; it ends when all of them have returned.
+template <class Body>
+class Crew {
+ public:
+  Crew(int64 count, Body body) : body_(body), running_(count) {
+    while (count-- > 0) CHECK(pthread_create(&thread_, nullptr, run, this) == 0);
+  }
+  ~Crew() { join(); }
+  void join() {
+    for (; running_ > 0; --running_) returned_.wait();
+  }
+  Thread* thread() const { return thread_; }  // the one that was made last
+
+ private:
+  static void* run(void* argument) {
+    auto* const crew = static_cast<Crew*>(argument);
+    crew->body_(__atomic_fetch_add(&crew->next_, 1, __ATOMIC_SEQ_CST));
+    crew->returned_.raise();
+    return nullptr;
+  }
+
+  Body body_;
+  int64 running_, next_ = 0;
+  Thread* thread_ = nullptr;
+  Signal returned_;
+};
+
+template <class Body>
+void run_on_threads(int64 count, Body body) {
+  Crew crew(count, body);
+}

@@ -1,14 +1,5 @@
 // printf and sscanf called as compiled macOS code calls them: variable arguments in registers and on the stack.
-#include "guest_test.h"
-
-extern "C" {
-int32 snprintf(char*, uint64, const char*, ...);
-int32 vsnprintf(char*, uint64, const char*, __builtin_va_list);
-int32 fprintf(void*, const char*, ...);
-int32 sscanf(const char*, const char*, ...);
-int32 strcmp(const char*, const char*);
-extern void* __stderrp;
-}
+#include "darwin.h"
 
 namespace {
 
@@ -19,8 +10,6 @@ uint64 random_bits() {
   state ^= state << 17;
   return state;
 }
-
-bool same(const char* a, const char* b) { return strcmp(a, b) == 0; }
 
 uint64 bits_of(double value) {
   uint64 bits;
@@ -128,6 +117,6 @@ GUEST_TEST(a_long_text_reaches_standard_error) {
   char part[601];
   for (int i = 0; i < 600; ++i) part[i] = static_cast<char>(i % 60 == 59 ? '\n' : 'a' + i % 26);
   part[600] = 0;
-  CHECK(fprintf(__stderrp, "%s%s%s%s%s", part, part, part, part, part) == 3000);
-  CHECK(fprintf(__stderrp, "%d: %s\n", 1, "short") == 9);
+  CHECK(fprintf(stderr, "%s%s%s%s%s", part, part, part, part, part) == 3000);
+  CHECK(fprintf(stderr, "%d: %s\n", 1, "short") == 9);
 }

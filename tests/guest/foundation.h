@@ -2,7 +2,7 @@
 // library's.
 #pragma once
 
-#include "guest_test.h"
+#include "darwin.h"
 
 using BOOL = signed char;
 #define YES __objc_yes
@@ -162,9 +162,8 @@ id objc_alloc(Class);
 void *objc_autoreleasePoolPush();
 void objc_autoreleasePoolPop(void *);
 void NSLog(NSString *, ...);
-int32 strcmp(const char *, const char *);
-int32 strncmp(const char *, const char *, uint64);
-int32 snprintf(char *, uint64, const char *, ...);
-void *memcpy(void *, const void *, uint64);
-uint64 strlen(const char *);
+}
+
+inline bool is_text(NSString *string, const char *text) {
+  return same([string UTF8String], text) && [string length] <= strlen(text);
 }

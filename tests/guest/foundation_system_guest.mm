@@ -106,13 +106,6 @@ int64 CFStringGetBytes(NSString *, Range, uint32 encoding, uint8 loss, bool exte
 extern NSString *const kCFLocaleCountryCode, *const kCFLocaleLanguageCode, *const kCFLocaleScriptCode,
     *const NSLocaleCountryCode, *const NSLocaleIdentifier, *const GKPlayerDidChangeNotificationName,
     *const NSUbiquitousKeyValueStoreDidChangeExternallyNotification;
-int64 time(int64 *);
-void *memset(void *, int, uint64);
-int32 memcmp(const void *, const void *, uint64);
-}
-
-static bool is_text(NSString *string, const char *text) {
-  return string != nil && strcmp([string UTF8String], text) == 0;
 }
 
 // What a nil, the wrong kind of object and other hostile arguments look like.
@@ -167,32 +160,23 @@ GUEST_TEST(the_surroundings_hold_nothing) {
 
 // ---- The same instance, for all who ask at the same time ------------------------------------------------------------
 
-static constexpr int askers = 8;
-static int32 asking = 0;
-static __unsafe_unretained id answers[askers][8];
-
-static void *ask(void *number) {
-  __unsafe_unretained id *mine = answers[(uint64)number];
-  __atomic_fetch_add(&asking, 1, __ATOMIC_SEQ_CST);
-  while (__atomic_load_n(&asking, __ATOMIC_SEQ_CST) < askers) asm volatile("pause");
-  mine[0] = [NSBundle mainBundle];
-  mine[1] = [NSLocale currentLocale];
-  mine[2] = [NSFileManager defaultManager];
-  mine[3] = [NSNotificationCenter defaultCenter];
-  mine[4] = [NSApplication sharedApplication];
-  mine[5] = [GKLocalPlayer localPlayer];
-  mine[6] = [GKAccessPoint shared];
-  mine[7] = CFLocaleCopyCurrent();
-  __atomic_fetch_add(&asking, 1, __ATOMIC_SEQ_CST);
-  return nullptr;
-}
-
 GUEST_TEST(shared_instances_are_one_each) {
-  for (uint64 i = 0; i < askers; ++i) {
-    Thread *thread;
-    CHECK(pthread_create(&thread, nullptr, ask, (void *)i) == 0);
-  }
-  while (__atomic_load_n(&asking, __ATOMIC_SEQ_CST) < 2 * askers) asm volatile("pause");
+  constexpr int64 askers = 8;
+  static __unsafe_unretained id answers[askers][8];
+  int64 asking = 0;
+  run_on_threads(askers, [&](int64 number) {
+    __unsafe_unretained id *mine = answers[number];
+    __atomic_fetch_add(&asking, 1, __ATOMIC_SEQ_CST);
+    while (__atomic_load_n(&asking, __ATOMIC_SEQ_CST) < askers) asm volatile("pause");
+    mine[0] = [NSBundle mainBundle];
+    mine[1] = [NSLocale currentLocale];
+    mine[2] = [NSFileManager defaultManager];
+    mine[3] = [NSNotificationCenter defaultCenter];
+    mine[4] = [NSApplication sharedApplication];
+    mine[5] = [GKLocalPlayer localPlayer];
+    mine[6] = [GKAccessPoint shared];
+    mine[7] = CFLocaleCopyCurrent();
+  });
   for (int i = 1; i < askers; ++i) CHECK(memcmp(answers[i], answers[0], sizeof answers[0]) == 0);
   for (int i = 0; i < 7; ++i) CHECK(answers[0][i] != nil && answers[0][i] != answers[0][(i + 1) % 7]);
   CHECK(answers[0][0] == CFBundleGetMainBundle() && answers[0][1] == answers[0][7]);

@@ -2,10 +2,6 @@
 // not have is avoided: @[...] and @{} literals, messages to super, results that nobody takes.
 #include "foundation.h"
 
-static bool is_text(NSString *string, const char *text) {
-  return string != nil && strcmp([string UTF8String], text) == 0 && [string length] <= strlen(text);
-}
-
 static NSString_layout *layout(NSString *string) { return (NSString_layout *)(__bridge void *)string; }
 
 static NSString *text(const char *utf8) { return [NSString stringWithUTF8String:utf8]; }

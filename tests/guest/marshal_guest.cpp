@@ -2,8 +2,6 @@
 // or any code, with the arguments of a case.
 #include "reflection_runtime.h"
 
-extern "C" int32 snprintf(char*, uint64, const char*, ...);
-
 // ---- The cases as methods, and how to call them --------------------------------------------------------------------
 
 template <unsigned I, class Positions>

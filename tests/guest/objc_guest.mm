@@ -5,6 +5,9 @@
 struct Vector {
   double x, y, z;
 };
+struct Integers {
+  long first, second;
+};
 struct Pair {
   double first;
   long second;
@@ -60,6 +63,7 @@ void send_for_vector(Vector *, id, SEL) asm("_objc_msgSend_stret");
 - (long)nobodyDoesThis;
 - (double)nobodyDoesThisDouble;
 - (Vector)nobodyDoesThisVector;
+- (Integers)nobodyDoesThisPair;
 + (long)nobodyDoesThisEither;
 @end
 
@@ -143,6 +147,8 @@ GUEST_TEST(nil_and_unknown_selectors_answer_zero) {
   for (int round = 0; round < 2; ++round) {  // the second comes from the cache
     for (Shape *receiver : (Shape * __unsafe_unretained[]){nothing, shape}) {
       CHECK([receiver nobodyDoesThis] == 0 && [receiver nobodyDoesThisDouble] == 0);
+      const Integers pair = [receiver nobodyDoesThisPair];
+      CHECK(pair.first == 0 && pair.second == 0);
       Vector vector = {1, 2, 3};
       send_for_vector(&vector, receiver, @selector(nobodyDoesThisVector));
       CHECK(vector.x == 1 && vector.y == 2 && vector.z == 3);
@@ -223,51 +229,35 @@ GUEST_TEST(blocks_keep_what_they_caught) {
 
 // ---- Selectors of many addresses, from many threads -----------------------------------------------------------------
 
-#define NUMBERED(name, value)         \
-  @interface name : Shape             \
-  @end                                \
-  @implementation name                \
-  -(long)sides {                      \
-    return value;                     \
-  }                                   \
+#define NUMBERED(number)                \
+  @interface Numbered##number : Shape   \
+  @end                                  \
+  @implementation Numbered##number      \
+  -(long)sides {                        \
+    return number;                      \
+  }                                     \
   @end
-NUMBERED(One, 1)
-NUMBERED(Two, 2)
-NUMBERED(Three, 3)
-NUMBERED(Four, 4)
+NUMBERED(1)
+NUMBERED(2)
+NUMBERED(3)
+NUMBERED(4)
 
 // Texts of "sides" and of "unknown" at 4,096 addresses, which share slots of the method cache with each other.
-static constexpr unsigned copies = 4096;
-alignas(16) static char selector_texts[copies][16];
-static id numbered[4];
-static uint64 wrong_answers = 0;
-static int32 threads_left = 8;
-
-static void *send_at_random(void *seed) {
-  uint64 state = (uint64)seed;
-  uint64 wrong = 0;
-  for (int i = 0; i < 40'000; ++i) {
-    state = state * 6364136223846793005ul + 1442695040888963407ul;
-    const unsigned copy = (state >> 33) % copies;
-    const unsigned who = (state >> 60) % 4;
-    const long answer = send_for_long(numbered[who], (SEL)selector_texts[copy]);
-    wrong += answer != (copy % 2 == 0 ? who + 1 : 0);
-  }
-  __atomic_fetch_add(&wrong_answers, wrong, __ATOMIC_SEQ_CST);
-  __atomic_fetch_sub(&threads_left, 1, __ATOMIC_SEQ_CST);
-  return nullptr;
-}
-
 GUEST_TEST(eight_threads_never_meet_another_method) {
-  for (unsigned i = 0; i < copies; ++i) memcpy(selector_texts[i], i % 2 == 0 ? "sides" : "unknown", 8);
-  numbered[0] = [One new];
-  numbered[1] = [Two new];
-  numbered[2] = [Three new];
-  numbered[3] = [Four new];
-  for (uint64 i = 0; i < 8; ++i) {
-    Thread *thread;
-    CHECK(pthread_create(&thread, nullptr, send_at_random, (void *)(i + 1)) == 0);
-  }
-  while (__atomic_load_n(&threads_left, __ATOMIC_SEQ_CST) != 0) asm volatile("pause");
+  constexpr unsigned copies = 4096;
+  alignas(16) static char texts[copies][16];
+  for (unsigned i = 0; i < copies; ++i) memcpy(texts[i], i % 2 == 0 ? "sides" : "unknown", 8);
+  const id numbered[] = {[Numbered1 new], [Numbered2 new], [Numbered3 new], [Numbered4 new]};
+  uint64 wrong_answers = 0;
+  run_on_threads(8, [&](int64 number) {
+    uint64 state = number + 1, wrong = 0;
+    for (int i = 0; i < 40'000; ++i) {
+      state = state * 6364136223846793005ul + 1442695040888963407ul;
+      const unsigned copy = (state >> 33) % copies;
+      const unsigned who = (state >> 60) % 4;
+      wrong += send_for_long(numbered[who], (SEL)texts[copy]) != (copy % 2 == 0 ? who + 1 : 0);
+    }
+    __atomic_fetch_add(&wrong_answers, wrong, __ATOMIC_SEQ_CST);
+  });
   CHECK(wrong_answers == 0);
 }

@@ -3,7 +3,7 @@
 #pragma once
 
 #define GUEST_TEST_NO_MAIN
-#include "guest_test.h"
+#include "darwin.h"
 #include "signatures.h"
 
 namespace reflection {
@@ -41,6 +41,7 @@ struct Class {
   const Method* methods = nullptr;
   uint32 method_count = 0;
   const Class* nested[2] = {};
+  const Class* outer = nullptr;
 };
 
 template <class T>
@@ -122,7 +123,8 @@ void FieldAdder::field(uint64 offset) {
 }
 
 struct Image {
-  const Class* classes[2];
+  const Class* classes[3];
+  const char* name = "";
 };
 extern const Image* assemblies[];
 
@@ -147,10 +149,6 @@ extern "C" {
 
 using namespace reflection;
 
-char* strdup(const char*);
-int32 strcmp(const char*, const char*);
-void free(void*);
-
 inline int32 lookups = 0;  // of classes by name
 
 void* il2cpp_domain_get() { return assemblies; }
@@ -160,6 +158,13 @@ const Image** il2cpp_domain_get_assemblies(void*, uint64* count) {
   return assemblies;
 }
 const Image* il2cpp_assembly_get_image(const Image* assembly) { return assembly; }
+const char* il2cpp_image_get_name(const Image* image) { return image->name; }
+uint64 il2cpp_image_get_class_count(const Image* image) {
+  uint64 count = 0;
+  for (const Class* klass : image->classes) count += klass != nullptr;
+  return count;
+}
+const Class* il2cpp_image_get_class(const Image* image, uint64 index) { return image->classes[index]; }
 const Class* il2cpp_class_from_name(const Image* image, const char* name_space, const char* name) {
   __atomic_fetch_add(&lookups, 1, __ATOMIC_SEQ_CST);
   for (volatile int i = 0; i < 20'000; i = i + 1) {  // time for others to come in between
@@ -174,6 +179,8 @@ const Class* il2cpp_class_get_nested_types(const Class* klass, void** position) 
   return nested ? *nested : nullptr;
 }
 const char* il2cpp_class_get_name(const Class* klass) { return klass->name; }
+const char* il2cpp_class_get_namespace(const Class* klass) { return klass->name_space; }
+const Class* il2cpp_class_get_declaring_type(const Class* klass) { return klass->outer; }
 const Method* il2cpp_class_get_methods(const Class* klass, void** position) {
   return next(klass->methods, klass->method_count, position);
 }
@@ -209,7 +216,7 @@ void il2cpp_add_internal_call(const char* name, void* function) {
   registrations[registration_count++] = {strdup(name), function};
 }
 void* il2cpp_resolve_icall(const char* name) {
-  for (uint32 i = 0; i < registration_count; ++i) {
+  for (uint32 i = registration_count; i-- > 0;) {
     if (strcmp(registrations[i].name, name) == 0) return registrations[i].function;
   }
   return nullptr;

@@ -7,20 +7,6 @@
 #include "darwin_threads.h"
 
 extern "C" {
-void* malloc(uint64);
-void* realloc(void*, uint64);
-int32 posix_memalign(void**, uint64, uint64);
-int32 snprintf(char*, uint64, const char*, ...);
-int32 memcmp(const void*, const void*, uint64);
-int32 open(const char*, int32, ...);
-int32 close(int32);
-int64 read(int32, void*, uint64);
-int64 write(int32, const void*, uint64);
-int32 mkdir(const char*, unsigned short);
-int32 rmdir(const char*);
-int32 unlink(const char*);
-int32 rename(const char*, const char*);
-void* il2cpp_resolve_icall(const char*);
 void make_objects(int64 set);  // soak_messages.mm
 bool send_messages(int64 set, uint64 random);
 
@@ -177,10 +163,7 @@ constexpr struct {
              {"exceptions", throw_across_frames}, {"internal calls", call_the_player}, {"a mutex", lock_and_count}};
 constexpr uint64 step_kinds = sizeof steps / sizeof steps[0];
 
-Signal ended;
-
-void* work(void* argument) {
-  auto& self = *static_cast<Worker*>(argument);
+void work(Worker& self) {
   __atomic_store_n(&self.port, mach_thread_self(), __ATOMIC_RELEASE);
   while (!__atomic_load_n(&stop, __ATOMIC_RELAXED)) {
     const auto& step = steps[self.below(step_kinds)];
@@ -195,8 +178,6 @@ void* work(void* argument) {
   pair.leaving = true;
   pthread_cond_broadcast(&pair.condition);
   pthread_mutex_unlock(&pair.mutex);
-  ended.raise();
-  return nullptr;
 }
 
 /// Between the stop and the go nothing is allocated: the stopped thread may hold the heap's lock.
@@ -239,10 +220,9 @@ int64 run_soak() {
     worker.random = i + 1;
     worker.step = "its start";
     make_objects(i);
-    Thread* thread;
-    pthread_create(&thread, nullptr, work, &worker);
   }
-
+  // Never taken down: a worker that stands still would hold its end up.
+  auto& crew = *new Crew(worker_count, [](int64 i) { work(workers[i]); });
   void* const never = dispatch_semaphore_create(0);
   int64 threads = 0, last_steps[worker_count] = {}, still_since[worker_count] = {}, tenths = 0;
   do {
@@ -263,7 +243,7 @@ int64 run_soak() {
   } while (go_on(threads));
 
   __atomic_store_n(&stop, true, __ATOMIC_RELAXED);
-  for (int32 i = 0; i < worker_count; ++i) ended.wait();
+  crew.join();
   int64 all = 0, counted = 0;
   for (const Worker& worker : workers) all += worker.steps, counted += worker.counted;
   if (counted != counter) report(-1, "a mutex let two in");

@@ -1,6 +1,6 @@
-// What an image meets while it is started: initializers, imports without an implementation, non-local jumps,
-// messages to nil, and thread storage of threads old and new (through storage_guest.cpp's image, which is patched).
+// What an image meets while it is started: initializers, imports without an implementation, non-local jumps.
 #include "guest_test.h"
+#include "include/darwin/setjmp.h"
 
 extern "C" {
 // Imports that nobody implements.
@@ -9,11 +9,6 @@ extern const uint64 missing_class __asm("_OBJC_CLASS_$_VLMUnknown");
 extern const uint64 missing_facet __asm("__ZNSt3__15ctypeIwE2idE");
 extern int64 absent_weak() __attribute__((weak_import));
 
-using JumpBuffer = uint64[37];
-int32 _setjmp(JumpBuffer) __attribute__((returns_twice));
-[[noreturn]] void _longjmp(JumpBuffer, int32);
-
-void objc_msgSend();  // cast to the shape of each message, as compiled code does
 }
 
 namespace {
@@ -25,7 +20,7 @@ struct Numbered {
 };
 Numbered first(1), second(2), third(3);
 
-[[gnu::noinline]] void jump_from_below(uint64* buffer, int32 value, int depth) {
+[[gnu::noinline]] void jump_from_below(jmp_buf buffer, int32 value, int depth) {
   volatile char frame[64];
   frame[0] = static_cast<char>(depth);
   if (depth == 0) _longjmp(buffer, value);
@@ -34,7 +29,7 @@ Numbered first(1), second(2), third(3);
 }
 
 int32 value_after_jump(int32 sent) {
-  JumpBuffer buffer;
+  jmp_buf buffer;
   volatile int32 before = 7;
   const int32 came = _setjmp(buffer);
   if (came == 0) {
@@ -42,11 +37,6 @@ int32 value_after_jump(int32 sent) {
     jump_from_below(buffer, sent, 5);
   }
   return before == 8 ? came : -1;
-}
-
-template <class R>
-R send(void* receiver, const char* selector) {
-  return reinterpret_cast<R (*)(void*, const char*)>(reinterpret_cast<void*>(&objc_msgSend))(receiver, selector);
 }
 
 }  // namespace
@@ -71,16 +61,6 @@ GUEST_TEST(a_long_jump_comes_back_to_its_set_jump) {
   CHECK(value_after_jump(0) == 1);
 }
 
-GUEST_TEST(a_message_to_nil_returns_zero_in_every_result_register) {
-  CHECK(send<void*>(nullptr, "anything") == nullptr);
-  CHECK(send<double>(nullptr, "anything") == 0.0);
-  struct Pair {
-    uint64 a, b;
-  };
-  const Pair pair = send<Pair>(nullptr, "anything");
-  CHECK(pair.a == 0 && pair.b == 0);
-}
-
 // Probes for the driver: each runs in a process of its own.
 extern "C" {
 /// With VLM_TRAP_CONTINUE=1 four calls return 0; without it the first one ends the process.
@@ -88,9 +68,5 @@ int64 call_missing_function() {
   int64 sum = 0;
   for (int i = 0; i < 4; ++i) sum += missing_function(i);
   return sum;
-}
-int64 send_to_object() {
-  uint64 object[4] = {};
-  return send<int64>(object, "description");
 }
 }

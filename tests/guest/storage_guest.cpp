@@ -58,9 +58,6 @@ GUEST_TEST(a_slot_keeps_what_was_written_and_its_neighbours_stay) {
 GUEST_TEST(an_access_leaves_flags_red_zone_and_registers_alone) { CHECK(access_disturbs_nothing()); }
 
 extern "C" {
-/// A probe for lists that were changed: nothing that they patch is run.
-int64 do_nothing() { return 0; }
-
 /// For the driver's threads: stores a value, lets others run, and tells whether it is still there.
 uint64 exchange_slot(uint64 value) {
   const uint64 before = read_slot_300();

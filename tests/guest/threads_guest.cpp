@@ -3,28 +3,6 @@
 
 namespace {
 
-/// Runs a function on a new thread and waits until it returned.
-template <class F>
-Thread* run_on_thread(F& function) {
-  struct Call {
-    F& function;
-    Signal done;
-  } call{function, {}};
-  Thread* thread = nullptr;
-  const int32 failed = pthread_create(
-      &thread, nullptr,
-      [](void* argument) -> void* {
-        auto* call = static_cast<Call*>(argument);
-        call->function();
-        call->done.raise();
-        return nullptr;
-      },
-      &call);
-  CHECK(failed == 0);
-  call.done.wait();
-  return thread;
-}
-
 void* const never = dispatch_semaphore_create(0);
 void wait_milliseconds(int64 milliseconds) {
   dispatch_semaphore_wait(never, dispatch_time(0, milliseconds * 1'000'000));
@@ -36,36 +14,36 @@ Key keys[4];
 }  // namespace
 
 GUEST_TEST(a_new_thread_is_the_one_that_its_creator_got) {
-  Thread* self_inside = nullptr;
-  uint32 port_inside = 0;
-  bool stack_inside = false;
-  auto body = [&] {
-    self_inside = pthread_self();
-    port_inside = mach_thread_self();
-    uint8 local = 0;
-    stack_inside = &local < pthread_get_stackaddr_np(pthread_self()) &&
-                   pthread_get_stackaddr_np(pthread_self()) - &local < 0x800000;
-  };
-  Thread* first = run_on_thread(body);
-  CHECK(first == self_inside && first != pthread_self());
-  CHECK(stack_inside);
-  const uint32 first_port = port_inside;
-  CHECK(first_port >= 4096 && first_port != mach_thread_self());
-  CHECK(run_on_thread(body) != first && port_inside != first_port);
-  CHECK(pthread_self() == pthread_self() && mach_thread_self() == mach_thread_self());
+  struct Inside {
+    Thread* self;
+    uint32 port;
+    bool on_its_stack;
+  } inside[2];
+  Thread* created[2];
+  for (int32 i = 0; i < 2; ++i) {
+    Crew crew(1, [&](int64) {
+      uint8 local = 0;
+      const uint8* const stack = pthread_get_stackaddr_np(pthread_self());
+      inside[i] = {pthread_self(), mach_thread_self(), &local < stack && stack - &local < 0x800000};
+      CHECK(inside[i].self == pthread_self() && inside[i].port == mach_thread_self());
+    });
+    created[i] = crew.thread();
+  }
+  for (int32 i = 0; i < 2; ++i) {
+    CHECK(inside[i].self == created[i] && created[i] != pthread_self() && inside[i].on_its_stack);
+    CHECK(inside[i].port >= 4096 && inside[i].port != mach_thread_self());
+  }
+  CHECK(created[0] != created[1] && inside[0].port != inside[1].port);
 }
 
 GUEST_TEST(a_thread_has_eight_mebibytes_of_stack_to_touch_in_any_order) {
-  bool intact = false;
-  auto body = [&] {
+  run_on_threads(1, [](int64) {
     volatile uint8 block[0x600000];
     block[0] = 1;  // the far end first: no guard page is met on the way
     block[0x300000] = 2;
     block[sizeof block - 1] = 3;
-    intact = block[0] + block[0x300000] + block[sizeof block - 1] == 6;
-  };
-  run_on_thread(body);
-  CHECK(intact);
+    CHECK(block[0] + block[0x300000] + block[sizeof block - 1] == 6);
+  });
 }
 
 GUEST_TEST(keys_hold_a_value_per_thread) {
@@ -74,14 +52,11 @@ GUEST_TEST(keys_hold_a_value_per_thread) {
   CHECK(key >= 1 && key < 512);
   CHECK(pthread_getspecific(key) == nullptr);
   CHECK(pthread_setspecific(key, &key) == 0);
-  void* seen_inside = &key;
-  auto body = [&] {
-    seen_inside = pthread_getspecific(key);
-    pthread_setspecific(key, &seen_inside);
+  run_on_threads(1, [&](int64) {
+    CHECK(pthread_getspecific(key) == nullptr);
+    pthread_setspecific(key, &key + 1);
     pthread_setspecific(key, nullptr);  // a value outlives its key, and would meet the next key's destructor
-  };
-  run_on_thread(body);
-  CHECK(seen_inside == nullptr);
+  });
   CHECK(pthread_getspecific(key) == &key);
   CHECK(pthread_key_delete(key) == 0);
   CHECK(pthread_getspecific(512) == nullptr && pthread_getspecific(~uint64{0}) == nullptr);
@@ -114,15 +89,10 @@ GUEST_TEST(destructors_run_in_passes_when_a_thread_ends) {
   pthread_key_create(&keys[2], nullptr);
   pthread_key_create(&keys[3], [](void*) { ++destroyed[3]; });
   static int32 value = 5;
-  Thread* thread = nullptr;
-  pthread_create(
-      &thread, nullptr,
-      [](void*) -> void* {
-        for (const Key key : keys) pthread_setspecific(key, &value);
-        pthread_key_delete(keys[3]);
-        return nullptr;
-      },
-      nullptr);
+  run_on_threads(1, [&](int64) {
+    for (const Key key : keys) pthread_setspecific(key, &value);
+    pthread_key_delete(keys[3]);
+  });
   for (int32 i = 0; i < 500 && __atomic_load_n(&destroyed[1], __ATOMIC_ACQUIRE) < 4; ++i) wait_milliseconds(10);
   wait_milliseconds(20);
   CHECK(destroyed[0] == 5 && destroyed[1] == 4 && destroyed[3] == 0);
@@ -132,35 +102,21 @@ GUEST_TEST(destructors_run_in_passes_when_a_thread_ends) {
 GUEST_TEST(mutexes_exclude_whichever_way_they_were_made) {
   Mutex normal = static_mutex, recursive = static_recursive_mutex, made, made_recursive;
   CHECK(pthread_mutex_init(&made, nullptr) == 0);
-  MutexAttribute attribute;
+  pthread_mutexattr_t attribute;
   CHECK(pthread_mutexattr_init(&attribute) == 0 && pthread_mutexattr_settype(&attribute, 2) == 0);
   CHECK(pthread_mutex_init(&made_recursive, &attribute) == 0 && pthread_mutexattr_destroy(&attribute) == 0);
   Mutex* const mutexes[] = {&normal, &recursive, &made, &made_recursive};
   for (Mutex* mutex : mutexes) {
-    struct Shared {
-      Mutex* mutex;
-      int64 counter;
-      Signal done;
-    } shared{mutex, 0, {}};
     constexpr int64 threads = 4, rounds = 20'000;
-    for (int64 i = 0; i < threads; ++i) {
-      Thread* thread;
-      pthread_create(
-          &thread, nullptr,
-          [](void* argument) -> void* {
-            auto* shared = static_cast<Shared*>(argument);
-            for (int64 round = 0; round < rounds; ++round) {
-              pthread_mutex_lock(shared->mutex);
-              shared->counter = shared->counter + 1;
-              pthread_mutex_unlock(shared->mutex);
-            }
-            shared->done.raise();
-            return nullptr;
-          },
-          &shared);
-    }
-    for (int64 i = 0; i < threads; ++i) shared.done.wait();
-    CHECK(shared.counter == threads * rounds);
+    volatile int64 counter = 0;
+    run_on_threads(threads, [&](int64) {
+      for (int64 round = 0; round < rounds; ++round) {
+        pthread_mutex_lock(mutex);
+        counter = counter + 1;
+        pthread_mutex_unlock(mutex);
+      }
+    });
+    CHECK(counter == threads * rounds);
     CHECK(pthread_mutex_destroy(mutex) == 0);
   }
 }
@@ -168,137 +124,99 @@ GUEST_TEST(mutexes_exclude_whichever_way_they_were_made) {
 GUEST_TEST(a_recursive_mutex_is_free_after_as_many_unlocks_as_locks) {
   Mutex mutex = static_recursive_mutex;
   CHECK(pthread_mutex_lock(&mutex) == 0 && pthread_mutex_lock(&mutex) == 0);
-  struct Shared {
-    Mutex* mutex;
-    int32 entered;
-    Signal started, done;
-  } shared{&mutex, 0, {}, {}};
-  Thread* thread;
-  pthread_create(
-      &thread, nullptr,
-      [](void* argument) -> void* {
-        auto* shared = static_cast<Shared*>(argument);
-        shared->started.raise();
-        pthread_mutex_lock(shared->mutex);
-        __atomic_store_n(&shared->entered, 1, __ATOMIC_RELEASE);
-        pthread_mutex_unlock(shared->mutex);
-        shared->done.raise();
-        return nullptr;
-      },
-      &shared);
-  shared.started.wait();
+  bool entered = false;
+  Signal started;
+  Crew other(1, [&](int64) {
+    started.raise();
+    pthread_mutex_lock(&mutex);
+    __atomic_store_n(&entered, true, __ATOMIC_RELEASE);
+    pthread_mutex_unlock(&mutex);
+  });
+  started.wait();
   pthread_mutex_unlock(&mutex);
   wait_milliseconds(30);
-  CHECK(__atomic_load_n(&shared.entered, __ATOMIC_ACQUIRE) == 0);  // one lock is left
+  CHECK(!__atomic_load_n(&entered, __ATOMIC_ACQUIRE));  // one lock is left
   pthread_mutex_unlock(&mutex);
-  shared.done.wait();
-  CHECK(shared.entered == 1);
+  other.join();
+  CHECK(entered);
 }
 
 GUEST_TEST(a_condition_wait_gives_up_all_of_a_recursive_mutex_and_takes_it_back_as_deep) {
-  struct Shared {
-    Mutex mutex = static_recursive_mutex;
-    Condition condition = static_condition;
-    bool ready = false, seen = false;
-    Signal taken_back, done;
-  } shared;
-  pthread_mutex_lock(&shared.mutex);
-  pthread_mutex_lock(&shared.mutex);
-  Thread* thread;
-  pthread_create(
-      &thread, nullptr,
-      [](void* argument) -> void* {
-        auto* shared = static_cast<Shared*>(argument);
-        pthread_mutex_lock(&shared->mutex);  // only free because the other thread waits
-        shared->ready = true;
-        pthread_cond_signal(&shared->condition);
-        pthread_mutex_unlock(&shared->mutex);
-        shared->taken_back.wait();
-        pthread_mutex_lock(&shared->mutex);  // only free after two unlocks
-        shared->seen = true;
-        pthread_mutex_unlock(&shared->mutex);
-        shared->done.raise();
-        return nullptr;
-      },
-      &shared);
-  while (!shared.ready) CHECK(pthread_cond_wait(&shared.condition, &shared.mutex) == 0);
-  shared.taken_back.raise();
-  pthread_mutex_unlock(&shared.mutex);
+  Mutex mutex = static_recursive_mutex;
+  Condition condition = static_condition;
+  bool ready = false, seen = false;
+  Signal taken_back;
+  pthread_mutex_lock(&mutex);
+  pthread_mutex_lock(&mutex);
+  Crew other(1, [&](int64) {
+    pthread_mutex_lock(&mutex);  // only free because the other thread waits
+    ready = true;
+    pthread_cond_signal(&condition);
+    pthread_mutex_unlock(&mutex);
+    taken_back.wait();
+    pthread_mutex_lock(&mutex);  // only free after two unlocks
+    __atomic_store_n(&seen, true, __ATOMIC_RELEASE);
+    pthread_mutex_unlock(&mutex);
+  });
+  while (!ready) CHECK(pthread_cond_wait(&condition, &mutex) == 0);
+  taken_back.raise();
+  pthread_mutex_unlock(&mutex);
   wait_milliseconds(30);
-  CHECK(!shared.seen);
-  pthread_mutex_unlock(&shared.mutex);
-  shared.done.wait();
-  CHECK(shared.seen);
+  CHECK(!__atomic_load_n(&seen, __ATOMIC_ACQUIRE));
+  pthread_mutex_unlock(&mutex);
+  other.join();
+  CHECK(seen);
 }
 
 GUEST_TEST(a_broadcast_wakes_all_and_a_signal_one) {
-  struct Shared {
-    Mutex mutex = static_mutex;
-    Condition condition;
-    int32 waiting = 0, tickets = 0, woken = 0;
-    Signal done;
-  } shared;
-  CHECK(pthread_cond_init(&shared.condition, nullptr) == 0);
+  Mutex mutex = static_mutex;
+  Condition condition;
+  int32 waiting = 0, tickets = 0, woken = 0;
+  Signal awake;
+  CHECK(pthread_cond_init(&condition, nullptr) == 0);
   constexpr int32 threads = 5;
-  for (int32 i = 0; i < threads; ++i) {
-    Thread* thread;
-    pthread_create(
-        &thread, nullptr,
-        [](void* argument) -> void* {
-          auto* shared = static_cast<Shared*>(argument);
-          pthread_mutex_lock(&shared->mutex);
-          ++shared->waiting;
-          while (shared->tickets == 0) pthread_cond_wait(&shared->condition, &shared->mutex);
-          --shared->tickets;
-          ++shared->woken;
-          pthread_mutex_unlock(&shared->mutex);
-          shared->done.raise();
-          return nullptr;
-        },
-        &shared);
-  }
-  const auto give = [&](int32 tickets, int32 (*wake)(Condition*)) {
-    pthread_mutex_lock(&shared.mutex);
-    shared.tickets = tickets;
-    wake(&shared.condition);
-    pthread_mutex_unlock(&shared.mutex);
-    for (int32 i = 0; i < tickets; ++i) shared.done.wait();
+  Crew crew(threads, [&](int64) {
+    pthread_mutex_lock(&mutex);
+    __atomic_fetch_add(&waiting, 1, __ATOMIC_RELEASE);
+    while (tickets == 0) pthread_cond_wait(&condition, &mutex);
+    --tickets;
+    ++woken;
+    pthread_mutex_unlock(&mutex);
+    awake.raise();
+  });
+  const auto give = [&](int32 count, int32 (*wake)(Condition*)) {
+    pthread_mutex_lock(&mutex);
+    tickets = count;
+    wake(&condition);
+    pthread_mutex_unlock(&mutex);
+    for (int32 i = 0; i < count; ++i) awake.wait();
   };
-  while (__atomic_load_n(&shared.waiting, __ATOMIC_ACQUIRE) < threads) wait_milliseconds(1);
+  while (__atomic_load_n(&waiting, __ATOMIC_ACQUIRE) < threads) wait_milliseconds(1);
   give(1, pthread_cond_signal);
-  CHECK(shared.woken == 1);
+  CHECK(woken == 1);
   give(threads - 1, pthread_cond_broadcast);
-  CHECK(shared.woken == threads);
+  CHECK(woken == threads);
 }
 
 GUEST_TEST(a_once_function_runs_once_and_may_nest) {
   struct Shared {
     int64 predicate = 0, inner = 0;
     int32 runs = 0, inner_runs = 0, seen_early = 0;
-    Signal go, done;
   } shared;
-  constexpr int32 threads = 8;
-  for (int32 i = 0; i < threads; ++i) {
-    Thread* thread;
-    pthread_create(
-        &thread, nullptr,
-        [](void* argument) -> void* {
-          auto* shared = static_cast<Shared*>(argument);
-          shared->go.wait();
-          dispatch_once_f(&shared->predicate, shared, [](void* context) {
-            auto* shared = static_cast<Shared*>(context);
-            wait_milliseconds(20);
-            dispatch_once_f(&shared->inner, shared, [](void* context) { ++static_cast<Shared*>(context)->inner_runs; });
-            ++shared->runs;
-          });
-          if (shared->runs != 1) ++shared->seen_early;
-          shared->done.raise();
-          return nullptr;
-        },
-        &shared);
-  }
-  for (int32 i = 0; i < threads; ++i) shared.go.raise();
-  for (int32 i = 0; i < threads; ++i) shared.done.wait();
+  Signal go;
+  constexpr int64 threads = 8;
+  Crew crew(threads, [&](int64) {
+    go.wait();
+    dispatch_once_f(&shared.predicate, &shared, [](void* context) {
+      auto* shared = static_cast<Shared*>(context);
+      wait_milliseconds(20);
+      dispatch_once_f(&shared->inner, shared, [](void* context) { ++static_cast<Shared*>(context)->inner_runs; });
+      ++shared->runs;
+    });
+    if (shared.runs != 1) ++shared.seen_early;
+  });
+  for (int64 i = 0; i < threads; ++i) go.raise();
+  crew.join();
   CHECK(shared.runs == 1 && shared.inner_runs == 1 && shared.seen_early == 0);
   CHECK(shared.predicate == -1 && shared.inner == -1);
 }
@@ -325,7 +243,6 @@ GUEST_TEST(semaphores_count_and_time_out) {
 
 namespace {
 
-
 /// Stays in one loop with known register contents.
 [[gnu::naked]] void spin_with_registers() {
   asm(R"(
@@ -343,7 +260,6 @@ namespace {
     retq
   )");
 }
-extern "C" uint64 spinning_flag, spin_flag;
 extern "C" {
 uint64 spinning_flag = 0, spin_flag = 1;
 }
@@ -351,49 +267,39 @@ uint64 spinning_flag = 0, spin_flag = 1;
 }  // namespace
 
 GUEST_TEST(a_stopped_thread_stands_still_and_shows_its_registers) {
-  struct Shared {
-    uint32 port = 0;
-    Signal done;
-  } shared;
-  Thread* thread;
-  pthread_create(
-      &thread, nullptr,
-      [](void* argument) -> void* {
-        auto* shared = static_cast<Shared*>(argument);
-        shared->port = mach_thread_self();
-        spin_with_registers();
-        shared->done.raise();
-        return nullptr;
-      },
-      &shared);
+  uint32 port = 0;
+  Crew crew(1, [&](int64) {
+    port = mach_thread_self();
+    spin_with_registers();
+  });
   while (__atomic_load_n(&spinning_flag, __ATOMIC_ACQUIRE) == 0) wait_milliseconds(1);
 
-  CHECK(thread_suspend(shared.port) == 0);
+  CHECK(thread_suspend(port) == 0);
   ThreadState state;
   uint32 count = 42;
-  CHECK(thread_get_state(shared.port, x86_thread_state64, &state, &count) == 0 && count == 42);
+  CHECK(thread_get_state(port, x86_thread_state64, &state, &count) == 0 && count == 42);
   CHECK(state.rbx == 0x1b && state.r12 == 0x112 && state.r10 == 0x1110);
   const auto code = reinterpret_cast<uint64>(&spin_with_registers);
   CHECK(state.rip >= code && state.rip < code + 96);
-  const auto stack = reinterpret_cast<uint64>(pthread_get_stackaddr_np(thread));
+  const auto stack = reinterpret_cast<uint64>(pthread_get_stackaddr_np(crew.thread()));
   CHECK(state.rsp < stack && stack - state.rsp < 0x10000 && state.rsp % 8 == 0);
   CHECK(state.cs != 0 && state.rflags != 0);
 
-  CHECK(thread_suspend(shared.port) == 0);  // twice stopped, twice let go
-  CHECK(thread_resume(shared.port) == 0);
+  CHECK(thread_suspend(port) == 0);  // twice stopped, twice let go
+  CHECK(thread_resume(port) == 0);
   spin_flag = 0;
   wait_milliseconds(30);
-  CHECK(thread_get_state(shared.port, x86_thread_state64, &state, &count) == 0);
+  CHECK(thread_get_state(port, x86_thread_state64, &state, &count) == 0);
   CHECK(state.rip >= code && state.rip < code + 96);
-  CHECK(thread_resume(shared.port) == 0);
-  shared.done.wait();
+  CHECK(thread_resume(port) == 0);
+  crew.join();
 
   wait_milliseconds(50);  // it has ended
-  CHECK(thread_suspend(shared.port) == 0);
+  CHECK(thread_suspend(port) == 0);
   memset(&state, 0xFF, sizeof state);
-  CHECK(thread_get_state(shared.port, x86_thread_state64, &state, &count) == 0 && count == 42);
+  CHECK(thread_get_state(port, x86_thread_state64, &state, &count) == 0 && count == 42);
   CHECK(state.rsp == stack && state.rax == 0 && state.rip == 0 && state.gs == 0);
-  CHECK(thread_resume(shared.port) == 0);
+  CHECK(thread_resume(port) == 0);
 }
 
 GUEST_TEST(mach_calls_refuse_what_they_do_not_know) {
@@ -451,14 +357,9 @@ GUEST_TEST(threads_run_out_with_an_error_and_those_that_run_go_on) {
   Signal done;
   int32 result = 0, started = 0;
   *__error() = 0;
+  const auto raise = [](void* signal) -> void* { return static_cast<Signal*>(signal)->raise(), nullptr; };
   for (Thread* thread; started < 5000; ++started) {
-    result = pthread_create(
-        &thread, nullptr,
-        [](void* argument) -> void* {
-          static_cast<Signal*>(argument)->raise();
-          return nullptr;
-        },
-        &done);
+    result = pthread_create(&thread, nullptr, raise, &done);
     if (result != 0) break;
     done.wait();
   }

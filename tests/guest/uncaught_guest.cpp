@@ -1,6 +1,5 @@
 // Probes: exceptions that end the game. Each is called in a process of its own.
 #include "darwin_threads.h"
-#include "guest_test.h"
 
 extern "C" {
 int __gxx_personality_v0();

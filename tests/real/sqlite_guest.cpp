@@ -1,13 +1,5 @@
 // SQLite on the game's library: what a database promises, over files of the real file system.
-#include "guest_test.h"
-
-#include <pthread.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-#include <time.h>
-#include <unistd.h>
-
+#include "darwin_threads.h"
 #include "sqlite3.h"
 
 namespace {
@@ -38,7 +30,6 @@ class Database {
     sqlite3_finalize(query);
     return same;
   }
-  sqlite3* handle() { return handle_; }
 
  private:
   sqlite3* handle_ = nullptr;
@@ -178,38 +169,17 @@ GUEST_TEST(values_survive_the_file) {
   CHECK(again.says("SELECT abs(strftime('%s') - strftime('%s', 'now', 'localtime', 'utc')) < 2", "1"));
 }
 
-namespace {
-sqlite3* shared;
-constexpr int thread_count = 4;
-constexpr int rows_per_thread = 250;
-_Atomic(int) ended;
-_Atomic(int) thread_failures;
-
-void* insert(void* number) {
-  char sql[96];
-  for (int i = 0; i < rows_per_thread; ++i) {
-    snprintf(sql, sizeof sql, "INSERT INTO t VALUES(%ld, %d); SELECT count(*) FROM t WHERE who = %ld",
-             reinterpret_cast<int64>(number), i, reinterpret_cast<int64>(number));
-    if (sqlite3_exec(shared, sql, nullptr, nullptr, nullptr) != SQLITE_OK) ++thread_failures;
-  }
-  ++ended;
-  return nullptr;
-}
-}  // namespace
-
 GUEST_TEST(threads_share_a_connection) {
   CHECK(sqlite3_threadsafe() == 1);
   Database database("shared.db");
   database.run("PRAGMA synchronous=OFF; CREATE TABLE t(who, number)");
-  shared = database.handle();
-  for (int64 i = 0; i < thread_count; ++i) {
-    pthread_t thread;
-    CHECK(pthread_create(&thread, nullptr, insert, reinterpret_cast<void*>(i)) == 0);
-    CHECK(pthread_detach(thread) == 0);
-  }
-  const timespec millisecond = {0, 1000000};
-  while (ended < thread_count) nanosleep(&millisecond, nullptr);
-  CHECK(thread_failures == 0);
+  run_on_threads(4, [&](int64 who) {
+    char sql[96];
+    for (int i = 0; i < 250; ++i) {
+      snprintf(sql, sizeof sql, "INSERT INTO t VALUES(%ld, %d); SELECT count(*) FROM t WHERE who = %ld", who, i, who);
+      CHECK(database.try_to_run(sql) == SQLITE_OK);
+    }
+  });
   CHECK(database.says("SELECT group_concat(n) FROM (SELECT count(DISTINCT number) AS n FROM t GROUP BY who)",
                       "250,250,250,250"));
   CHECK(database.says(check_all, "ok"));

@@ -1,6 +1,6 @@
 // The part of macOS's <fcntl.h> that the real programs need.
 #pragma once
-#include <sys/types.h>
+#include "sys/types.h"
 
 #define O_RDONLY 0
 #define O_WRONLY 1

@@ -1,7 +1,7 @@
 // The part of macOS's <pthread.h> that the real programs need.
 #pragma once
-#include <sched.h>
-#include <sys/types.h>
+#include "sched.h"
+#include "sys/types.h"
 
 #define PTHREAD_MUTEX_RECURSIVE 2
 #define PTHREAD_MUTEX_INITIALIZER {0x32AAABA7, {0}}
@@ -23,6 +23,12 @@ typedef struct {
   char opaque[56];
 } pthread_attr_t;
 
+typedef struct {
+  long signature;
+  char opaque[40];
+} pthread_cond_t;
+typedef unsigned long pthread_key_t;
+
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument);
 int pthread_join(pthread_t thread, void** result);
 int pthread_detach(pthread_t thread);
@@ -35,6 +41,14 @@ int pthread_mutex_destroy(pthread_mutex_t* mutex);
 int pthread_mutex_lock(pthread_mutex_t* mutex);
 int pthread_mutex_trylock(pthread_mutex_t* mutex);
 int pthread_mutex_unlock(pthread_mutex_t* mutex);
+int pthread_cond_init(pthread_cond_t* condition, const void* attributes);
+int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex);
+int pthread_cond_signal(pthread_cond_t* condition);
+int pthread_cond_broadcast(pthread_cond_t* condition);
+int pthread_key_create(pthread_key_t* key, void (*destroy)(void*));
+int pthread_key_delete(pthread_key_t key);
+void* pthread_getspecific(pthread_key_t key);
+int pthread_setspecific(pthread_key_t key, const void* value);
 #ifdef __cplusplus
 }
 #endif

@@ -4,7 +4,7 @@
 #define __need_NULL
 #include <stddef.h>
 #include <stdarg.h>
-#include <sys/types.h>
+#include "sys/types.h"
 
 #define EOF (-1)
 #define BUFSIZ 1024

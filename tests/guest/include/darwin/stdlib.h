@@ -23,6 +23,7 @@ typedef struct {
 
 void* malloc(size_t size);
 void* calloc(size_t count, size_t size);
+int posix_memalign(void** block, size_t alignment, size_t size);
 void* realloc(void* block, size_t size);
 void free(void* block);
 void abort(void) __attribute__((noreturn));
@@ -41,7 +42,10 @@ long long strtoll(const char* text, char** end, int base);
 unsigned long strtoul(const char* text, char** end, int base);
 double strtod(const char* text, char** end);
 char* getenv(const char* name);
+int setenv(const char* name, const char* value, int overwrite);
+int unsetenv(const char* name);
 int system(const char* command);
+void* bsearch(const void* key, const void* base, size_t count, size_t size, int (*compare)(const void*, const void*));
 void qsort(void* base, size_t count, size_t size, int (*compare)(const void*, const void*));
 #ifdef __cplusplus
 }

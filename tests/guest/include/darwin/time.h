@@ -1,6 +1,6 @@
 // The part of macOS's <time.h> that guests, the real programs among them, and libc++'s headers need.
 #pragma once
-#include <sys/types.h>
+#include "sys/types.h"
 
 #define CLOCKS_PER_SEC 1000000
 

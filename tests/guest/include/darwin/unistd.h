@@ -1,7 +1,7 @@
 // The part of macOS's <unistd.h> that the real programs need.
 #pragma once
-#include <stdio.h>  // for SEEK_*, as on macOS
-#include <sys/types.h>
+#include "stdio.h"  // for SEEK_*, as on macOS
+#include "sys/types.h"
 
 #define F_OK 0
 #define X_OK 1

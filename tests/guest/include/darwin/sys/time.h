@@ -1,6 +1,6 @@
 // The part of macOS's <sys/time.h> that the real programs need.
 #pragma once
-#include <sys/types.h>
+#include "types.h"
 #ifdef __cplusplus
 extern "C" {
 #endif
