@@ -11,8 +11,7 @@
 #include <random>
 #include <string>
 
-#include "support/game_process.h"
-#include "support/handles.h"
+#include "told_process.h"
 
 using namespace vlm;
 using namespace vlm::test;
@@ -32,10 +31,10 @@ void begin_with(const std::string& store) {
   if (!store.empty()) REQUIRE(write_file(store_path, store));
 }
 
-std::wstring guest() { return L"\"" + program_folder() + L"guests\\cloud_guest.dylib\" "; }
-
 Ending run_guest(const wchar_t* probe, const std::wstring& folder = save_folder) {
-  return run_game_process(program_folder(), L"guest_driver.exe", guest() + probe, {{L"VLM_SAVE_DIR", folder}});
+  const std::wstring image = program_folder() + L"guests\\cloud_guest.dylib";
+  return run_game_process(program_folder(), L"guest_driver.exe", L"\"" + image + L"\" " + probe,
+                          {{L"VLM_SAVE_DIR", folder}});
 }
 
 /// The log's lines about the store, without their time and thread, the folder left out.
@@ -156,39 +155,6 @@ std::string state_after(std::int64_t step) {
   return state;
 }
 
-/// The last whole number that a killed process told; -2 when it told none.
-std::int64_t last_told(const std::string& told) {
-  const std::size_t end = told.rfind('\n');
-  if (end == std::string::npos || end == 0) return -2;
-  const std::size_t before = told.rfind('\n', end - 1);
-  return std::atoll(told.c_str() + (before == std::string::npos ? 0 : before + 1));
-}
-
-/// Starts save_until_killed, kills it so many milliseconds after it began to save, and returns what it told.
-std::string run_until_killed(DWORD ms) {
-  const std::wstring told_path = save_folder + L"\\told";
-  SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-  const auto told = own_handle(CreateFileW(told_path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                           &inherited, CREATE_ALWAYS, 0, nullptr));
-  REQUIRE(told);
-  const UniqueHandle process = start_process(
-      L"\"" + program_folder() + L"guest_driver.exe\" " + guest() + L"save_until_killed", told.get());
-  REQUIRE(process);
-  const ULONGLONG limit = GetTickCount64() + 30'000;
-  LARGE_INTEGER size{};
-  while (size.QuadPart == 0 && GetTickCount64() < limit) {
-    Sleep(1);
-    GetFileSizeEx(told.get(), &size);
-  }
-  Sleep(ms);
-  TerminateProcess(process.get(), 99);
-  WaitForSingleObject(process.get(), 5000);
-  DWORD code = 0;
-  GetExitCodeProcess(process.get(), &code);
-  CHECK_EQ(code, 99);
-  return read_file(told_path);
-}
-
 }  // namespace
 
 TEST_CASE("a game that is killed while it saves leaves the old state or the new one") {
@@ -199,8 +165,10 @@ TEST_CASE("a game that is killed while it saves leaves the old state or the new 
   int unfinished = 0;
   for (int round = 0; round < 200; ++round) {
     CAPTURE(round);
-    const std::string told = run_until_killed(random() % 12);
-    const std::int64_t last = last_told(told);
+    const ToldProcess game = run_and_kill(L"cloud_guest", L"save_until_killed", "\n", random() % 12);
+    CHECK_EQ(game.exit_code, ToldProcess::killed);
+    REQUIRE(!last_line(game.told).empty());
+    const std::int64_t last = std::atoll(last_line(game.told).c_str());
     REQUIRE_GE(last, kept);  // went on from what was kept
     const std::string state = read_file(store_path);
     const bool is_old = state == state_after(last), is_new = state == state_after(last + 1);
@@ -211,6 +179,6 @@ TEST_CASE("a game that is killed while it saves leaves the old state or the new 
   SetEnvironmentVariableW(L"VLM_SAVE_DIR", nullptr);
   MESSAGE(kept << " saves, " << unfinished << " temporary files left");
   CHECK_GT(unfinished, 0);  // the kills hit what they were aimed at
-  for (const std::wstring& path : {store_path, temporary_path, save_folder + L"\\told"}) DeleteFileW(path.c_str());
+  for (const std::wstring& path : {store_path, temporary_path}) DeleteFileW(path.c_str());
   CHECK(RemoveDirectoryW(save_folder.c_str()));
 }
