@@ -1,13 +1,10 @@
 // What the log says when game code crashes, each time in a process of its own.
-#define DOCTEST_CONFIG_NO_MULTITHREADING
-#define DOCTEST_CONFIG_IMPLEMENT
-#include <doctest/doctest.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <string>
 
+#include "doctest_program.h"
 #include "support/game_process.h"
 
 using namespace vlm::test;

@@ -4,15 +4,13 @@
 //
 // expansion: all 64 slots of the TEB are taken before the library is loaded. FUNCTION of the image is called last; it
 // throws. Exit code 0: the library started and answered, 3: it refused; a crash ends the process with its own code.
-#include <windows.h>
-
 #include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 
-#include "vlm.h"
+#include "game.h"
+
+using namespace vlm::test;
 
 namespace {
 
@@ -36,8 +34,8 @@ HANDLE WINAPI make_mutex_without_name(SECURITY_ATTRIBUTES* attributes, BOOL owne
 int WINAPI show_no_box(HWND, const char*, const char*, UINT) { return IDOK; }
 
 /// Lets the library call another function in place of one that it imports.
-bool replace_import(HMODULE module, const char* name, void* function) {
-  auto* const base = reinterpret_cast<std::byte*>(module);
+bool replace_import(const char* name, void* function) {
+  auto* const base = reinterpret_cast<std::byte*>(library);
   const auto* const dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
   const auto* const headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
   const DWORD imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
@@ -57,13 +55,9 @@ bool replace_import(HMODULE module, const char* name, void* function) {
   return false;
 }
 
-template <class Function>
-Function library_function(HMODULE library, const char* name) {
-  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
-
 /// Where the image lies, or null.
-const std::byte* find_image(decltype(&vlm_is_mac_address) is_mac_address) {
+const std::byte* find_image() {
+  const auto is_mac_address = library_function<decltype(&vlm_is_mac_address)>("vlm_is_mac_address");
   MEMORY_BASIC_INFORMATION region;
   for (const std::byte* at = nullptr; VirtualQuery(at, &region, sizeof region) != 0;
        at = static_cast<const std::byte*>(region.BaseAddress) + region.RegionSize) {
@@ -82,30 +76,23 @@ int main(int argc, char** argv) {
     while (TlsAlloc() < 63) {
     }
   }
-  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
-  const HMODULE library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr ||
-      !replace_import(library, "CreateMutexW", reinterpret_cast<void*>(&make_mutex_without_name)) ||
-      !replace_import(library, "MessageBoxA", reinterpret_cast<void*>(&show_no_box))) {
+  load_library(argv[1]);
+  if (!replace_import("CreateMutexW", reinterpret_cast<void*>(&make_mutex_without_name)) ||
+      !replace_import("MessageBoxA", reinterpret_cast<void*>(&show_no_box))) {
     return std::puts("GameAssembly.dll does not import what it should"), 1;
   }
   RemoveVectoredExceptionHandler(handler);
   AddVectoredExceptionHandler(0, end_when_crashed);  // now behind the library's, which reports
-  library_function<void (*)(void*)>(library, "il2cpp_set_memory_callbacks")(nullptr);  // starts, and runs no game code
+  library_function<void (*)(void*)>("il2cpp_set_memory_callbacks")(nullptr);  // starts, and runs no game code
 
-  const auto native_symbol = library_function<decltype(&vlm_native_symbol)>(library, "vlm_native_symbol");
-  for (const char* name : {"game_start", "_helper_alias", "", "_far", "not there"}) native_symbol(name);
-  const std::byte* const image =
-      find_image(library_function<decltype(&vlm_is_mac_address)>(library, "vlm_is_mac_address"));
+  for (const char* name : {"game_start", "_helper_alias", "", "_far", "not there"}) find_symbol(name);
+  const std::byte* const image = find_image();
   const std::byte* volatile stack[64];  // a crash report names the functions that a stack has addresses of
   for (std::size_t i = 0; i < std::size(stack); ++i) stack[i] = image + i * 0x101;
   for (int i = 0; i < 2; ++i) RaiseException(report_wanted, 0, 0, nullptr);
 
   if (*wish != '\0' && std::strcmp(wish, "expansion") != 0) {
-    const auto wrap_sysv = library_function<decltype(&vlm_wrap_sysv_function)>(library, "vlm_wrap_sysv_function");
-    void* const function = native_symbol(wish);
-    if (function == nullptr) return std::printf("there is no %s\n", wish), 1;
-    reinterpret_cast<void (*)()>(wrap_sysv(function, 0))();
+    call_game<void>(wish);
   }
   TerminateProcess(GetCurrentProcess(), stack[0] == image ? 0 : 1);
 }

@@ -1,39 +1,13 @@
 // The exports that do work of their own, in the real library. The image is local_guest.cpp.
-#define DOCTEST_CONFIG_NO_MULTITHREADING
-#define DOCTEST_CONFIG_IMPLEMENT
-#include <doctest/doctest.h>
-#include <windows.h>
-
 #include <string>
 #include <vector>
 
-#include "support/leave.h"
-#include "vlm.h"
+#include "doctest_program.h"
+#include "game.h"
+
+using namespace vlm::test;
 
 namespace {
-
-HMODULE library;
-
-template <class T>
-T library_function(const char* name) {
-  return reinterpret_cast<T>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
-
-template <class T>
-T& game_variable(const char* name) {
-  const auto address = library_function<decltype(&vlm_native_symbol)>("vlm_native_symbol")(name);
-  REQUIRE(address != nullptr);
-  return *static_cast<T*>(address);
-}
-
-/// Calls a function of the game by its symbol, with up to three integer or pointer arguments.
-template <class R = void*, class... A>
-R call_game(const char* name, A... arguments) {
-  const auto address = library_function<decltype(&vlm_native_symbol)>("vlm_native_symbol")(name);
-  REQUIRE(address != nullptr);
-  const auto wrap = library_function<decltype(&vlm_wrap_sysv_function)>("vlm_wrap_sysv_function");
-  return reinterpret_cast<R (*)(A...)>(wrap(address, sizeof...(A)))(arguments...);
-}
 
 std::vector<std::string> registered_names() {
   std::vector<std::string> names;
@@ -62,13 +36,10 @@ void mod_entry(std::int32_t called_before) {
 }
 void other_mod(std::int32_t) {}
 
-struct GameMethod {
-  const char* name;
-  unsigned implementation_flags;
-};
-
 void* invoke(const char* method_name, void* object, void** exception = nullptr) {
-  GameMethod method{method_name, 0};
+  struct Method {
+    const char* name;  // more follows
+  } method{method_name};
   return library_function<void* (*)(void*, void*, void**, void**)>("il2cpp_runtime_invoke")(
       method_name ? &method : nullptr, object, nullptr, exception);
 }
@@ -189,9 +160,7 @@ TEST_CASE("plug-in names cross as UTF-16 and come back as UTF-8") {
 }
 
 int main(int argc, char** argv) {
-  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
-  library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr) return 1;
+  load_library(argv[1]);
   doctest::Context context;
-  vlm::test::leave(context.run());
+  leave(context.run());
 }

@@ -1,51 +1,23 @@
 // Calls from game code into Windows functions: every signature of signatures.h with random values, through the real
 // library. The guest (marshal_guest.cpp) is compiled for macOS and this program for Windows, so the library is checked
-// against what a compiler does on either side. With the name of an ending for an argument, a process that ends so.
-#define DOCTEST_CONFIG_NO_MULTITHREADING
-#define DOCTEST_CONFIG_IMPLEMENT
-#include <doctest/doctest.h>
-#include <windows.h>
-
+// against what a compiler does on either side.
+//
+//   marshal_test IMAGE [NAME]     NAME: of an internal call that cannot be made; endings_test looks at how that ends
 #include <atomic>
 #include <bit>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "doctest_program.h"
+#include "game.h"
 #include "signatures.h"
-#include "support/game_process.h"
-#include "support/leave.h"
-#include "vlm.h"
 
 using namespace signatures;
+using namespace vlm::test;
 
 namespace {
-
-const char* image;
-
-/// Starts the game when it is asked for first: the processes of the first test play it one at a time.
-template <class T>
-T library_function(const char* name) {
-  static const HMODULE library = [] {
-    SetEnvironmentVariableA("VLM_GAMEASSEMBLY", image);
-    const HMODULE loaded = LoadLibraryA("GameAssembly.dll");
-    if (loaded == nullptr) std::exit(1);
-    reinterpret_cast<int (*)(const char*)>(reinterpret_cast<void*>(GetProcAddress(loaded, "il2cpp_init")))("marshal");
-    return loaded;
-  }();
-  return reinterpret_cast<T>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
-
-template <class R = std::uint32_t, class... A>
-R call_game(const char* name, A... arguments) {
-  const auto address = library_function<decltype(&vlm_native_symbol)>("vlm_native_symbol")(name);
-  if (address == nullptr) std::exit(1);
-  const auto wrap = library_function<decltype(&vlm_wrap_sysv_function)>("vlm_wrap_sysv_function");
-  return reinterpret_cast<R (*)(A...)>(wrap(address, sizeof...(A)))(arguments...);
-}
 
 void add_internal_call(const char* name, void* function) {
   library_function<void (*)(const char*, void*)>("il2cpp_add_internal_call")(name, function);
@@ -147,35 +119,10 @@ std::string fault_of(unsigned number, const CaseInfo& info, void* code, std::mt1
 std::uint32_t twice(std::uint32_t value) { return 2 * value; }
 float half(float value) { return value / 2; }
 std::uint32_t call_float(const char* name, float value) {
-  return call_game("call_with_float", name, std::bit_cast<std::uint32_t>(value));
+  return call_game<std::uint32_t>("call_with_float", name, std::bit_cast<std::uint32_t>(value));
 }
 
 }  // namespace
-
-TEST_CASE("calls that cannot be made end the game") {
-  const auto ending_of = [](const std::string& name) {
-    const std::string arguments = std::string("\"") + image + "\" " + name;
-    return vlm::test::run_game_process(vlm::test::program_folder(), L"marshal_test.exe",
-                                       std::wstring(arguments.begin(), arguments.end()));
-  };
-  static constexpr struct {
-    const char* name;
-    const char* log;
-  } cases[] = {{"Game.Space.Nobody::Method", "[icall] class not found for Game.Space.Nobody::Method"},
-               {"Game.Space.Outer/Deep::Half", "[icall] class not found for Game.Space.Outer/Deep::Half"},
-               {"Outer::Overloaded", "[icall] class not found for Outer::Overloaded"},
-               {"Game.Space.Outer::Managed", "[icall] no internal-call method for Game.Space.Outer::Managed"},
-               {"no-colons", "FATAL: "}};
-  for (const auto& c : cases) {
-    CAPTURE(c.name);
-    const vlm::test::Ending ending = ending_of(c.name);
-    CHECK_EQ(ending.exit_code, 3);
-    CHECK_EQ(ending.box_text, std::string("cannot determine the signature of internal call ") + c.name);
-    CHECK_NE(ending.log.find(c.log), std::string::npos);
-  }
-  CHECK_EQ(ending_of("Game.Space.Outer::Large").box_text,
-           "struct argument of 72 bytes in Game.Space.Outer::Large is too large");
-}
 
 TEST_CASE("every signature carries every byte both ways") {
   const std::vector<CaseInfo> infos = make_infos(UpTo<case_count>());
@@ -224,7 +171,7 @@ TEST_CASE("names find nested classes and overloads; the player gets its own func
                            "Game.Space.Outer::Overloaded(System.Int32,System.Single)"}) {  // not an internal call
     CAPTURE(name);
     add_internal_call(name, ints);
-    CHECK_EQ(call_game("call_with_int", name, 21u), 42);
+    CHECK_EQ(call_game<std::uint32_t>("call_with_int", name, 21u), 42);
     CHECK_EQ(resolve(name), ints);
   }
   for (const char* name : {"Game.Space.Outer::Overloaded(System.Single)", "Game.Space.Outer/Inner/Deep::Half"}) {
@@ -237,15 +184,14 @@ TEST_CASE("names find nested classes and overloads; the player gets its own func
 
 TEST_CASE("a value type that contains itself does not keep the library busy for ever") {
   add_internal_call("Game.Space.Outer::Endless", reinterpret_cast<void*>(&twice));
-  call_game("call_with_int", "Game.Space.Outer::Endless", 1u);
+  call_game<std::uint32_t>("call_with_int", "Game.Space.Outer::Endless", 1u);
 }
 
 TEST_CASE("of eight first calls at once, one looks the method up") {
   static constexpr const char* name = "Game.Space.Outer::Slow";
   add_internal_call(name, reinterpret_cast<void*>(&half));
-  const auto native_symbol = library_function<decltype(&vlm_native_symbol)>("vlm_native_symbol");
-  auto* const lookups = static_cast<int*>(native_symbol("lookups"));
-  *lookups = 0;
+  auto& lookups = game_variable<int>("lookups");
+  lookups = 0;
   static std::atomic<int> ready = 0, right = 0;
   HANDLE threads[8];
   for (HANDLE& thread : threads) {
@@ -259,17 +205,17 @@ TEST_CASE("of eight first calls at once, one looks the method up") {
   }
   WaitForMultipleObjects(8, threads, TRUE, INFINITE);
   CHECK_EQ(right, 8);
-  CHECK_EQ(*lookups, 2);  // the class is in the second assembly
+  CHECK_EQ(lookups, 2);  // the class is in the second assembly
 }
 
 int main(int argc, char** argv) {
-  if (argc < 2) return 1;
-  image = argv[1];
+  load_library(argv[1]);
+  start_game();
   if (argc > 2) {
     add_internal_call(argv[2], reinterpret_cast<void*>(&twice));
-    call_game(std::strstr(argv[2], "Large") ? "call_with_huge_struct" : "call_with_int", argv[2], 1u);
+    call_game<std::uint32_t>(std::strstr(argv[2], "Large") ? "call_with_huge_struct" : "call_with_int", argv[2], 1u);
     return 0;
   }
   doctest::Context context;
-  vlm::test::leave(context.run());
+  leave(context.run());
 }

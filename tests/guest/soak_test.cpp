@@ -7,17 +7,16 @@
 // What lives until the process ends is taken off: for each thread that ended two records of about 4 KiB and two handles,
 // as one is made when Windows tells of a new thread and one by its creator.
 #include <windows.h>
+
 #include <psapi.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <vector>
 
-#include "support/leave.h"
+#include "game.h"
 #include "support/open_handles.h"
-#include "vlm.h"
+
+using namespace vlm::test;
 
 namespace {
 
@@ -53,7 +52,7 @@ bool go_on(std::int64_t ended_threads) {
     PROCESS_MEMORY_COUNTERS counters{};
     GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
     samples.push_back({static_cast<std::int64_t>(counters.PagefileUsage) - ended_threads * bytes_per_thread,
-                       vlm::test::count_open_handles() - ended_threads * handles_per_thread});
+                       count_open_handles() - ended_threads * handles_per_thread});
     if (samples.size() % 30 == 1) {
       std::printf("%llu s: %zu KiB private, %lld threads ended, %lld other handles\n", passed / 1000,
                   static_cast<std::size_t>(counters.PagefileUsage / 1024), static_cast<long long>(ended_threads),
@@ -75,37 +74,28 @@ std::int64_t growth_of(std::int64_t Sample::*member) {
   return median(samples.size() - third) - median(0);
 }
 
-template <class Function>
-Function library_function(HMODULE library, const char* name) {
-  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 3) return std::puts("usage: soak_test IMAGE SECONDS"), 1;
-  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
-  const HMODULE library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr) return std::puts("GameAssembly.dll could not be loaded"), 1;
-  library_function<int (*)(const char*)>(library, "il2cpp_init")("soak");
-  library_function<void (*)(const char*, void*)>(library, "il2cpp_add_internal_call")(
-      "Soak::Mix", reinterpret_cast<void*>(&mix));
-  const auto native_symbol = library_function<decltype(&vlm_native_symbol)>(library, "vlm_native_symbol");
-  const auto wrap_callback = library_function<decltype(&vlm_wrap_callback)>(library, "vlm_wrap_callback");
-  const auto wrap_sysv = library_function<decltype(&vlm_wrap_sysv_function)>(library, "vlm_wrap_sysv_function");
-  *static_cast<void**>(native_symbol("go_on")) = wrap_callback(reinterpret_cast<void*>(&go_on));
-  *static_cast<void**>(native_symbol("report")) = wrap_callback(reinterpret_cast<void*>(&report));
+  load_library(argv[1]);
+  start_game();
+  library_function<void (*)(const char*, void*)>("il2cpp_add_internal_call")("Soak::Mix",
+                                                                            reinterpret_cast<void*>(&mix));
+  game_variable<void*>("go_on") = callback(&go_on);
+  game_variable<void*>("report") = callback(&report);
 
   begin = GetTickCount64();
   length_ms = 1000 * std::strtoull(argv[2], nullptr, 10);
-  const auto steps = reinterpret_cast<std::int64_t (*)()>(wrap_sysv(native_symbol("run_soak"), 0))();
-  if (steps == 0) failures += 1;
-  if (steps != 0) {
+  const auto steps = call_game<std::int64_t>("run_soak");
+  if (steps == 0) {
+    ++failures;
+  } else {
     const std::int64_t bytes = growth_of(&Sample::bytes), handles = growth_of(&Sample::handles);
     std::printf("%lld steps; growth after the warm-up: %lld KiB, %lld handles\n", static_cast<long long>(steps),
                 static_cast<long long>(bytes / 1024), static_cast<long long>(handles));
     if (bytes > byte_slack || handles > handle_slack) ++failures;
   }
   std::printf("%d failures\n", failures);
-  vlm::test::leave(failures == 0 ? 0 : 1);
+  leave(failures == 0 ? 0 : 1);
 }

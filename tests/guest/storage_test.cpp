@@ -2,18 +2,14 @@
 // and the library with its patch list lie in a folder of their own beside "GameAssembly.dylib".
 //
 //   storage_test [expansion]     expansion: all 64 slots of the TEB are taken before the library is loaded
-#include <windows.h>
-
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
 
-#include "support/leave.h"
-#include "vlm.h"
+#include "game.h"
+
+using namespace vlm::test;
 
 namespace {
 
-HMODULE library;
 std::uint64_t (*exchange_slot)(std::uint64_t);
 HANDLE library_loaded;
 int failures = 0;
@@ -22,11 +18,6 @@ void expect(bool passed, const char* what) {
   if (passed) return;
   ++failures;
   std::printf("failed: %s\n", what);
-}
-
-template <class T>
-T library_function(const char* name) {
-  return reinterpret_cast<T>(reinterpret_cast<void*>(GetProcAddress(library, name)));
 }
 
 void report_failure(const char* file, std::int64_t line, const char* what) {
@@ -77,20 +68,14 @@ int main(int argc, char** argv) {
   HANDLE older[threads], newer[threads];
   start(older, 100);
 
-  library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr) return std::printf("GameAssembly.dll could not be loaded: error %lu\n", GetLastError()), 1;
-  library_function<int (*)(const char*)>("il2cpp_init")("storage");
-  const auto native_symbol = library_function<decltype(&vlm_native_symbol)>("vlm_native_symbol");
-  const auto wrap_sysv = library_function<decltype(&vlm_wrap_sysv_function)>("vlm_wrap_sysv_function");
-  const auto wrap_callback = library_function<decltype(&vlm_wrap_callback)>("vlm_wrap_callback");
-  exchange_slot = reinterpret_cast<std::uint64_t (*)(std::uint64_t)>(wrap_sysv(native_symbol("exchange_slot"), 1));
-  const auto run_guest_tests = reinterpret_cast<std::int64_t (*)(void*)>(wrap_sysv(native_symbol("run_guest_tests"), 1));
-
-  expect(run_guest_tests(wrap_callback(reinterpret_cast<void*>(&report_failure))) > 0, "the guest's tests ran");
+  load_library();
+  start_game();
+  exchange_slot = game_function<std::uint64_t, std::uint64_t>(game_symbol("exchange_slot"));
+  expect(call_game<std::int64_t>("run_guest_tests", callback(&report_failure)) > 0, "the guest's tests ran");
   start(newer, 200);
   SetEvent(library_loaded);
   join(older, "a thread older than the library has storage of its own");
   join(newer, "a thread made after start-up has storage of its own");
   std::printf("thread storage%s: %d failures\n", expansion ? " in the expansion slots" : "", failures);
-  vlm::test::leave(failures == 0 ? 0 : 1);
+  leave(failures == 0 ? 0 : 1);
 }

@@ -1,13 +1,11 @@
 // The thread that keeps the game window's title, with real windows of a process of its own.
-#define DOCTEST_CONFIG_NO_MULTITHREADING
-#define DOCTEST_CONFIG_IMPLEMENT
-#include <doctest/doctest.h>
 #include <windows.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "doctest_program.h"
 #include "support/game_process.h"
 
 using namespace vlm::test;

@@ -1,0 +1,66 @@
+// The library in the process of a test program, and the game behind it.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+#include "support/leave.h"
+#include "vlm.h"
+
+namespace vlm::test {
+
+inline HMODULE library;
+
+/// An export of the library; without it the program ends.
+template <class Function>
+Function library_function(const char* name) {
+  void* const function = reinterpret_cast<void*>(GetProcAddress(library, name));
+  if (function == nullptr) std::printf("GameAssembly.dll does not export %s\n", name), std::exit(1);
+  return reinterpret_cast<Function>(function);
+}
+
+/// Loads the library, for this image or for the one beside it. The first call of an il2cpp_ function starts the game.
+inline void load_library(const char* image = nullptr) {
+  if (image != nullptr) SetEnvironmentVariableA("VLM_GAMEASSEMBLY", image);
+  library = LoadLibraryA("GameAssembly.dll");
+  if (library == nullptr) std::printf("cannot load GameAssembly.dll: error %lu\n", GetLastError()), std::exit(1);
+}
+inline int start_game(const char* domain = "game") {
+  return library_function<int (*)(const char*)>("il2cpp_init")(domain);
+}
+
+/// Where the game has a variable or a function of this name: null, or the end of the program, when it has none.
+inline void* find_symbol(const char* name) {
+  return library_function<decltype(&vlm_native_symbol)>("vlm_native_symbol")(name);
+}
+inline void* game_symbol(const char* name) {
+  void* const address = find_symbol(name);
+  if (address == nullptr) std::printf("the game has no %s\n", name), std::exit(1);
+  return address;
+}
+template <class T>
+T& game_variable(const char* name) {
+  return *static_cast<T*>(game_symbol(name));
+}
+
+/// A function of the game that takes integers and pointers.
+template <class R, class... A>
+auto game_function(void* address) {
+  const auto wrap = library_function<decltype(&vlm_wrap_sysv_function)>("vlm_wrap_sysv_function");
+  return reinterpret_cast<R (*)(A...)>(wrap(address, sizeof...(A)));
+}
+template <class R, class... A>
+R call_game(const char* name, A... arguments) {
+  return game_function<R, A...>(game_symbol(name))(arguments...);
+}
+
+/// What the game calls to call a function of this program.
+template <class Function>
+void* callback(Function* function) {
+  return library_function<decltype(&vlm_wrap_callback)>("vlm_wrap_callback")(reinterpret_cast<void*>(function));
+}
+
+}  // namespace vlm::test
