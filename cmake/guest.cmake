@@ -1,5 +1,5 @@
-# macOS x86-64 code: compiled by clang for a Mac, linked by the Mach-O lld. There is no SDK here; guests declare what
-# they need themselves.
+# macOS x86-64 code: compiled by clang for a Mac, linked by the Mach-O lld. A Mac's SDK is not needed: sdk/ has the few
+# declarations that are used here.
 set(GUEST_FLAGS -target x86_64-apple-macos10.13 -O1 -g0 -fno-builtin -Wall -Wextra -Wno-unused-parameter -Werror
     -fno-stack-protector -nostdinc++ -nostdlibinc)
 set(GUEST_LINK ld64.lld-19 -arch x86_64 -platform_version macos 10.13 10.13 -dylib -no_fixup_chains
@@ -7,11 +7,11 @@ set(GUEST_LINK ld64.lld-19 -arch x86_64 -platform_version macos 10.13 10.13 -dyl
 
 # The headers of libc++, over a configuration and the few C headers of macOS that are the guests' own. Forms of new and
 # delete that the library does not have are not called.
-set(GUEST_INCLUDE ${CMAKE_CURRENT_LIST_DIR}/../tests/guest/include)
+set(GUEST_SDK ${CMAKE_CURRENT_LIST_DIR}/../sdk)
 set(GUEST_LIBCXX_FLAGS -fno-sized-deallocation -fno-aligned-allocation
-    -isystem ${GUEST_INCLUDE}/libcxx
+    -isystem ${GUEST_SDK}/libcxx
     -isystem /usr/lib/llvm-19/include/c++/v1
-    -isystem ${GUEST_INCLUDE}/darwin)
+    -isystem ${GUEST_SDK}/darwin)
 
 # add_guest(name SOURCES a.cpp b.m c.s [LIBCXX] [OUTPUT path] [FLAGS ...] [LINK_FLAGS ...] [DEPENDS ...])
 # Builds a Mach-O dylib; the target <name> makes it and the property GUEST_IMAGE of <name> is its path. With LIBCXX
@@ -39,7 +39,7 @@ function(add_guest name)
     endif()
     add_custom_command(OUTPUT ${object}
       COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_BINARY_DIR}/guests/${name}.o
-      COMMAND clang-19 ${GUEST_FLAGS} ${language_flags} ${G_FLAGS} -I${CMAKE_SOURCE_DIR}/src
+      COMMAND clang-19 ${GUEST_FLAGS} ${language_flags} ${G_FLAGS} -I${GUEST_SDK}/.. -I${GUEST_SDK}/../src
               -MD -MF ${object}.d -c ${source} -o ${object}
       DEPENDS ${source} ${G_DEPENDS} DEPFILE ${object}.d VERBATIM)
     list(APPEND objects ${object})

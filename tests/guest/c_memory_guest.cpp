@@ -1,6 +1,6 @@
 // The heap, blocks of bytes, sorting and random bytes.
 #include "darwin_threads.h"
-#include "include/darwin/setjmp.h"
+#include "sdk/darwin/setjmp.h"
 
 extern "C" {
 void* memmove_chk(void*, const void*, uint64, uint64) __asm("___memmove_chk");  // by its name it would be compiled away

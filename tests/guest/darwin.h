@@ -1,19 +1,19 @@
-// The C headers of macOS as far as guests need them: include/darwin, in which the real programs and libc++ find theirs.
+// The C headers of macOS as far as guests need them: sdk/darwin, in which the real programs and libc++ find theirs.
 #pragma once
 
 #include "guest_test.h"
-#include "include/darwin/dirent.h"
-#include "include/darwin/dlfcn.h"
-#include "include/darwin/errno.h"
-#include "include/darwin/fcntl.h"
-#include "include/darwin/stdio.h"
-#include "include/darwin/stdlib.h"
-#include "include/darwin/string.h"
-#include "include/darwin/sys/mman.h"
-#include "include/darwin/sys/stat.h"
-#include "include/darwin/sys/time.h"
-#include "include/darwin/time.h"
-#include "include/darwin/unistd.h"
+#include "sdk/darwin/dirent.h"
+#include "sdk/darwin/dlfcn.h"
+#include "sdk/darwin/errno.h"
+#include "sdk/darwin/fcntl.h"
+#include "sdk/darwin/stdio.h"
+#include "sdk/darwin/stdlib.h"
+#include "sdk/darwin/string.h"
+#include "sdk/darwin/sys/mman.h"
+#include "sdk/darwin/sys/stat.h"
+#include "sdk/darwin/sys/time.h"
+#include "sdk/darwin/time.h"
+#include "sdk/darwin/unistd.h"
 
 /// Two texts that are equal; null is none.
 inline bool same(const char* a, const char* b) { return a != nullptr && b != nullptr && strcmp(a, b) == 0; }

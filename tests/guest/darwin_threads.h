@@ -3,7 +3,7 @@
 #pragma once
 
 #include "darwin.h"
-#include "include/darwin/pthread.h"
+#include "sdk/darwin/pthread.h"
 
 using Thread = _opaque_pthread_t;
 using Key = pthread_key_t;

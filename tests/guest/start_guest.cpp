@@ -1,6 +1,6 @@
 // What an image meets while it is started: initializers, imports without an implementation, non-local jumps.
 #include "guest_test.h"
-#include "include/darwin/setjmp.h"
+#include "sdk/darwin/setjmp.h"
 
 extern "C" {
 // Imports that nobody implements.
