@@ -6,11 +6,11 @@
 #include <cstdio>
 #include <string>
 
-#include "game.h"
 #include "report.h"
-#include "support/leave.h"
+#include "support/game.h"
 
 using namespace vlm::bench;
+using namespace vlm::test;
 
 namespace {
 
@@ -42,9 +42,13 @@ constexpr auto runtime_print = [](char* into, std::size_t size, const char* form
 }  // namespace
 
 int main(int, char** arguments) {
-  start_game(arguments[1]);
-  const auto guest_words = function_of_game<Loop>("format_words");
-  const auto guest_fraction = function_of_game<Loop>("format_fraction");
+  load_library(arguments[1]);
+  start_game();
+  const auto guest_loop = [](const char* name) {
+    return game_function<std::int64_t, char*, std::uint64_t, std::int64_t>(game_symbol(name));
+  };
+  Loop* const guest_words = guest_loop("format_words");
+  Loop* const guest_fraction = guest_loop("format_fraction");
 
   const struct {
     const char* name;
@@ -67,5 +71,5 @@ int main(int, char** arguments) {
         101, 1, [&] { row.peer(theirs, sizeof theirs, calls); }, [&] { row.ours(text, sizeof text, calls); });
     print_row(row.name, "ns", time.peer / calls, time.ours / calls, row.goal);
   }
-  vlm::test::leave(0);
+  leave(0);
 }

@@ -2,11 +2,11 @@
 // keeps the same registers, both calling the same function of a guest image.
 //
 //   forward_bench IMAGE
-#include "game.h"
 #include "report.h"
-#include "support/leave.h"
+#include "support/game.h"
 
 using namespace vlm::bench;
+using namespace vlm::test;
 
 extern "C" {
 void* bridge_peer(const void*, const char*, const char*, const char*);
@@ -18,19 +18,20 @@ int ticks = 0;  // of the mod
 }
 
 int main(int, char** arguments) {
-  start_game(arguments[1]);
-  const auto ours = export_of<decltype(bridge_peer)>("il2cpp_exception_from_name_msg");
-  bridge_peer_target = symbol_of_game("il2cpp_exception_from_name_msg");
+  load_library(arguments[1]);
+  start_game();
+  const auto ours = library_function<decltype(&bridge_peer)>("il2cpp_exception_from_name_msg");
+  bridge_peer_target = game_symbol("il2cpp_exception_from_name_msg");
   const auto call_ours = [&] { ours(arguments, "space", "name", "message"); };
   const auto time = compare(301, 20'000, [&] { bridge_peer(arguments, "space", "name", "message"); }, call_ours);
   print_row("forwarder, four integer arguments", "ns", time.peer, time.ours, "1.15");
 
   // The same shape of call, into a function that does as little, with a mod that is called every 15 ms.
-  export_of<decltype(vlm_mod_register)>("vlm_mod_register")([](std::int32_t) { ++ticks; });
-  const auto invoke = export_of<void*(const void*, void*, void**, void**)>("il2cpp_runtime_invoke");
+  library_function<decltype(&vlm_mod_register)>("vlm_mod_register")([](std::int32_t) { ++ticks; });
+  const auto invoke = library_function<void* (*)(const void*, void*, void**, void**)>("il2cpp_runtime_invoke");
   const auto with_mod = compare(301, 20'000, call_ours, [&] { invoke(arguments, nullptr, nullptr, nullptr); });
   if (ticks == 0) return 1;
   print_row("runtime_invoke with a mod, against a forwarder (goal: 5 ns more)", "ns", with_mod.peer, with_mod.ours,
             "-");
-  vlm::test::leave(0);
+  leave(0);
 }

@@ -3,14 +3,15 @@
 //
 //   guest_bench IMAGE
 #include "case_report.h"
-#include "game.h"
-#include "support/leave.h"
+#include "support/game.h"
 
 using namespace vlm::bench;
+using namespace vlm::test;
 
 int main(int, char** arguments) {
-  start_game(arguments[1]);
-  report_cases(static_cast<const char* const*>(symbol_of_game("case_names")),
-               function_of_game<void(std::int64_t, std::int64_t)>("run_case"));
-  vlm::test::leave(0);
+  load_library(arguments[1]);
+  start_game();
+  report_cases(static_cast<const char* const*>(game_symbol("case_names")),
+               game_function<void, std::int64_t, std::int64_t>(game_symbol("run_case")));
+  leave(0);
 }

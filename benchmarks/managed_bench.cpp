@@ -3,11 +3,11 @@
 //   managed_bench IMAGE        compares the smallest with a forwarder, which crosses the other way
 //   managed_bench IMAGE cases  measures the cases of managed_guest.cpp; the peer is ffi_cases.cpp, natively
 #include "case_report.h"
-#include "game.h"
 #include "report.h"
-#include "support/leave.h"
+#include "support/game.h"
 
 using namespace vlm::bench;
+using namespace vlm::test;
 
 namespace {
 
@@ -25,17 +25,18 @@ double mix(void*, int count, float weight, double time, Vector3 place, long long
 }  // namespace
 
 int main(int count, char** arguments) {
-  start_game(arguments[1]);
-  const auto add_internal_call = export_of<void(const char*, void*)>("il2cpp_add_internal_call");
+  load_library(arguments[1]);
+  start_game();
+  const auto add_internal_call = library_function<void (*)(const char*, void*)>("il2cpp_add_internal_call");
   add_internal_call("Bench::Add", reinterpret_cast<void*>(&add));
   add_internal_call("Bench::Move", reinterpret_cast<void*>(&move));
   add_internal_call("Bench::Mix", reinterpret_cast<void*>(&mix));
-  const auto run_case = function_of_game<void(std::int64_t, std::int64_t)>("run_case");
+  const auto run_case = game_function<void, std::int64_t, std::int64_t>(game_symbol("run_case"));
 
   if (count > 2) {
-    report_cases(static_cast<const char* const*>(symbol_of_game("case_names")), run_case);
+    report_cases(static_cast<const char* const*>(game_symbol("case_names")), run_case);
   } else {
-    const auto forwarder = export_of<std::int64_t(std::int64_t, std::int64_t)>("il2cpp_class_get_type_token");
+    const auto forwarder = library_function<std::int64_t (*)(std::int64_t, std::int64_t)>("il2cpp_class_get_type_token");
     constexpr int calls = 1000;
     const auto peer = [&] {
       for (int i = 0; i < calls; ++i) forwarder(i, 2);
@@ -44,5 +45,5 @@ int main(int count, char** arguments) {
     print_row("internal call, (int, int) to int, and a forwarder", "ns", time.peer / calls, time.ours / calls,
               "peer + 12");
   }
-  vlm::test::leave(0);
+  leave(0);
 }

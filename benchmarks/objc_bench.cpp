@@ -7,17 +7,17 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "game.h"
 #include "report.h"
-#include "support/leave.h"
+#include "support/game.h"
 
 using namespace vlm::bench;
+using namespace vlm::test;
 
 namespace {
 
 using Loop = std::uint64_t(std::uint64_t);
 
-Loop* game_loop(const char* name) { return function_of_game<Loop>(name); }
+Loop* game_loop(const char* name) { return game_function<std::uint64_t, std::uint64_t>(game_symbol(name)); }
 
 void row(const char* name, const char* goal, int rounds, std::uint64_t count, Loop* peer, Loop* ours) {
   const auto time = compare(rounds, 1, [&] { peer(count); }, [&] { ours(count); });
@@ -64,7 +64,8 @@ void row_of_threads() {
 
 int main(int, char** arguments) {
   SetProcessAffinityMask(GetCurrentProcess(), (1 << core_count) - 1);
-  start_game(arguments[1]);
+  load_library(arguments[1]);
+  start_game();
 
   row("message without arguments", "2.0", 201, 100'000, game_loop("pointer_loop"), game_loop("send_loop"));
   shared_loop = game_loop("shared_loop");
@@ -78,5 +79,5 @@ int main(int, char** arguments) {
                   static_cast<unsigned long long>(keys));
     row(name, "-", 51, 100'000 / keys, game_loop("search_loop"), game_loop("object_for_key_loop"));
   }
-  vlm::test::leave(0);
+  leave(0);
 }

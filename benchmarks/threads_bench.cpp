@@ -6,11 +6,11 @@
 #include <cstdint>
 #include <vector>
 
-#include "game.h"
 #include "report.h"
-#include "support/leave.h"
+#include "support/game.h"
 
 using namespace vlm::bench;
+using namespace vlm::test;
 
 namespace {
 
@@ -18,7 +18,7 @@ constexpr std::uint64_t calls = 20'000;
 constexpr int spinners = 8;
 constexpr std::uint32_t tls_slots = 0x1480;
 
-auto* game_loop(const char* name) { return function_of_game<std::uint64_t(std::uint64_t)>(name); }
+auto* game_loop(const char* name) { return game_function<std::uint64_t, std::uint64_t>(game_symbol(name)); }
 
 struct {
   SRWLOCK lock = SRWLOCK_INIT;
@@ -84,7 +84,8 @@ void row(const char* name, const char* goal, int rounds, std::uint64_t count, Pe
 }  // namespace
 
 int main() {
-  start_game(nullptr);
+  load_library();
+  start_game();
   row("mutex lock and unlock, uncontended", "1.25", 101, calls, slim_loop, game_loop("lock_loop"));
 
   const auto storage = game_loop("storage_address")(0);
@@ -104,5 +105,5 @@ int main() {
   }
   if (spinner_handles.size() != spinners) return 1;
   row("stop and restart 8 threads", "1.20", 21, 20, bare_stop, game_loop("stop_the_world"));
-  vlm::test::leave(0);
+  leave(0);
 }

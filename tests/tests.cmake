@@ -68,7 +68,6 @@ game_test(guest.marshal marshal_test $<TARGET_PROPERTY:marshal_guest,GUEST_IMAGE
 add_windows_test_program(missing_export tests/guest/missing_export.cpp)
 add_windows_test_program(endings_test tests/guest/endings_test.cpp tests/support/game_process.cpp)
 target_link_libraries(endings_test PRIVATE vlm)
-add_dependencies(endings_test storage)
 game_test(guest.endings endings_test)
 add_guest(crash_guest SOURCES tests/guest/crash_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-infinite-recursion)
 add_windows_test_program(crash_test tests/guest/crash_test.cpp tests/support/game_process.cpp)
@@ -129,10 +128,7 @@ set_tests_properties(guest.no_keyboard PROPERTIES ENVIRONMENT WINEDLLOVERRIDES=x
 set(STORAGE_DIR ${CMAKE_BINARY_DIR}/storage)
 add_guest(storage_guest SOURCES tests/guest/storage_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest
   OUTPUT ${STORAGE_DIR}/GameAssembly.dylib)
-add_custom_command(OUTPUT ${STORAGE_DIR}/GameAssembly.dll
-  COMMAND ${VLM_NATIVE_DIR}/tessera ${STORAGE_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
-          -o ${STORAGE_DIR}/GameAssembly.dll
-  DEPENDS ${VLM_NATIVE_DIR}/tessera storage_guest ${STORAGE_DIR}/GameAssembly.dylib GameAssembly VERBATIM)
+fit_library(${STORAGE_DIR} storage_guest)
 add_custom_target(storage ALL DEPENDS ${STORAGE_DIR}/GameAssembly.dll)
 add_windows_test_program(storage_test tests/guest/storage_test.cpp)
 set_target_properties(storage_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${STORAGE_DIR})
@@ -147,10 +143,7 @@ add_custom_command(OUTPUT ${GS_CASES_DIR}/cases.S
   DEPENDS ${VLM_NATIVE_DIR}/make_gs_cases VERBATIM)
 add_guest(gs_cases_guest SOURCES ${GS_CASES_DIR}/cases.S FLAGS -Wno-unused-command-line-argument
   OUTPUT ${GS_CASES_DIR}/GameAssembly.dylib)
-add_custom_command(OUTPUT ${GS_CASES_DIR}/GameAssembly.dll
-  COMMAND ${VLM_NATIVE_DIR}/tessera ${GS_CASES_DIR}/GameAssembly.dylib --library $<TARGET_FILE:GameAssembly>
-          -o ${GS_CASES_DIR}/GameAssembly.dll
-  DEPENDS ${VLM_NATIVE_DIR}/tessera gs_cases_guest ${GS_CASES_DIR}/GameAssembly.dylib GameAssembly VERBATIM)
+fit_library(${GS_CASES_DIR} gs_cases_guest)
 add_custom_target(gs_cases ALL DEPENDS ${GS_CASES_DIR}/GameAssembly.dll)
 add_windows_test_program(gs_cases_test tests/guest/gs_cases_test.cpp tests/support/machine.S)
 set_target_properties(gs_cases_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${GS_CASES_DIR})

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "game.h"
+#include "support/game.h"
 
 using namespace vlm::test;
 

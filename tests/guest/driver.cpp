@@ -5,7 +5,7 @@
 // Starts the library with IMAGE (the first export call), then runs the image's own tests (`run_guest_tests`), or, with
 // PROBE, calls the image's function of that name without arguments. Exit code: 0 all passed (or the probe returned 0),
 // 1 failures, 2 a probe's other result; a fatal error of the library ends the process with 3.
-#include "game.h"
+#include "support/game.h"
 #include "support/open_handles.h"
 
 using namespace vlm::test;

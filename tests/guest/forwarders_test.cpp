@@ -1,34 +1,23 @@
 // Every forwarding export, called in the real library: what arrives in the game's registers, what comes back, and
 // which of the caller's registers survive. The image is echo_guest.cpp.
-#define DOCTEST_CONFIG_NO_MULTITHREADING
-#define DOCTEST_CONFIG_IMPLEMENT
-#include <doctest/doctest.h>
-#include <windows.h>
-
 #include <atomic>
 #include <string>
 #include <type_traits>
 
+#include "doctest_program.h"
 #include "host/il2cpp_types.h"
 #include "support/checked_call.h"
+#include "support/game.h"
 #include "support/game_process.h"
-#include "support/leave.h"
-#include "vlm.h"
 
 using namespace vlm::test;
 
 namespace {
 
-HMODULE library;
 decltype(&vlm_unwrap_callback) unwrap_callback;
 const std::uint64_t* echo_record;
 
 constexpr std::uint64_t echo_result = 0xABCD'0000'0000'0000;
-
-template <class T>
-T function(const char* name) {
-  return reinterpret_cast<T>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
 
 /// The part of a register that System V gives a meaning to, for a value of type T whose Windows register held `sent`:
 /// bool and narrow integers arrive widened to 32 bits, the rest of a 32-bit value's register is undefined.
@@ -59,7 +48,7 @@ std::uint64_t sent_value(unsigned i) {
 template <class R, class... Parameters>
 void check_export(const char* name, unsigned number, unsigned wrapped, R (*)(Parameters...)) {
   CAPTURE(name);
-  void* entry = function<void*>(name);
+  void* entry = library_function<void*>(name);
   REQUIRE(entry != nullptr);
   unsigned i = 0;
   std::uint64_t sent[6] = {sent_value<Parameters>(i++)...};
@@ -94,12 +83,10 @@ constexpr std::uint64_t first_call[4] = {0x1111, 0x2222, 0x3333, 0x4444};
 /// Eight of these make the process's first calls, some while the image's initializer is still busy.
 DWORD WINAPI make_first_call(void* delay_ms) {
   Sleep(static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(delay_ms)));
-  const auto first = function<void (*)(std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t)>(
+  const auto first = library_function<void (*)(std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t)>(
       "il2cpp_exception_from_name_msg");
   first(first_call[0], first_call[1], first_call[2], first_call[3]);
-  const auto* initialized = static_cast<const std::uint64_t*>(
-      function<decltype(&vlm_native_symbol)>("vlm_native_symbol")("echo_initialized"));
-  if (*initialized == 0) ++calls_during_start;
+  if (game_variable<std::uint64_t>("echo_initialized") == 0) ++calls_during_start;
   return 0;
 }
 
@@ -154,7 +141,7 @@ TEST_CASE("every forwarder moves and widens its arguments and keeps the caller's
 }
 
 TEST_CASE("a callback that is handed over twice is one callback to the game") {
-  const auto for_each = function<void (*)(void*, void*)>("il2cpp_class_for_each");
+  const auto for_each = library_function<void (*)(void*, void*)>("il2cpp_class_for_each");
   const auto callback = reinterpret_cast<void*>(&unwrap_callback);
   for_each(callback, nullptr);
   const std::uint64_t first = echo_record[0];
@@ -165,26 +152,26 @@ TEST_CASE("a callback that is handed over twice is one callback to the game") {
 }
 
 TEST_CASE("calls that the game must not receive do not reach it") {
-  function<void (*)()>("il2cpp_gc_enable")();
+  library_function<void (*)()>("il2cpp_gc_enable")();
   const std::uint64_t before = echo_record[6];
   for (const char* name : {"il2cpp_set_memory_callbacks", "il2cpp_unity_install_unitytls_interface",
                            "il2cpp_unity_set_android_network_up_state_func",
                            "il2cpp_register_debugger_agent_transport"}) {
-    function<void (*)(void*)>(name)(&library);
+    library_function<void (*)(void*)>(name)(&library);
     CHECK_EQ(echo_record[6], before);
   }
 }
 
 TEST_CASE("questions about the image") {
-  const auto native_symbol = function<decltype(&vlm_native_symbol)>("vlm_native_symbol");
-  const auto is_mac_address = function<decltype(&vlm_is_mac_address)>("vlm_is_mac_address");
+  const auto native_symbol = library_function<decltype(&vlm_native_symbol)>("vlm_native_symbol");
+  const auto is_mac_address = library_function<decltype(&vlm_is_mac_address)>("vlm_is_mac_address");
   CHECK_EQ(native_symbol("_echo_record"), echo_record);
   CHECK_EQ(native_symbol("no_such_symbol"), nullptr);
   CHECK_EQ(native_symbol(nullptr), nullptr);
   CHECK_EQ(is_mac_address(echo_record), 1);
   CHECK_EQ(is_mac_address(&library), 0);
 
-  const auto allocate = function<decltype(&vlm_allocate_trampoline)>("vlm_allocate_trampoline");
+  const auto allocate = library_function<decltype(&vlm_allocate_trampoline)>("vlm_allocate_trampoline");
   void* page = allocate(native_symbol("echo_record"));
   REQUIRE(page != nullptr);
   *static_cast<std::uint8_t*>(page) = 0xC3;  // ret
@@ -194,18 +181,15 @@ TEST_CASE("questions about the image") {
 }
 
 int main(int argc, char** argv) {
-  SetEnvironmentVariableA("VLM_GAMEASSEMBLY", argv[1]);
-  library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr) return 1;
+  load_library(argv[1]);
   // The first call of all is a forwarder: it starts the game before the game sees the call.
   HANDLE threads[8];
   for (std::uintptr_t i = 0; i < 8; ++i) {
     threads[i] = CreateThread(nullptr, 0, make_first_call, reinterpret_cast<void*>(i / 2 * 10), 0, nullptr);
   }
   WaitForMultipleObjects(8, threads, TRUE, INFINITE);
-  unwrap_callback = function<decltype(&vlm_unwrap_callback)>("vlm_unwrap_callback");
-  echo_record = static_cast<const std::uint64_t*>(
-      function<decltype(&vlm_native_symbol)>("vlm_native_symbol")("echo_record"));
+  unwrap_callback = library_function<decltype(&vlm_unwrap_callback)>("vlm_unwrap_callback");
+  echo_record = static_cast<const std::uint64_t*>(game_symbol("echo_record"));
   doctest::Context context;
-  vlm::test::leave(context.run());
+  leave(context.run());
 }

@@ -15,9 +15,8 @@
 #include <iterator>
 #include <span>
 
-#include "support/leave.h"
+#include "support/game.h"
 #include "support/machine.h"
-#include "vlm.h"
 
 using namespace vlm::test;
 
@@ -123,14 +122,12 @@ int main(int argc, char** argv) {
   }
   auto* const plain = static_cast<std::byte*>(VirtualAlloc(reinterpret_cast<void*>(plain_storage), storage_size,
                                                            MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
-  const HMODULE library = LoadLibraryA("GameAssembly.dll");
-  if (plain == nullptr || library == nullptr) return std::printf("cannot start: error %lu\n", GetLastError()), 1;
-  const auto function = [&](const char* name) { return reinterpret_cast<void*>(GetProcAddress(library, name)); };
-  reinterpret_cast<int (*)(const char*)>(function("il2cpp_init"))("gs cases");
-  const auto native_symbol = reinterpret_cast<decltype(&vlm_native_symbol)>(function("vlm_native_symbol"));
-  const auto* const cases = static_cast<const Case*>(native_symbol("gs_cases"));
-  const auto count = *static_cast<const std::uint64_t*>(native_symbol("gs_case_count"));
-  auto* const variables = static_cast<std::byte*>(native_symbol("gs_case_variables"));
+  if (plain == nullptr) return std::printf("cannot start: error %lu\n", GetLastError()), 1;
+  load_library();
+  start_game();
+  const auto* const cases = static_cast<const Case*>(game_symbol("gs_cases"));
+  const auto count = game_variable<std::uint64_t>("gs_case_count");
+  auto* const variables = static_cast<std::byte*>(game_symbol("gs_case_variables"));
   std::byte* const storage = game_storage(expansion);
   if (storage == nullptr) return std::puts("the thread has no game storage"), 1;
 

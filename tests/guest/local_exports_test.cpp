@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "doctest_program.h"
-#include "game.h"
+#include "support/game.h"
 
 using namespace vlm::test;
 

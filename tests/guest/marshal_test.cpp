@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "doctest_program.h"
-#include "game.h"
 #include "signatures.h"
+#include "support/game.h"
 
 using namespace signatures;
 using namespace vlm::test;

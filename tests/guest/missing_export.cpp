@@ -1,5 +1,5 @@
 // Calls an export whose function the image lacks; endings_test looks at how that ends.
-#include "game.h"
+#include "support/game.h"
 
 int main(int, char** argv) {
   vlm::test::load_library(argv[1]);

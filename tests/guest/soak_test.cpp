@@ -13,7 +13,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "game.h"
+#include "support/game.h"
 #include "support/open_handles.h"
 
 using namespace vlm::test;

@@ -4,7 +4,7 @@
 //   storage_test [expansion]     expansion: all 64 slots of the TEB are taken before the library is loaded
 #include <cstring>
 
-#include "game.h"
+#include "support/game.h"
 
 using namespace vlm::test;
 
