@@ -107,6 +107,15 @@ GUEST_TEST(a_clause_takes_what_its_type_says) {
   CHECK(taken_by([] { throw &further.first; }) == 16);
 }
 
+GUEST_TEST(an_exception_that_cannot_be_made_gives_way_to_the_one_that_kept_it_from_that) {
+  struct Unmakable {
+    Tracked tracked;
+    Unmakable() { throw 3; }
+  };
+  CHECK(taken_by([] { throw Unmakable(); }) == 3);
+  CHECK(alive == lasting);
+}
+
 GUEST_TEST(a_handler_for_a_base_receives_that_base) {
   destroyed = 0;
   const Derived* whole = nullptr;
