@@ -56,8 +56,23 @@ SYSV GuestString* append_fill(GuestString* string, std::uint64_t count, char c) 
   return string;
 }
 
+/// As append_with would, but each form by itself: game code builds texts character by character.
 SYSV void push_back(GuestString* string, char c) {
-  append_with(*string, 1, [=](char* to) { *to = c; });
+  const auto grow = [&] { append_growing(*string, 1, [c](char* to) { *to = c; }); };
+  if (string->is_long()) {
+    const std::uint64_t size = string->on_heap.size;
+    char* const characters = string->on_heap.characters;
+    if (size + 2 >= string->on_heap.allocation) [[unlikely]] return grow();  // the block's size and 1; one is the NUL's
+    string->on_heap.size = size + 1;
+    characters[size] = c;
+    characters[size + 1] = '\0';
+  } else {
+    const unsigned size = string->in_place.twice_the_size / 2u;
+    if (size == short_capacity) [[unlikely]] return grow();
+    string->in_place.twice_the_size = static_cast<std::uint8_t>(2 * (size + 1));
+    string->in_place.characters[size] = c;
+    string->in_place.characters[size + 1] = '\0';
+  }
 }
 
 SYSV void resize(GuestString* string, std::uint64_t size, char c) {
