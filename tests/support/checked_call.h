@@ -26,20 +26,21 @@ inline std::string lost_registers(const Machine& before, const Machine& after, b
   return lost;
 }
 
+/// Calls machine code of one of the two conventions, with chosen registers; what they are afterwards.
 template <class Code>
-Machine call_sysv_code(Code* code, Machine machine = patterned_machine()) {
-  const Machine before = machine;
+Machine call_code(Code* code, const Machine& before, bool win64) {
+  Machine machine = before;
   run_machine(&machine, reinterpret_cast<const void*>(code));
-  CHECK_EQ(lost_registers(before, machine, false), "");
+  CHECK_EQ(lost_registers(before, machine, win64), "");
   return machine;
 }
-
 template <class Code>
-Machine call_win64_code(Code* code, Machine machine = patterned_machine()) {
-  const Machine before = machine;
-  run_machine(&machine, reinterpret_cast<const void*>(code));
-  CHECK_EQ(lost_registers(before, machine, true), "");
-  return machine;
+Machine call_sysv_code(Code* code, const Machine& before = patterned_machine()) {
+  return call_code(code, before, false);
+}
+template <class Code>
+Machine call_win64_code(Code* code, const Machine& before = patterned_machine()) {
+  return call_code(code, before, true);
 }
 
 }  // namespace vlm::test
