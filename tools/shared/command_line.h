@@ -1,6 +1,7 @@
 // What the tools' command lines have in common: an image, options, --help, and what is said about mistakes.
 #pragma once
 
+#include <cstdio>
 #include <exception>
 #include <initializer_list>
 #include <span>
