@@ -36,8 +36,8 @@ int main() {
   const Function<void*, std::uint64_t> malloc_("malloc");
   const Function<void, void*> free_("free");
   const auto allocate = [&](const char* name, const char* goal) {
-    const auto time = compare(
-        rounds, 2'000, [&] { free_.host(malloc_.host(48)); }, [&] { free_.shim(malloc_.shim(48)); });
+    const auto time =
+        compare(rounds, 2'000, [&] { free_.host(malloc_.host(48)); }, [&] { free_.shim(malloc_.shim(48)); });
     print_row(name, "ns", time.peer, time.ours, goal);
   };
   allocate("malloc and free, 48 bytes", "1.05");
@@ -53,8 +53,8 @@ int main() {
     for (void*& block : blocks) block = take(48);
     for (void* block : blocks) give(block);
   };
-  const auto time = compare(
-      rounds, 2, [&] { many(malloc_.host, free_.host); }, [&] { many(malloc_.shim, free_.shim); });
+  const auto time =
+      compare(rounds, 2, [&] { many(malloc_.host, free_.host); }, [&] { many(malloc_.shim, free_.shim); });
   print_row("the same, a thousand blocks in turn", "ns", time.peer / 1'000, time.ours / 1'000, "1.5");
 
   const Function<void*, void*, const void*, std::uint64_t> memcpy_("memcpy");

@@ -79,8 +79,8 @@ void bench_changed() {
   const std::string bytes = read_store();
   std::int64_t value = 1'000'000;
   bool good = true;
-  const auto time = bench::compare(
-      51, 20, [&] { good &= write_and_move(bytes); }, [&] { set_integer(++value, key_count - 1); });
+  const auto time =
+      bench::compare(51, 20, [&] { good &= write_and_move(bytes); }, [&] { set_integer(++value, key_count - 1); });
   if (!good || !read_store().ends_with("\t" + std::to_string(value) + "\n")) std::abort();
   bench::print_row("a changed one, saved (peer: write, MoveFileExW by hand)", "ns", time.peer, time.ours, "1.50");
 }

@@ -1,6 +1,7 @@
 // One look of the game at a controller against the calls of Windows that it is made of: each poll asks XInput for all
-// four of its controllers first, to see whether one came or went. There is no goal for the ratio: XInput's answer for an
-// absent controller takes some ten nanoseconds under Wine and far longer on Windows, where it is nearly all of a poll.
+// four of its controllers first, to see whether one came or went. There is no goal for the ratio: XInput's answer for
+// an absent controller takes some ten nanoseconds under Wine and far longer on Windows, where it is nearly all of a
+// poll.
 #include <windows.h>
 #include <xinput.h>
 
@@ -65,8 +66,8 @@ int main() {
     }
   }
 
-  const auto absent = vlm::bench::compare(rounds, calls, [] { ask_xinput(5); },
-                                          [] { seen += poll("xinput-0").leftThumbstickX; });
+  const auto absent =
+      vlm::bench::compare(rounds, calls, [] { ask_xinput(5); }, [] { seen += poll("xinput-0").leftThumbstickX; });
   vlm::bench::print_row("poll an absent pad; peer: XInputGetState, 5 times", "ns", absent.peer, absent.ours, "-");
 
   plug_in_dualsense();

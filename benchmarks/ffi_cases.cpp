@@ -57,8 +57,8 @@ struct Callable {
 Callable add_call(add, &ffi_type_sint, {&ffi_type_sint, &ffi_type_sint});
 Callable move_call(move, &vector_type, {&vector_type});
 Callable mix_call(mix, &ffi_type_double,
-                  {&ffi_type_pointer, &ffi_type_sint, &ffi_type_float, &ffi_type_double, &vector_type,
-                   &ffi_type_sint64, &ffi_type_double, &ffi_type_sint, &ffi_type_pointer, &ffi_type_float});
+                  {&ffi_type_pointer, &ffi_type_sint, &ffi_type_float, &ffi_type_double, &vector_type, &ffi_type_sint64,
+                   &ffi_type_double, &ffi_type_sint, &ffi_type_pointer, &ffi_type_float});
 
 volatile double sink;
 

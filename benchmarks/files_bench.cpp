@@ -87,7 +87,8 @@ void bench_status() {
   static std::uint64_t status[18];
   WIN32_FILE_ATTRIBUTE_DATA host;
   constexpr int count = 100;
-  row("_stat$INODE64; peer: GetFileAttributesExW", count,
+  row(
+      "_stat$INODE64; peer: GetFileAttributesExW", count,
       [&] { return repeat(count, [&] { return GetFileAttributesExW(host_file_name, GetFileExInfoStandard, &host); }); },
       [&] { return repeat(count, [&] { return stat_(file_name, status) == 0; }); });
 }
@@ -103,7 +104,8 @@ void bench_directories() {
     CloseHandle(CreateFileA(entry_name(i).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
   }
   constexpr int all = entries + 2;  // with the directory and the one above it
-  row("_readdir$INODE64, 10000 entries; peer: FindNextFileW", all,
+  row(
+      "_readdir$INODE64, 10000 entries; peer: FindNextFileW", all,
       [] {
         WIN32_FIND_DATAW found;
         const HANDLE search = FindFirstFileW(L"files_bench.tmp\\entries\\*", &found);
@@ -134,7 +136,8 @@ void bench_clocks() {
       [&] { return repeat(count, [&] { return mach_absolute_time_() != 0; }); });
   row("_clock_gettime_nsec_np, monotonic; peer: the same", count, counter_loop,
       [&] { return repeat(count, [&] { return clock_gettime_nsec_np_(6) != 0; }); });
-  row("the same, real time; peer: GetSystemTimePreciseAsFileTime", count,
+  row(
+      "the same, real time; peer: GetSystemTimePreciseAsFileTime", count,
       [] {
         FILETIME time;
         return repeat(count, [&] { return GetSystemTimePreciseAsFileTime(&time), time.dwHighDateTime != 0; });

@@ -67,8 +67,8 @@ int main(int, char** arguments) {
       std::printf("%s: the texts differ: %s, %s\n", row.name, theirs, text);
       return 1;
     }
-    const auto time = compare(
-        101, 1, [&] { row.peer(theirs, sizeof theirs, calls); }, [&] { row.ours(text, sizeof text, calls); });
+    const auto time =
+        compare(101, 1, [&] { row.peer(theirs, sizeof theirs, calls); }, [&] { row.ours(text, sizeof text, calls); });
     print_row(row.name, "ns", time.peer / calls, time.ours / calls, row.goal);
   }
   leave(0);

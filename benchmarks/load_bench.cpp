@@ -43,8 +43,8 @@ bool load_ours(const char* path) {
 
 /// The file into a fresh buffer, the buffer into fresh committed memory.
 bool read_and_copy(const char* path) {
-  const vlm::UniqueHandle file = vlm::own_handle(CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                                             OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const vlm::UniqueHandle file = vlm::own_handle(
+      CreateFileA(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
   LARGE_INTEGER size;
   if (!file || !GetFileSizeEx(file.get(), &size)) return false;
   auto* const buffer = static_cast<std::byte*>(std::malloc(size.QuadPart));

@@ -49,17 +49,16 @@ constexpr unsigned char gs_load[] = {0x65, 0x48, 0x8B, 0x04, 0x25, 0x28, 0x00, 0
 // and Tessera makes its own.
 constexpr unsigned char short_gs_load[] = {0x65, 0x48, 0x8B, 0x00, 0x48, 0x85, 0xC0};
 // Its trampoline: rcx takes the game storage instead of gs; zeros at 8 and at the end are filled in by the loader.
-constexpr unsigned char trampoline[] = {
-    0x48, 0x8D, 0x64, 0x24, 0x80,                    // lea rsp, [rsp-0x80]
-    0x51,                                            // push rcx
-    0x48, 0xB9, 0, 0, 0, 0, 0, 0, 0, 0,              // mov rcx, imm64
-    0x48, 0x8B, 0x09,                                // mov rcx, [rcx]
-    0x65, 0x48, 0x8B, 0x09,                          // mov rcx, gs:[rcx]
-    0x48, 0x8B, 0x41, 0x28,                          // mov rax, [rcx+0x28]
-    0x59,                                            // pop rcx
-    0x48, 0x8D, 0xA4, 0x24, 0x80, 0x00, 0x00, 0x00,  // lea rsp, [rsp+0x80]
-    0xFF, 0x25, 0, 0, 0, 0,                          // jmp [rip+0]
-    0, 0, 0, 0, 0, 0, 0, 0};
+constexpr unsigned char trampoline[] = {0x48, 0x8D, 0x64, 0x24, 0x80,                          // lea rsp, [rsp-0x80]
+                                        0x51,                                                  // push rcx
+                                        0x48, 0xB9, 0,    0,    0,    0,    0,    0,    0, 0,  // mov rcx, imm64
+                                        0x48, 0x8B, 0x09,                                      // mov rcx, [rcx]
+                                        0x65, 0x48, 0x8B, 0x09,                                // mov rcx, gs:[rcx]
+                                        0x48, 0x8B, 0x41, 0x28,                                // mov rax, [rcx+0x28]
+                                        0x59,                                                  // pop rcx
+                                        0x48, 0x8D, 0xA4, 0x24, 0x80, 0x00, 0x00, 0x00,        // lea rsp, [rsp+0x80]
+                                        0xFF, 0x25, 0,    0,    0,    0,                       // jmp [rip+0]
+                                        0,    0,    0,    0,    0,    0,    0,    0};
 constexpr std::uint16_t trampoline_slot = 8;
 
 struct Text {
@@ -75,10 +74,11 @@ Text make_text(std::uint64_t size, Noise& noise) {
   static constexpr struct {
     std::string_view bytes;
     unsigned noise;
-  } plain[] = {{"\x48\x8b\x45", 1},     {"\x48\x89\x45", 1}, {"\x8b\x45", 1},         {"\x48\x89\xc7", 0},
-               {"\x48\x85\xc0", 0},     {"\x31\xc9", 0},     {"\x48\x8b\x87", 4},     {"\x48\x01\xd8", 0},
-               {"\xf3\x0f\x10\x45", 1}, {"\xc7\x45", 5},     {"\x48\x83\xf8", 1},     {"\x41\x89\xc6", 0},
-               {"\xb8", 4},             {"\x0f\xb6\x47", 1}, {"\xf2\x0f\x59\xc1", 0}, {"\x4c\x8d\x65", 1}};
+  } plain[] = {
+      {"\x48\x8b\x45", 1}, {"\x48\x89\x45", 1}, {"\x8b\x45", 1},     {"\x48\x89\xc7", 0},     {"\x48\x85\xc0", 0},
+      {"\x31\xc9", 0},     {"\x48\x8b\x87", 4}, {"\x48\x01\xd8", 0}, {"\xf3\x0f\x10\x45", 1}, {"\xc7\x45", 5},
+      {"\x48\x83\xf8", 1}, {"\x41\x89\xc6", 0}, {"\xb8", 4},         {"\x0f\xb6\x47", 1},     {"\xf2\x0f\x59\xc1", 0},
+      {"\x4c\x8d\x65", 1}};
   Text text;
   Bytes& code = text.code;
   code.reserve(size);

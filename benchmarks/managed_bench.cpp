@@ -17,8 +17,8 @@ struct Vector3 {
 
 int add(int a, int b) { return a + b; }
 Vector3 move(Vector3 place) { return {place.x + 1, place.y, place.z}; }
-double mix(void*, int count, float weight, double time, Vector3 place, long long key, double scale, int first,
-           Vector3*, float last) {
+double mix(void*, int count, float weight, double time, Vector3 place, long long key, double scale, int first, Vector3*,
+           float last) {
   return count + weight + time + place.y + static_cast<double>(key) + scale + first + last;
 }
 
@@ -36,7 +36,8 @@ int main(int count, char** arguments) {
   if (count > 2) {
     report_cases(static_cast<const char* const*>(game_symbol("case_names")), run_case);
   } else {
-    const auto forwarder = library_function<std::int64_t (*)(std::int64_t, std::int64_t)>("il2cpp_class_get_type_token");
+    const auto forwarder =
+        library_function<std::int64_t (*)(std::int64_t, std::int64_t)>("il2cpp_class_get_type_token");
     constexpr int calls = 1000;
     const auto peer = [&] {
       for (int i = 0; i < calls; ++i) forwarder(i, 2);

@@ -57,7 +57,7 @@ void row_of_threads() {
       });
   constexpr double sends = thread_rounds * sends_per_round;
   print_row("message to shared classes, 8 threads on 2 cores", "ns", time.peer / sends,
-                        time.ours * core_count / (thread_count * sends), "1.10");
+            time.ours * core_count / (thread_count * sends), "1.10");
 }
 
 }  // namespace

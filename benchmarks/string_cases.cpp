@@ -5,11 +5,14 @@
 
 using String = std::string;
 
-// Members by their symbols, as a game imports them: a call by name may be compiled in place. Mach-O's have a further '_'.
+// Members by their symbols, as a game imports them: a call by name may be compiled in place. Mach-O's have a further
+// '_'.
 #ifdef __APPLE__
-#define MEMBER(constness, rest) __asm("__ZN" constness "St3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEE" rest)
+#define MEMBER(constness, rest) \
+  __asm("__ZN" constness "St3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEE" rest)
 #else
-#define MEMBER(constness, rest) __asm("_ZN" constness "St3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEE" rest)
+#define MEMBER(constness, rest) \
+  __asm("_ZN" constness "St3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEE" rest)
 #endif
 String& append(String&, const char*, unsigned long) MEMBER("", "6appendEPKcm");
 String& append(String&, const char*) MEMBER("", "6appendEPKc");

@@ -47,8 +47,7 @@ void hook_describe() {
   const void* const assembly = il2cpp_domain_assembly_open(il2cpp_domain_get(), "Assembly-CSharp");
   void* const game_class =
       assembly == nullptr ? nullptr : il2cpp_class_from_name(il2cpp_assembly_get_image(assembly), "", "Game");
-  void* const method =
-      game_class == nullptr ? nullptr : il2cpp_class_get_method_from_name(game_class, "Describe", 0);
+  void* const method = game_class == nullptr ? nullptr : il2cpp_class_get_method_from_name(game_class, "Describe", 0);
   if (method == nullptr) return print_line("no hook: there is no method Game.Describe()");
   void*& code = *static_cast<void**>(method);  // a MethodInfo begins with the address of the method's code
   void* const original = vlm_wrap_sysv_function(code, 2);

@@ -24,7 +24,7 @@ namespace {
 
 constexpr int default_frames = 120;
 constexpr int press_frame = 20, release_frame = 30;  // of the space bar, which is the keyboard's button A
-constexpr unsigned frame_milliseconds = 16;  // about 60 frames a second
+constexpr unsigned frame_milliseconds = 16;          // about 60 frames a second
 
 /// How the ball has to move: the game's rules once more, in Windows code.
 struct ExpectedBall {
@@ -72,8 +72,10 @@ Options options_from(int count, char** arguments) {
       options.crash = true;
       continue;
     }
-    fail(EXIT_NOT_STARTED, "cannot use the argument '%s'\nusage: SamplePlayer [--frames N] [--crash]   runs N frames "
-         "(%d) or crashes", arguments[i], default_frames);
+    fail(EXIT_NOT_STARTED,
+         "cannot use the argument '%s'\nusage: SamplePlayer [--frames N] [--crash]   runs N frames "
+         "(%d) or crashes",
+         arguments[i], default_frames);
   }
   return options;
 }

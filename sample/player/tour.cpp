@@ -68,8 +68,8 @@ void tour_of_strings(Il2CppClass* game_class) {
   expect(utf8_of(string) == text, "\"%s\" came back as \"%s\"", text, utf8_of(string).c_str());
 
   const std::wstring name = utf16_of("世界");
-  void* arguments[] = {api.il2cpp_string_new_utf16(reinterpret_cast<const Il2CppChar*>(name.data()),
-                                                   static_cast<int>(name.size()))};
+  void* arguments[] = {
+      api.il2cpp_string_new_utf16(reinterpret_cast<const Il2CppChar*>(name.data()), static_cast<int>(name.size()))};
   Il2CppObject* greeting = invoke(find_method(game_class, "Greet", 1), nullptr, arguments);
   const std::string words = utf8_of(reinterpret_cast<Il2CppString*>(greeting));
   expect(words == "こんにちは、世界", "the greeting is \"%s\"", words.c_str());

@@ -3,7 +3,8 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-void __assert_rtn(const char* function, const char* file, int line, const char* what) __attribute__((noreturn));
+    void
+    __assert_rtn(const char* function, const char* file, int line, const char* what) __attribute__((noreturn));
 #ifdef NDEBUG
 #define assert(condition) ((void)0)
 #else

@@ -3,7 +3,8 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-int* __error(void);
+    int*
+    __error(void);
 #define errno (*__error())
 
 #define EPERM 1

@@ -3,4 +3,5 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-int sched_yield(void);
+    int
+    sched_yield(void);

@@ -8,4 +8,4 @@ typedef int sig_atomic_t;
 #ifdef __cplusplus
 extern "C"
 #endif
-void (*signal(int number, void (*handler)(int)))(int);
+    void (*signal(int number, void (*handler)(int)))(int);

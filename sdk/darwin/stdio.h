@@ -2,8 +2,8 @@
 #pragma once
 #define __need_size_t
 #define __need_NULL
-#include <stddef.h>
 #include <stdarg.h>
+#include <stddef.h>
 #include "sys/types.h"
 
 #define EOF (-1)

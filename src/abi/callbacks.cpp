@@ -28,7 +28,7 @@ struct CallbackPair {
 
 /// Finds pairs by one of their two addresses: open addressing at half load or less. One writer at a time; readers
 /// take no lock, because a place changes once, from free to a pair that is complete.
-template <void* CallbackPair::*Key>
+template <void* CallbackPair::* Key>
 class PairIndex {
  public:
   const CallbackPair* find(const CallbackPair* pairs, const void* key) const {

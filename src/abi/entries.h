@@ -45,11 +45,11 @@ static_assert(offsetof(JumpBuffer, rbx) == JUMP_RBX && offsetof(JumpBuffer, rbp)
 extern "C" {
 
 // Not functions to call from C++: addresses to put into stubs and shim rows.
-void trap_entry();            // record in rax -> trap_unimplemented
-void icall_entry();           // record in rax -> dispatch_managed_call
+void trap_entry();   // record in rax -> trap_unimplemented
+void icall_entry();  // record in rax -> dispatch_managed_call
 void objc_msgSend_entry();
 void objc_msgSend_stret_entry();
-void objc_null_method();      // every result register zero
+void objc_null_method();  // every result register zero
 void snprintf_entry();
 void fprintf_entry();
 void sscanf_entry();
@@ -75,8 +75,8 @@ std::uint64_t call_sysv(const void* function, const std::uint64_t arguments[6]);
 // What the entries call. Each is defined by the family it belongs to.
 
 /// Windows convention, from icall_entry. `stack` is the caller's first stack argument.
-void dispatch_managed_call(vlm::IcallRecord* record, const vlm::RegisterSaveArea* registers,
-                           const std::uint64_t* stack, vlm::ManagedResult* result);
+void dispatch_managed_call(vlm::IcallRecord* record, const vlm::RegisterSaveArea* registers, const std::uint64_t* stack,
+                           vlm::ManagedResult* result);
 /// The code to run for a message; objc_null_method when nothing implements it. The receiver is not null. Windows
 /// convention: the message-send entries call it when their look into the method cache failed.
 const void* objc_lookup(void* receiver, const char* selector);

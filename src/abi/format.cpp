@@ -192,8 +192,8 @@ void put_integer(TextSink& out, const Specification& specification, SysvVaList& 
 }
 
 void put_float(TextSink& out, const Specification& specification, SysvVaList& arguments) {
-  const double value = specification.length == Length::L ? double_from_extended(arguments.next_long_double())
-                                                         : arguments.next_double();
+  const double value =
+      specification.length == Length::L ? double_from_extended(arguments.next_long_double()) : arguments.next_double();
   const char lower = static_cast<char>(specification.conversion | 0x20);
   const bool upper = specification.conversion != lower;
   NumberText number;

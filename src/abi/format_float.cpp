@@ -45,9 +45,9 @@ struct Decimal {
 /// `precision` digits after the first one, at most last_digit.
 void find_digits(Decimal& decimal, double value, std::int64_t precision) {
   char scientific[last_digit + 16];  // d.ddd...e-324
-  const auto end = std::to_chars(scientific, std::end(scientific), value, std::chars_format::scientific,
-                                 static_cast<int>(precision))
-                       .ptr;
+  const auto end =
+      std::to_chars(scientific, std::end(scientific), value, std::chars_format::scientific, static_cast<int>(precision))
+          .ptr;
   decimal.digits[0] = scientific[0];
   if (precision > 0) std::memcpy(decimal.digits + 1, scientific + 2, static_cast<std::size_t>(precision));
   decimal.size = static_cast<std::size_t>(precision) + 1;
@@ -129,10 +129,9 @@ bool render_short_fixed(FloatText& text, double value, std::int64_t precision) {
 void render_fixed(FloatText& text, double value, std::int64_t precision, bool alternate) {
   if (!alternate && render_short_fixed(text, value, precision)) return;
   const std::int64_t digits = std::min(precision, last_digit);
-  text.size = static_cast<std::size_t>(std::to_chars(text.body, std::end(text.body), value, std::chars_format::fixed,
-                                                     static_cast<int>(digits))
-                                           .ptr -
-                                       text.body);
+  text.size = static_cast<std::size_t>(
+      std::to_chars(text.body, std::end(text.body), value, std::chars_format::fixed, static_cast<int>(digits)).ptr -
+      text.body);
   if (precision == 0 && alternate) put(text, '.');
   text.zeros = static_cast<std::uint64_t>(precision - digits);
 }

@@ -43,7 +43,7 @@ struct Specification {
   bool suppressed = false;
   std::uint64_t width = 0;  // 0: not given
   Length length = Length::none;
-  char conversion = 0;  // 0: the format ends before it
+  char conversion = 0;   // 0: the format ends before it
   std::bitset<256> set;  // of '['
 };
 
@@ -277,7 +277,10 @@ Match match_conversion(const char*& input, const Specification& specification, S
     case 'X':
     case 'p': {
       const bool is_signed = conversion == 'd' || conversion == 'i';
-      const std::uint32_t base = conversion == 'i' ? 0 : conversion == 'o' ? 8 : is_signed || conversion == 'u' ? 10 : 16;
+      const std::uint32_t base = conversion == 'i'                ? 0
+                                 : conversion == 'o'              ? 8
+                                 : is_signed || conversion == 'u' ? 10
+                                                                  : 16;
       std::uint64_t bits;
       if (!match_integer(field, base, is_signed, bits)) return Match::mismatch;
       if (char* const to = place()) store_integer(to, bits, conversion == 'p' ? Length::wide : specification.length);

@@ -172,9 +172,11 @@ void* allocate_stub_memory(std::size_t size) {
 
 void write_record_stub(void* place, const void* record, const void* entry) {
   CodeWriter(place)
-      .code({0x48, 0xB8}).address(record)  // mov rax, record
-      .code({0x49, 0xBB}).address(entry)   // mov r11, entry
-      .code({0x41, 0xFF, 0xE3});           // jmp r11
+      .code({0x48, 0xB8})
+      .address(record)  // mov rax, record
+      .code({0x49, 0xBB})
+      .address(entry)             // mov r11, entry
+      .code({0x41, 0xFF, 0xE3});  // jmp r11
 }
 
 void* make_record_stub(const void* record, const void* entry) {
@@ -206,9 +208,10 @@ void* make_callback_stub(const void* target) {
       .code({0x49, 0x89, 0xD0})              // mov r8, rdx
       .code({0x48, 0x89, 0xF2})              // mov rdx, rsi
       .code({0x48, 0x89, 0xF9})              // mov rcx, rdi
-      .code({0x48, 0xB8}).address(target)    // mov rax, target
-      .code({0xFF, 0xD0})                    // call rax
-      .code({0xC9, 0xC3});                   // leave; ret
+      .code({0x48, 0xB8})
+      .address(target)      // mov rax, target
+      .code({0xFF, 0xD0})   // call rax
+      .code({0xC9, 0xC3});  // leave; ret
   return stub;
 }
 
@@ -216,28 +219,33 @@ void* make_sysv_function_stub(const void* function, unsigned argument_count) {
   const std::size_t length = argument_count == 6 ? 95 : argument_count == 5 ? 82 : 69;
   void* stub = pool.take(sysv_function_stub, length);
   CodeWriter writer(stub);
-  writer.code({0x48, 0x83, 0xEC, 0x68})     // sub rsp, 0x68: shadow space and six argument words
-      .code({0x48, 0x89, 0x4C, 0x24, 0x20})  // mov [rsp+0x20], rcx
-      .code({0x48, 0x89, 0x54, 0x24, 0x28})  // mov [rsp+0x28], rdx
-      .code({0x4C, 0x89, 0x44, 0x24, 0x30})  // mov [rsp+0x30], r8
-      .code({0x4C, 0x89, 0x4C, 0x24, 0x38})  // mov [rsp+0x38], r9
-      .code({0x48, 0x31, 0xC0})              // xor rax, rax
-      .code({0x48, 0x89, 0x44, 0x24, 0x40})  // mov [rsp+0x40], rax
+  writer
+      .code({0x48, 0x83, 0xEC, 0x68})         // sub rsp, 0x68: shadow space and six argument words
+      .code({0x48, 0x89, 0x4C, 0x24, 0x20})   // mov [rsp+0x20], rcx
+      .code({0x48, 0x89, 0x54, 0x24, 0x28})   // mov [rsp+0x28], rdx
+      .code({0x4C, 0x89, 0x44, 0x24, 0x30})   // mov [rsp+0x30], r8
+      .code({0x4C, 0x89, 0x4C, 0x24, 0x38})   // mov [rsp+0x38], r9
+      .code({0x48, 0x31, 0xC0})               // xor rax, rax
+      .code({0x48, 0x89, 0x44, 0x24, 0x40})   // mov [rsp+0x40], rax
       .code({0x48, 0x89, 0x44, 0x24, 0x48});  // mov [rsp+0x48], rax
   if (argument_count >= 5) {
-    writer.code({0x48, 0x8B, 0x84, 0x24, 0x90, 0x00, 0x00, 0x00})  // mov rax, [rsp+0x90]
-        .code({0x48, 0x89, 0x44, 0x24, 0x40});                     // mov [rsp+0x40], rax
+    writer
+        .code({0x48, 0x8B, 0x84, 0x24, 0x90, 0x00, 0x00, 0x00})  // mov rax, [rsp+0x90]
+        .code({0x48, 0x89, 0x44, 0x24, 0x40});                   // mov [rsp+0x40], rax
   }
   if (argument_count >= 6) {
-    writer.code({0x48, 0x8B, 0x84, 0x24, 0x98, 0x00, 0x00, 0x00})  // mov rax, [rsp+0x98]
-        .code({0x48, 0x89, 0x44, 0x24, 0x48});                     // mov [rsp+0x48], rax
+    writer
+        .code({0x48, 0x8B, 0x84, 0x24, 0x98, 0x00, 0x00, 0x00})  // mov rax, [rsp+0x98]
+        .code({0x48, 0x89, 0x44, 0x24, 0x48});                   // mov [rsp+0x48], rax
   }
-  writer.code({0x48, 0xB9}).address(function)                          // mov rcx, function
-      .code({0x48, 0x8D, 0x54, 0x24, 0x20})                            // lea rdx, [rsp+0x20]
-      .code({0x48, 0xB8}).address(reinterpret_cast<void*>(call_sysv))  // mov rax, call_sysv
-      .code({0xFF, 0xD0})                                              // call rax
-      .code({0x48, 0x83, 0xC4, 0x68})                                  // add rsp, 0x68
-      .code({0xC3});                                                   // ret
+  writer.code({0x48, 0xB9})
+      .address(function)                     // mov rcx, function
+      .code({0x48, 0x8D, 0x54, 0x24, 0x20})  // lea rdx, [rsp+0x20]
+      .code({0x48, 0xB8})
+      .address(reinterpret_cast<void*>(call_sysv))  // mov rax, call_sysv
+      .code({0xFF, 0xD0})                           // call rax
+      .code({0x48, 0x83, 0xC4, 0x68})               // add rsp, 0x68
+      .code({0xC3});                                // ret
   FlushInstructionCache(GetCurrentProcess(), stub, sysv_function_stub.slot);
   return stub;
 }

@@ -6,14 +6,15 @@ namespace vlm {
 namespace {
 
 constexpr std::string_view data_prefixes[] = {
-    "_OBJC_CLASS_$_", "_OBJC_METACLASS_$_", "__objc_empty_cache", "___CFConstantString", "_kCF",          "__ZTI",
-    "__ZTS",          "__ZTV",              "_NSLocale",          "_GKPlayerDid",        "_NSUbiquitous",
+    "_OBJC_CLASS_$_", "_OBJC_METACLASS_$_", "__objc_empty_cache", "___CFConstantString", "_kCF", "__ZTI", "__ZTS",
+    "__ZTV",          "_NSLocale",          "_GKPlayerDid",       "_NSUbiquitous",
 };
 
 }  // namespace
 
 bool is_data_name(std::string_view name) {
-  if (std::ranges::any_of(data_prefixes, [&](std::string_view prefix) { return name.starts_with(prefix); })) return true;
+  if (std::ranges::any_of(data_prefixes, [&](std::string_view prefix) { return name.starts_with(prefix); }))
+    return true;
   return name.size() >= 5 && name.ends_with("2idE");  // a static member `id`: the C++ library's locale facets
 }
 

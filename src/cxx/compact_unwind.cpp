@@ -156,8 +156,7 @@ Result<UnwindSection::Page> UnwindSection::page(const UnwindIndexEntry& place) c
       page.encoding_count_ = header.encodingsCount;
       return page;
     }
-    default:
-      return page;
+    default: return page;
   }
 }
 
@@ -190,14 +189,13 @@ Result<std::optional<UnwindEntry>> UnwindSection::find(std::uint32_t target) con
   if (!index) return std::unexpected(index.error());
   // The sentinel is no candidate, and an address below the first page is left to that page to turn down.
   const UnwindIndexEntry first = (*index)[last_not_above(index_count_ - 1, target, [&](std::uint32_t i) {
-                                      return (*index)[i].functionOffset;
-                                    }).value_or(0)];
+                                            return (*index)[i].functionOffset;
+                                          }).value_or(0)];
   if (first.secondLevelPagesSectionOffset == 0) return std::nullopt;
 
   const auto functions = page(first);
   if (!functions) return std::unexpected(functions.error());
-  const auto at =
-      last_not_above(functions->size(), target, [&](std::uint32_t i) { return functions->function(i); });
+  const auto at = last_not_above(functions->size(), target, [&](std::uint32_t i) { return functions->function(i); });
   if (!at) return std::nullopt;
   auto found = functions->entry(*at);
   if (!found) return std::unexpected(found.error());
@@ -237,7 +235,8 @@ Result<void> UnwindSection::for_each_function(const std::function<void(const Unw
 }
 
 Result<std::uint32_t> UnwindSection::find_lsda(std::uint32_t begin, std::uint32_t function) const {
-  const auto sentinel = table<UnwindIndexEntry>(index_ + sizeof(UnwindIndexEntry) * std::uint64_t{index_count_ - 1}, 1, "index");
+  const auto sentinel =
+      table<UnwindIndexEntry>(index_ + sizeof(UnwindIndexEntry) * std::uint64_t{index_count_ - 1}, 1, "index");
   if (!sentinel) return std::unexpected(sentinel.error());
   const std::uint32_t end = (*sentinel)[0].lsdaIndexArraySectionOffset;
   if (end <= begin) return 0;
@@ -249,7 +248,8 @@ Result<std::uint32_t> UnwindSection::find_lsda(std::uint32_t begin, std::uint32_
   return (*entries)[*at].lsdaOffset;
 }
 
-// ---- Encodings -------------------------------------------------------------------------------------------------------
+// ---- Encodings
+// -------------------------------------------------------------------------------------------------------
 
 namespace {
 

@@ -65,7 +65,8 @@ class UnwindSection {
   std::uint32_t index_ = 0, index_count_ = 0;
 };
 
-/// How an encoding describes its frame: by rbp, by rsp and a size in the encoding or in the function's code, or elsewhere.
+/// How an encoding describes its frame: by rbp, by rsp and a size in the encoding or in the function's code, or
+/// elsewhere.
 enum UnwindMode : std::uint32_t {
   UNWIND_X86_64_MODE_RBP_FRAME = 1,
   UNWIND_X86_64_MODE_STACK_IMMD = 2,

@@ -15,7 +15,7 @@ struct Frame {
   std::uint64_t return_address;
   std::uint64_t function;  // run-time address of its first instruction
   std::uint32_t encoding;
-  bool supported;          // else the encoding does not describe the frame, and layout is empty
+  bool supported;  // else the encoding does not describe the frame, and layout is empty
   FrameLayout layout;
   bool has_cleanup;
   std::uint32_t clause_count;

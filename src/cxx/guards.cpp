@@ -40,9 +40,7 @@ constinit SrwLock guard_lock;  // guards in_progress of every guard, writes of i
 constinit CONDITION_VARIABLE initializer_finished = CONDITION_VARIABLE_INIT;  // signalled by each release and abort
 constinit std::vector<RunningInitializer> running_initializers;               // a few: as many as run at once
 
-bool is_initialized(Guard* guard) {
-  return std::atomic_ref(guard->initialized).load(std::memory_order_acquire) != 0;
-}
+bool is_initialized(Guard* guard) { return std::atomic_ref(guard->initialized).load(std::memory_order_acquire) != 0; }
 
 bool runs_here_locked(const Guard* guard) {
   for (const RunningInitializer& running : running_initializers) {
@@ -74,7 +72,8 @@ Turn wait_for_turn(Guard* guard) {
 
 /// 1 when the caller is to run the initializer.
 SYSV std::int32_t guard_acquire_(Guard* guard) {
-  if (is_initialized(guard)) [[likely]] return 0;
+  if (is_initialized(guard)) [[likely]]
+    return 0;
   return acquire_uninitialized(guard);
 }
 

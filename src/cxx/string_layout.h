@@ -87,7 +87,8 @@ struct StringBlock {
 inline StringBlock allocate_characters(std::uint64_t capacity) {
   const std::uint64_t size = (capacity | 15) + 1;  // 0 when no block can be so large
   char* const characters = size == 0 ? nullptr : static_cast<char*>(heap_allocate(size));
-  if (characters == nullptr) [[unlikely]] no_memory_for_characters(capacity);
+  if (characters == nullptr) [[unlikely]]
+    no_memory_for_characters(capacity);
   return {characters, size};
 }
 

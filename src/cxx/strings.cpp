@@ -37,8 +37,10 @@ template <class Write>
 template <class Write>
 [[gnu::always_inline]] inline void append_with(GuestString& string, std::uint64_t count, Write write) {
   const StringStorage old = storage_of(string);
-  if (count > old.capacity - old.size) [[unlikely]] return append_growing(string, count, write);
-  set_size(string, old.characters, old.size + count);  // behind all that may be the source; so nothing is kept for later
+  if (count > old.capacity - old.size) [[unlikely]]
+    return append_growing(string, count, write);
+  set_size(string, old.characters,
+           old.size + count);  // behind all that may be the source; so nothing is kept for later
   write(old.characters + old.size);
 }
 
@@ -62,13 +64,15 @@ SYSV void push_back(GuestString* string, char c) {
   if (string->is_long()) {
     const std::uint64_t size = string->on_heap.size;
     char* const characters = string->on_heap.characters;
-    if (size + 2 >= string->on_heap.allocation) [[unlikely]] return grow();  // the block's size and 1; one is the NUL's
+    if (size + 2 >= string->on_heap.allocation) [[unlikely]]
+      return grow();  // the block's size and 1; one is the NUL's
     string->on_heap.size = size + 1;
     characters[size] = c;
     characters[size + 1] = '\0';
   } else {
     const unsigned size = string->in_place.twice_the_size / 2u;
-    if (size == short_capacity) [[unlikely]] return grow();
+    if (size == short_capacity) [[unlikely]]
+      return grow();
     string->in_place.twice_the_size = static_cast<std::uint8_t>(2 * (size + 1));
     string->in_place.characters[size] = c;
     string->in_place.characters[size + 1] = '\0';
@@ -95,7 +99,8 @@ SYSV void resize(GuestString* string, std::uint64_t size, char c) {
 
 SYSV void assign(GuestString& string, const char* text, std::uint64_t size) {
   const StringStorage old = storage_of(string);
-  if (size > old.capacity) [[unlikely]] return assign_growing(string, text, size);
+  if (size > old.capacity) [[unlikely]]
+    return assign_growing(string, text, size);
   copy_bytes(old.characters, text, size);
   set_size(string, old.characters, size);
 }

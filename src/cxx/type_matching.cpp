@@ -19,8 +19,8 @@ namespace {
 struct alignas(16) VirtualTable {
   std::byte bytes[64];
 };
-const VirtualTable class_table = {}, si_class_table = {}, vmi_class_table = {}, pointer_table = {},
-                   function_table = {}, fundamental_table = {};
+const VirtualTable class_table = {}, si_class_table = {}, vmi_class_table = {}, pointer_table = {}, function_table = {},
+                   fundamental_table = {};
 
 struct TypeInfo {
   std::uint64_t vtable;
@@ -92,17 +92,14 @@ std::string_view identity_of(std::uint64_t address, const std::optional<TypeInfo
   return name != nullptr ? name : std::string_view();
 }
 
-/// Bases of the C++ library's exceptions that game code can throw, whose own type_info is imported and so tells nothing.
-/// All are single public bases at offset 0.
+/// Bases of the C++ library's exceptions that game code can throw, whose own type_info is imported and so tells
+/// nothing. All are single public bases at offset 0.
 constexpr struct {
   std::string_view derived, base;
 } standard_bases[] = {
-    {"__ZTISt12out_of_range", "__ZTISt11logic_error"},
-    {"__ZTISt12length_error", "__ZTISt11logic_error"},
-    {"__ZTISt11logic_error", "__ZTISt9exception"},
-    {"__ZTISt20bad_array_new_length", "__ZTISt9bad_alloc"},
-    {"__ZTISt9bad_alloc", "__ZTISt9exception"},
-    {"__ZTISt8bad_cast", "__ZTISt9exception"},
+    {"__ZTISt12out_of_range", "__ZTISt11logic_error"}, {"__ZTISt12length_error", "__ZTISt11logic_error"},
+    {"__ZTISt11logic_error", "__ZTISt9exception"},     {"__ZTISt20bad_array_new_length", "__ZTISt9bad_alloc"},
+    {"__ZTISt9bad_alloc", "__ZTISt9exception"},        {"__ZTISt8bad_cast", "__ZTISt9exception"},
 };
 
 /// Whether the import `derived` stands for a type with the base for which `base` stands.

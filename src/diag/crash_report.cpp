@@ -29,8 +29,8 @@ constexpr int max_stack_lines = 32;
 constexpr DWORD reporter_stack = 64 * 1024;
 constexpr DWORD reporter_patience_ms = 5000;
 constexpr DWORD any_execute = PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
-constexpr DWORD any_read =
-    PAGE_READONLY | PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+constexpr DWORD any_read = PAGE_READONLY | PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READ |
+                           PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
 
 struct Crash {
   const EXCEPTION_RECORD* record;
@@ -56,7 +56,8 @@ void write_stack_lines(const Crash& crash) {
   int lines = 0;
   for (std::uint64_t offset = 0; offset + 8 <= size && lines < max_stack_lines; offset += 8) {
     // A word may begin on one page and end on the next.
-    for (const std::uint64_t page : {(rsp + offset) & ~std::uint64_t{0xFFF}, (rsp + offset + 7) & ~std::uint64_t{0xFFF}}) {
+    for (const std::uint64_t page :
+         {(rsp + offset) & ~std::uint64_t{0xFFF}, (rsp + offset + 7) & ~std::uint64_t{0xFFF}}) {
       if (page == readable_page) continue;
       if (!is_committed(page, any_read)) return;
       readable_page = page;
@@ -82,7 +83,10 @@ void write_report(const Crash& crash) {
   log_line(line);
   if (record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION && record.NumberParameters >= 2) {
     const ULONG_PTR kind = record.ExceptionInformation[0];
-    std::snprintf(line, sizeof line, "  %s address 0x%llx", kind == 0 ? "read" : kind == 1 ? "write" : "execute",
+    std::snprintf(line, sizeof line, "  %s address 0x%llx",
+                  kind == 0   ? "read"
+                  : kind == 1 ? "write"
+                              : "execute",
                   Wide{record.ExceptionInformation[1]});
     log_line(line);
   }
@@ -120,8 +124,8 @@ DWORD WINAPI report_for_others(void*) {
 void start_reporter() {
   reporter.crashed = CreateEventW(nullptr, FALSE, FALSE, nullptr);
   reporter.written = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-  UniqueHandle(CreateThread(nullptr, reporter_stack, report_for_others, nullptr, STACK_SIZE_PARAM_IS_A_RESERVATION,
-                            nullptr));
+  UniqueHandle(
+      CreateThread(nullptr, reporter_stack, report_for_others, nullptr, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr));
 }
 
 /// Waits for a while only: the crashed thread may hold a lock that the reporter needs.

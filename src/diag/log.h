@@ -7,8 +7,8 @@
 
 namespace vlm {
 
-/// Formats (at most 2047 characters) and writes the message when `level` is at or below the threshold, 0. The file takes
-/// the first 250 messages of one format, which is the caller's for ever; the debugger output takes all.
+/// Formats (at most 2047 characters) and writes the message when `level` is at or below the threshold, 0. The file
+/// takes the first 250 messages of one format, which is the caller's for ever; the debugger output takes all.
 [[gnu::format(__printf__, 2, 3)]] void log_message(int level, const char* format, ...);
 
 /// Writes one finished text as a line: "[seconds.millis] [thread] text\r\n". Opens the log on first use.

@@ -53,11 +53,11 @@ struct CallPlan {
   };
   /// How the Windows function hands back its result, and what becomes of it.
   enum class Result : std::uint8_t {
-    registers,          // a number, a pointer or nothing: the same registers in both conventions
-    value_in_rax,       // to the registers of its eightbytes
-    value_in_array,     // the same, from result_word on, whose address was passed
-    at_address,         // where the caller wants it, whose address was passed on
-    rax_to_address,     // the function returns it in rax, the caller wants it in memory
+    registers,       // a number, a pointer or nothing: the same registers in both conventions
+    value_in_rax,    // to the registers of its eightbytes
+    value_in_array,  // the same, from result_word on, whose address was passed
+    at_address,      // where the caller wants it, whose address was passed on
+    rax_to_address,  // the function returns it in rax, the caller wants it in memory
   };
 
   std::uint8_t word_count = 0;  // Windows arguments

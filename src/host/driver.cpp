@@ -63,7 +63,8 @@ BOOL CALLBACK startup_driver(PINIT_ONCE, PVOID, PVOID*) {
 void pass_start_gate() {
   if (driver_thread == GetCurrentThreadId()) {
     // The gate would wait for this very thread.
-    fatal_error("an il2cpp_* export was called from an initializer of GameAssembly.dylib, before start-up was complete");
+    fatal_error(
+        "an il2cpp_* export was called from an initializer of GameAssembly.dylib, before start-up was complete");
   }
   InitOnceExecuteOnce(&start_gate, startup_driver, nullptr, nullptr);
 }

@@ -16,7 +16,8 @@ void pass_start_gate();
 
 /// Returns when start-up has completed. Every export that reaches the game calls this first.
 inline void ensure_started() {
-  if (!start_completed.load(std::memory_order_acquire)) [[unlikely]] pass_start_gate();
+  if (!start_completed.load(std::memory_order_acquire)) [[unlikely]]
+    pass_start_gate();
 }
 
 }  // namespace vlm

@@ -44,10 +44,9 @@ T game_argument(T argument) {
 #define VLM_ARGUMENTS_5(p) VLM_ARGUMENTS_4(p), VLM_ARGUMENT(p, 5)
 
 #define IL2CPP_FORWARD(result, name, ...) IL2CPP_WRAP(0, result, name __VA_OPT__(, ) __VA_ARGS__)
-#define IL2CPP_WRAP(positions, result, name, ...)                                        \
-  extern "C" __declspec(dllexport) result name(VLM_PARAMETERS(__VA_ARGS__)) {            \
-    return vlm::open_function(vlm::open_table.name)(                                     \
-        VLM_ARGUMENTS(VLM_ARITY(__VA_ARGS__), positions));                               \
+#define IL2CPP_WRAP(positions, result, name, ...)                                                      \
+  extern "C" __declspec(dllexport) result name(VLM_PARAMETERS(__VA_ARGS__)) {                          \
+    return vlm::open_function(vlm::open_table.name)(VLM_ARGUMENTS(VLM_ARITY(__VA_ARGS__), positions)); \
   }
 #define IL2CPP_LOCAL(result, name, ...)  // local_exports.cpp, internal_calls.cpp
 #include "host/il2cpp_exports.def"

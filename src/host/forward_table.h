@@ -10,9 +10,9 @@ namespace vlm {
 /// A slot holds the address of the game's function of the same name, or null when the image lacks it.
 /// Filled once by resolve_forward_table() during start-up; read without a lock from then on.
 struct ForwardTable {
-#define IL2CPP_FORWARD(result, name, ...) result (__attribute__((sysv_abi)) *name)(__VA_ARGS__);
-#define IL2CPP_WRAP(positions, result, name, ...) result (__attribute__((sysv_abi)) *name)(__VA_ARGS__);
-#define IL2CPP_LOCAL(result, name, ...) result (__attribute__((sysv_abi)) *name)(__VA_ARGS__);
+#define IL2CPP_FORWARD(result, name, ...) result(__attribute__((sysv_abi)) * name)(__VA_ARGS__);
+#define IL2CPP_WRAP(positions, result, name, ...) result(__attribute__((sysv_abi)) * name)(__VA_ARGS__);
+#define IL2CPP_LOCAL(result, name, ...) result(__attribute__((sysv_abi)) * name)(__VA_ARGS__);
 #include "host/il2cpp_exports.def"
 };
 
@@ -42,7 +42,8 @@ void open_forward_table();
 template <class Function>
 inline Function open_function(const Function& slot) {
   const Function function = __atomic_load_n(&slot, __ATOMIC_ACQUIRE);
-  if (function != nullptr) [[likely]] return function;
+  if (function != nullptr) [[likely]]
+    return function;
   const auto index = reinterpret_cast<const void* const*>(&slot) - reinterpret_cast<const void* const*>(&open_table);
   return reinterpret_cast<Function>(pass_gate_to(static_cast<std::size_t>(index)));
 }
@@ -50,7 +51,8 @@ inline Function open_function(const Function& slot) {
 /// The function in a slot; fatal when the image lacks it.
 template <class Function>
 inline Function game_function(Function slot, const char* name) {
-  if (slot == nullptr) [[unlikely]] missing_export(name);
+  if (slot == nullptr) [[unlikely]]
+    missing_export(name);
   return slot;
 }
 

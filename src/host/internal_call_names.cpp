@@ -21,8 +21,7 @@ Il2CppClass* find_outer_class(std::string_view full_name) {
   const std::string name_space(full_name.substr(0, has_namespace ? point : 0));
   const std::string name(full_name.substr(has_namespace ? point + 1 : 0));
   std::size_t count = 0;
-  const Il2CppAssembly** const assemblies =
-      REFLECT(il2cpp_domain_get_assemblies)(REFLECT(il2cpp_domain_get)(), &count);
+  const Il2CppAssembly** const assemblies = REFLECT(il2cpp_domain_get_assemblies)(REFLECT(il2cpp_domain_get)(), &count);
   if (assemblies == nullptr) return nullptr;
   for (std::size_t i = 0; i < count; ++i) {
     const Il2CppImage* const image = REFLECT(il2cpp_assembly_get_image)(assemblies[i]);

@@ -59,7 +59,7 @@ extern "C" __declspec(dllexport) Il2CppCallback il2cpp_resolve_icall(const char*
   const Il2CppCallback registered = GAME(il2cpp_resolve_icall)(name);
   if (registered == nullptr) return nullptr;
   if (const void* const function = vlm::icall_native_of(registered)) return const_cast<Il2CppCallback>(function);
-  vlm::log_message(0, "[api] il2cpp_resolve_icall(%s) returned a runtime-internal function; not callable from Windows code",
-                   name);
+  vlm::log_message(
+      0, "[api] il2cpp_resolve_icall(%s) returned a runtime-internal function; not callable from Windows code", name);
   return nullptr;
 }

@@ -87,8 +87,7 @@ void stub_class_icalls(Il2CppClass* klass) {
 /// Goes straight to the game's functions, so the overrides of internal_calls.cpp do not come into it.
 void post_init_stub_icalls() {
   std::size_t count = 0;
-  const Il2CppAssembly** assemblies =
-      GAME(il2cpp_domain_get_assemblies)(GAME(il2cpp_domain_get)(), &count);
+  const Il2CppAssembly** assemblies = GAME(il2cpp_domain_get_assemblies)(GAME(il2cpp_domain_get)(), &count);
   for (std::size_t a = 0; a < count; ++a) {
     const Il2CppImage* image = GAME(il2cpp_assembly_get_image)(assemblies[a]);
     if (std::strstr(GAME(il2cpp_image_get_name)(image), "UnityEngine") == nullptr) continue;

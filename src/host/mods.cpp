@@ -20,8 +20,8 @@ constinit std::atomic<DWORD> main_thread{0};              // 0 until il2cpp_init
 
 // Touched on the main thread only.
 struct {
-  bool busy = false;        // the mod runs: its own managed invocations do not call it again
-  bool fired = false;       // the mod has been called
+  bool busy = false;   // the mod runs: its own managed invocations do not call it again
+  bool fired = false;  // the mod has been called
   ULONGLONG last_tick = 0;
 } hook;
 

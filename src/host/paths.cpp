@@ -15,8 +15,8 @@ std::string resolve_start_paths() {
   } else {
     std::snprintf(image_path, sizeof image_path, "%sGameAssembly.dylib", directory);
   }
-  std::snprintf(emulated_executable_path, sizeof emulated_executable_path,
-                "%sVelmora.app/Contents/MacOS/Velmora", directory);
+  std::snprintf(emulated_executable_path, sizeof emulated_executable_path, "%sVelmora.app/Contents/MacOS/Velmora",
+                directory);
   return image_path;
 }
 

@@ -32,20 +32,20 @@ void log_versions() {
 
 /// Ten steps in this order.
 void start_statically() {
-  log_versions();                     // 1. the first line of every log
-  install_crash_handler();            //
-  game_tls_init();                    // 2. thread storage for game threads
-  game_tls_announce();                //
-  build_objc_classes();               // 3. what class symbols stand for
-  create_string_constants();          //    what constants of Foundation hold
-  set_up_standard_streams();          // 4. what the C library's data symbols show
-  set_up_time_base();                 //
-  register_first_shim_block();        // 5. the C library
-  set_up_standard_descriptors();      // 6. what descriptors 0, 1 and 2 stand for
-  register_other_shim_blocks();       // 7. all other families
-  start_controller_input();           // 8. from here on a thread looks for controllers
-  register_plugin_modules();          // 9. what dlopen knows
-  start_title_keeper();               // 10.
+  log_versions();                 // 1. the first line of every log
+  install_crash_handler();        //
+  game_tls_init();                // 2. thread storage for game threads
+  game_tls_announce();            //
+  build_objc_classes();           // 3. what class symbols stand for
+  create_string_constants();      //    what constants of Foundation hold
+  set_up_standard_streams();      // 4. what the C library's data symbols show
+  set_up_time_base();             //
+  register_first_shim_block();    // 5. the C library
+  set_up_standard_descriptors();  // 6. what descriptors 0, 1 and 2 stand for
+  register_other_shim_blocks();   // 7. all other families
+  start_controller_input();       // 8. from here on a thread looks for controllers
+  register_plugin_modules();      // 9. what dlopen knows
+  start_title_keeper();           // 10.
 }
 
 [[gnu::constructor]] void run_at_load() { start_statically(); }

@@ -70,7 +70,10 @@ constexpr Box square = {centre, {17, 17}, 2};
 constexpr Segment triangle[] = {{{48, 28}, {68, 63}}, {{68, 63}, {28, 63}}, {{28, 63}, {48, 28}}};
 constexpr Segment three_bars[] = {{{32, 36}, {64, 36}}, {{32, 48}, {64, 48}}, {{32, 60}, {64, 60}}};
 constexpr Box dpad_arms[] = {  // in the order of DpadArm
-    {{29, 48}, {11, 10}, 3}, {{67, 48}, {11, 10}, 3}, {{48, 29}, {10, 11}, 3}, {{48, 67}, {10, 11}, 3}};
+    {{29, 48}, {11, 10}, 3},
+    {{67, 48}, {11, 10}, 3},
+    {{48, 29}, {10, 11}, 3},
+    {{48, 67}, {10, 11}, 3}};
 
 float base_coverage(GlyphBase base, Point p) {
   switch (base) {
@@ -116,7 +119,8 @@ GlyphPixels draw_glyph(const GlyphShape& shape, const GlyphMask& label) {
     for (unsigned column = 0; column < glyph_size; ++column, ++i) {
       const float x = static_cast<float>(column), y = static_cast<float>(row);
       float value = (sample(shape, {x + 0.25f, y + 0.25f}) + sample(shape, {x + 0.75f, y + 0.25f}) +
-                     sample(shape, {x + 0.25f, y + 0.75f}) + sample(shape, {x + 0.75f, y + 0.75f})) / 4;
+                     sample(shape, {x + 0.25f, y + 0.75f}) + sample(shape, {x + 0.75f, y + 0.75f})) /
+                    4;
       const float letters = static_cast<float>(label[i]) / 255;
       value = shape.base == GlyphBase::none ? std::max(value, letters) : value * (1 - letters);
       pixels[i] = {255, 255, 255, static_cast<std::uint8_t>(std::lround(value * 255))};  // each factor is 0 to 1

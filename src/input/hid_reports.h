@@ -19,8 +19,8 @@ inline constexpr std::size_t max_report_size = 600;
 
 /// What a report says, in the device's own terms.
 struct PadInput {
-  std::uint8_t leftX, leftY, rightX, rightY;       // 0 to 255, about 128 at rest, Y growing downward
-  std::uint8_t leftTrigger, rightTrigger;          // 0 to 255
+  std::uint8_t leftX, leftY, rightX, rightY;  // 0 to 255, about 128 at rest, Y growing downward
+  std::uint8_t leftTrigger, rightTrigger;     // 0 to 255
   std::uint8_t buttons0, buttons1, buttons2;
 
   // buttons0; its low four bits are the hat: 0 north, then clockwise to 7 north-west, 8 and above released

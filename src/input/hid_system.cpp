@@ -45,8 +45,8 @@ std::vector<std::wstring> present_paths() {
 
 /// No access rights are asked for: keyboards and mice are Windows' alone, but say what they are.
 std::optional<HidId> identify(const wchar_t* path) {
-  const UniqueHandle device = own_handle(
-      CreateFileW(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
+  const UniqueHandle device =
+      own_handle(CreateFileW(path, 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
   if (device == nullptr) return std::nullopt;
   HIDD_ATTRIBUTES attributes{};
   attributes.Size = sizeof attributes;

@@ -33,8 +33,8 @@ constexpr struct {
   int positive, negative;
   float ControllerState::* field;
 } axis_keys[] = {
-    {VK_RIGHT, VK_LEFT, &ControllerState::dpadX}, {VK_UP, VK_DOWN, &ControllerState::dpadY},
-    {'D', 'A', &ControllerState::leftThumbstickX}, {'W', 'S', &ControllerState::leftThumbstickY},
+    {VK_RIGHT, VK_LEFT, &ControllerState::dpadX},   {VK_UP, VK_DOWN, &ControllerState::dpadY},
+    {'D', 'A', &ControllerState::leftThumbstickX},  {'W', 'S', &ControllerState::leftThumbstickY},
     {'L', 'J', &ControllerState::rightThumbstickX}, {'I', 'K', &ControllerState::rightThumbstickY},
 };
 

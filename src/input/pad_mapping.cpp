@@ -29,12 +29,10 @@ constexpr ButtonBit<std::uint8_t> sony_buttons0[] = {{PadInput::square, &Control
                                                      {PadInput::cross, &ControllerState::buttonA},
                                                      {PadInput::circle, &ControllerState::buttonB},
                                                      {PadInput::triangle, &ControllerState::buttonY}};
-constexpr ButtonBit<std::uint8_t> sony_buttons1[] = {{PadInput::l1, &ControllerState::leftShoulder},
-                                                     {PadInput::r1, &ControllerState::rightShoulder},
-                                                     {PadInput::share, &ControllerState::buttonOptions},
-                                                     {PadInput::options, &ControllerState::buttonMenu},
-                                                     {PadInput::l3, &ControllerState::leftThumbstickButton},
-                                                     {PadInput::r3, &ControllerState::rightThumbstickButton}};
+constexpr ButtonBit<std::uint8_t> sony_buttons1[] = {
+    {PadInput::l1, &ControllerState::leftShoulder},         {PadInput::r1, &ControllerState::rightShoulder},
+    {PadInput::share, &ControllerState::buttonOptions},     {PadInput::options, &ControllerState::buttonMenu},
+    {PadInput::l3, &ControllerState::leftThumbstickButton}, {PadInput::r3, &ControllerState::rightThumbstickButton}};
 constexpr ButtonBit<std::uint8_t> sony_buttons2[] = {{PadInput::ps, &ControllerState::buttonHome},
                                                      {PadInput::touchpad, &ControllerState::touchpadButton}};
 

@@ -103,9 +103,7 @@ void scan_hid(const HidSystem& hid) {
   }
 }
 
-PadKind live_sony_pad(unsigned slot) {
-  return slots[slot].live ? slots[slot].kind.load() : PadKind::none;
-}
+PadKind live_sony_pad(unsigned slot) { return slots[slot].live ? slots[slot].kind.load() : PadKind::none; }
 
 std::optional<PadInput> read_sony_pad(unsigned slot) {
   PadSlot& pad = slots[slot];

@@ -9,8 +9,8 @@
 
 namespace vlm {
 
-/// Calls `visit(cmd, reader)` for each load command of a 64-bit image; the reader stands at the command's start and ends
-/// where the command ends. Stops at the first command that is not whole, so that any bytes will do.
+/// Calls `visit(cmd, reader)` for each load command of a 64-bit image; the reader stands at the command's start and
+/// ends where the command ends. Stops at the first command that is not whole, so that any bytes will do.
 template <class Visit>
 void for_each_command(std::span<const std::byte> file, Visit visit) {
   const auto header = ByteReader(file).read<MachHeader64>();

@@ -154,18 +154,14 @@ Result<void> read_dylib(MachImage& image, Bytes bytes) {
 
 Result<void> read_one(MachImage& image, std::uint32_t cmd, Bytes bytes) {
   switch (cmd) {
-    case LC_SEGMENT_64:
-      return read_segment(image, bytes);
-    case LC_SYMTAB:
-      return read_symtab(image, bytes);
+    case LC_SEGMENT_64: return read_segment(image, bytes);
+    case LC_SYMTAB: return read_symtab(image, bytes);
     case LC_DYLD_INFO:
-    case LC_DYLD_INFO_ONLY:
-      return read_dyld_info(image, bytes);
+    case LC_DYLD_INFO_ONLY: return read_dyld_info(image, bytes);
     case LC_LOAD_DYLIB:
     case LC_LOAD_WEAK_DYLIB:
     case LC_REEXPORT_DYLIB:
-    case LC_LOAD_UPWARD_DYLIB:
-      return read_dylib(image, bytes);
+    case LC_LOAD_UPWARD_DYLIB: return read_dylib(image, bytes);
   }
   return {};  // nothing the loader acts on
 }
@@ -201,8 +197,8 @@ std::expected<FileRange, ImageFault> choose_slice(const char* path, std::span<co
     found = true;
   }
   if (!in.ok()) {
-    return damaged(path, fault("a universal header of %u slices does not fit a file of %llu bytes", nfat_arch,
-                               Wide{file_size}));
+    return damaged(
+        path, fault("a universal header of %u slices does not fit a file of %llu bytes", nfat_arch, Wide{file_size}));
   }
   if (!found) return std::unexpected(ImageFault{"[macho] " + std::string(path) + " has no x86_64 slice", false});
   if (!range_fits(slice.offset, slice.size, file_size)) {
@@ -231,8 +227,8 @@ std::expected<void, ImageFault> read_commands(MachImage& image) {
                                        header->ncmds, Wide{offset}, command.cmdsize, Wide{file.size() - offset}));
     }
     if (command.cmd == LC_DYLD_CHAINED_FIXUPS) {
-      return std::unexpected(ImageFault{
-          "chained fixups are not supported (use the x86_64 slice of an older-format binary)", false});
+      return std::unexpected(
+          ImageFault{"chained fixups are not supported (use the x86_64 slice of an older-format binary)", false});
     }
     if (auto done = read_one(image, command.cmd, file.subspan(offset, command.cmdsize)); !done) {
       return damaged(image.path, fault("load command %u (0x%x) at offset %llu: %s", i, command.cmd, Wide{offset},
@@ -241,8 +237,8 @@ std::expected<void, ImageFault> read_commands(MachImage& image) {
     offset += command.cmdsize;
   }
   if (image.extent() > max_extent) {
-    return damaged(image.path, fault("its segments reach from 0x%llx to 0x%llx, more than 4 GiB",
-                                     Wide{image.vm_min}, Wide{image.vm_end}));
+    return damaged(image.path, fault("its segments reach from 0x%llx to 0x%llx, more than 4 GiB", Wide{image.vm_min},
+                                     Wide{image.vm_end}));
   }
   return {};
 }

@@ -52,10 +52,11 @@ class FixupPlace {
       return damaged(fault("%s stream, before offset %zu: more than %llu pointers, all that the image has room for",
                            stream_, in.offset(), Wide{image_.extent() / pointer_size}));
     }
-    return damaged(fault("%s stream, before offset %zu: %llu pointers from 0x%llx, 0x%llx bytes apart, are not inside "
-                         "segment %d (%s, 0x%llx bytes%s)",
-                         stream_, in.offset(), Wide{count}, Wide{offset_}, Wide{stride}, segment_, segment.name,
-                         Wide{segment.vmsize}, segment.mapped() ? "" : ", not mapped"));
+    return damaged(
+        fault("%s stream, before offset %zu: %llu pointers from 0x%llx, 0x%llx bytes apart, are not inside "
+              "segment %d (%s, 0x%llx bytes%s)",
+              stream_, in.offset(), Wide{count}, Wide{offset_}, Wide{stride}, segment_, segment.name,
+              Wide{segment.vmsize}, segment.mapped() ? "" : ", not mapped"));
   }
 
   std::unexpected<Fault> damaged(const std::unexpected<Fault>& why) const {
@@ -113,12 +114,9 @@ std::span<const std::byte> stream_bytes(const MachImage& image, BindStream strea
     return size == 0 ? std::span<const std::byte>() : image.file_range(offset, size);
   };
   switch (stream) {
-    case BindStream::binds:
-      return bytes(image.bind_off, image.bind_size);
-    case BindStream::weak_binds:
-      return bytes(image.weak_bind_off, image.weak_bind_size);
-    case BindStream::lazy_binds:
-      break;
+    case BindStream::binds: return bytes(image.bind_off, image.bind_size);
+    case BindStream::weak_binds: return bytes(image.weak_bind_off, image.weak_bind_size);
+    case BindStream::lazy_binds: break;
   }
   return bytes(image.lazy_bind_off, image.lazy_bind_size);
 }
@@ -136,25 +134,13 @@ Result<std::uint64_t> macho_walk_rebases(const MachImage& image, const std::func
     std::uint64_t count = 0;
     std::uint64_t stride = pointer_size;
     switch (byte & OPCODE_MASK) {
-      case REBASE_OPCODE_DONE:
-        return place.patched();
-      case REBASE_OPCODE_SET_TYPE_IMM:
-        break;  // every rebase of a 64-bit image is of a pointer
-      case REBASE_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB:
-        place.set(static_cast<int>(immediate), in.uleb128());
-        break;
-      case REBASE_OPCODE_ADD_ADDR_ULEB:
-        place.advance(in.uleb128());
-        break;
-      case REBASE_OPCODE_ADD_ADDR_IMM_SCALED:
-        place.advance(immediate * pointer_size);
-        break;
-      case REBASE_OPCODE_DO_REBASE_IMM_TIMES:
-        count = immediate;
-        break;
-      case REBASE_OPCODE_DO_REBASE_ULEB_TIMES:
-        count = in.uleb128();
-        break;
+      case REBASE_OPCODE_DONE: return place.patched();
+      case REBASE_OPCODE_SET_TYPE_IMM: break;  // every rebase of a 64-bit image is of a pointer
+      case REBASE_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB: place.set(static_cast<int>(immediate), in.uleb128()); break;
+      case REBASE_OPCODE_ADD_ADDR_ULEB: place.advance(in.uleb128()); break;
+      case REBASE_OPCODE_ADD_ADDR_IMM_SCALED: place.advance(immediate * pointer_size); break;
+      case REBASE_OPCODE_DO_REBASE_IMM_TIMES: count = immediate; break;
+      case REBASE_OPCODE_DO_REBASE_ULEB_TIMES: count = in.uleb128(); break;
       case REBASE_OPCODE_DO_REBASE_ADD_ADDR_ULEB:
         count = 1;
         stride = in.uleb128() + pointer_size;
@@ -163,8 +149,7 @@ Result<std::uint64_t> macho_walk_rebases(const MachImage& image, const std::func
         count = in.uleb128();
         stride = in.uleb128() + pointer_size;
         break;
-      default:
-        return fault("unknown rebase opcode 0x%02x", byte & OPCODE_MASK);
+      default: return fault("unknown rebase opcode 0x%02x", byte & OPCODE_MASK);
     }
     if (count == 0) continue;  // an empty run may stand anywhere
     if (!place.take_run(count, stride)) return place.fault_of_run(count, stride, in);
@@ -191,12 +176,8 @@ Result<std::uint64_t> macho_walk_binds(const MachImage& image, BindStream stream
       case BIND_OPCODE_DONE:
         if (stream != BindStream::lazy_binds) return place.patched();
         break;
-      case BIND_OPCODE_SET_DYLIB_ORDINAL_IMM:
-        import.ordinal = static_cast<std::int32_t>(immediate);
-        break;
-      case BIND_OPCODE_SET_DYLIB_ORDINAL_ULEB:
-        import.ordinal = static_cast<std::int32_t>(in.uleb128());
-        break;
+      case BIND_OPCODE_SET_DYLIB_ORDINAL_IMM: import.ordinal = static_cast<std::int32_t>(immediate); break;
+      case BIND_OPCODE_SET_DYLIB_ORDINAL_ULEB: import.ordinal = static_cast<std::int32_t>(in.uleb128()); break;
       case BIND_OPCODE_SET_DYLIB_SPECIAL_IMM:
         import.ordinal = immediate == 0 ? 0 : static_cast<std::int8_t>(OPCODE_MASK | immediate);
         break;
@@ -207,20 +188,11 @@ Result<std::uint64_t> macho_walk_binds(const MachImage& image, BindStream stream
           return place.damaged(fault("%s stream, offset %zu: the symbol name has no end", name, in.offset()));
         }
         break;
-      case BIND_OPCODE_SET_TYPE_IMM:
-        break;  // every bind of a 64-bit image is of a pointer
-      case BIND_OPCODE_SET_ADDEND_SLEB:
-        import.addend = static_cast<std::uint64_t>(in.sleb128());
-        break;
-      case BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB:
-        place.set(static_cast<int>(immediate), in.uleb128());
-        break;
-      case BIND_OPCODE_ADD_ADDR_ULEB:
-        place.advance(in.uleb128());
-        break;
-      case BIND_OPCODE_DO_BIND:
-        count = 1;
-        break;
+      case BIND_OPCODE_SET_TYPE_IMM: break;  // every bind of a 64-bit image is of a pointer
+      case BIND_OPCODE_SET_ADDEND_SLEB: import.addend = static_cast<std::uint64_t>(in.sleb128()); break;
+      case BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB: place.set(static_cast<int>(immediate), in.uleb128()); break;
+      case BIND_OPCODE_ADD_ADDR_ULEB: place.advance(in.uleb128()); break;
+      case BIND_OPCODE_DO_BIND: count = 1; break;
       case BIND_OPCODE_DO_BIND_ADD_ADDR_ULEB:
         count = 1;
         stride = in.uleb128() + pointer_size;
@@ -233,8 +205,7 @@ Result<std::uint64_t> macho_walk_binds(const MachImage& image, BindStream stream
         count = in.uleb128();
         stride = in.uleb128() + pointer_size;
         break;
-      default:
-        return fault("unknown bind opcode 0x%02x", byte & OPCODE_MASK);
+      default: return fault("unknown bind opcode 0x%02x", byte & OPCODE_MASK);
     }
     if (count == 0) continue;
 

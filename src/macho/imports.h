@@ -46,9 +46,9 @@ const char* import_library(const MachImage& image, std::int32_t ordinal);
 ResolvedImport resolve_import(const MachImage& image, const Import& import, const SymbolSources& sources,
                               std::uint64_t& bytes_read);
 
-/// Bounds the look-ups of one stream. Resolving walks tries and copies names, so a stream that never repeats itself over
-/// a trie made to be slow could keep start-up busy for hours. Counted in bytes; it ends after seconds, having had room
-/// for millions of imports.
+/// Bounds the look-ups of one stream. Resolving walks tries and copies names, so a stream that never repeats itself
+/// over a trie made to be slow could keep start-up busy for hours. Counted in bytes; it ends after seconds, having had
+/// room for millions of imports.
 class ResolutionBudget {
  public:
   /// False when the stream has asked for more than a sane image ever needs.

@@ -30,9 +30,9 @@ struct ClassRow {
 
 constexpr ClassRow class_rows[] = {
     {"NSObject", &objc_class_NSObject, &objc_metaclass_NSObject, nullptr, 8, NSObject_methods, NSObject_class_methods},
-#define CLASS(name, superclass, size)                                                                          \
-  {#name, &objc_class_##name, &objc_metaclass_##name, &objc_class_##superclass, size, name##_methods, \
-   name##_class_methods},
+#define CLASS(name, superclass, size)                                           \
+  {#name, &objc_class_##name, &objc_metaclass_##name, &objc_class_##superclass, \
+   size,  name##_methods,     name##_class_methods},
 #include "objc/class_list.def"
 #undef CLASS
 };
@@ -90,9 +90,8 @@ const ShimEntry root_class_shims[2] = {
 };
 
 const ShimEntry class_shims[53] = {
-#define CLASS(name, superclass, size)           \
-  {"_OBJC_CLASS_$_" #name, &objc_class_##name}, \
-  {"_OBJC_METACLASS_$_" #name, &objc_metaclass_##name},
+#define CLASS(name, superclass, size) \
+  {"_OBJC_CLASS_$_" #name, &objc_class_##name}, {"_OBJC_METACLASS_$_" #name, &objc_metaclass_##name},
 #include "objc/class_list.def"
 #undef CLASS
     {"___CFConstantStringClassReference", &objc_class_NSString},

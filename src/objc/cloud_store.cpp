@@ -62,9 +62,7 @@ struct StoreKey {
   std::uint32_t hash;
 };
 
-StoreKey key_of(const char* text) {
-  return {text, static_cast<std::uint32_t>(std::hash<std::string_view>()(text))};
-}
+StoreKey key_of(const char* text) { return {text, static_cast<std::uint32_t>(std::hash<std::string_view>()(text))}; }
 
 /// Called before the lock is taken, as a constant's UTF-16 is converted here.
 StoreKey key_of(ObjcObject* key) {
@@ -98,8 +96,8 @@ void append_entry_locked(CloudStore& store, const StoreKey& key, ObjcObject* val
 
 // ---- Loading --------------------------------------------------------------------------------------------------------
 
-/// Opens the store for reading. One that another program keeps for itself (a backup, a virus scanner) is waited for, two
-/// seconds at most: taken for absent, it would be replaced by the next save.
+/// Opens the store for reading. One that another program keeps for itself (a backup, a virus scanner) is waited for,
+/// two seconds at most: taken for absent, it would be replaced by the next save.
 std::FILE* open_to_read(const wchar_t* path) {
   for (int attempt = 0;; ++attempt) {
     std::FILE* const file = _wfopen(path, L"rb");
@@ -129,9 +127,9 @@ ObjcObject* object_of(double value) { return ns_number_from_double(value); }
 CloudStore* load_store_locked() {
   const std::string path = std::string(save_directory()) + "/icloud_kvs.txt";
   const std::string temporary_path = path + ".tmp";
-  auto* const store = new CloudStore{path, temporary_path, to_host_path(path.c_str()),
-                                     to_host_path(temporary_path.c_str()),
-                                     objc_new<NSCollection>(objc_class_NSMutableDictionary)};
+  auto* const store =
+      new CloudStore{path, temporary_path, to_host_path(path.c_str()), to_host_path(temporary_path.c_str()),
+                     objc_new<NSCollection>(objc_class_NSMutableDictionary)};
   if (!store->host_path || !store->host_temporary_path) fatal_error("no memory for the cloud store");
   for (const CloudEntry& entry : read_cloud_file(read_file(store->host_path.get()))) {
     append_entry_locked(*store, key_of(entry.key.c_str()),

@@ -13,8 +13,7 @@ enum GameKitError : std::int64_t { GKErrorNotAuthenticated = 6, GKErrorGameUnrec
 template <class... Arguments>
 void call_handler(const ObjcBlock* handler, GameKitError code, Arguments... before_error) {
   if (handler == nullptr || handler->invoke == nullptr) return;
-  call_block(handler, before_error...,
-             ns_error_new(objc_class_NSError, ns_string_new("GKErrorDomain"), code, nullptr));
+  call_block(handler, before_error..., ns_error_new(objc_class_NSError, ns_string_new("GKErrorDomain"), code, nullptr));
 }
 
 SYSV void set_authenticate_handler(ObjcObject*, Selector, const ObjcBlock* handler) {
@@ -62,12 +61,8 @@ const MethodRow GKAccessPoint_class_methods[] = {
     {},
 };
 const MethodRow GKAccessPoint_methods[] = {
-    {"isActive", shim(return_no)},
-    {"isPresentingGameCenter", shim(return_no)},
-    {"setActive:", shim(do_nothing)},
-    {"setLocation:", shim(do_nothing)},
-    {"setShowHighlights:", shim(do_nothing)},
-    {},
+    {"isActive", shim(return_no)},      {"isPresentingGameCenter", shim(return_no)}, {"setActive:", shim(do_nothing)},
+    {"setLocation:", shim(do_nothing)}, {"setShowHighlights:", shim(do_nothing)},    {},
 };
 
 const MethodRow GKAchievement_class_methods[] = {

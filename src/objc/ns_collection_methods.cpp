@@ -77,9 +77,7 @@ SYSV void add_object_once(NSCollection* receiver, Selector, ObjcObject* object) 
   if (object != nullptr && ns_collection_find(*receiver, object) < 0) ns_array_append(*receiver, object);
 }
 
-SYSV void remove_object(NSCollection* receiver, Selector, ObjcObject* object) {
-  ns_array_remove(*receiver, object);
-}
+SYSV void remove_object(NSCollection* receiver, Selector, ObjcObject* object) { ns_array_remove(*receiver, object); }
 
 // ---- Dictionaries ---------------------------------------------------------------------------------------------------
 
@@ -172,12 +170,9 @@ const MethodRow NSDictionary_class_methods[] = {
 };
 
 const MethodRow NSMutableDictionary_methods[] = {
-    {"setObject:forKey:", shim(set_object_for_key)},
-    {"setObject:forKeyedSubscript:", shim(set_object_for_key)},
-    {"setValue:forKey:", shim(set_object_for_key)},
-    {"removeObjectForKey:", shim(remove_object_for_key)},
-    {"removeAllObjects", shim(remove_all_objects)},
-    {},
+    {"setObject:forKey:", shim(set_object_for_key)}, {"setObject:forKeyedSubscript:", shim(set_object_for_key)},
+    {"setValue:forKey:", shim(set_object_for_key)},  {"removeObjectForKey:", shim(remove_object_for_key)},
+    {"removeAllObjects", shim(remove_all_objects)},  {},
 };
 
 const MethodRow NSMutableDictionary_class_methods[] = {{}};

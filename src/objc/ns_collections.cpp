@@ -88,8 +88,7 @@ void remove(NSCollection& collection, std::uint64_t index) {
 }  // namespace
 
 bool ns_objects_equal(ObjcObject* left, ObjcObject* right) {
-  return left == right ||
-         (left != nullptr && with_test_for(right, [left](auto is_equal) { return is_equal(left); }));
+  return left == right || (left != nullptr && with_test_for(right, [left](auto is_equal) { return is_equal(left); }));
 }
 
 std::int64_t ns_collection_find(const NSCollection& collection, ObjcObject* object) {

@@ -14,10 +14,10 @@ namespace vlm {
 /// An instance of any of the five collection classes.
 struct NSCollection : ObjcObject {
   std::uint64_t count;
-  std::uint64_t capacity;    // entries that both arrays have room for: 0, 8, 16, 32, ...
-  ObjcObject** items;        // elements, or the keys of a dictionary
-  ObjcObject** values;       // of a dictionary; zeros otherwise
-  std::uint64_t mutations;   // counts changes; fast enumeration hands out its address
+  std::uint64_t capacity;   // entries that both arrays have room for: 0, 8, 16, 32, ...
+  ObjcObject** items;       // elements, or the keys of a dictionary
+  ObjcObject** values;      // of a dictionary; zeros otherwise
+  std::uint64_t mutations;  // counts changes; fast enumeration hands out its address
 };
 static_assert(sizeof(NSCollection) == 48);
 

@@ -23,9 +23,8 @@ constinit Constant store_did_change = {nullptr, "NSUbiquitousKeyValueStoreDidCha
 }  // namespace
 
 void create_string_constants() {
-  for (Constant* constant :
-       {&cf_locale_country_code, &cf_locale_language_code, &cf_locale_script_code, &ns_locale_country_code,
-        &ns_locale_identifier, &player_did_change, &store_did_change}) {
+  for (Constant* constant : {&cf_locale_country_code, &cf_locale_language_code, &cf_locale_script_code,
+                             &ns_locale_country_code, &ns_locale_identifier, &player_did_change, &store_did_change}) {
     constant->object = ns_string_new(constant->text);
   }
 }

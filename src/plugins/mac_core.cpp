@@ -28,9 +28,7 @@ char* heap_copy(std::string_view text) {
 
 // ---- Cloud ----------------------------------------------------------------------------------------------------------
 
-ObjcObject* default_store() {
-  return objc_send<ObjcObject*>(&objc_class_NSUbiquitousKeyValueStore, "defaultStore");
-}
+ObjcObject* default_store() { return objc_send<ObjcObject*>(&objc_class_NSUbiquitousKeyValueStore, "defaultStore"); }
 
 template <class Result>
 Result get(Selector selector, const char* key) {
@@ -59,9 +57,7 @@ SYSV char* cloud_string(const char* key) {
 SYSV void cloud_set_string(const char* value, const char* key) { set("setObject:forKey:", ns_string_new(value), key); }
 
 SYSV std::int64_t cloud_int(const char* key) { return get<std::int64_t>("longLongForKey:", key); }
-SYSV void cloud_set_int(std::int32_t value, const char* key) {
-  set("setLongLong:forKey:", std::int64_t{value}, key);
-}
+SYSV void cloud_set_int(std::int32_t value, const char* key) { set("setLongLong:forKey:", std::int64_t{value}, key); }
 
 SYSV float cloud_float(const char* key) { return static_cast<float>(get<double>("doubleForKey:", key)); }
 SYSV void cloud_set_float(float value, const char* key) { set("setDouble:forKey:", double{value}, key); }
@@ -70,9 +66,7 @@ SYSV void cloud_set_float(float value, const char* key) { set("setDouble:forKey:
 SYSV std::int32_t cloud_bool(const char* key) { return get<ObjcBool>("boolForKey:", key); }
 SYSV void cloud_set_bool(std::int32_t value, const char* key) { set("setBool:forKey:", value, key); }
 
-SYSV void cloud_remove(const char* key) {
-  objc_send<void>(default_store(), "removeObjectForKey:", ns_string_new(key));
-}
+SYSV void cloud_remove(const char* key) { objc_send<void>(default_store(), "removeObjectForKey:", ns_string_new(key)); }
 
 /// All keys in the store's order, with the separator between them.
 SYSV char* cloud_keys(const char* separator) {

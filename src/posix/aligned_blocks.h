@@ -54,8 +54,8 @@ class AlignedBlocks {
   /// The pointer that points to the block's record, or to null at the end of the chain.
   std::atomic<Record*>& find_locked(const void* block);
 
-  SrwLock lock_;                              // held for a search or a change of one chain, never while memory is taken
-  std::atomic<std::uint64_t> count_ = 0;      // written under the lock
+  SrwLock lock_;                          // held for a search or a change of one chain, never while memory is taken
+  std::atomic<std::uint64_t> count_ = 0;  // written under the lock
   std::atomic<Record*> buckets_[1 << bucket_bits] = {};  // chains are written and followed under the lock
 };
 

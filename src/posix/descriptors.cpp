@@ -281,9 +281,9 @@ extern "C" SYSV std::int32_t open_body(const char* game_path, std::int32_t given
     access = GENERIC_READ;
   }
 
-  UniqueHandle handle = own_handle(CreateFileW(
-      path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, disposition,
-      FILE_ATTRIBUTE_NORMAL | (is_directory ? FILE_FLAG_BACKUP_SEMANTICS : 0), nullptr));
+  UniqueHandle handle = own_handle(
+      CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, disposition,
+                  FILE_ATTRIBUTE_NORMAL | (is_directory ? FILE_FLAG_BACKUP_SEMANTICS : 0), nullptr));
   if (!handle) return fail_from_win32();
   const std::lock_guard hold(table_lock);
   return add_descriptor(is_directory ? DescriptorKind::Directory : DescriptorKind::File, handle, flags);

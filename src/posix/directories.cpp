@@ -82,8 +82,10 @@ SYSV DirectoryStream* opendir_(const char* game_path) {
   delete stream;
   // Hosts differ in what a search below a file or below nothing fails with, but not in what is there.
   const DWORD attributes = GetFileAttributesW(path.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) error = GetLastError();
-  else if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) error = ERROR_DIRECTORY;
+  if (attributes == INVALID_FILE_ATTRIBUTES)
+    error = GetLastError();
+  else if (!(attributes & FILE_ATTRIBUTE_DIRECTORY))
+    error = ERROR_DIRECTORY;
   return no_stream(errno_from_win32(error));
 }
 
@@ -99,7 +101,8 @@ SYSV DarwinDirent* readdir_(DirectoryStream* stream) {
   stream->pending = false;
   DarwinDirent& entry = stream->entry;
   static_assert(sizeof entry.name > 3 * MAX_PATH, "holds every name of the host");
-  entry.name_length = static_cast<std::uint16_t>(from_host_path(stream->found.cFileName, entry.name, sizeof entry.name));
+  entry.name_length =
+      static_cast<std::uint16_t>(from_host_path(stream->found.cFileName, entry.name, sizeof entry.name));
   entry.inode = entry.seek_offset = ++stream->count;
   entry.record_length = sizeof entry;
   entry.type = stream->found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY ? type_directory : type_regular;

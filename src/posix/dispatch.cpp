@@ -31,7 +31,7 @@ struct RunningOnce {
 
 // Not held while a once function runs: a function may come to another predicate, on its own thread or by waiting for
 // a thread that does.
-SrwLock once_lock;                                          // guards the list; a leaf
+SrwLock once_lock;                                           // guards the list; a leaf
 CONDITION_VARIABLE once_finished = CONDITION_VARIABLE_INIT;  // signalled whenever an entry leaves the list
 RunningOnce* running_onces = nullptr;
 
@@ -68,7 +68,8 @@ void end_once(std::int64_t* predicate, RunningOnce& mine) {
 }
 
 SYSV void dispatch_once_f_(std::int64_t* predicate, void* context, OnceFunction function) {
-  if (is_done(predicate)) [[likely]] return;
+  if (is_done(predicate)) [[likely]]
+    return;
   RunningOnce mine{predicate, current_thread_id(), nullptr};
   if (!begin_once(predicate, mine)) return;
   function(context);

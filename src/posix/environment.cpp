@@ -108,7 +108,8 @@ std::int32_t set_variable(const wchar_t* name, const wchar_t* value) {
   constexpr std::size_t longest = 32766;  // of a name or a value; the runtime may end the process over a longer one
   if (std::wcslen(name) > longest || (value != nullptr && std::wcslen(value) > longest)) return fail(DARWIN_ENOMEM);
   // The runtime takes an empty value for a removal.
-  if (const int error = _wputenv_s(name, value == nullptr ? L"" : value); error != 0) return fail(errno_from_crt(error));
+  if (const int error = _wputenv_s(name, value == nullptr ? L"" : value); error != 0)
+    return fail(errno_from_crt(error));
   if (value == nullptr || *value == L'\0') SetEnvironmentVariableW(name, value);
   // macOS looks at the zone at each conversion, the runtime only when told to.
   if (_wcsicmp(name, L"TZ") == 0) _tzset();

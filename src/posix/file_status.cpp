@@ -139,9 +139,9 @@ SYSV std::int32_t lchflags_(const char*, std::uint32_t) { return 0; }
 SYSV std::int32_t utimes_(const char* game_path, const DarwinTimeval* times) {
   const HostPath path(game_path);
   if (!path) return -1;
-  const UniqueHandle file = own_handle(
-      CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+  const UniqueHandle file = own_handle(CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES,
+                                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                                   OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   if (!file) return fail_from_win32();
   FILETIME accessed, modified;
   if (times != nullptr) {

@@ -1,4 +1,5 @@
-// Mach's view of threads: stopping one, reading its registers, letting it go. The game's garbage collector stands on it.
+// Mach's view of threads: stopping one, reading its registers, letting it go. The game's garbage collector stands on
+// it.
 #include <windows.h>
 
 #include <atomic>
@@ -54,8 +55,8 @@ bool read_state(const ThreadRecord& thread, ThreadState64& state) {
   CONTEXT context;
   context.ContextFlags = CONTEXT_CONTROL | CONTEXT_INTEGER | CONTEXT_SEGMENTS;
   if (!GetThreadContext(thread.handle, &context)) return false;
-  state = {context.Rax, context.Rbx, context.Rcx, context.Rdx, context.Rdi,    context.Rsi,   context.Rbp,
-           context.Rsp, context.R8,  context.R9,  context.R10, context.R11,    context.R12,   context.R13,
+  state = {context.Rax, context.Rbx, context.Rcx, context.Rdx,    context.Rdi,   context.Rsi,   context.Rbp,
+           context.Rsp, context.R8,  context.R9,  context.R10,    context.R11,   context.R12,   context.R13,
            context.R14, context.R15, context.Rip, context.EFlags, context.SegCs, context.SegFs, context.SegGs};
   return true;
 }
@@ -111,12 +112,9 @@ SYSV std::int32_t thread_get_state_(std::uint32_t port, std::int32_t flavor, Thr
 }  // namespace
 
 const ShimEntry mach_shims[6] = {
-    {"_mach_thread_self", shim(mach_thread_self_)},
-    {"_mach_port_deallocate", shim(mach_port_deallocate_)},
-    {"_thread_suspend", shim(thread_suspend_)},
-    {"_thread_resume", shim(thread_resume_)},
-    {"_thread_get_state", shim(thread_get_state_)},
-    {"_mach_task_self_", shim(&task_self)},
+    {"_mach_thread_self", shim(mach_thread_self_)}, {"_mach_port_deallocate", shim(mach_port_deallocate_)},
+    {"_thread_suspend", shim(thread_suspend_)},     {"_thread_resume", shim(thread_resume_)},
+    {"_thread_get_state", shim(thread_get_state_)}, {"_mach_task_self_", shim(&task_self)},
 };
 
 }  // namespace vlm

@@ -56,7 +56,8 @@ SYSV void* calloc_(std::uint64_t count, std::uint64_t size) {
 
 SYSV void* realloc_(void* block, std::uint64_t size) {
   size = at_least_one(size);
-  if (aligned_blocks.may_contain(block)) [[unlikely]] return realloc_possibly_aligned(block, size);
+  if (aligned_blocks.may_contain(block)) [[unlikely]]
+    return realloc_possibly_aligned(block, size);
   return std::realloc(block, size);
 }
 

@@ -71,8 +71,7 @@ SYSV std::int32_t mutex_lock(Mutex* mutex) {
   const std::uint32_t self = current_thread_id();
   if (mutex->signature == static_recursive_signature) mutex->type = PTHREAD_MUTEX_RECURSIVE;
   // Only the owner can find its own id there, so no lock is needed to ask.
-  if (mutex->type == PTHREAD_MUTEX_RECURSIVE &&
-      std::atomic_ref(mutex->owner).load(std::memory_order_relaxed) == self) {
+  if (mutex->type == PTHREAD_MUTEX_RECURSIVE && std::atomic_ref(mutex->owner).load(std::memory_order_relaxed) == self) {
     ++mutex->count;
     return 0;
   }

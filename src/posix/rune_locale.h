@@ -10,17 +10,17 @@ namespace vlm {
 
 /// `_CTYPE_*`, <_ctype.h> of macOS. The low eight bits of an entry hold the value of a hexadecimal digit.
 enum CharacterClass : std::uint32_t {
-  CTYPE_A = 0x100,       // alpha
-  CTYPE_C = 0x200,       // control
-  CTYPE_D = 0x400,       // digit
-  CTYPE_G = 0x800,       // graph
-  CTYPE_L = 0x1000,      // lower
-  CTYPE_P = 0x2000,      // punct
-  CTYPE_S = 0x4000,      // space
-  CTYPE_U = 0x8000,      // upper
-  CTYPE_X = 0x10000,     // hexadecimal digit
-  CTYPE_B = 0x20000,     // blank
-  CTYPE_R = 0x40000,     // print
+  CTYPE_A = 0x100,         // alpha
+  CTYPE_C = 0x200,         // control
+  CTYPE_D = 0x400,         // digit
+  CTYPE_G = 0x800,         // graph
+  CTYPE_L = 0x1000,        // lower
+  CTYPE_P = 0x2000,        // punct
+  CTYPE_S = 0x4000,        // space
+  CTYPE_U = 0x8000,        // upper
+  CTYPE_X = 0x10000,       // hexadecimal digit
+  CTYPE_B = 0x20000,       // blank
+  CTYPE_R = 0x40000,       // print
   CTYPE_SW1 = 0x40000000,  // one column wide
 };
 
@@ -30,7 +30,7 @@ struct RuneRange {
   const void* ranges;
 };
 struct RuneLocale {
-  std::array<char, 8> magic;      // without a terminator
+  std::array<char, 8> magic;  // without a terminator
   std::array<char, 32> encoding;
   const void* sgetrune;
   const void* sputrune;

@@ -34,7 +34,8 @@ Result with_host_errno(Result result, bool failed) {
 
 /// Mode "x", which not every host runtime knows: the file must not exist.
 std::FILE* create_stream(const wchar_t* path, const wchar_t* mode, bool updates) {
-  const int number = _wopen(path, _O_CREAT | _O_EXCL | _O_BINARY | (updates ? _O_RDWR : _O_WRONLY), _S_IREAD | _S_IWRITE);
+  const int number =
+      _wopen(path, _O_CREAT | _O_EXCL | _O_BINARY | (updates ? _O_RDWR : _O_WRONLY), _S_IREAD | _S_IWRITE);
   if (number < 0) return nullptr;
   std::FILE* const stream = _wfdopen(number, mode);
   if (stream == nullptr) _close(number);

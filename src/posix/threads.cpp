@@ -36,7 +36,7 @@ struct Key {
   std::uint32_t in_use;
   KeyDestructor destructor;
 };
-SrwLock key_lock;  // taken by key creation only; a thread's values are touched by that thread alone
+SrwLock key_lock;     // taken by key creation only; a thread's values are touched by that thread alone
 Key keys[key_count];  // key 0 is never handed out
 
 SYSV std::int32_t pthread_key_create_(std::uint64_t* key, KeyDestructor destructor) {
@@ -71,16 +71,20 @@ SYSV std::int32_t pthread_key_delete_(std::uint64_t key) {
 }
 
 SYSV void* pthread_getspecific_(std::uint64_t key) {
-  if (key >= key_count) [[unlikely]] return nullptr;
+  if (key >= key_count) [[unlikely]]
+    return nullptr;
   void** const values = game_storage();
-  if (values == nullptr) [[unlikely]] return getspecific_of_new_thread(key);
+  if (values == nullptr) [[unlikely]]
+    return getspecific_of_new_thread(key);
   return values[key];
 }
 
 SYSV std::int32_t pthread_setspecific_(std::uint64_t key, void* value) {
-  if (key >= key_count) [[unlikely]] return DARWIN_EINVAL;
+  if (key >= key_count) [[unlikely]]
+    return DARWIN_EINVAL;
   void** const values = game_storage();
-  if (values == nullptr) [[unlikely]] return setspecific_of_new_thread(key, value);
+  if (values == nullptr) [[unlikely]]
+    return setspecific_of_new_thread(key, value);
   values[key] = value;
   return 0;
 }
@@ -137,8 +141,7 @@ SYSV std::int32_t pthread_create_(ThreadRecord** thread, const void*, StartRouti
   StartBlock block{record, start, argument, ready.get()};
   // Suspended until its record is whole: whoever learns its port may use the handle.
   DWORD thread_id = 0;
-  const HANDLE handle =
-      CreateThread(nullptr, game_stack_size, thread_procedure, &block, CREATE_SUSPENDED, &thread_id);
+  const HANDLE handle = CreateThread(nullptr, game_stack_size, thread_procedure, &block, CREATE_SUSPENDED, &thread_id);
   if (handle == nullptr) return creation_failed();
   record->handle = handle;
   record->thread_id = thread_id;

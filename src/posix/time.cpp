@@ -24,9 +24,7 @@ double nanoseconds_per_count = 0;
 // What _gmtime and _localtime return: one for both, overwritten by each call, as long-lived as its thread.
 thread_local DarwinTm thread_fields;
 
-std::uint64_t ticks(FILETIME time) {
-  return (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
-}
+std::uint64_t ticks(FILETIME time) { return (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime; }
 
 CpuTimes thread_times() {
   FILETIME created, ended, kernel{}, user{};

@@ -75,9 +75,7 @@ IsoWeek iso_week(const TimeFields& time) {
 /// not), so neither its pointer nor its offset can be used.
 bool knows_zone(const DarwinTm& time) { return time.tm_zone == utc_zone || time.tm_zone == local_zone; }
 
-void add_zone_name(Output& out, const DarwinTm& time) {
-  out.add(knows_zone(time) ? time.tm_zone : local_zone);
-}
+void add_zone_name(Output& out, const DarwinTm& time) { out.add(knows_zone(time) ? time.tm_zone : local_zone); }
 
 void add_zone_offset(Output& out, const DarwinTm& time) {
   std::int64_t offset = time.tm_gmtoff;

@@ -147,7 +147,8 @@ SYSV void* copy_bytes(void* to_, const void* from_, std::uint64_t size) {
   auto* const to = static_cast<std::byte*>(to_);
   const auto* const from = static_cast<const std::byte*>(from_);
   if (size > 32) {
-    if (has_avx2()) [[likely]] [[clang::musttail]] return copy_vectors_of_32(to_, from_, size);
+    if (has_avx2()) [[likely]]
+      [[clang::musttail]] return copy_vectors_of_32(to_, from_, size);
     [[clang::musttail]] return copy_vectors_of_16(to_, from_, size);
   }
   if (size >= 16) {

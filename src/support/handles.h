@@ -14,7 +14,9 @@ struct HandleCloser {
 using UniqueHandle = std::unique_ptr<void, HandleCloser>;
 
 /// Files and snapshots say INVALID_HANDLE_VALUE where events say null; from here on "none" is null.
-inline UniqueHandle own_handle(HANDLE handle) { return UniqueHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle); }
+inline UniqueHandle own_handle(HANDLE handle) {
+  return UniqueHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+}
 
 struct HeapDeleter {
   void operator()(void* block) const noexcept { std::free(block); }

@@ -32,8 +32,8 @@ void* allocate_near(std::uint64_t base, std::uint64_t size) {
     for (std::uint64_t address : {base - nearest - k * step, base + nearest + k * step}) {
       address -= address % granularity;
       if (address == 0) continue;  // would mean "anywhere"
-      void* block = VirtualAlloc(reinterpret_cast<void*>(address), size, MEM_RESERVE | MEM_COMMIT,
-                                 PAGE_EXECUTE_READWRITE);
+      void* block =
+          VirtualAlloc(reinterpret_cast<void*>(address), size, MEM_RESERVE | MEM_COMMIT, PAGE_EXECUTE_READWRITE);
       if (block != nullptr) return block;
     }
   }
@@ -80,8 +80,7 @@ std::uint32_t gs_patch_apply(const MachImage& image) {
   if (std::strstr(image.path, "GameAssembly") == nullptr) return 0;
   const PatchBlob blob = gs_patch_read_embedded();
   if (!blob.bytes) fatal_error("GameAssembly.dll has no thread-storage patch: build the game with Tessera");
-  const auto patched =
-      gs_patch_apply_blob(image, {blob.bytes.get(), blob.size}, "GameAssembly.dll (embedded patch)");
+  const auto patched = gs_patch_apply_blob(image, {blob.bytes.get(), blob.size}, "GameAssembly.dll (embedded patch)");
   if (!patched) fatal_error("%s", patched.error().text.c_str());
   return *patched;
 }

@@ -15,7 +15,7 @@ constexpr std::uint8_t jmp_rel32 = 0xE9;
 constexpr std::byte nop{0x90};
 
 // The load of the storage block in a template, "mov R, gs:[R]", from the end of the address slot.
-constexpr std::size_t gs_load = 11;       // 65 REX 8B ModRM, from the slot's start
+constexpr std::size_t gs_load = 11;  // 65 REX 8B ModRM, from the slot's start
 constexpr std::size_t gs_load_size = 4;
 constexpr std::uint8_t gs_prefix = 0x65;
 constexpr std::uint8_t mov_load = 0x8B;
@@ -45,9 +45,12 @@ std::array<std::uint8_t, gs_load_size + expansion_growth> expansion_load(std::sp
   const auto prefix = std::to_integer<std::uint8_t>(load[1]);
   const auto r = static_cast<std::uint8_t>(std::to_integer<unsigned>(load[3]) & 7);
   std::array<std::uint8_t, gs_load_size + expansion_growth> code = {
-      gs_prefix, static_cast<std::uint8_t>(prefix & rex_w_and_r), mov_load, static_cast<std::uint8_t>(r * 8 + 4), 0x25,
-      0x80,      0x17,                                            0x00,     0x00,
-      prefix,    mov_load,                                        static_cast<std::uint8_t>(0x80 + r * 8 + r)};
+      gs_prefix, static_cast<std::uint8_t>(prefix & rex_w_and_r),
+      mov_load,  static_cast<std::uint8_t>(r * 8 + 4),
+      0x25,      0x80,
+      0x17,      0x00,
+      0x00,      prefix,
+      mov_load,  static_cast<std::uint8_t>(0x80 + r * 8 + r)};
   std::memcpy(code.data() + code.size() - sizeof offset, &offset, sizeof offset);
   return code;
 }
@@ -58,8 +61,8 @@ void write_trampoline(const PatchEntry& entry, const PatchTarget& target, std::s
   const auto from = entry.trampoline;
   if (target.expansion) {
     const std::size_t load = entry.slot + gs_load;
-    const auto code = expansion_load(from.subspan(load, gs_load_size),
-                                     static_cast<std::uint32_t>(*target.game_storage_offset));
+    const auto code =
+        expansion_load(from.subspan(load, gs_load_size), static_cast<std::uint32_t>(*target.game_storage_offset));
     std::ranges::copy(from.first(load), to.begin());
     std::memcpy(to.data() + load, code.data(), code.size());
     std::ranges::copy(from.subspan(load + gs_load_size), to.subspan(load + code.size()).begin());
@@ -156,15 +159,16 @@ Result<std::uint32_t> apply_patch_list(std::span<const std::byte> blob, const Pa
     if (!std::ranges::equal(site, entry->expected)) {
       const auto* found = reinterpret_cast<const unsigned char*>(site.data());
       const auto* expected = reinterpret_cast<const unsigned char*>(entry->expected.data());
-      return fault("gs patch site 0x%x does not match (found %02x %02x %02x %02x, expected %02x %02x %02x %02x): "
-                   "%s was made for a different GameAssembly.dylib",
-                   entry->site, found[0], found[1], found[2], found[3], expected[0], expected[1], expected[2],
-                   expected[3], name);
+      return fault(
+          "gs patch site 0x%x does not match (found %02x %02x %02x %02x, expected %02x %02x %02x %02x): "
+          "%s was made for a different GameAssembly.dylib",
+          entry->site, found[0], found[1], found[2], found[3], expected[0], expected[1], expected[2], expected[3],
+          name);
     }
     if (target.expansion && !has_gs_load(*entry)) return fault("%s: unexpected trampoline layout in entry %u", name, i);
 
-    const auto trampoline = target.trampolines.subspan(
-        position, entry->trampoline.size() + (target.expansion ? expansion_growth : 0));
+    const auto trampoline =
+        target.trampolines.subspan(position, entry->trampoline.size() + (target.expansion ? expansion_growth : 0));
     const auto site_address = reinterpret_cast<std::uint64_t>(site.data());
     const auto displacement =
         static_cast<std::int64_t>(reinterpret_cast<std::uint64_t>(trampoline.data()) - (site_address + 5));

@@ -30,9 +30,9 @@ inline constexpr char gs_patch_magic[8] = {'V', 'L', 'M', 'G', 'S', 'P', '1', '\
 inline constexpr char gs_patch_end_magic[8] = {'V', 'L', 'M', 'G', 'S', 'P', 'E', 'M'};
 inline constexpr std::size_t gs_patch_trailer_size = 16;
 inline constexpr std::uint64_t max_gs_patch_blob = 0x3FFFFFF;
-inline constexpr std::size_t min_site_length = 5;          // a jump with a 32-bit displacement
-inline constexpr std::size_t min_trampoline_length = 14;   // jmp [rip+0] and its address
-inline constexpr std::size_t expansion_growth = 12;        // bytes by which a trampoline grows in expansion mode
+inline constexpr std::size_t min_site_length = 5;         // a jump with a 32-bit displacement
+inline constexpr std::size_t min_trampoline_length = 14;  // jmp [rip+0] and its address
+inline constexpr std::size_t expansion_growth = 12;       // bytes by which a trampoline grows in expansion mode
 
 /// One site and its trampoline template. The spans point into the list.
 struct PatchEntry {

@@ -111,8 +111,10 @@ Bytes rebase_at(std::uint64_t offset) {
 
 Bytes bind_at(std::uint64_t offset) {
   return Bytes()
-      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_malloc")
-      .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(offset);
+      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM)
+      .c_string("_malloc")
+      .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment)
+      .uleb(offset);
 }
 
 constexpr std::uint64_t minus(std::uint64_t value) { return ~value + 1; }
@@ -120,7 +122,11 @@ constexpr std::uint64_t minus(std::uint64_t value) { return ~value + 1; }
 /// Beside what the unit tests of the commands, the streams and the trie have one by one.
 const DraftRow draft_rows[] = {
     {"nothing", Expect::load, [](ImageDraft&) {}},
-    {"no segments", Expect::refuse, [](ImageDraft& d) { d.segments.clear(); d.linkedit_vmaddr = 0; }},
+    {"no segments", Expect::refuse,
+     [](ImageDraft& d) {
+       d.segments.clear();
+       d.linkedit_vmaddr = 0;
+     }},
     {"one run over and over", Expect::refuse,
      [](ImageDraft& d) {
        d.rebase.clear();
@@ -145,9 +151,13 @@ const DraftRow draft_rows[] = {
      [](ImageDraft& d) { d.exports = Bytes().u8(0).u8(1).c_string("_").uleb(huge); }},
     {"terminal information of 2^60 bytes", Expect::load, [](ImageDraft& d) { d.exports = Bytes().uleb(huge).u8(1); }},
     {"too many segments", Expect::refuse,
-     [](ImageDraft& d) { for (int i = 0; i < 13; ++i) d.segments.push_back({"__MORE", 0, 0, 0, {}, {}}); }},
+     [](ImageDraft& d) {
+       for (int i = 0; i < 13; ++i) d.segments.push_back({"__MORE", 0, 0, 0, {}, {}});
+     }},
     {"as many segments as fit", Expect::load,
-     [](ImageDraft& d) { for (int i = 0; i < 12; ++i) d.segments.push_back({"__MORE", 0, 0, 0, {}, {}}); }},
+     [](ImageDraft& d) {
+       for (int i = 0; i < 12; ++i) d.segments.push_back({"__MORE", 0, 0, 0, {}, {}});
+     }},
     {"as many libraries as fit", Expect::load, [](ImageDraft& d) { d.dylibs.resize(64, "x"); }},
     {"a section before its segment", Expect::refuse,
      [](ImageDraft& d) { d.segments[data_segment].sections[0].addr -= 8; }},

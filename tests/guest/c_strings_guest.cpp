@@ -64,7 +64,9 @@ GUEST_TEST(texts_become_numbers) {
       {"", 10, 0, 0, 0, 0, 0},
       {"  -", 10, 0, 0, 0, 0, 0},
       {"+-3", 10, 0, 0, 0, 0, 0},
-      {"\xA0""1", 10, 0, 0, 0, 0, 0},
+      {"\xA0"
+       "1",
+       10, 0, 0, 0, 0, 0},
       {"9223372036854775807", 10, ~low, ~low, 19, 0, 0},
       {"9223372036854775808", 10, ~low, low, 19, ERANGE, 0},
       {"-9223372036854775808", 10, low, low, 20, 0, 0},
@@ -98,14 +100,16 @@ GUEST_TEST(character_classes_as_the_macros_of_macos_read_them) {
     uint32 classes;
     int32 lower, upper;
   } rows[] = {
-      {' ', 0x40064000, ' ', ' '}, {'0', 0x40050C00, '0', '0'}, {'9', 0x40050C09, '9', '9'},
-      {'A', 0x4005890A, 'a', 'A'},
-      {'F', 0x4005890F, 'f', 'F'}, {'G', 0x40048900, 'g', 'G'}, {'Z', 0x40048900, 'z', 'Z'},
-      {'a', 0x4005190A, 'a', 'A'},
-      {'z', 0x40041900, 'z', 'Z'}, {'!', 0x40042800, '!', '!'}, {'~', 0x40042800, '~', '~'},
-      {'@', 0x40042800, '@', '@'},
-      {'[', 0x40042800, '[', '['}, {'\t', 0x24200, '\t', '\t'}, {'\n', 0x4200, '\n', '\n'},  {0, 0x200, 0, 0},
-      {127, 0x200, 127, 127},      {128, 0, 128, 128},          {255, 0, 255, 255},
+      {' ', 0x40064000, ' ', ' '}, {'0', 0x40050C00, '0', '0'},
+      {'9', 0x40050C09, '9', '9'}, {'A', 0x4005890A, 'a', 'A'},
+      {'F', 0x4005890F, 'f', 'F'}, {'G', 0x40048900, 'g', 'G'},
+      {'Z', 0x40048900, 'z', 'Z'}, {'a', 0x4005190A, 'a', 'A'},
+      {'z', 0x40041900, 'z', 'Z'}, {'!', 0x40042800, '!', '!'},
+      {'~', 0x40042800, '~', '~'}, {'@', 0x40042800, '@', '@'},
+      {'[', 0x40042800, '[', '['}, {'\t', 0x24200, '\t', '\t'},
+      {'\n', 0x4200, '\n', '\n'},  {0, 0x200, 0, 0},
+      {127, 0x200, 127, 127},      {128, 0, 128, 128},
+      {255, 0, 255, 255},
   };
   for (const auto& row : rows) {
     const auto entry = [&](int64 table) {
@@ -143,9 +147,15 @@ GUEST_TEST(error_numbers_and_their_texts) {
     int32 error;
     uint64 size;
     const char* expected;
-  } rows[] = {{2, 64, "No such file or directory"}, {2, 5, "No s"},     {0, 64, "Undefined error: 0"},
-              {35, 64, "Resource temporarily unavailable"}, {78, 64, "Function not implemented"},
-              {60, 64, "Unknown error"}, {-1, 64, "Unknown error"}, {13, 1, ""}, {13, 18, "Permission denied"}};
+  } rows[] = {{2, 64, "No such file or directory"},
+              {2, 5, "No s"},
+              {0, 64, "Undefined error: 0"},
+              {35, 64, "Resource temporarily unavailable"},
+              {78, 64, "Function not implemented"},
+              {60, 64, "Unknown error"},
+              {-1, 64, "Unknown error"},
+              {13, 1, ""},
+              {13, 18, "Permission denied"}};
   for (const auto& row : rows) {
     char buffer[64];
     memset(buffer, '.', sizeof buffer);

@@ -119,8 +119,9 @@ TEST_CASE("a change that a disk refuses stays in memory, and the log tells of th
     REQUIRE(held);
     const Ending ending = run_guest(L"change_ten_times");
     CHECK_EQ(ending.exit_code, 0);
-    CHECK_EQ(messages_of(ending), repeat(3, "[kvs] cannot replace icloud_kvs.txt (win32 5); copying instead\n"
-                                            "[kvs] copy failed too (win32 32): cloud save NOT stored\n"));
+    CHECK_EQ(messages_of(ending), repeat(3,
+                                         "[kvs] cannot replace icloud_kvs.txt (win32 5); copying instead\n"
+                                         "[kvs] copy failed too (win32 32): cloud save NOT stored\n"));
     CHECK_EQ(GetFileAttributesW(temporary_path.c_str()), INVALID_FILE_ATTRIBUTES);
     held.reset();
     CHECK_EQ(read_file(store_path), "s\told\tstate\n");

@@ -188,13 +188,20 @@ GUEST_TEST(every_input_of_an_xinput_pad_has_its_field) {
     float ControllerState::* field;
     float value;
   } buttons[] = {
-      {0x0001, &ControllerState::dpad_y, 1},        {0x0002, &ControllerState::dpad_y, -1},
-      {0x0004, &ControllerState::dpad_x, -1},       {0x0008, &ControllerState::dpad_x, 1},
-      {0x0010, &ControllerState::menu, 1},          {0x0020, &ControllerState::options, 1},
-      {0x0040, &ControllerState::left_stick, 1},    {0x0080, &ControllerState::right_stick, 1},
-      {0x0100, &ControllerState::left_shoulder, 1}, {0x0200, &ControllerState::right_shoulder, 1},
-      {0x1000, &ControllerState::a, 1},             {0x2000, &ControllerState::b, 1},
-      {0x4000, &ControllerState::x, 1},             {0x8000, &ControllerState::y, 1},
+      {0x0001, &ControllerState::dpad_y, 1},
+      {0x0002, &ControllerState::dpad_y, -1},
+      {0x0004, &ControllerState::dpad_x, -1},
+      {0x0008, &ControllerState::dpad_x, 1},
+      {0x0010, &ControllerState::menu, 1},
+      {0x0020, &ControllerState::options, 1},
+      {0x0040, &ControllerState::left_stick, 1},
+      {0x0080, &ControllerState::right_stick, 1},
+      {0x0100, &ControllerState::left_shoulder, 1},
+      {0x0200, &ControllerState::right_shoulder, 1},
+      {0x1000, &ControllerState::a, 1},
+      {0x2000, &ControllerState::b, 1},
+      {0x4000, &ControllerState::x, 1},
+      {0x8000, &ControllerState::y, 1},
   };
   for (const auto& button : buttons) {
     pad.buttons = button.button;

@@ -30,11 +30,13 @@ TEST_CASE("a crash in game code is reported with the function's name") {
     bool stack_is_readable;  // so the function that the probe was called from is on it
   } cases[] = {
       {L"game_reads_null", 0xC0000005, "GameAssembly.dylib!_game_reads_null+0x", "  read address 0x0\r\n", true},
-      {L"game_writes_nowhere", 0xC0000005, "GameAssembly.dylib!_game_writes_nowhere+0x", "  write address 0x1234\r\n", true},
+      {L"game_writes_nowhere", 0xC0000005, "GameAssembly.dylib!_game_writes_nowhere+0x", "  write address 0x1234\r\n",
+       true},
       {L"game_executes_data", 0xC0000005, " unknown code", "  execute address 0x", true},
       {L"game_divides", 0xC0000094, "GameAssembly.dylib!_game_divides+0x", nullptr, true},
       {L"game_overflows_its_stack", 0xC00000FD, "GameAssembly.dylib!_game_overflows_its_stack+0x", nullptr, true},
-      {L"game_breaks_its_stack", 0xC0000005, "GameAssembly.dylib!_game_breaks_its_stack+0x", "  read address 0x0\r\n", false},
+      {L"game_breaks_its_stack", 0xC0000005, "GameAssembly.dylib!_game_breaks_its_stack+0x", "  read address 0x0\r\n",
+       false},
   };
   for (const auto& c : cases) {
     CAPTURE(std::string(c.probe, c.probe + std::char_traits<wchar_t>::length(c.probe)));

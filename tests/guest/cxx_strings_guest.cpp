@@ -20,13 +20,13 @@ char* insert(String&, const char* before, char) __asm("__ZN" STRING "6insertENS_
 void resize(String&, uint64, char) __asm("__ZN" STRING "6resizeEmc");
 void reserve(String&, uint64) __asm("__ZN" STRING "7reserveEm");
 void destroy(String*) __asm("__ZN" STRING "D1Ev");
-void grow_by(String&, uint64 capacity, uint64 extra, uint64 size, uint64 kept, uint64 removed, uint64 added)
-    __asm("__ZN" STRING "9__grow_byEmmmmmm");
+void grow_by(String&, uint64 capacity, uint64 extra, uint64 size, uint64 kept, uint64 removed,
+             uint64 added) __asm("__ZN" STRING "9__grow_byEmmmmmm");
 uint64 find(const String&, char, uint64) __asm("__ZNK" STRING "4findEcm");
 uint64 rfind(const String&, char, uint64) __asm("__ZNK" STRING "5rfindEcm");
 int32 compare(const String&, const char*) __asm("__ZNK" STRING "7compareEPKc");
-String join(const char*, const String&)
-    __asm("__ZNSt3__1plIcNS_11char_traitsIcEENS_9allocatorIcEEEENS_12basic_stringIT_T0_T1_EEPKS6_RKS9_");
+String join(const char*, const String&) __asm(
+    "__ZNSt3__1plIcNS_11char_traitsIcEENS_9allocatorIcEEEENS_12basic_stringIT_T0_T1_EEPKS6_RKS9_");
 String to_string(int32) __asm("__ZNSt3__19to_stringEi");
 
 namespace {
@@ -109,9 +109,7 @@ void change(String& string, Model& model) {
       insert(string, from, own);
       return model.insert(from, own_text);
     }
-    case 11:
-      CHECK(insert(string, own, c) == string.data() + at);
-      return model.insert(at, String(1, c));
+    case 11: CHECK(insert(string, own, c) == string.data() + at); return model.insert(at, String(1, c));
     case 12: {
       const uint64 size = random_below(2 * model.size + 8);
       resize(string, size, c);
@@ -134,9 +132,18 @@ void change(String& string, Model& model) {
       return model.put(at, removed, String(1, c));
     }
     // Members that are compiled into the guest. How much memory they take is their own affair.
-    case 15: string.replace(at, own_text.size() / 2, text); model.put(at, own_text.size() / 2, text); break;
-    case 16: string.erase(at, own_text.size() / 2); model.put(at, own_text.size() / 2, ""); break;
-    default: string.insert(at, text, 0, text.size() / 2); model.put(at, 0, text.substr(0, text.size() / 2)); break;
+    case 15:
+      string.replace(at, own_text.size() / 2, text);
+      model.put(at, own_text.size() / 2, text);
+      break;
+    case 16:
+      string.erase(at, own_text.size() / 2);
+      model.put(at, own_text.size() / 2, "");
+      break;
+    default:
+      string.insert(at, text, 0, text.size() / 2);
+      model.put(at, 0, text.substr(0, text.size() / 2));
+      break;
   }
   model.word = allocation_word(string);
 }
@@ -184,7 +191,9 @@ GUEST_TEST(strings_are_compared_and_searched) {
       text[start == 0 ? 99 : start - 1] = text[end] = '!';
       const String inside(text, end + 1);
       right = right && find(inside, '!', start) == end && find(inside, '?', start) == String::npos;
-      right = right && rfind(inside, '!', end == start ? end : end - 1) == (end == start ? end : start == 0 ? String::npos : start - 1);
+      right = right && rfind(inside, '!', end == start ? end : end - 1) == (end == start ? end
+                                                                            : start == 0 ? String::npos
+                                                                                         : start - 1);
     }
   }
   CHECK(right);

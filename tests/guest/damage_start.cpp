@@ -82,7 +82,7 @@ int main(int argc, char** argv) {
     return std::puts("GameAssembly.dll does not import what it should"), 1;
   }
   RemoveVectoredExceptionHandler(handler);
-  AddVectoredExceptionHandler(0, end_when_crashed);  // now behind the library's, which reports
+  AddVectoredExceptionHandler(0, end_when_crashed);                           // now behind the library's, which reports
   library_function<void (*)(void*)>("il2cpp_set_memory_callbacks")(nullptr);  // starts, and runs no game code
 
   for (const char* name : {"game_start", "_helper_alias", "", "_far", "not there"}) find_symbol(name);

@@ -82,8 +82,9 @@ void start(Slot& slot, const Input& input, std::uint64_t seed, bool again = fals
 }
 
 /// Counts how the process of the slot ended, if it has.
-/// Wine loses one in thousands of processes while it ends them: the last thread waits for a lock of Wine's that a thread
-/// held which is gone. So one that does not end gets a second chance; the library would hang with this seed again.
+/// Wine loses one in thousands of processes while it ends them: the last thread waits for a lock of Wine's that a
+/// thread held which is gone. So one that does not end gets a second chance; the library would hang with this seed
+/// again.
 bool has_ended(Slot& slot, const Input& input, const char* program) {
   const bool ended = WaitForSingleObject(slot.process.get(), 0) == WAIT_OBJECT_0;
   if (!ended && GetTickCount64() < slot.deadline) return false;
@@ -151,7 +152,8 @@ int main(int argc, char** argv) {
   int faults = 0;
   for (std::size_t kind = 0; kind < std::size(tallies); ++kind) {
     const Tally& tally = tallies[kind];
-    std::printf("%s: %d started, %d refused, %d faults\n", kind_names[kind], tally.starts, tally.refusals, tally.faults);
+    std::printf("%s: %d started, %d refused, %d faults\n", kind_names[kind], tally.starts, tally.refusals,
+                tally.faults);
     faults += tally.faults;
   }
   return faults == 0 && (look_at_it || tallies[image_kind].starts > 0) ? 0 : 1;

@@ -31,7 +31,7 @@ TEST_CASE("an image that goes wrong while it is linked or started ends the game 
   std::string damaged = std::string(path.begin(), path.end()) + " is damaged or not supported: ";
   std::ranges::replace(damaged, '\\', '/');
 
-  const auto fixup = [](Bytes ImageDraft::*stream, unsigned segment, std::uint64_t offset) {
+  const auto fixup = [](Bytes ImageDraft::* stream, unsigned segment, std::uint64_t offset) {
     return [=](ImageDraft& draft) {
       draft.*stream = Bytes().u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_s");
       if (stream == &ImageDraft::rebase) (draft.*stream).clear();

@@ -21,10 +21,8 @@ struct SlowInitializer {
 }  // namespace
 extern "C" {
 
-#define RECORD_(name, number)                                       \
-  [[gnu::naked]] void name() {                                      \
-    asm("movl $" #number ", %eax\n jmp _echo_registers");           \
-  }
+#define RECORD_(name, number) \
+  [[gnu::naked]] void name() { asm("movl $" #number ", %eax\n jmp _echo_registers"); }
 #define RECORD(name, number) RECORD_(name, number)
 #define IL2CPP_FORWARD(result, name, ...) RECORD(name, __COUNTER__)
 #define IL2CPP_WRAP(positions, result, name, ...) RECORD(name, __COUNTER__)

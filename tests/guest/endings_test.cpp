@@ -127,7 +127,7 @@ TEST_CASE("a call of a missing import ends the game with its name, or is survive
 
 TEST_CASE("the game ends as its code asks") {
   const std::wstring image = guest(L"system");
-  CHECK_EQ(start_with(image, L"exit_with_handlers").exit_code, 77);            // newest first, each once
+  CHECK_EQ(start_with(image, L"exit_with_handlers").exit_code, 77);           // newest first, each once
   CHECK_EQ(start_with(image, L"exit_with_too_many_handlers").exit_code, 11);  // 511 of 600, after a first one
   CHECK_EQ(start_with(guest(L"files"), L"exit_with_an_open_stream").exit_code, 5);
   CHECK_EQ(read_file(L"exit.tmp"), "flushed");
@@ -233,9 +233,8 @@ TEST_CASE("a patch list that is missing or does not fit is refused before the ga
   check_fatal(one(0, found, 0, std::span(jump).first(13)), name + ": bad entry 0");
   check_fatal(one(0, found, 15, jump), name + ": bad entry 0");
   check_fatal(one(0xFFFFFFF0, found, 8, jump), name + ": bad entry 0");  // outside the image
-  check_fatal(one(0, found, 8, jump),
-              "gs patch site 0x0 does not match (found cf fa ed fe, expected 00 00 00 00): " + name +
-                  " was made for a different GameAssembly.dylib");
+  check_fatal(one(0, found, 8, jump), "gs patch site 0x0 does not match (found cf fa ed fe, expected 00 00 00 00): " +
+                                          name + " was made for a different GameAssembly.dylib");
 }
 
 int main(int argc, char** argv) {

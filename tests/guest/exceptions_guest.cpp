@@ -295,7 +295,10 @@ GUEST_TEST(exceptions_cross_windows_code) {
   int numbers[] = {5, 3, 8, 1};
   const auto sort = [&] { qsort(numbers, 4, sizeof *numbers, compare_or_throw); };
   const auto search = [&] { bsearch(numbers, numbers, 1, sizeof *numbers, compare_or_throw); };
-  CHECK(taken_by([&] { Tracked here; sort(); }) == 25);
+  CHECK(taken_by([&] {
+          Tracked here;
+          sort();
+        }) == 25);
   CHECK(taken_by(search) == 25);
   CHECK(destroyed - caught == 3);
   static constexpr int64 depths[] = {1, 20};
@@ -432,7 +435,9 @@ GUEST_TEST(functions_and_numbers_are_thrown) {
 struct Half {
   Tracked member;
   Tracked array[3];
-  Half() { run([] { throw 42; }); }
+  Half() {
+    run([] { throw 42; });
+  }
   ~Half() { CHECK(false); }
 };
 

@@ -96,7 +96,9 @@ TEST_CASE("the library stands on system libraries alone and exports its interfac
   const auto base = reinterpret_cast<const std::byte*>(library);
   const auto& dos = *reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
   const auto& header = *reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos.e_lfanew);
-  const auto directory = [&](unsigned index) { return base + header.OptionalHeader.DataDirectory[index].VirtualAddress; };
+  const auto directory = [&](unsigned index) {
+    return base + header.OptionalHeader.DataDirectory[index].VirtualAddress;
+  };
 
   for (auto* import = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(directory(IMAGE_DIRECTORY_ENTRY_IMPORT));
        import->Name != 0; ++import) {
@@ -125,7 +127,7 @@ TEST_CASE("threads that make the first call together start the game once") {
   REQUIRE(at != std::string::npos);
   CHECK_EQ(log.find(ready, at + 1), std::string::npos);
   CHECK_EQ(log.find("does not export"), std::string::npos);
-  CHECK_EQ(calls_during_start, 0);  // nobody got through before the game was ready
+  CHECK_EQ(calls_during_start, 0);                                      // nobody got through before the game was ready
   for (int i = 0; i < 4; ++i) CHECK_EQ(echo_record[i], first_call[i]);  // and nothing was lost while they waited
 }
 
@@ -154,9 +156,9 @@ TEST_CASE("a callback that is handed over twice is one callback to the game") {
 TEST_CASE("calls that the game must not receive do not reach it") {
   library_function<void (*)()>("il2cpp_gc_enable")();
   const std::uint64_t before = echo_record[6];
-  for (const char* name : {"il2cpp_set_memory_callbacks", "il2cpp_unity_install_unitytls_interface",
-                           "il2cpp_unity_set_android_network_up_state_func",
-                           "il2cpp_register_debugger_agent_transport"}) {
+  for (const char* name :
+       {"il2cpp_set_memory_callbacks", "il2cpp_unity_install_unitytls_interface",
+        "il2cpp_unity_set_android_network_up_state_func", "il2cpp_register_debugger_agent_transport"}) {
     library_function<void (*)(void*)>(name)(&library);
     CHECK_EQ(echo_record[6], before);
   }

@@ -120,8 +120,8 @@ int main(int argc, char** argv) {
     while (TlsAlloc() < 63) {
     }
   }
-  auto* const plain = static_cast<std::byte*>(VirtualAlloc(reinterpret_cast<void*>(plain_storage), storage_size,
-                                                           MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+  auto* const plain = static_cast<std::byte*>(
+      VirtualAlloc(reinterpret_cast<void*>(plain_storage), storage_size, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
   if (plain == nullptr) return std::printf("cannot start: error %lu\n", GetLastError()), 1;
   load_library();
   start_game();

@@ -32,7 +32,8 @@ void mod_entry(std::int32_t called_before) {
   mod_calls.push_back(called_before);
   // The mod's own invocations do not call it again, however long it takes.
   if (called_before == 1) Sleep(20);
-  library_function<void* (*)(void*, void*, void**, void**)>("il2cpp_runtime_invoke")(nullptr, nullptr, nullptr, nullptr);
+  library_function<void* (*)(void*, void*, void**, void**)>("il2cpp_runtime_invoke")(nullptr, nullptr, nullptr,
+                                                                                     nullptr);
 }
 void other_mod(std::int32_t) {}
 

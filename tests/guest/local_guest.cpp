@@ -41,11 +41,14 @@ int64 call_internal(const char* name, int64 a, int64 b) {
 }
 const char* il2cpp_string_new(const char* text) { return strdup(text); }
 
-// ---- Init, invocation, handles ---------------------------------------------------------------------------------------
+// ---- Init, invocation, handles
+// ---------------------------------------------------------------------------------------
 
 const char* domain_name = nullptr;
 int32 il2cpp_init(const char* name) { return domain_name = strdup(name), init_result; }
-int32 il2cpp_init_utf16(const unsigned short* name) { return domain_name = reinterpret_cast<const char*>(name), init_result; }
+int32 il2cpp_init_utf16(const unsigned short* name) {
+  return domain_name = reinterpret_cast<const char*>(name), init_result;
+}
 
 void* il2cpp_runtime_invoke(const Method*, void* object, void**, void** exception) {
   if (exception) *exception = pending_exception;
@@ -59,7 +62,8 @@ uint32 il2cpp_gchandle_new(void* object, bool pinned) {
 void* il2cpp_gchandle_get_target(uint32 handle) { return reinterpret_cast<void*>(uint64{handle} + 0x100); }
 void il2cpp_gchandle_free(uint32) { --handles_alive; }
 
-// ---- Callbacks of the player -------------------------------------------------------------------------------------------
+// ---- Callbacks of the player
+// -------------------------------------------------------------------------------------------
 
 using Log = void (*)(const char*);
 using FindPlugin = const char* (*)(const char*);

@@ -164,8 +164,8 @@ constexpr Row others[] = {
     {"pushfq\n popfq"},
 };
 
-constexpr const char* conditions[] = {"o", "no", "c", "nc", "z", "nz", "be", "a", "s", "ns", "p", "np", "l", "ge",
-                                      "le", "g"};
+constexpr const char* conditions[] = {"o", "no", "c", "nc", "z", "nz", "be", "a",
+                                      "s", "ns", "p", "np", "l", "ge", "le", "g"};
 
 struct Storage {
   std::uint32_t registers = 0;
@@ -242,20 +242,13 @@ class Case {
     const Text b = Text("%") + names[3][base], x = Text("%") + names[3][index];
     const Text scale = number(1 << random_.below(4));
     switch (random_.below(15)) {
-      case 0:
-        return {0, "!" + number(displacement)};
-      case 1:
-        return {bit(index), "!" + number(displacement) + "(," + x + "," + scale + ")"};
-      case 2:
-        return {bit(base) | bit(index), "!0(" + b + "," + x + "," + scale + ")"};
-      case 3:
-        return {bit(base) | bit(index), "!" + number(displacement) + "(" + b + "," + x + "," + scale + ")"};
-      case 4:
-        return {bit(base), "!" + number(displacement) + "(" + b + ")"};
-      case 5:
-        return {bit(base), "!" + number(kind == Row::ALIGNED ? 16 : 1 + random_.below(100)) + "(" + b + ")"};
-      default:
-        return {bit(base), "!0(" + b + ")"};  // short
+      case 0: return {0, "!" + number(displacement)};
+      case 1: return {bit(index), "!" + number(displacement) + "(," + x + "," + scale + ")"};
+      case 2: return {bit(base) | bit(index), "!0(" + b + "," + x + "," + scale + ")"};
+      case 3: return {bit(base) | bit(index), "!" + number(displacement) + "(" + b + "," + x + "," + scale + ")"};
+      case 4: return {bit(base), "!" + number(displacement) + "(" + b + ")"};
+      case 5: return {bit(base), "!" + number(kind == Row::ALIGNED ? 16 : 1 + random_.below(100)) + "(" + b + ")"};
+      default: return {bit(base), "!0(" + b + ")"};  // short
     }
   }
 
@@ -307,9 +300,7 @@ class Case {
   /// A neighbour that can be moved, of 2 bytes at least.
   void guard(bool in_front) {
     switch (random_.below(12)) {
-      case 0:
-        line(Text("j") + random_.of(conditions) + " " + use_label());
-        return;
+      case 0: line(Text("j") + random_.of(conditions) + " " + use_label()); return;
       case 1:
         if (random_.one_in(3)) {
           near_only_ = true;
@@ -317,8 +308,7 @@ class Case {
         }
         if (!in_front) return line("jmp " + use_label());
         [[fallthrough]];
-      default:
-        line(fill(random_.of(guards)));
+      default: line(fill(random_.of(guards)));
     }
   }
 
@@ -330,13 +320,9 @@ class Case {
         flags_ |= LEAVES_ADDRESS;
         safe_ &= ~bit(r11);
         return;
-      case 1:
-        place_labels();
-        return;
-      case 2:
-        return;
-      case 3:
-        return guard(true);
+      case 1: place_labels(); return;
+      case 2: return;
+      case 3: return guard(true);
       default: {
         const Row& row = random_.of(others);
         if (allowed(row)) line(fill(row));
@@ -396,8 +382,8 @@ class Case {
     const bool alone = !random_.one_in(4);
     access(alone);
     if (!alone) {
-      static constexpr const char* between[] = {"cmc", "clc", "nop", "stc",
-                                              "cltq", "incl %esi", "cmpq %rax, _gs_case_variables(%rip)"};
+      static constexpr const char* between[] = {
+          "cmc", "clc", "nop", "stc", "cltq", "incl %esi", "cmpq %rax, _gs_case_variables(%rip)"};
       const Text neighbour = random_.of(between);
       if (random_.one_in(2) && ((bit(rax) | bit(rsi)) & ~writable()) == 0) {
         line(neighbour);
@@ -547,13 +533,14 @@ int main(int argc, char** argv) {
     const Case one(i, random);
     const Text number = std::to_string(i);
     code += "case" + number + "g:\n" + one.text('g') + "case" + number + "e:\n" + one.text('e');
-    table += " .quad case" + number + "g, case" + number + "e, Ltext" + number + ", " + std::to_string(one.flags()) +
-             "\n";
+    table +=
+        " .quad case" + number + "g, case" + number + "e, Ltext" + number + ", " + std::to_string(one.flags()) + "\n";
     descriptions += "Ltext" + number + ": .asciz \"" + number + ": " + one.description() + "\"\n";
   }
   std::ofstream out(argv[1], std::ios::binary);
-  out << code << ending << "_gs_case_count: .quad " << count << "\n_gs_cases:\n" << table
-      << " .section __TEXT,__cstring,cstring_literals\n" << descriptions;
+  out << code << ending << "_gs_case_count: .quad " << count << "\n_gs_cases:\n"
+      << table << " .section __TEXT,__cstring,cstring_literals\n"
+      << descriptions;
   if (out.flush()) return 0;
   std::perror(argv[1]);
   return 1;

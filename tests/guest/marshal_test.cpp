@@ -75,7 +75,9 @@ struct CaseInfo {
 };
 template <unsigned I, unsigned... P>
 CaseInfo make_info(Numbers<P...> positions) {
-  return {Function<I, Numbers<P...>>::address(), sizeof...(P), {&mark<typename Case<I>::template Argument<P>>...},
+  return {Function<I, Numbers<P...>>::address(),
+          sizeof...(P),
+          {&mark<typename Case<I>::template Argument<P>>...},
           &mark<typename Case<I>::Result>};
 }
 template <unsigned... I>

@@ -47,8 +47,7 @@ struct Object;  // passed by reference alone
 #define STRUCT(name, attributes, parameters, members) \
   template <LIST parameters>                          \
   struct attributes name {                            \
-    members(MEMBER)                                   \
-    using Self = name;                                \
+    members(MEMBER) using Self = name;                \
     using IsStruct = int;                             \
     template <class V>                                \
     static void each(V&& v) {                         \
@@ -96,19 +95,18 @@ struct Random {
 };
 constexpr unsigned random_structs = 192;
 
-using Scalars = List<bool, char16_t, signed char, Byte, short, unsigned short, int, unsigned, long long,
-                     unsigned long long, float, float, float, double, double, void*, Tiny, Small, Plain, Large,
-                     Object*, int*, float*, Vector3*>;
+using Scalars =
+    List<bool, char16_t, signed char, Byte, short, unsigned short, int, unsigned, long long, unsigned long long, float,
+         float, float, double, double, void*, Tiny, Small, Plain, Large, Object*, int*, float*, Vector3*>;
 // Shapes that the random ones may miss: each odd size, both classes in either order, alignments.
-using Chosen = List<Vector2, Vector3, S4<float, float, float, float>, Bytes3, S2<Bytes3, S2<Byte, Byte>>,
-                    S2<Bytes3, Bytes3>, S2<Bytes3, S4<Byte, Byte, Byte, Byte>>, S4<Byte, Byte, Byte, Byte>,
-                    S2<long long, double>, S2<double, long long>, S2<double, double>, S2<float, double>,
-                    S3<int, float, double>, S2<Wrapped, Wrapped>, S3<Vector2, float, short>, S3<double, double, double>,
-                    P2<char, float>, P2<char, double>, P2<int, short>, P2<short, Vector2>, P2<float, Bytes3>,
-                    A2<long long, double>, A2<Vector3, Vector3>, A2<long long, long long>, G2<float, float>,
-                    G2<int, double>, S2<G2<float, float>, float>,
-                    S8<double, double, double, double, double, double, double, double>,
-                    S4<Vector3, Vector3, Vector3, Vector3>>;
+using Chosen =
+    List<Vector2, Vector3, S4<float, float, float, float>, Bytes3, S2<Bytes3, S2<Byte, Byte>>, S2<Bytes3, Bytes3>,
+         S2<Bytes3, S4<Byte, Byte, Byte, Byte>>, S4<Byte, Byte, Byte, Byte>, S2<long long, double>,
+         S2<double, long long>, S2<double, double>, S2<float, double>, S3<int, float, double>, S2<Wrapped, Wrapped>,
+         S3<Vector2, float, short>, S3<double, double, double>, P2<char, float>, P2<char, double>, P2<int, short>,
+         P2<short, Vector2>, P2<float, Bytes3>, A2<long long, double>, A2<Vector3, Vector3>, A2<long long, long long>,
+         G2<float, float>, G2<int, double>, S2<G2<float, float>, float>,
+         S8<double, double, double, double, double, double, double, double>, S4<Vector3, Vector3, Vector3, Vector3>>;
 
 template <class T>
 struct Only {

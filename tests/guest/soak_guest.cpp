@@ -23,10 +23,9 @@ namespace {
 using Vector = S3<float, float, float>;
 using Mix = double(Object*, int, float, double, Vector, long long, double, int, Vector*, float);
 
-const Type* (*const mix_parameters[])() = {&TypeOf<Object*>::get, &TypeOf<int>::get,       &TypeOf<float>::get,
-                                           &TypeOf<double>::get,   &TypeOf<Vector>::get,    &TypeOf<long long>::get,
-                                           &TypeOf<double>::get,   &TypeOf<int>::get,       &TypeOf<Vector*>::get,
-                                           &TypeOf<float>::get};
+const Type* (*const mix_parameters[])() = {
+    &TypeOf<Object*>::get,   &TypeOf<int>::get,    &TypeOf<float>::get, &TypeOf<double>::get,  &TypeOf<Vector>::get,
+    &TypeOf<long long>::get, &TypeOf<double>::get, &TypeOf<int>::get,   &TypeOf<Vector*>::get, &TypeOf<float>::get};
 const Method soak_methods[] = {{"Mix", false, 0x1000, 10, mix_parameters, &TypeOf<double>::get}};
 const Class soak_class = {.name = "Soak", .methods = soak_methods, .method_count = 1};
 const Image soak_image = {{&soak_class, nullptr}};
@@ -159,8 +158,12 @@ void wake_each_other(Worker& self) {
 constexpr struct {
   const char* name;
   void (*run)(Worker&);
-} steps[] = {{"blocks", use_blocks},         {"files", use_files},          {"messages", send_to_objects},
-             {"exceptions", throw_across_frames}, {"internal calls", call_the_player}, {"a mutex", lock_and_count}};
+} steps[] = {{"blocks", use_blocks},
+             {"files", use_files},
+             {"messages", send_to_objects},
+             {"exceptions", throw_across_frames},
+             {"internal calls", call_the_player},
+             {"a mutex", lock_and_count}};
 constexpr uint64 step_kinds = sizeof steps / sizeof steps[0];
 
 void work(Worker& self) {

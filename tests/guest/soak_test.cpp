@@ -4,8 +4,8 @@
 //
 // After a quarter of the time for the warm-up, samples are taken each second. The median of the last third of them may
 // lie above the median of the first third by no more than the slack below: a leak of any step would be far beyond it.
-// What lives until the process ends is taken off: for each thread that ended two records of about 4 KiB and two handles,
-// as one is made when Windows tells of a new thread and one by its creator.
+// What lives until the process ends is taken off: for each thread that ended two records of about 4 KiB and two
+// handles, as one is made when Windows tells of a new thread and one by its creator.
 #include <windows.h>
 
 #include <psapi.h>
@@ -63,7 +63,7 @@ bool go_on(std::int64_t ended_threads) {
   return passed < length_ms || samples.size() < least_samples;
 }
 
-std::int64_t growth_of(std::int64_t Sample::*member) {
+std::int64_t growth_of(std::int64_t Sample::* member) {
   const std::size_t third = samples.size() / 3;
   const auto median = [&](std::size_t from) {
     std::vector<std::int64_t> values;
@@ -81,7 +81,7 @@ int main(int argc, char** argv) {
   load_library(argv[1]);
   start_game();
   library_function<void (*)(const char*, void*)>("il2cpp_add_internal_call")("Soak::Mix",
-                                                                            reinterpret_cast<void*>(&mix));
+                                                                             reinterpret_cast<void*>(&mix));
   game_variable<void*>("go_on") = callback(&go_on);
   game_variable<void*>("report") = callback(&report);
 

@@ -8,7 +8,6 @@ int64 missing_function(int64);
 extern const uint64 missing_class __asm("_OBJC_CLASS_$_VLMUnknown");
 extern const uint64 missing_facet __asm("__ZNSt3__15ctypeIwE2idE");
 extern int64 absent_weak() __attribute__((weak_import));
-
 }
 
 namespace {

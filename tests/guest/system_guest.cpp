@@ -91,8 +91,10 @@ GUEST_TEST(small_answers) {
   CHECK(symbols != nullptr && !symbols[0] && !symbols[1] && !symbols[2] && !symbols[3]);
   free(symbols);
   CHECK(_availability_version_check(1, frames) == 1);
-  static constexpr int32 descriptors[][3] = {{-1, 0, 0}, {-1, 1, 0}, {0, 0, 1}, {1023, 0, 1}, {1024, 0, 0}, {1024, 1, 1}};
-  for (const auto& [fd, unlimited, fits] : descriptors) CHECK(__darwin_check_fd_set_overflow(fd, frames, unlimited) == fits);
+  static constexpr int32 descriptors[][3] = {{-1, 0, 0},   {-1, 1, 0},   {0, 0, 1},
+                                             {1023, 0, 1}, {1024, 0, 0}, {1024, 1, 1}};
+  for (const auto& [fd, unlimited, fits] : descriptors)
+    CHECK(__darwin_check_fd_set_overflow(fd, frames, unlimited) == fits);
   CHECK(__stack_chk_guard != 0);
   CHECK(geteuid() == 501 && getegid() == 20 && getpagesize() == 4096);
 }

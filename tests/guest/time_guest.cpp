@@ -30,10 +30,10 @@ GUEST_TEST(a_moment_has_its_fields_and_texts_in_utc) {
   static constexpr struct {
     int64 time;
     int32 wday, yday;
-    const char* text;  // %Y-%m-%d %H:%M:%S
-    const char* iso;   // %G %g %V %u
-    const char* weeks; // %U %W %w %j
-    const char* parts; // %e %l %k %C %y
+    const char* text;   // %Y-%m-%d %H:%M:%S
+    const char* iso;    // %G %g %V %u
+    const char* weeks;  // %U %W %w %j
+    const char* parts;  // %e %l %k %C %y
   } cases[] = {
       {0, 4, 0, "1970-01-01 00:00:00", "1970 70 01 4", "00 00 4 001", " 1 12  0 19 70"},
       {951'782'399, 1, 58, "2000-02-28 23:59:59", "2000 00 09 1", "09 09 1 059", "28 11 23 20 00"},

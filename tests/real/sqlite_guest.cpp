@@ -24,7 +24,8 @@ class Database {
     sqlite3_stmt* query = nullptr;
     sqlite3_prepare_v2(handle_, sql, -1, &query, nullptr);
     const int step = sqlite3_step(query);
-    const char* const text = step == SQLITE_ROW ? reinterpret_cast<const char*>(sqlite3_column_text(query, 0)) : nullptr;
+    const char* const text =
+        step == SQLITE_ROW ? reinterpret_cast<const char*>(sqlite3_column_text(query, 0)) : nullptr;
     const bool same = text != nullptr && strcmp(text, expected) == 0;
     if (!same) fprintf(stderr, "%s: %s, not %s\n", sql, text ? text : sqlite3_errmsg(handle_), expected);
     sqlite3_finalize(query);
@@ -35,10 +36,11 @@ class Database {
   sqlite3* handle_ = nullptr;
 };
 
-constexpr const char* fill = "CREATE TABLE t(id INTEGER PRIMARY KEY, word TEXT, size INT);"
-                             "CREATE INDEX by_word ON t(word);"
-                             "WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT i + 1 FROM n WHERE i < 5000)"
-                             "INSERT INTO t SELECT i, printf('word %08d', i * 7919 % 5003), i * i FROM n;";
+constexpr const char* fill =
+    "CREATE TABLE t(id INTEGER PRIMARY KEY, word TEXT, size INT);"
+    "CREATE INDEX by_word ON t(word);"
+    "WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT i + 1 FROM n WHERE i < 5000)"
+    "INSERT INTO t SELECT i, printf('word %08d', i * 7919 % 5003), i * i FROM n;";
 constexpr const char* sum = "SELECT count(*) || ' ' || sum(size) || ' ' || min(word) || ' ' || max(word) FROM t";
 constexpr const char* filled = "5000 41679167500 word 00000001 word 00005002";
 constexpr const char* check_all = "PRAGMA integrity_check";
@@ -69,8 +71,9 @@ GUEST_TEST(every_journal_keeps_what_is_committed_and_takes_back_what_is_not) {
       database.run("PRAGMA cache_size=20");  // so that pages are written before the commit
       database.run(fill);
       if (strcmp(mode, "off") != 0) {
-        database.run("BEGIN; UPDATE t SET word = word || ' changed', size = 0; DELETE FROM t WHERE id % 3 = 0;"
-                     "SAVEPOINT s; DELETE FROM t; ROLLBACK TO s; CREATE TABLE other(x); ROLLBACK");
+        database.run(
+            "BEGIN; UPDATE t SET word = word || ' changed', size = 0; DELETE FROM t WHERE id % 3 = 0;"
+            "SAVEPOINT s; DELETE FROM t; ROLLBACK TO s; CREATE TABLE other(x); ROLLBACK");
         CHECK(database.says(sum, filled));
       }
       CHECK(database.says(check_all, "ok"));
@@ -78,8 +81,10 @@ GUEST_TEST(every_journal_keeps_what_is_committed_and_takes_back_what_is_not) {
     }
     Database again(path);
     CHECK(again.says("SELECT count(*) FROM t", "4000") && again.says(check_all, "ok"));
-    CHECK(again.says("SELECT count(*) FROM t INDEXED BY by_word WHERE word = printf('word %08d', id * 7919 % 5003)"
-                     " AND word > 'word'", "4000"));
+    CHECK(
+        again.says("SELECT count(*) FROM t INDEXED BY by_word WHERE word = printf('word %08d', id * 7919 % 5003)"
+                   " AND word > 'word'",
+                   "4000"));
   }
 }
 
@@ -145,10 +150,13 @@ GUEST_TEST(sorting_spills_into_files_that_go_away) {
   Database database("sorted.db");
   database.run("PRAGMA temp_store=file; PRAGMA cache_size=10");
   database.run(fill);
-  database.run("CREATE TABLE sorted AS SELECT a.word AS word, b.size AS size FROM t AS a, t AS b WHERE b.id < 20"
-               " ORDER BY b.word DESC, a.word");
-  CHECK(database.says("SELECT count(*) FROM sorted AS l, sorted AS r WHERE r.rowid = l.rowid + 1 AND l.size = r.size"
-                      " AND l.word > r.word", "0"));
+  database.run(
+      "CREATE TABLE sorted AS SELECT a.word AS word, b.size AS size FROM t AS a, t AS b WHERE b.id < 20"
+      " ORDER BY b.word DESC, a.word");
+  CHECK(
+      database.says("SELECT count(*) FROM sorted AS l, sorted AS r WHERE r.rowid = l.rowid + 1 AND l.size = r.size"
+                    " AND l.word > r.word",
+                    "0"));
   CHECK(database.says("SELECT count(*) FROM sorted", "95000"));
 }
 
@@ -160,8 +168,9 @@ GUEST_TEST(values_survive_the_file) {
   {
     Database database("values.db");
     database.run("PRAGMA encoding='UTF-16be'");
-    database.run("CREATE TABLE v(x); INSERT INTO v VALUES(-9223372036854775808), (9223372036854775807), (1e-300),"
-                 "(-4.9406564584124654e-324), (1.7976931348623157e308), ('\u00e4\u20ac\U0001F600'), (x'00ff00'), (NULL), (0.1)");
+    database.run(
+        "CREATE TABLE v(x); INSERT INTO v VALUES(-9223372036854775808), (9223372036854775807), (1e-300),"
+        "(-4.9406564584124654e-324), (1.7976931348623157e308), ('\u00e4\u20ac\U0001F600'), (x'00ff00'), (NULL), (0.1)");
   }
   Database again("values.db");
   CHECK(again.says(values, expected));

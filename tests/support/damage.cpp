@@ -19,9 +19,22 @@ class Random {
 
   /// A number that computations go wrong with, or any of up to 64 bits.
   std::uint64_t number() {
-    static constexpr std::uint64_t edges[] = {0, 1, 4, 8, 0x1000, 0x3000, 0x7FFF, 0xFFFF, 0x7FFFFFFF, 0x80000000,
-                                              0xFFFFFFFF, text_vmaddr, data_vmaddr, std::uint64_t{1} << 60,
-                                              std::uint64_t{1} << 63, ~std::uint64_t{0}};
+    static constexpr std::uint64_t edges[] = {0,
+                                              1,
+                                              4,
+                                              8,
+                                              0x1000,
+                                              0x3000,
+                                              0x7FFF,
+                                              0xFFFF,
+                                              0x7FFFFFFF,
+                                              0x80000000,
+                                              0xFFFFFFFF,
+                                              text_vmaddr,
+                                              data_vmaddr,
+                                              std::uint64_t{1} << 60,
+                                              std::uint64_t{1} << 63,
+                                              ~std::uint64_t{0}};
     if (one_in(4)) return engine_() >> below(64);
     return edges[below(std::size(edges))] + below(17) - 8;
   }
@@ -54,9 +67,12 @@ ImageDraft draft_without_code() {
   data.content.put_at(0, data_vmaddr + category_offset);
   draft.bind.pop_back();  // DONE
   draft.bind.u8(BIND_OPCODE_SET_DYLIB_ORDINAL_IMM | 1)
-      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_OBJC_CLASS_$_NSObject")
-      .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(category_offset + 8)
-      .u8(BIND_OPCODE_SET_ADDEND_SLEB).sleb(0)
+      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM)
+      .c_string("_OBJC_CLASS_$_NSObject")
+      .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment)
+      .uleb(category_offset + 8)
+      .u8(BIND_OPCODE_SET_ADDEND_SLEB)
+      .sleb(0)
       .u8(BIND_OPCODE_DO_BIND);
   return draft;
 }
@@ -87,9 +103,7 @@ void change_draft(Random& random, ImageDraft& draft) {
       random.change_field(data, words[random.below(std::size(words))], 8);
       break;
     }
-    case 3:
-      draft.symbols.resize(random.below(200), {"_another", N_SECT, text_vmaddr + random.below(0x2000)});
-      break;
+    case 3: draft.symbols.resize(random.below(200), {"_another", N_SECT, text_vmaddr + random.below(0x2000)}); break;
     default: random.change_byte(table, 0, table.size());
   }
 }
@@ -101,8 +115,7 @@ void change_file(Random& random, Bytes& file) {
   const std::size_t link_edit = file.size() - file.size() % file_alignment;  // streams, trie, symbols
   switch (random.below(8)) {
     case 0:
-      file.resize(random.one_in(2) ? random.below(file.size())
-                                   : link_edit + random.below(file.size() - link_edit + 1));
+      file.resize(random.one_in(2) ? random.below(file.size()) : link_edit + random.below(file.size() - link_edit + 1));
       file.pad_to(header_room);
       break;
     case 1:
@@ -154,7 +167,7 @@ Bytes damaged_patch_list(std::uint64_t seed) {
     switch (random.below(4)) {
       case 0: random.change_byte(list, 0, list.size()); break;
       case 1: random.change_field(list, random.below(list.size() / 4 - 1) * 4, random.one_in(2) ? 4 : 8); break;
-      case 2: random.change_field(list, 8, 8); break;                                          // the count
+      case 2: random.change_field(list, 8, 8); break;                              // the count
       default: random.change_field(list, list.size() - gs_patch_trailer_size, 8);  // the size
     }
   }

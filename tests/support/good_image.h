@@ -19,6 +19,7 @@ inline constexpr std::uint64_t good_binds = 7;
 inline constexpr std::uint64_t good_lazy_binds = 2;
 
 /// Every rebase opcode; 23 pointers of __DATA, from its offset 0.
+// clang-format off: an opcode and its operands to a line
 inline Bytes good_rebase_stream() {
   return Bytes()
       .u8(REBASE_OPCODE_SET_TYPE_IMM | 1)
@@ -67,6 +68,7 @@ inline Bytes good_lazy_stream() {
       .u8(BIND_OPCODE_DO_BIND)
       .u8(BIND_OPCODE_DONE);
 }
+// clang-format on
 
 inline ImageDraft good_draft() {
   ImageDraft draft;

@@ -1,5 +1,5 @@
-// Calls with every register under control (machine.S): what goes in is chosen, what comes out is seen. Each register has
-// a pattern of its own, so a wrong value names its source.
+// Calls with every register under control (machine.S): what goes in is chosen, what comes out is seen. Each register
+// has a pattern of its own, so a wrong value names its source.
 #pragma once
 
 #include <cstddef>

@@ -241,8 +241,8 @@ inline Bytes build_image(const ImageDraft& draft) {
 
   if (draft.linkedit_vmaddr != 0) {
     const std::uint64_t size = body_end() - link_edit;
-    const SegmentDraft linkedit{"__LINKEDIT", draft.linkedit_vmaddr, detail::align(size, file_alignment), VM_PROT_READ,
-                                {}, {}};
+    const SegmentDraft linkedit{
+        "__LINKEDIT", draft.linkedit_vmaddr, detail::align(size, file_alignment), VM_PROT_READ, {}, {}};
     commands.insert(commands.begin() + static_cast<std::ptrdiff_t>(draft.segments.size()),
                     segment_command(linkedit, link_edit, size));
   }
@@ -250,8 +250,8 @@ inline Bytes build_image(const ImageDraft& draft) {
   for (const std::string& name : draft.dylibs) commands.push_back(dylib_command(LC_LOAD_DYLIB, name));
   commands.insert(commands.end(), draft.more_commands.begin(), draft.more_commands.end());
 
-  MachHeader64 header{MH_MAGIC_64, CPU_TYPE_X86_64, 3, 6 /* MH_DYLIB */, static_cast<std::uint32_t>(commands.size()),
-                      0, 0, 0};
+  MachHeader64 header{
+      MH_MAGIC_64, CPU_TYPE_X86_64, 3, 6 /* MH_DYLIB */, static_cast<std::uint32_t>(commands.size()), 0, 0, 0};
   Bytes file;
   for (const Bytes& command : commands) header.sizeofcmds += static_cast<std::uint32_t>(command.size());
   file.put(header);

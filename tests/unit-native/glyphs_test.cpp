@@ -20,14 +20,14 @@ using vlm::DpadArm, vlm::GlyphBase, vlm::GlyphIcon;
 using enum GlyphIcon;
 
 int faults = 0;
-#define CHECK(condition, ...)                                                \
-  do {                                                                       \
-    if (!(condition)) {                                                      \
-      ++faults;                                                              \
-      std::printf("%s:%d: %s: ", __FILE__, __LINE__, #condition);            \
-      std::printf(__VA_ARGS__);                                              \
-      std::puts("");                                                         \
-    }                                                                        \
+#define CHECK(condition, ...)                                     \
+  do {                                                            \
+    if (!(condition)) {                                           \
+      ++faults;                                                   \
+      std::printf("%s:%d: %s: ", __FILE__, __LINE__, #condition); \
+      std::printf(__VA_ARGS__);                                   \
+      std::puts("");                                              \
+    }                                                             \
   } while (false)
 
 // ---- Geometry -------------------------------------------------------------------------------------------------------
@@ -122,14 +122,20 @@ const Glyph sony_left = disc("L", 56), sony_right = disc("R", 56), touch = bar("
 const Glyph xbox_left = disc("LS", 44), xbox_right = disc("RS", 44), view = bar("VIEW", 24);
 
 const Glyph styles[2][28] = {
-    {disc("PS", 44), menu,       bar("CREATE", 24), disc(cross),    disc(ring), disc(triangle), disc(square),
-     bar("R1", 40),  bar("R2", 40), bar("L1", 40),  bar("L2", 40),  arms[0],    arms[0],        sony_left,
-     sony_left,      sony_left,  sony_right,        sony_right,     sony_right, touch,          touch,
-     touch,          touch,      touch,             arms[1],        arms[2],    arms[3],        arms[4]},
-    {disc("X", 44),  menu,       view,              disc("A", 58),  disc("B", 58), disc("Y", 58), disc("X", 58),
-     bar("RB", 40),  bar("RT", 40), bar("LB", 40),  bar("LT", 40),  arms[0],    arms[0],        xbox_left,
-     xbox_left,      xbox_left,  xbox_right,        xbox_right,     xbox_right, view,           view,
-     view,           view,       view,              arms[1],        arms[2],    arms[3],        arms[4]}};
+    {disc("PS", 44), menu,          bar("CREATE", 24),
+     disc(cross),    disc(ring),    disc(triangle),
+     disc(square),   bar("R1", 40), bar("R2", 40),
+     bar("L1", 40),  bar("L2", 40), arms[0],
+     arms[0],        sony_left,     sony_left,
+     sony_left,      sony_right,    sony_right,
+     sony_right,     touch,         touch,
+     touch,          touch,         touch,
+     arms[1],        arms[2],       arms[3],
+     arms[4]},
+    {disc("X", 44), menu,          view,          disc("A", 58), disc("B", 58), disc("Y", 58), disc("X", 58),
+     bar("RB", 40), bar("RT", 40), bar("LB", 40), bar("LT", 40), arms[0],       arms[0],       xbox_left,
+     xbox_left,     xbox_left,     xbox_right,    xbox_right,    xbox_right,    view,          view,
+     view,          view,          view,          arms[1],       arms[2],       arms[3],       arms[4]}};
 
 // ---- Checks ---------------------------------------------------------------------------------------------------------
 

@@ -106,8 +106,10 @@ TEST_CASE("what would not start is refused with its reason, and the rest of it r
 TEST_CASE("names of any bytes make valid JSON, and nothing that a terminal obeys") {
   ImageDraft draft = inspected_draft();
   draft.bind = Bytes()
-                   .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_\"\\\x1b[2J\xff\xed\xa0\x80\xc3\xa9")
-                   .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(0x400)
+                   .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM)
+                   .c_string("_\"\\\x1b[2J\xff\xed\xa0\x80\xc3\xa9")
+                   .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment)
+                   .uleb(0x400)
                    .u8(BIND_OPCODE_DO_BIND);
   const Facts facts = facts_of(build_with_code(draft));
   const std::string json = write_json(facts);

@@ -42,15 +42,15 @@ TEST_CASE("a gs access becomes the same access relative to a scratch register") 
     const char* access;
     const char* moved = "";
   } cases[] = {
-      {"65 48 8b 04 c5 00 00 00 00", 'c', "48 8b 04 c1"},                      // mov rax, gs:[rax*8]
-      {"65 48 8b 0c cd 00 00 00 00", 'd', "48 8b 0c ca"},                      // mov rcx, gs:[rcx*8]
-      {"65 48 8b 04 25 f8 ff ff ff", 'c', "48 8b 41 f8"},                      // mov rax, gs:[-8]
-      {"65 48 a1 00 0f 00 00 00 00 00 00", 'c', "48 8b 81 00 0f 00 00"},       // movabs rax, gs:[0xf00]
-      {"65 4d 8b 4d 00", 'c', "4e 8b 0c 29"},                                  // mov r9, gs:[r13]
-      {"65 8a 2c 25 00 01 00 00", 'd', "8a aa 00 01 00 00"},                   // mov ch, gs:[256]
+      {"65 48 8b 04 c5 00 00 00 00", 'c', "48 8b 04 c1"},                       // mov rax, gs:[rax*8]
+      {"65 48 8b 0c cd 00 00 00 00", 'd', "48 8b 0c ca"},                       // mov rcx, gs:[rcx*8]
+      {"65 48 8b 04 25 f8 ff ff ff", 'c', "48 8b 41 f8"},                       // mov rax, gs:[-8]
+      {"65 48 a1 00 0f 00 00 00 00 00 00", 'c', "48 8b 81 00 0f 00 00"},        // movabs rax, gs:[0xf00]
+      {"65 4d 8b 4d 00", 'c', "4e 8b 0c 29"},                                   // mov r9, gs:[r13]
+      {"65 8a 2c 25 00 01 00 00", 'd', "8a aa 00 01 00 00"},                    // mov ch, gs:[256]
       {"65 f0 48 0f b1 0c 25 00 01 00 00", 'd', "f0 48 0f b1 8a 00 01 00 00"},  // lock cmpxchg gs:[256], rcx
-      {"65 48 8b 44 24 08", 'c', "48 8d 8c 0c 88 00 00 00 48 8b 41 08"},       // mov rax, gs:[rsp+8]
-      {"65 48 8b 00 48 8b 3f", 'c', "48 8b 04 01", "48 8b 3f "},               // a neighbour behind
+      {"65 48 8b 44 24 08", 'c', "48 8d 8c 0c 88 00 00 00 48 8b 41 08"},        // mov rax, gs:[rsp+8]
+      {"65 48 8b 00 48 8b 3f", 'c', "48 8b 04 01", "48 8b 3f "},                // a neighbour behind
   };
   for (const auto& c : cases) {
     CAPTURE(c.instruction);
@@ -75,15 +75,13 @@ TEST_CASE("an instruction that cannot run elsewhere is refused with the reason")
       {"65 48 a1 00 00 00 00 01 00 00 00", "its displacement needs more than 32 bits"},
       {"65 48 ad", "its memory operand is implied, so it cannot be given another base register"},  // lodsq
       {"65 c4 e2 61 90 0c 95 00 00 00 00", "its memory operand has no plain base register"},       // vpgatherdd
-      {"8c e8", "it handles the gs register itself"},                             // mov eax, gs
-      {"0f 01 f8", "it handles the gs register itself"},                          // swapgs
+      {"8c e8", "it handles the gs register itself"},                                              // mov eax, gs
+      {"0f 01 f8", "it handles the gs register itself"},                                           // swapgs
       {"65 48 8b", "it does not decode"},
-      {"65 48 8b 00 e8 00 00 00 00",
-       "its neighbour call +0x05 is a call, whose return address must lie in the image"},
+      {"65 48 8b 00 e8 00 00 00 00", "its neighbour call +0x05 is a call, whose return address must lie in the image"},
       {"65 48 8b 00 0f 0b", "its neighbour ud2 is a trap, which belongs where it is"},
       {"65 48 8b 00 0f 05", "its neighbour syscall is for the system"},
-      {"65 48 8b 00 ff 35 00 00 00 00",
-       "its neighbour push [rip] uses rsp, which the trampoline moves"},
+      {"65 48 8b 00 ff 35 00 00 00 00", "its neighbour push [rip] uses rsp, which the trampoline moves"},
       {"65 48 8b 00 50 65 48 8b 00", "its neighbour push rax uses rsp, which the trampoline moves"},
       {"65 8f 00 65 48 8b 00", "it moves rsp, and another gs access follows"},
       {"65 8b 00 c3 50", "code follows that is reached from elsewhere"},
@@ -156,9 +154,13 @@ TEST_CASE("sites are found in code, and only there") {
       {"the bytes of one inside an immediate", "48 b8 65 48 8b 04 25 00 01 00 c3", ""},
       {"prefixes that do nothing", "65 48 8d 04 c5 00 00 00 00 65 66 0f 1f 00 65 90 c3", ""},
       {"padding of zeros", "c3 00 00 00", ""},
-      {"a jump table that would swallow the function behind it", "c3 48 b8 65 48 83 00 01 c3", "3 65 48 83 00 01\n",
-       {}, {{1, 2}}},
-      {"data that does not decode, and a function behind it", "c3 06 06 06 65 48 83 00 01 c3",
+      {"a jump table that would swallow the function behind it",
+       "c3 48 b8 65 48 83 00 01 c3",
+       "3 65 48 83 00 01\n",
+       {},
+       {{1, 2}}},
+      {"data that does not decode, and a function behind it",
+       "c3 06 06 06 65 48 83 00 01 c3",
        "4 65 48 83 00 01\n"
        "warning: 3 bytes at 0x100001001 (_first+0x1) do not decode as instructions; a gs access among them is not "
        "redirected\n",
@@ -174,7 +176,8 @@ TEST_CASE("sites are found in code, and only there") {
        "2 90 65 48 8b 00\n"},
       {"a branch to the access itself, and a neighbour behind", "eb 01 90 65 48 8b 00 48 89 c7 c3",
        "3 65 48 8b 00 48 89 c7\n"},
-      {"an instruction shorter than a jump, with nothing to move", "e8 00 00 00 00 65 48 8b 00 e8 00 00 00 00",
+      {"an instruction shorter than a jump, with nothing to move",
+       "e8 00 00 00 00 65 48 8b 00 e8 00 00 00 00",
        "cannot replace the instruction at 0x100001005 (_get_specific+0x5), 65 48 8b 00, mov rax, gs:[rax]: its "
        "neighbour call +0x05 is a call, whose return address must lie in the image\n",
        {{"_get_specific", N_SECT, code_vmaddr}}},
@@ -189,13 +192,17 @@ TEST_CASE("sites are found in code, and only there") {
        "gs:[0x0000000000000100], rsp: it uses rsp, which the trampoline moves\n"},
       // Ways into code that are no branches keep the neighbour behind a short access in place.
       {"nothing leads to the neighbour", "90 65 48 8b 00 48 89 c7 c3", "1 65 48 8b 00 48 89 c7\n"},
-      {"an address computed relative to rip", "48 8d 05 05 00 00 00 90 65 48 8b 00 48 89 c7 c3",
-       "7 90 65 48 8b 00\n"},
-      {"a jump table", "48 8d 05 13 00 00 00 90 65 48 8b 00 48 89 c7 ff e0 c3 66 66 66 66 66 66 66 90 f2 ff ff ff",
-       "7 90 65 48 8b 00\n", {}, {{26, 4}}},
+      {"an address computed relative to rip", "48 8d 05 05 00 00 00 90 65 48 8b 00 48 89 c7 c3", "7 90 65 48 8b 00\n"},
+      {"a jump table",
+       "48 8d 05 13 00 00 00 90 65 48 8b 00 48 89 c7 ff e0 c3 66 66 66 66 66 66 66 90 f2 ff ff ff",
+       "7 90 65 48 8b 00\n",
+       {},
+       {{26, 4}}},
       {"the same numbers, but nothing jumps through a register",
        "48 8d 05 13 00 00 00 90 65 48 8b 00 48 89 c7 66 90 c3 66 66 66 66 66 66 66 90 f2 ff ff ff",
-       "8 65 48 8b 00 48 89 c7\n", {}, {{26, 4}}},
+       "8 65 48 8b 00 48 89 c7\n",
+       {},
+       {{26, 4}}},
   };
   for (const auto& c : cases) {
     CAPTURE(c.what);
@@ -246,8 +253,8 @@ TEST_CASE("a check names what of a list does not fit the image") {
            "entry 0 at 0x100001001 (no symbol): its trampoline cannot be used with a TLS expansion slot\n");
   ImagePatch short_entry = *patch;
   short_entry.pieces[1].bytes = short_entry.pieces[1].bytes.first(4);
-  CHECK(problems(made->image, short_entry)
-            .starts_with("entry 1 at 0x10000100a (no symbol): its lengths make no sense"));
+  CHECK(
+      problems(made->image, short_entry).starts_with("entry 1 at 0x10000100a (no symbol): its lengths make no sense"));
   CHECK(problems(other->image, *patch)
             .starts_with("entry 0 at 0x100001001 (no symbol): the image has 90 65 48 8b 04 25 00 01 00, expected 65 48 "
                          "8b 04 25 00 01 00 00\n"));

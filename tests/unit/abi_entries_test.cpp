@@ -183,37 +183,38 @@ TEST_CASE("a message reaches its method with every register and stack word as th
                {{&classes[0], selectors[0], method, nullptr}, false}};
   for (auto& cached : test_objc_method_cache) cached = &slots[0].cached;
   auto& looked_at = test_objc_method_cache[method_cache_slot(&classes[0], selectors[0])];
-  for (const auto& c : cases) for (const auto& slot : slots) {
-    CAPTURE(c.receiver);
-    looked_at = &slot.cached;
-    lookup = {};
-    Machine sent = patterned_machine();
-    sent.registers[sysv_arguments[c.receiver]] = reinterpret_cast<std::uint64_t>(&object);
-    sent.registers[sysv_arguments[c.receiver + 1]] = reinterpret_cast<std::uint64_t>(selectors[0]);
-    Machine machine = call_sysv_code(c.entry, sent);
-    CHECK_EQ(lookup.receiver, slot.looked_up ? static_cast<const void*>(&object) : nullptr);
-    CHECK_EQ(lookup.selector, slot.looked_up ? selectors[0] : nullptr);
-    for (const Register each : {rdi, rsi, rdx, rcx, r8, r9, rax}) {  // rax: the variadic count
-      CHECK_EQ(recorded_call.registers[each], sent.registers[each]);
-    }
-    for (unsigned i = 0; i < 8; ++i) CHECK_EQ(std::memcmp(recorded_call.vectors[i], sent.vectors[i], 16), 0);
-    // Right only when the method was jumped to.
-    CHECK_EQ(std::memcmp(recorded_call.stack, sent.stack, sizeof sent.stack), 0);
-    CHECK_EQ(machine.registers[rax], recorded_results[0]);
-    CHECK_EQ(machine.registers[rdx], recorded_results[1]);
-    CHECK_EQ(std::memcmp(machine.vectors[0], &recorded_results[2], 16), 0);
-    CHECK(frame_of(walked, reinterpret_cast<void*>(run_machine)) != nullptr);
+  for (const auto& c : cases)
+    for (const auto& slot : slots) {
+      CAPTURE(c.receiver);
+      looked_at = &slot.cached;
+      lookup = {};
+      Machine sent = patterned_machine();
+      sent.registers[sysv_arguments[c.receiver]] = reinterpret_cast<std::uint64_t>(&object);
+      sent.registers[sysv_arguments[c.receiver + 1]] = reinterpret_cast<std::uint64_t>(selectors[0]);
+      Machine machine = call_sysv_code(c.entry, sent);
+      CHECK_EQ(lookup.receiver, slot.looked_up ? static_cast<const void*>(&object) : nullptr);
+      CHECK_EQ(lookup.selector, slot.looked_up ? selectors[0] : nullptr);
+      for (const Register each : {rdi, rsi, rdx, rcx, r8, r9, rax}) {  // rax: the variadic count
+        CHECK_EQ(recorded_call.registers[each], sent.registers[each]);
+      }
+      for (unsigned i = 0; i < 8; ++i) CHECK_EQ(std::memcmp(recorded_call.vectors[i], sent.vectors[i], 16), 0);
+      // Right only when the method was jumped to.
+      CHECK_EQ(std::memcmp(recorded_call.stack, sent.stack, sizeof sent.stack), 0);
+      CHECK_EQ(machine.registers[rax], recorded_results[0]);
+      CHECK_EQ(machine.registers[rdx], recorded_results[1]);
+      CHECK_EQ(std::memcmp(machine.vectors[0], &recorded_results[2], 16), 0);
+      CHECK(frame_of(walked, reinterpret_cast<void*>(run_machine)) != nullptr);
 
-    lookup = {};
-    sent = patterned_machine();
-    sent.registers[sysv_arguments[c.receiver]] = 0;
-    machine = call_sysv_code(c.entry, sent);
-    CHECK_EQ(lookup.selector, static_cast<const char*>(nullptr));
-    for (const std::uint64_t word : {machine.registers[rax], machine.registers[rdx], machine.vectors[0][0],
-                                     machine.vectors[0][1], machine.vectors[1][0], machine.vectors[1][1]}) {
-      CHECK_EQ(word, 0);
+      lookup = {};
+      sent = patterned_machine();
+      sent.registers[sysv_arguments[c.receiver]] = 0;
+      machine = call_sysv_code(c.entry, sent);
+      CHECK_EQ(lookup.selector, static_cast<const char*>(nullptr));
+      for (const std::uint64_t word : {machine.registers[rax], machine.registers[rdx], machine.vectors[0][0],
+                                       machine.vectors[0][1], machine.vectors[1][0], machine.vectors[1][1]}) {
+        CHECK_EQ(word, 0);
+      }
     }
-  }
 }
 
 // void jump_back(JumpBuffer*, std::uint32_t value): setjmp_entry, then longjmp_entry from a deeper frame with other

@@ -40,8 +40,8 @@ void* pointer(Function* function) {
 }
 
 /// Game code that calls a callback with six arguments, compiled as such.
-SYSV std::uint64_t game_calls(std::uint64_t (*SYSV callback)(std::uint64_t, std::uint64_t, std::uint64_t,
-                                                              std::uint64_t, std::uint64_t, std::uint64_t)) {
+SYSV std::uint64_t game_calls(std::uint64_t (*SYSV callback)(std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t,
+                                                             std::uint64_t, std::uint64_t)) {
   return callback(1, 2, 3, 4, 5, 6) + 1;
 }
 
@@ -159,8 +159,12 @@ TEST_CASE("a record stub arrives with its record in rax, and tells its record ag
   REQUIRE(VirtualAlloc(pages, 0x1000, MEM_COMMIT, PAGE_READWRITE) != nullptr);
   write_record_stub(pages + 0x1000 - record_stub_size, &record, pointer(record_sysv_call));
   CHECK_EQ(record_of_stub(pages + 0x1000 - record_stub_size, pointer(record_sysv_call)), &record);
-  const void* no_stubs[] = {nullptr, pages + 0x1000 - record_stub_size + 1, pages + 0x1800, pointer(windows_double),
-                            static_cast<char*>(stub) + 1, reinterpret_cast<void*>(~0ull - 3)};
+  const void* no_stubs[] = {nullptr,
+                            pages + 0x1000 - record_stub_size + 1,
+                            pages + 0x1800,
+                            pointer(windows_double),
+                            static_cast<char*>(stub) + 1,
+                            reinterpret_cast<void*>(~0ull - 3)};
   for (const void* other : no_stubs) CHECK_EQ(record_of_stub(other, pointer(record_sysv_call)), nullptr);
   CHECK_EQ(record_of_stub(stub, pointer(windows_double)), nullptr);
   VirtualFree(pages, 0, MEM_RELEASE);
@@ -225,8 +229,10 @@ TEST_CASE("pages near an image come one after the other until its arena is full"
   unsigned wrong = 0;
   for (unsigned i = 0; i < 4096; ++i) {
     auto* page = static_cast<std::byte*>(vlm_allocate_trampoline(region + i % image_size));
-    if (page != region + rounded + 4096 * i) ++wrong;
-    else page[4095] = std::byte{0xC3};
+    if (page != region + rounded + 4096 * i)
+      ++wrong;
+    else
+      page[4095] = std::byte{0xC3};
   }
   CHECK_EQ(wrong, 0);
   reinterpret_cast<void (*)()>(region + rounded + 4095)();

@@ -51,8 +51,8 @@ TEST_CASE("alone: a full shim table" * doctest::skip()) {
 }
 
 TEST_CASE("a row too many ends the process") {
-  const Ending ending = run_game_process(program_folder(), L"unit_tests.exe",
-                                         L"\"--test-case=alone: a full shim table\" --no-skip");
+  const Ending ending =
+      run_game_process(program_folder(), L"unit_tests.exe", L"\"--test-case=alone: a full shim table\" --no-skip");
   CHECK_EQ(ending.exit_code, 3);
   CHECK_EQ(ending.box_text, "symbol table full");
 }
@@ -61,10 +61,9 @@ TEST_CASE("a name without a row becomes zeroed data or a trap, by its spelling")
   const auto is_trap = [](const void* address) {
     return record_of_stub(address, reinterpret_cast<const void*>(&trap_entry)) != nullptr;
   };
-  for (const char* name :
-       {"_OBJC_CLASS_$_Unknown", "_OBJC_METACLASS_$_Unknown", "__objc_empty_cacheX", "___CFConstantStringX",
-        "_kCFLocaleX", "__ZTI3Foo", "__ZTS3Foo", "__ZTV3Foo", "_NSLocaleX", "_GKPlayerDidX", "_NSUbiquitousX",
-        "__ZNSt3__15ctypeIwE2idE", "X2idE"}) {
+  for (const char* name : {"_OBJC_CLASS_$_Unknown", "_OBJC_METACLASS_$_Unknown", "__objc_empty_cacheX",
+                           "___CFConstantStringX", "_kCFLocaleX", "__ZTI3Foo", "__ZTS3Foo", "__ZTV3Foo", "_NSLocaleX",
+                           "_GKPlayerDidX", "_NSUbiquitousX", "__ZNSt3__15ctypeIwE2idE", "X2idE"}) {
     CAPTURE(name);
     const auto* block = static_cast<const std::byte*>(make_missing_symbol("library", name));
     CHECK_FALSE(is_trap(block));

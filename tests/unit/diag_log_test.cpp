@@ -40,7 +40,8 @@ TEST_CASE("alone: log lines" * doctest::skip()) {
   const std::string log = read_file(log_path());
   char head[64];
   std::snprintf(head, sizeof head, "] [%5lu] first 1\r\n[", GetCurrentThreadId());
-  REQUIRE(log.starts_with("[    0."));  // the clock starts with the first line; how many milliseconds is up to the machine
+  REQUIRE(
+      log.starts_with("[    0."));  // the clock starts with the first line; how many milliseconds is up to the machine
   REQUIRE_EQ(log.find(head), std::string_view("[    0.000").size());
   REQUIRE(log.find("] % is no format here\r\n") != std::string::npos);
   REQUIRE(log.find("] " + std::string(2047, 'x') + "\r\n") != std::string::npos);

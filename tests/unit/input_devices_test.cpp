@@ -1,7 +1,7 @@
 // Sony's controllers from the scan to the game's plug-in. A named pipe is read like a device; which
 // devices there are and what they call themselves is told through a HidSystem of the test's own.
-#include <doctest/doctest.h>
 #include <windows.h>
+#include <doctest/doctest.h>
 
 #include <cstring>
 #include <map>

@@ -1,6 +1,6 @@
 // Keys that are pressed for the window in front.
-#include <doctest/doctest.h>
 #include <windows.h>
+#include <doctest/doctest.h>
 
 #include <cstring>
 #include <vector>
@@ -70,19 +70,31 @@ TEST_CASE("keys count while the game has the focus") {
     float ControllerState::* field;
     float value;
   } cases[] = {
-      {VK_ESCAPE, &ControllerState::buttonMenu, 1},     {VK_TAB, &ControllerState::buttonOptions, 1},
-      {VK_SPACE, &ControllerState::buttonA, 1},         {VK_RETURN, &ControllerState::buttonA, 1},
-      {VK_LSHIFT, &ControllerState::buttonB, 1},        {VK_BACK, &ControllerState::buttonB, 1},
-      {'Q', &ControllerState::buttonY, 1},              {'E', &ControllerState::buttonX, 1},
-      {'3', &ControllerState::rightShoulder, 1},        {'C', &ControllerState::rightTrigger, 1},
-      {'1', &ControllerState::leftShoulder, 1},         {'Z', &ControllerState::leftTrigger, 1},
-      {VK_RIGHT, &ControllerState::dpadX, 1},           {VK_LEFT, &ControllerState::dpadX, -1},
-      {VK_UP, &ControllerState::dpadY, 1},              {VK_DOWN, &ControllerState::dpadY, -1},
-      {'D', &ControllerState::leftThumbstickX, 1},      {'A', &ControllerState::leftThumbstickX, -1},
-      {'W', &ControllerState::leftThumbstickY, 1},      {'S', &ControllerState::leftThumbstickY, -1},
+      {VK_ESCAPE, &ControllerState::buttonMenu, 1},
+      {VK_TAB, &ControllerState::buttonOptions, 1},
+      {VK_SPACE, &ControllerState::buttonA, 1},
+      {VK_RETURN, &ControllerState::buttonA, 1},
+      {VK_LSHIFT, &ControllerState::buttonB, 1},
+      {VK_BACK, &ControllerState::buttonB, 1},
+      {'Q', &ControllerState::buttonY, 1},
+      {'E', &ControllerState::buttonX, 1},
+      {'3', &ControllerState::rightShoulder, 1},
+      {'C', &ControllerState::rightTrigger, 1},
+      {'1', &ControllerState::leftShoulder, 1},
+      {'Z', &ControllerState::leftTrigger, 1},
+      {VK_RIGHT, &ControllerState::dpadX, 1},
+      {VK_LEFT, &ControllerState::dpadX, -1},
+      {VK_UP, &ControllerState::dpadY, 1},
+      {VK_DOWN, &ControllerState::dpadY, -1},
+      {'D', &ControllerState::leftThumbstickX, 1},
+      {'A', &ControllerState::leftThumbstickX, -1},
+      {'W', &ControllerState::leftThumbstickY, 1},
+      {'S', &ControllerState::leftThumbstickY, -1},
       {VK_LCONTROL, &ControllerState::leftThumbstickButton, 1},
-      {'L', &ControllerState::rightThumbstickX, 1},     {'J', &ControllerState::rightThumbstickX, -1},
-      {'I', &ControllerState::rightThumbstickY, 1},     {'K', &ControllerState::rightThumbstickY, -1},
+      {'L', &ControllerState::rightThumbstickX, 1},
+      {'J', &ControllerState::rightThumbstickX, -1},
+      {'I', &ControllerState::rightThumbstickY, 1},
+      {'K', &ControllerState::rightThumbstickY, -1},
       {'R', &ControllerState::rightThumbstickButton, 1},
   };
   for (const auto& c : cases) {

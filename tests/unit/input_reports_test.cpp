@@ -45,17 +45,17 @@ TEST_CASE("a report is read by the layout of its device, ID and size, or not at 
     PadKind kind;
     std::uint8_t id;
     std::size_t size;
-    std::uint8_t start;      // of the left stick's X; 0: the report is none with input
-    std::uint8_t triggers;   // from there
-    std::uint8_t buttons;    //
+    std::uint8_t start;     // of the left stick's X; 0: the report is none with input
+    std::uint8_t triggers;  // from there
+    std::uint8_t buttons;   //
   } cases[] = {
-      {dualshock4, 0x01, 9, 0, 0, 0},    {dualshock4, 0x01, 10, 1, 7, 4}, {dualshock4, 0x01, 64, 1, 7, 4},
-      {dualshock4, 0x01, 600, 1, 7, 4},  {dualshock4, 0x11, 11, 0, 0, 0}, {dualshock4, 0x11, 12, 3, 7, 4},
-      {dualshock4, 0x11, 78, 3, 7, 4},   {dualshock4, 0x31, 78, 0, 0, 0}, {dualshock4, 0x00, 64, 0, 0, 0},
-      {dualsense, 0x01, 9, 0, 0, 0},     {dualsense, 0x01, 10, 1, 7, 4},  {dualsense, 0x01, 63, 1, 7, 4},
-      {dualsense, 0x01, 64, 1, 4, 7},    {dualsense, 0x01, 600, 1, 4, 7}, {dualsense, 0x31, 63, 0, 0, 0},
-      {dualsense, 0x31, 64, 2, 4, 7},    {dualsense, 0x31, 78, 2, 4, 7},  {dualsense, 0x11, 78, 0, 0, 0},
-      {dualsense, 0x01, 0, 0, 0, 0},     {none, 0x01, 64, 0, 0, 0},
+      {dualshock4, 0x01, 9, 0, 0, 0},   {dualshock4, 0x01, 10, 1, 7, 4}, {dualshock4, 0x01, 64, 1, 7, 4},
+      {dualshock4, 0x01, 600, 1, 7, 4}, {dualshock4, 0x11, 11, 0, 0, 0}, {dualshock4, 0x11, 12, 3, 7, 4},
+      {dualshock4, 0x11, 78, 3, 7, 4},  {dualshock4, 0x31, 78, 0, 0, 0}, {dualshock4, 0x00, 64, 0, 0, 0},
+      {dualsense, 0x01, 9, 0, 0, 0},    {dualsense, 0x01, 10, 1, 7, 4},  {dualsense, 0x01, 63, 1, 7, 4},
+      {dualsense, 0x01, 64, 1, 4, 7},   {dualsense, 0x01, 600, 1, 4, 7}, {dualsense, 0x31, 63, 0, 0, 0},
+      {dualsense, 0x31, 64, 2, 4, 7},   {dualsense, 0x31, 78, 2, 4, 7},  {dualsense, 0x11, 78, 0, 0, 0},
+      {dualsense, 0x01, 0, 0, 0, 0},    {none, 0x01, 64, 0, 0, 0},
   };
   for (const auto& c : cases) {
     CAPTURE(static_cast<int>(c.kind));
@@ -65,8 +65,15 @@ TEST_CASE("a report is read by the layout of its device, ID and size, or not at 
     REQUIRE_EQ(input.has_value(), c.start != 0);
     if (!input) continue;
     const auto at = [&](int offset) { return static_cast<std::uint8_t>(0x80 + c.start + offset); };
-    const PadInput expected = {at(0),          at(1),          at(2),         at(3),            at(c.triggers),
-                               at(c.triggers + 1), at(c.buttons), at(c.buttons + 1), at(c.buttons + 2)};
+    const PadInput expected = {at(0),
+                               at(1),
+                               at(2),
+                               at(3),
+                               at(c.triggers),
+                               at(c.triggers + 1),
+                               at(c.buttons),
+                               at(c.buttons + 1),
+                               at(c.buttons + 2)};
     CHECK((*input == expected));
   }
 }

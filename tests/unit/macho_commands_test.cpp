@@ -63,8 +63,8 @@ TEST_CASE("the last x86_64 slice of a universal file is taken, and a thin file w
 TEST_CASE("load commands fill the record in their order") {
   ImageDraft draft = good_draft();
   draft.dylibs.clear();
-  draft.more_commands = {dylib_command(LC_LOAD_DYLIB, "first"),        dylib_command(LC_LAZY_LOAD_DYLIB, "no ordinal"),
-                         dylib_command(LC_LOAD_WEAK_DYLIB, "second"),  dylib_command(LC_REEXPORT_DYLIB, "third"),
+  draft.more_commands = {dylib_command(LC_LOAD_DYLIB, "first"), dylib_command(LC_LAZY_LOAD_DYLIB, "no ordinal"),
+                         dylib_command(LC_LOAD_WEAK_DYLIB, "second"), dylib_command(LC_REEXPORT_DYLIB, "third"),
                          dylib_command(LC_LOAD_UPWARD_DYLIB, "fourth")};
   const FakeImage fake(draft);
   REQUIRE_EQ(fake.fault, "");
@@ -98,11 +98,13 @@ TEST_CASE("a file of another kind is told from a damaged one") {
     const char* text;
     bool damaged;
   } cases[] = {
-      {Bytes().text("\x7F" "ELF, and some more of it, so that it is long enough"), "not a 64-bit Mach-O", false},
+      {Bytes().text("\x7F"
+                    "ELF, and some more of it, so that it is long enough"),
+       "not a 64-bit Mach-O", false},
       {Bytes().u32(0xFEEDFACE).pad_to(64), "not a 64-bit Mach-O", false},
       {Bytes().u8(0xCF).u8(0xFA), "not a 64-bit Mach-O", false},
-      {build_image(with_chains),
-       "chained fixups are not supported (use the x86_64 slice of an older-format binary)", false},
+      {build_image(with_chains), "chained fixups are not supported (use the x86_64 slice of an older-format binary)",
+       false},
       {Bytes().u32(MH_MAGIC_64).pad_to(31),
        "/a is damaged or not supported: a Mach-O of 31 bytes is shorter than its header", true},
   };

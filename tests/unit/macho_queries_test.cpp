@@ -41,9 +41,19 @@ TEST_CASE("exports are found by their whole name only") {
   const struct {
     std::string name;
     std::uint64_t address;
-  } cases[] = {{"_ab", base + 0x100}, {"_abc", base + 0x200}, {"_abd", 0x300},
-               {"_stub", base + 0x400}, {"_split_name", base + 0x500}, {"_a", 0}, {"_", 0}, {"", 0},
-               {"_abcd", 0}, {"_abe", 0}, {"_split_nam", 0}, {"_split_names", 0}, {"_reexported", 0}};
+  } cases[] = {{"_ab", base + 0x100},
+               {"_abc", base + 0x200},
+               {"_abd", 0x300},
+               {"_stub", base + 0x400},
+               {"_split_name", base + 0x500},
+               {"_a", 0},
+               {"_", 0},
+               {"", 0},
+               {"_abcd", 0},
+               {"_abe", 0},
+               {"_split_nam", 0},
+               {"_split_names", 0},
+               {"_reexported", 0}};
   for (const auto& c : cases) {
     CAPTURE(c.name);
     CHECK_EQ(macho_find_export(*fake.image, c.name), c.address);
@@ -59,8 +69,14 @@ TEST_CASE("an export trie is walked as dyld walks it: the first edge that fits i
     std::uint64_t address;  // of "_name"
   } cases[] = {
       {"two characters, then the rest",
-       Bytes().u8(0).u8(1).c_string("_n").uleb(6).append(Bytes().u8(0).u8(1).c_string("ame").uleb(13))
-           .append(terminal(0x11)), base + 0x11},
+       Bytes()
+           .u8(0)
+           .u8(1)
+           .c_string("_n")
+           .uleb(6)
+           .append(Bytes().u8(0).u8(1).c_string("ame").uleb(13))
+           .append(terminal(0x11)),
+       base + 0x11},
       {"the first of two edges that fit leads nowhere",
        Bytes().u8(0).u8(2).c_string("_").uleb(12).c_string("_name").uleb(14).u8(0).u8(0).append(terminal(0x11)), 0},
       {"an empty edge is passed through",
@@ -87,19 +103,23 @@ TEST_CASE("the symbol of an address is the nearest one below it") {
     std::uint64_t offset;
     std::string name;
     std::uint64_t distance;
-  } cases[] = {{0x1000, "_game_start", 0}, {0x10FF, "_game_start", 0xFF}, {0x1100, "_helper", 0},
-               {0x1180, "_helper", 0x80}, {0x5FFF, "_helper", 0x4EFF}};
-  for (const bool indexed : {false, true}) for (const auto& c : cases) {
-    if (indexed) index_symbols(*fake.image);
-    CAPTURE(indexed);
-    CAPTURE(c.offset);
-    std::uint64_t distance = ~std::uint64_t{0};
-    const char* name = macho_symbol_for_address(*fake.image, base + c.offset, &distance);
-    REQUIRE(name != nullptr);
-    CHECK_EQ(std::string(name), c.name);
-    CHECK_EQ(distance, c.distance);
-    CHECK_EQ(macho_symbol_for_address(*fake.image, base + c.offset, nullptr), name);
-  }
+  } cases[] = {{0x1000, "_game_start", 0},
+               {0x10FF, "_game_start", 0xFF},
+               {0x1100, "_helper", 0},
+               {0x1180, "_helper", 0x80},
+               {0x5FFF, "_helper", 0x4EFF}};
+  for (const bool indexed : {false, true})
+    for (const auto& c : cases) {
+      if (indexed) index_symbols(*fake.image);
+      CAPTURE(indexed);
+      CAPTURE(c.offset);
+      std::uint64_t distance = ~std::uint64_t{0};
+      const char* name = macho_symbol_for_address(*fake.image, base + c.offset, &distance);
+      REQUIRE(name != nullptr);
+      CHECK_EQ(std::string(name), c.name);
+      CHECK_EQ(distance, c.distance);
+      CHECK_EQ(macho_symbol_for_address(*fake.image, base + c.offset, nullptr), name);
+    }
   std::uint64_t untouched = 7;
   for (const std::uint64_t address : {base - 1, base, base + 0xFFF, base + fake.image->extent(), ~std::uint64_t{0}}) {
     CHECK_EQ(macho_symbol_for_address(*fake.image, address, &untouched), nullptr);
@@ -128,9 +148,18 @@ TEST_CASE("symbols are found by name with or without the underscore, local ones 
   const struct {
     std::string name;
     std::uint64_t address;
-  } cases[] = {{"_game_start", base + 0x1000}, {"game_start", base + 0x1000}, {"helper", base + 0x1100},
-               {"_helper_alias", base + 0x1100}, {"helpe", 0}, {"helper_", 0}, {"_debug", 0}, {"_absolute", 0},
-               {"_malloc", 0}, {"_far", 0}, {"", 0}, {"ame_start", 0}};
+  } cases[] = {{"_game_start", base + 0x1000},
+               {"game_start", base + 0x1000},
+               {"helper", base + 0x1100},
+               {"_helper_alias", base + 0x1100},
+               {"helpe", 0},
+               {"helper_", 0},
+               {"_debug", 0},
+               {"_absolute", 0},
+               {"_malloc", 0},
+               {"_far", 0},
+               {"", 0},
+               {"ame_start", 0}};
   for (const auto& c : cases) {
     CAPTURE(c.name);
     CHECK_EQ(macho_symbol_by_name(*fake.image, c.name), c.address);

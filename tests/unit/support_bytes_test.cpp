@@ -2,8 +2,8 @@
 #include "support/bytes.h"
 
 #define DOCTEST_CONFIG_NO_MULTITHREADING
-#include <doctest/doctest.h>
 #include <windows.h>
+#include <doctest/doctest.h>
 
 #include <algorithm>
 #include <cstring>

@@ -21,11 +21,11 @@ TEST_CASE("a game path becomes a Windows path; a Windows path behind a macOS pre
       {"C:/Games/Velmora", L"C:\\Games\\Velmora"},
       {"/Applications/C:/Games/a.txt", L"C:\\Games\\a.txt"},
       {"D:\\one/C:\\two", L"C:\\two"},
-      {"/one/C:/two/d:/three", L"d:\\three"},   // the last one
-      {"/one/C:", L"\\one\\C:"},                 // no separator behind the colon
+      {"/one/C:/two/d:/three", L"d:\\three"},  // the last one
+      {"/one/C:", L"\\one\\C:"},               // no separator behind the colon
       {"/one/C:two", L"\\one\\C:two"},
-      {"oneC:/two", L"oneC:\\two"},             // no separator before the letter
-      {"/one/1:/two", L"\\one\\1:\\two"},        // not a letter
+      {"oneC:/two", L"oneC:\\two"},        // no separator before the letter
+      {"/one/1:/two", L"\\one\\1:\\two"},  // not a letter
       {"セーブ/データ😀.txt", L"セーブ\\データ😀.txt"},
   };
   for (const auto& c : cases) {

@@ -18,12 +18,20 @@ std::string text(std::span<const std::byte> from) { return {reinterpret_cast<con
 
 /// "mov rax, gs:[rax*8]" through rcx, as the build tool writes it: slot at 8, gs load at 19.
 constexpr auto rcx_template =
-    "\x48\x8D\x64\x24\x80\x51\x48\xB9" "SLOTSLOT" "\x48\x8B\x09" "\x65\x48\x8B\x09"
-    "\x48\x8B\x04\xC1\x59\x48\x8D\xA4\x24\x80\x00\x00\x00\xFF\x25\x00\x00\x00\x00" "RETURNTO"sv;
+    "\x48\x8D\x64\x24\x80\x51\x48\xB9"
+    "SLOTSLOT"
+    "\x48\x8B\x09"
+    "\x65\x48\x8B\x09"
+    "\x48\x8B\x04\xC1\x59\x48\x8D\xA4\x24\x80\x00\x00\x00\xFF\x25\x00\x00\x00\x00"
+    "RETURNTO"sv;
 /// The same through r10, whose number needs the prefix's base and register bits.
 constexpr auto r10_template =
-    "\x48\x8D\x64\x24\x80\x90\x49\xBA" "SLOTSLOT" "\x4D\x8B\x12" "\x65\x4D\x8B\x12"
-    "\x49\x8B\x04\xC2\x90\x48\x8D\xA4\x24\x80\x00\x00\x00\xFF\x25\x00\x00\x00\x00" "RETURNTO"sv;
+    "\x48\x8D\x64\x24\x80\x90\x49\xBA"
+    "SLOTSLOT"
+    "\x4D\x8B\x12"
+    "\x65\x4D\x8B\x12"
+    "\x49\x8B\x04\xC2\x90\x48\x8D\xA4\x24\x80\x00\x00\x00\xFF\x25\x00\x00\x00\x00"
+    "RETURNTO"sv;
 constexpr auto site_code = "\x65\x48\x8B\x04\xC5\x00\x00\x00\x00"sv;
 
 struct Row {
@@ -142,9 +150,13 @@ TEST_CASE("a good entry writes exactly its jump, its nops and its trampoline") {
       {"normal, four nops", false, 9, rcx_template, "\x65\x48\x8B\x09", expansion_tail},
       {"normal, no nops", false, 5, rcx_template, "\x65\x48\x8B\x09", expansion_tail},
       {"expansion, rcx", true, 9, rcx_template,
-       std::string("\x65\x48\x8B\x0C\x25\x80\x17\x00\x00" "\x48\x8B\x89\x38\x12\x00\x00"sv), expansion_tail},
+       std::string("\x65\x48\x8B\x0C\x25\x80\x17\x00\x00"
+                   "\x48\x8B\x89\x38\x12\x00\x00"sv),
+       expansion_tail},
       {"expansion, r10", true, 9, r10_template,
-       std::string("\x65\x4C\x8B\x14\x25\x80\x17\x00\x00" "\x4D\x8B\x92\x38\x12\x00\x00"sv), r10_tail},
+       std::string("\x65\x4C\x8B\x14\x25\x80\x17\x00\x00"
+                   "\x4D\x8B\x92\x38\x12\x00\x00"sv),
+       r10_tail},
   };
   for (const auto& c : cases) {
     CAPTURE(c.what);
@@ -214,12 +226,9 @@ TEST_CASE("a trailer tells the blob's size or is none") {
     std::string_view trailer;
     std::uint64_t size;  // 0: none
   } cases[] = {
-      {"\x01\0\0\0\0\0\0\0VLMGSPEM"sv, 1},
-      {"\xFF\xFF\xFF\x03\0\0\0\0VLMGSPEM"sv, 0x3FFFFFF},
-      {"\0\0\0\x04\0\0\0\0VLMGSPEM"sv, 0},
-      {"\x10\0\0\0\x01\0\0\0VLMGSPEM"sv, 0},
-      {"\0\0\0\0\0\0\0\0VLMGSPEM"sv, 0},
-      {"\x10\0\0\0\0\0\0\0VLMGSPEN"sv, 0},
+      {"\x01\0\0\0\0\0\0\0VLMGSPEM"sv, 1}, {"\xFF\xFF\xFF\x03\0\0\0\0VLMGSPEM"sv, 0x3FFFFFF},
+      {"\0\0\0\x04\0\0\0\0VLMGSPEM"sv, 0}, {"\x10\0\0\0\x01\0\0\0VLMGSPEM"sv, 0},
+      {"\0\0\0\0\0\0\0\0VLMGSPEM"sv, 0},   {"\x10\0\0\0\0\0\0\0VLMGSPEN"sv, 0},
   };
   for (const auto& c : cases) CHECK_EQ(gs_patch_blob_size(bytes(c.trailer).first<16>()).value_or(0), c.size);
 }

@@ -87,9 +87,8 @@ bool write_sheet(const std::string& path) {
   const HGDIOBJ font_before = SelectObject(context, font);
   SetBkMode(context, TRANSPARENT);
   SetTextColor(context, RGB(0x9A, 0xA4, 0xB2));
-  for_each_glyph([&](bool sony_style, std::uint32_t number) {
-    draw_number(context, number, cell(sony_style, number));
-  });
+  for_each_glyph(
+      [&](bool sony_style, std::uint32_t number) { draw_number(context, number, cell(sony_style, number)); });
   SelectObject(context, font_before);
   DeleteObject(font);
   sheet.ReleaseHDC(context);

@@ -53,7 +53,7 @@ struct Format {
 
 struct Fixups {
   std::uint64_t rebases = 0, binds = 0, weak_binds = 0, lazy_binds = 0;  // pointers
-  std::vector<std::string> faults;  // at most one of each stream
+  std::vector<std::string> faults;                                       // at most one of each stream
 };
 
 enum class Answer {
@@ -76,7 +76,7 @@ struct ImportedSymbol {
 
 struct Linkage {
   Fixups fixups;
-  std::vector<ImportedSymbol> imports;  // by name
+  std::vector<ImportedSymbol> imports;          // by name
   std::vector<std::string> missing_exports;     // il2cpp_* that the player may call
   std::vector<std::string> missing_reflection;  // of those that the library itself calls
 };
@@ -97,7 +97,7 @@ struct OpaqueFrame {
 
 struct Unwind {
   bool present = false;
-  std::string fault;                          // the table cannot be read from here on
+  std::string fault;                           // the table cannot be read from here on
   std::map<std::string, std::uint64_t> kinds;  // entries
   std::vector<OpaqueFrame> opaque;
 };
@@ -122,7 +122,7 @@ struct NeededClass {
 
 struct ObjectiveC {
   std::vector<NeededClass> needed;
-  std::uint64_t brought = 0;                // entries of the class list
+  std::uint64_t brought = 0;               // entries of the class list
   std::vector<std::string> brought_names;  // as far as symbols tell
 };
 

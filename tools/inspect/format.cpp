@@ -54,34 +54,21 @@ void read_command(Format& format, std::uint32_t cmd, ByteReader in) {
   ByteReader fields = in;
   fields.skip(sizeof(LoadCommand));
   switch (cmd) {
-    case LC_SEGMENT_64:
-      return read_segment(format, in);
+    case LC_SEGMENT_64: return read_segment(format, in);
     case LC_LOAD_DYLIB:
     case LC_LOAD_WEAK_DYLIB:
     case LC_REEXPORT_DYLIB:
-    case LC_LOAD_UPWARD_DYLIB:
-      format.libraries.push_back(text_at(in, fields.read<std::uint32_t>()));
-      return;
-    case LC_ID_DYLIB:
-      format.install_name = text_at(in, fields.read<std::uint32_t>());
-      return;
-    case LC_UUID:
-      format.uuid = read_uuid(in);
-      return;
-    case LC_VERSION_MIN_MACOSX:
-      format.minimum_os = version_text(fields.read<std::uint32_t>());
-      return;
+    case LC_LOAD_UPWARD_DYLIB: format.libraries.push_back(text_at(in, fields.read<std::uint32_t>())); return;
+    case LC_ID_DYLIB: format.install_name = text_at(in, fields.read<std::uint32_t>()); return;
+    case LC_UUID: format.uuid = read_uuid(in); return;
+    case LC_VERSION_MIN_MACOSX: format.minimum_os = version_text(fields.read<std::uint32_t>()); return;
     case LC_BUILD_VERSION:
       fields.skip(sizeof(std::uint32_t));  // the platform
       format.minimum_os = version_text(fields.read<std::uint32_t>());
       return;
     case LC_ROUTINES:
-    case LC_ROUTINES_64:
-      format.has_routines = true;
-      return;
-    case LC_DYLD_CHAINED_FIXUPS:
-      format.chained_fixups = true;
-      return;
+    case LC_ROUTINES_64: format.has_routines = true; return;
+    case LC_DYLD_CHAINED_FIXUPS: format.chained_fixups = true; return;
   }
 }
 

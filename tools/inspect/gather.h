@@ -13,8 +13,9 @@ namespace vlm::inspect {
 
 /// Everything about a file, the verdict included.
 ///   library  null: imports are not judged
-Facts gather(const char* path, std::span<const std::byte> file, const Library* library,
-             const tessera::Progress& progress = [](auto, auto) {});
+Facts gather(
+    const char* path, std::span<const std::byte> file, const Library* library,
+    const tessera::Progress& progress = [](auto, auto) {});
 
 // The parts, each in a file of its own. An image that is handed over was read by read_image(), and has an index of its
 // symbols; `base` is vm_min, `slide` is 0.

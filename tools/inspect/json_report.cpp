@@ -179,20 +179,13 @@ void write_thread_storage(Json& json, const ThreadStorage& storage) {
 
 const char* answer_name(Answer answer) {
   switch (answer) {
-    case Answer::not_judged:
-      return "not judged";
-    case Answer::own_export:
-      return "the image itself";
-    case Answer::shim:
-      return "shim";
-    case Answer::unused:
-      return "never called";
-    case Answer::weak_null:
-      return "null, as weak imports may be";
-    case Answer::zero_block:
-      return "empty object";
-    case Answer::trap:
-      break;
+    case Answer::not_judged: return "not judged";
+    case Answer::own_export: return "the image itself";
+    case Answer::shim: return "shim";
+    case Answer::unused: return "never called";
+    case Answer::weak_null: return "null, as weak imports may be";
+    case Answer::zero_block: return "empty object";
+    case Answer::trap: break;
   }
   return "no implementation";
 }

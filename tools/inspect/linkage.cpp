@@ -65,12 +65,9 @@ class ImportList {
     if (is_lazy_binder(name)) return Answer::unused;
     if (library_ == nullptr) return Answer::not_judged;
     switch (answer) {
-      case ImportAnswer::shim:
-        return Answer::shim;
-      case ImportAnswer::weak_null:
-        return Answer::weak_null;
-      default:
-        return is_data_name(name) ? Answer::zero_block : Answer::trap;
+      case ImportAnswer::shim: return Answer::shim;
+      case ImportAnswer::weak_null: return Answer::weak_null;
+      default: return is_data_name(name) ? Answer::zero_block : Answer::trap;
     }
   }
 
@@ -104,9 +101,9 @@ Linkage gather_linkage(const MachImage& image, const Library* library) {
   note(linkage.fixups.binds, macho_walk_binds(image, BindStream::binds, add));
   note(linkage.fixups.lazy_binds, macho_walk_binds(image, BindStream::lazy_binds, add));
   // The loader passes over this stream, so nothing in it is a fault.
-  linkage.fixups.weak_binds =
-      macho_walk_binds(image, BindStream::weak_binds, [](const PointerRun&, const Import&) { return Result<void>(); })
-          .value_or(0);
+  linkage.fixups.weak_binds = macho_walk_binds(image, BindStream::weak_binds, [](const PointerRun&, const Import&) {
+                                return Result<void>();
+                              }).value_or(0);
   linkage.imports = imports.take();
   linkage.missing_exports = missing_of(image, export_symbols);
   linkage.missing_reflection = missing_of(image, reflection_symbols);

@@ -33,7 +33,8 @@ constexpr char usage[] =
     "      --color WHEN    always, never or auto: on a terminal, unless NO_COLOR is set\n"
     "      --help          print this text\n"
     "\n"
-    "Exit status: 0 the image would start and everything that it asks for is there; 1 it would start, but something is\n"
+    "Exit status: 0 the image would start and everything that it asks for is there; 1 it would start, but something "
+    "is\n"
     "missing (named at the end); 2 it would not start; 64 the arguments make no sense or name a file that cannot be\n"
     "read.\n";
 

@@ -53,22 +53,17 @@ std::string printable(std::string_view name) {
 
 std::string cpu_name(std::uint32_t cputype) {
   switch (cputype) {
-    case 7:
-      return "i386";
-    case 12:
-      return "arm";
-    case CPU_TYPE_X86_64:
-      return "x86-64";
-    case 0x0100000C:
-      return "arm64";
-    default:
-      return "cpu " + hexadecimal(cputype);
+    case 7: return "i386";
+    case 12: return "arm";
+    case CPU_TYPE_X86_64: return "x86-64";
+    case 0x0100000C: return "arm64";
+    default: return "cpu " + hexadecimal(cputype);
   }
 }
 
 std::string file_kind(std::uint32_t filetype) {
-  static constexpr const char* kinds[] = {nullptr, "object",  "executable", "fixed library", "core",    "preload",
-                                          "dylib", "dylinker", "bundle",    "dylib stub",    "debug symbols"};
+  static constexpr const char* kinds[] = {nullptr, "object",   "executable", "fixed library", "core",         "preload",
+                                          "dylib", "dylinker", "bundle",     "dylib stub",    "debug symbols"};
   return filetype != 0 && filetype < std::size(kinds) ? kinds[filetype] : "file type " + hexadecimal(filetype);
 }
 

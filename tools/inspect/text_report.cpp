@@ -99,8 +99,8 @@ void write_format(Report& report, const Format& format) {
     report.field("slice", cpu_name(slice.cputype) + ", " + number(slice.size) + " bytes at " + number(slice.offset) +
                               (slice.taken ? ", this one" : ""));
   }
-  report.field("size", number(format.file_size) + " bytes" +
-                           (format.extent == 0 ? "" : ", in memory " + number(format.extent)));
+  report.field(
+      "size", number(format.file_size) + " bytes" + (format.extent == 0 ? "" : ", in memory " + number(format.extent)));
   report.field("name", format.install_name);
   report.field("UUID", format.uuid);
   for (const Segment& segment : format.segments) {
@@ -211,8 +211,7 @@ void write_thread_storage(Report& report, const Facts& facts) {
   report.lines(Mark::bad, storage.refusals);
   report.lines(Mark::note, storage.warnings);
   switch (storage.list) {
-    case ThreadStorage::List::no_library:
-      break;
+    case ThreadStorage::List::no_library: break;
     case ThreadStorage::List::none:
       report.line(Mark::note, "the library has no patch list yet: fit it with Tessera");
       break;

@@ -20,7 +20,7 @@ struct ListCheck {
 
 /// Compares a list's blob with an image; fails when the list or the image cannot be read at all. With no problem the
 /// library loads the image, and none of its gs-relative instructions is left as it is.
-Result<ListCheck> check_patch_list(const MachImage& image, std::span<const std::byte> blob,
-                                   const Progress& progress = [](auto, auto) {});
+Result<ListCheck> check_patch_list(
+    const MachImage& image, std::span<const std::byte> blob, const Progress& progress = [](auto, auto) {});
 
 }  // namespace vlm::tessera

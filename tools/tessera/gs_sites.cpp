@@ -24,8 +24,7 @@ bool may_use_gs(const ZydisDecodedInstruction& instruction) {
     case ZYDIS_OPCODE_MAP_0F:  // swapgs, push, pop and lgs, rdgsbase and wrgsbase
       return instruction.opcode == 0x01 || instruction.opcode == 0xA8 || instruction.opcode == 0xA9 ||
              instruction.opcode == 0xB5 || instruction.opcode == 0xAE;
-    default:
-      return false;
+    default: return false;
   }
 }
 

@@ -48,7 +48,7 @@ using Progress = std::function<void(std::uint64_t done, std::uint64_t total)>;
 
 /// Decodes each range from its start. Zeros up to a range's end are padding, not code. Fails when the image's rebases
 /// make no sense.
-Result<GsSearch> find_gs_sites(const MachImage& image, std::span<const CodeRange> ranges,
-                               const Progress& progress = [](auto, auto) {});
+Result<GsSearch> find_gs_sites(
+    const MachImage& image, std::span<const CodeRange> ranges, const Progress& progress = [](auto, auto) {});
 
 }  // namespace vlm::tessera

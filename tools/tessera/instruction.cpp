@@ -9,12 +9,9 @@ namespace {
 bool same_operand(const ZydisDecodedOperand& left, const ZydisDecodedOperand& right) {
   if (left.type != right.type || left.size != right.size || left.actions != right.actions) return false;
   switch (left.type) {
-    case ZYDIS_OPERAND_TYPE_REGISTER:
-      return left.reg.value == right.reg.value;
-    case ZYDIS_OPERAND_TYPE_IMMEDIATE:
-      return left.imm.value.u == right.imm.value.u;
-    default:
-      return true;  // the one memory operand is compared apart
+    case ZYDIS_OPERAND_TYPE_REGISTER: return left.reg.value == right.reg.value;
+    case ZYDIS_OPERAND_TYPE_IMMEDIATE: return left.imm.value.u == right.imm.value.u;
+    default: return true;  // the one memory operand is compared apart
   }
 }
 
@@ -59,8 +56,8 @@ std::optional<Decoded> decode(std::span<const std::byte> bytes) {
   ZydisDecoder decoder;
   ZydisDecoderInit(&decoder, machine_mode, ZYDIS_STACK_WIDTH_64);
   Decoded decoded;
-  if (ZYAN_FAILED(ZydisDecoderDecodeFull(&decoder, bytes.data(), bytes.size(), &decoded.instruction,
-                                         decoded.operands))) {
+  if (ZYAN_FAILED(
+          ZydisDecoderDecodeFull(&decoder, bytes.data(), bytes.size(), &decoded.instruction, decoded.operands))) {
     return std::nullopt;
   }
   return decoded;
@@ -71,12 +68,9 @@ bool uses_gs(const Decoded& decoded) {
     case ZYDIS_MNEMONIC_SWAPGS:
     case ZYDIS_MNEMONIC_RDGSBASE:
     case ZYDIS_MNEMONIC_WRGSBASE:
-    case ZYDIS_MNEMONIC_LGS:
-      return true;
-    case ZYDIS_MNEMONIC_NOP:
-      return false;
-    default:
-      break;
+    case ZYDIS_MNEMONIC_LGS: return true;
+    case ZYDIS_MNEMONIC_NOP: return false;
+    default: break;
   }
   return gs_memory(decoded) != nullptr || std::ranges::any_of(decoded.all(), [](const ZydisDecodedOperand& operand) {
            return operand.type == ZYDIS_OPERAND_TYPE_REGISTER && operand.reg.value == ZYDIS_REGISTER_GS;
@@ -110,8 +104,7 @@ bool falls_through(const Decoded& decoded) {
     case ZYDIS_MNEMONIC_UD0:
     case ZYDIS_MNEMONIC_UD1:
     case ZYDIS_MNEMONIC_UD2:
-    case ZYDIS_MNEMONIC_HLT:
-      return false;
+    case ZYDIS_MNEMONIC_HLT: return false;
     default:
       return decoded.instruction.meta.category != ZYDIS_CATEGORY_UNCOND_BR &&
              decoded.instruction.meta.category != ZYDIS_CATEGORY_RET;

@@ -66,15 +66,12 @@ const char* access_obstacle(const Step& step) {
 const char* move_obstacle(const Step& step, bool inside) {
   const ZydisDecodedInstruction& instruction = step.decoded.instruction;
   switch (instruction.meta.category) {
-    case ZYDIS_CATEGORY_CALL:
-      return "is a call, whose return address must lie in the image";
+    case ZYDIS_CATEGORY_CALL: return "is a call, whose return address must lie in the image";
     case ZYDIS_CATEGORY_INTERRUPT:
     case ZYDIS_CATEGORY_SYSCALL:
     case ZYDIS_CATEGORY_SYSRET:
-    case ZYDIS_CATEGORY_SYSTEM:
-      return "is for the system";
-    default:
-      break;
+    case ZYDIS_CATEGORY_SYSTEM: return "is for the system";
+    default: break;
   }
   if (!falls_through(step.decoded) && !step.is_branch()) return "is a trap, which belongs where it is";
   if (instruction.raw.imm[0].is_relative && !step.is_branch()) return "is relative to rip";
@@ -113,8 +110,8 @@ class Writer {
     const bool pops = step.decoded.instruction.mnemonic == ZYDIS_MNEMONIC_POP;
     Place place = {register_of(r_), memory.mem.index, memory.mem.scale, memory.mem.disp.value};
     const ZydisRegister base = memory.mem.base;
-    const bool adds_base = base != ZYDIS_REGISTER_NONE &&
-                           (place.index != ZYDIS_REGISTER_NONE || base == ZYDIS_REGISTER_RSP);
+    const bool adds_base =
+        base != ZYDIS_REGISTER_NONE && (place.index != ZYDIS_REGISTER_NONE || base == ZYDIS_REGISTER_RSP);
     const bool keeps_r = adds_base && !last;
     if (keeps_r) push(r_);
     if (adds_base) {

@@ -68,35 +68,33 @@ static MethodInfo scene_manager_methods[] = {static_method<SceneManager_Internal
 // Classes of internal calls
 
 static const ParameterInfo log_parameters[] = {{"message", &string_class.type}};
-static const ParameterInfo draw_box_parameters[] = {{"x", &int32_class.type},      {"y", &int32_class.type},
-                                                    {"width", &int32_class.type},  {"height", &int32_class.type},
-                                                    {"color", &int32_class.type},  {"label", &string_class.type}};
+static const ParameterInfo draw_box_parameters[] = {{"x", &int32_class.type},     {"y", &int32_class.type},
+                                                    {"width", &int32_class.type}, {"height", &int32_class.type},
+                                                    {"color", &int32_class.type}, {"label", &string_class.type}};
 static const ParameterInfo world_to_screen_parameters[] = {{"position", &vector3_class.type}};
 
 static MethodInfo time_methods[] = {internal_call<int32_t (*)()>("get_frameCount", &int32_class.type)};
 static MethodInfo application_methods[] = {
     internal_call<int32_t (*)()>("get_platform", &int32_class.type),
     internal_call<Il2CppString* (*)()>("get_persistentDataPath", &string_class.type)};
-static MethodInfo system_info_methods[] = {
-    internal_call<Il2CppString* (*)()>("GetDeviceModel", &string_class.type)};
-static MethodInfo debug_methods[] = {
-    internal_call<void (*)(Il2CppString*)>("Log", &void_class.type, log_parameters)};
+static MethodInfo system_info_methods[] = {internal_call<Il2CppString* (*)()>("GetDeviceModel", &string_class.type)};
+static MethodInfo debug_methods[] = {internal_call<void (*)(Il2CppString*)>("Log", &void_class.type, log_parameters)};
 static MethodInfo graphics_methods[] = {
     internal_call<void (*)(int32_t, int32_t, int32_t, int32_t, int32_t, Il2CppString*)>("DrawBox", &void_class.type,
-                                                                                         draw_box_parameters)};
-static MethodInfo camera_methods[] = {internal_call<Vector3 (*)(Vector3)>("WorldToScreenPoint", &vector3_class.type,
-                                                                          world_to_screen_parameters)};
+                                                                                        draw_box_parameters)};
+static MethodInfo camera_methods[] = {
+    internal_call<Vector3 (*)(Vector3)>("WorldToScreenPoint", &vector3_class.type, world_to_screen_parameters)};
 static MethodInfo main_module_methods[] = {internal_call<int32_t (*)()>("get_maxParticles", &int32_class.type)};
 static MethodInfo cursor_methods[] = {internal_call<int32_t (*)()>("get_lockState", &int32_class.type)};
 
 /// A static class: methods and nothing else.
-#define METHODS_ONLY(variable, space, text, table)                               \
-  static Il2CppClass variable = {.name = text,                                   \
-                                 .name_space = space,                            \
-                                 .parent = &object_class,                        \
-                                 .type = {&variable, TYPE_CLASS},                \
+#define METHODS_ONLY(variable, space, text, table)                                      \
+  static Il2CppClass variable = {.name = text,                                          \
+                                 .name_space = space,                                   \
+                                 .parent = &object_class,                               \
+                                 .type = {&variable, TYPE_CLASS},                       \
                                  .flags = CLASS_PUBLIC | CLASS_ABSTRACT | CLASS_SEALED, \
-                                 .instance_size = sizeof(Il2CppObject),          \
+                                 .instance_size = sizeof(Il2CppObject),                 \
                                  .methods = table}
 METHODS_ONLY(scene_manager_class, "UnityEngine.SceneManagement", "SceneManager", scene_manager_methods);
 METHODS_ONLY(time_class, "UnityEngine", "Time", time_methods);

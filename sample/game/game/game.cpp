@@ -57,8 +57,7 @@ void Game_Start(Game* self, Il2CppString* title, const MethodInfo*) {
              << (settings.data_directory == nullptr ? "(nowhere)" : settings.data_directory));
   const auto saves = utf8_of(application_persistent_data_path());
   log(Text() << "game: platform " << application_platform() << ", device "
-             << utf8_of(system_info_device_model()).c_str() << ", saves in "
-             << saves.c_str());
+             << utf8_of(system_info_device_model()).c_str() << ", saves in " << saves.c_str());
   statics.starts = count_start(saves.c_str());
   log(Text() << "game: this is start number " << statics.starts << ", at " << local_time().c_str());
   const int32_t best_score = progress_best_score();

@@ -1,16 +1,16 @@
 // mscorlib.dll: the classes that every runtime has to have.
 #include "runtime/runtime.h"
 
-#define VALUE(variable, text, code, bytes)                                                        \
-  Il2CppClass variable = {.name = text,                                                           \
-                          .name_space = "System",                                                 \
-                          .parent = &value_type_class,                                            \
-                          .type = {&variable, code},                                              \
-                          .flags = CLASS_PUBLIC | CLASS_SEALED,                                   \
-                          .instance_size = sizeof(Il2CppObject) + (bytes),                        \
+#define VALUE(variable, text, code, bytes)                                 \
+  Il2CppClass variable = {.name = text,                                    \
+                          .name_space = "System",                          \
+                          .parent = &value_type_class,                     \
+                          .type = {&variable, code},                       \
+                          .flags = CLASS_PUBLIC | CLASS_SEALED,            \
+                          .instance_size = sizeof(Il2CppObject) + (bytes), \
                           .alignment = (bytes) == 0 ? 1 : (bytes)}
-#define REFERENCE(variable, space, text, base, size)                                              \
-  Il2CppClass variable = {                                                                        \
+#define REFERENCE(variable, space, text, base, size) \
+  Il2CppClass variable = {                           \
       .name = text, .name_space = space, .parent = base, .type = {&variable, TYPE_CLASS}, .instance_size = (size)}
 
 Il2CppClass object_class = {.name = "Object",
@@ -52,11 +52,27 @@ REFERENCE(runtime_method_class, "System.Reflection", "RuntimeMethodInfo", &objec
           sizeof(Il2CppReflectionMethod));
 REFERENCE(thread_class, "System.Threading", "Thread", &object_class, sizeof(Il2CppObject));
 
-static Il2CppClass* const classes[] = {
-    &object_class,     &value_type_class,   &enum_class,   &void_class,  &boolean_class, &byte_class,
-    &char_class,       &int32_class,        &uint32_class, &int64_class, &single_class,  &double_class,
-    &intptr_class,     &string_class,       &array_class,  &exception_class, &argument_null_exception_class,
-    &missing_method_exception_class, &runtime_type_class, &runtime_method_class, &thread_class};
+static Il2CppClass* const classes[] = {&object_class,
+                                       &value_type_class,
+                                       &enum_class,
+                                       &void_class,
+                                       &boolean_class,
+                                       &byte_class,
+                                       &char_class,
+                                       &int32_class,
+                                       &uint32_class,
+                                       &int64_class,
+                                       &single_class,
+                                       &double_class,
+                                       &intptr_class,
+                                       &string_class,
+                                       &array_class,
+                                       &exception_class,
+                                       &argument_null_exception_class,
+                                       &missing_method_exception_class,
+                                       &runtime_type_class,
+                                       &runtime_method_class,
+                                       &thread_class};
 
 static Il2CppImage image = {"mscorlib.dll", classes};
 static Il2CppAssembly assembly = {"mscorlib", &image};

@@ -51,8 +51,7 @@ struct Invocation<Result (*)(A...)> {
 template <auto function>
 MethodInfo managed_method(const char* name, const Il2CppType* returns, Rows<const ParameterInfo> parameters,
                           uint32_t flags) {
-  return {reinterpret_cast<void*>(function), Invocation<decltype(function)>::invoker, name, returns, parameters,
-          flags};
+  return {reinterpret_cast<void*>(function), Invocation<decltype(function)>::invoker, name, returns, parameters, flags};
 }
 
 template <auto function>
@@ -69,8 +68,12 @@ MethodInfo instance_method(const char* name, const Il2CppType* returns, Rows<con
 /// A method whose code the player registers under its name.
 template <class Function>
 MethodInfo internal_call(const char* name, const Il2CppType* returns, Rows<const ParameterInfo> parameters = {}) {
-  return {nullptr,    Invocation<Function>::invoker,     name,
-          returns,    parameters,                        METHOD_PUBLIC | METHOD_STATIC,
+  return {nullptr,
+          Invocation<Function>::invoker,
+          name,
+          returns,
+          parameters,
+          METHOD_PUBLIC | METHOD_STATIC,
           METHOD_INTERNAL_CALL};
 }
 

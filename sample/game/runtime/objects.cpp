@@ -69,8 +69,8 @@ Il2CppArray* il2cpp_array_new_specific(Il2CppClass* klass, uintptr_t length) {
     raise(exception_class, Text() << "array of " << static_cast<uint64_t>(length) << " elements");
     return nullptr;
   }
-  auto* array = reinterpret_cast<Il2CppArray*>(
-      new_object(klass, sizeof(Il2CppArray) + length * size_of(&klass->element->type)));
+  auto* array =
+      reinterpret_cast<Il2CppArray*>(new_object(klass, sizeof(Il2CppArray) + length * size_of(&klass->element->type)));
   array->length = length;
   return array;
 }

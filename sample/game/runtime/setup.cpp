@@ -47,8 +47,8 @@ void il2cpp_set_config_utf16(const Il2CppChar*) {}
 
 int il2cpp_init(const char* domain_name) {
   if (domain().assembly_count == 0) return 0;
-  log(Text() << "game: runtime started for domain '" << domain_name << "', " <<
-      static_cast<uint64_t>(domain().assembly_count) << " assemblies");
+  log(Text() << "game: runtime started for domain '" << domain_name << "', "
+             << static_cast<uint64_t>(domain().assembly_count) << " assemblies");
   il2cpp_thread_attach(&domain());
   return 1;
 }

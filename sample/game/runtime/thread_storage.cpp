@@ -26,9 +26,7 @@ bool thread_is_attached() {
   return attached;
 }
 
-void forget_current_thread() {
-  asm volatile("movq $0, %%gs:%c0" : : "i"(OFFSET(SLOT_CURRENT_THREAD)) : "memory");
-}
+void forget_current_thread() { asm volatile("movq $0, %%gs:%c0" : : "i"(OFFSET(SLOT_CURRENT_THREAD)) : "memory"); }
 
 void enter_invocation() { asm volatile("incl %%gs:%c0" : : "i"(OFFSET(SLOT_INVOKE_DEPTH)) : "cc", "memory"); }
 void leave_invocation() { asm volatile("decl %%gs:%c0" : : "i"(OFFSET(SLOT_INVOKE_DEPTH)) : "cc", "memory"); }

@@ -10,11 +10,11 @@ struct Il2CppThread;
 
 /// Slots of the runtime. High ones: those from 256 up are handed out as pthread keys from the low end.
 enum ThreadSlot : uint64_t {
-  SLOT_CURRENT_THREAD = 480,      // Il2CppThread*, null on a thread that is not attached
-  SLOT_INVOKE_DEPTH = 481,        // invocations that are on the thread's stack now
-  SLOT_ALLOCATIONS = 482,         // objects made by the thread
-  SLOT_ALLOCATED_BYTES = 483,     // right behind: the two are read as one record
-  SLOT_EVENT_COUNTERS = 484,      // four counters, by ThreadEvent
+  SLOT_CURRENT_THREAD = 480,   // Il2CppThread*, null on a thread that is not attached
+  SLOT_INVOKE_DEPTH = 481,     // invocations that are on the thread's stack now
+  SLOT_ALLOCATIONS = 482,      // objects made by the thread
+  SLOT_ALLOCATED_BYTES = 483,  // right behind: the two are read as one record
+  SLOT_EVENT_COUNTERS = 484,   // four counters, by ThreadEvent
 };
 
 enum ThreadEvent : uint64_t { EVENT_INVOKE, EVENT_INTERNAL_CALL, EVENT_EXCEPTION, EVENT_LOG };

@@ -5,6 +5,6 @@
 
 struct Il2CppThread {
   Il2CppObject object;
-  uint64_t id;              // 1, 2, ... in the order in which they were attached
-  Frame* innermost;         // written by the thread itself only
+  uint64_t id;       // 1, 2, ... in the order in which they were attached
+  Frame* innermost;  // written by the thread itself only
 };

@@ -3,4 +3,5 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-int ioctl(int number, unsigned long request, ...);
+    int
+    ioctl(int number, unsigned long request, ...);

@@ -1,7 +1,7 @@
 // The part of macOS's <sys/stat.h> that the real programs need.
 #pragma once
-#include "types.h"
 #include "../time.h"
+#include "types.h"
 
 #define S_IFMT 0170000
 #define S_IFDIR 0040000
