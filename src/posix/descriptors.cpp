@@ -51,6 +51,8 @@ constexpr std::int32_t first_free = 3;  // 0 to 2 are handed out by dup2 only
 
 constinit Row rows[row_count];
 constinit SrwLock table_lock;
+/// Held while a file is appended to. Windows finds the end and writes there in one step, Wine in two. A leaf.
+constinit SrwLock append_lock;
 
 bool is_number(std::int32_t number) { return number >= 0 && number < row_count; }
 
@@ -96,19 +98,25 @@ SYSV std::int64_t read_(std::int32_t number, void* buffer, std::uint64_t count) 
   return error == ERROR_HANDLE_EOF || error == ERROR_BROKEN_PIPE ? 0 : fail_from_win32(error);
 }
 
+/// Writes at the file's end, wherever other threads and programs have moved it, and leaves the position behind that.
+BOOL append(HANDLE file, const void* buffer, DWORD size, DWORD* done) {
+  OVERLAPPED end = {};
+  end.Offset = end.OffsetHigh = 0xFFFF'FFFF;
+  const std::lock_guard hold(append_lock);
+  return WriteFile(file, buffer, size, done, &end);
+}
+
 SYSV std::int64_t write_(std::int32_t number, const void* buffer, std::uint64_t count) {
   const Descriptor descriptor = find_descriptor(number);
   if (!descriptor) return -1;
   if (count == 0) return 0;  // a reader of the pipe would take it for the end
   if (buffer == nullptr) return fail(DARWIN_EFAULT);
-  if ((descriptor.flags & open_append) && can_seek(descriptor)) {
-    if (!SetFilePointerEx(descriptor.handle, {}, nullptr, FILE_END)) return fail_from_win32();
-  }
+  const auto size = static_cast<DWORD>(std::min(count, longest_transfer));
+  const bool appends = (descriptor.flags & open_append) && can_seek(descriptor);
   DWORD done = 0;
-  if (!WriteFile(descriptor.handle, buffer, static_cast<DWORD>(std::min(count, longest_transfer)), &done, nullptr)) {
-    return fail_from_win32();
-  }
-  return done;
+  const BOOL written = appends ? append(descriptor.handle, buffer, size, &done)
+                               : WriteFile(descriptor.handle, buffer, size, &done, nullptr);
+  return written ? done : fail_from_win32();
 }
 
 SYSV std::int64_t lseek_(std::int32_t number, std::int64_t offset, std::int32_t whence) {
