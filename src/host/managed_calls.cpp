@@ -8,6 +8,7 @@
 #include "abi/stubs.h"
 #include "diag/log.h"
 #include "support/locks.h"
+#include "tls/x87.h"
 
 namespace vlm {
 namespace {
@@ -105,7 +106,10 @@ extern "C" void dispatch_managed_call(vlm::IcallRecord* record, const vlm::Regis
   words[CallPlan::result_word] = words[CallPlan::result_word + 1] = 0;
 
   std::uint64_t returned[2];
-  call_win64(returned, record->target, words, plan.word_count);
+  {
+    const WindowsX87 of_callee;
+    call_win64(returned, record->target, words, plan.word_count);
+  }
   *result = {.rax = returned[0], .rdx = 0, .xmm0 = returned[1], .xmm1 = 0};
 
   const std::uint64_t result_address = registers->gp[0];

@@ -17,6 +17,7 @@
 #include "support/sysv.h"
 #include "support/text.h"
 #include "tls/game_tls.h"
+#include "tls/x87.h"
 
 namespace vlm {
 namespace {
@@ -119,8 +120,11 @@ DWORD WINAPI thread_procedure(void* parameter) {
   game_tls_set(block.record);  // in place of the record that the attach callback made
   set_stack_limits(block.record, current_teb());
   SetEvent(block.ready);
+  const std::uint16_t windows_word = x87_control_word();
+  set_x87_control_word(macos_x87_control_word);
   block.record->exit_value = block.start(block.argument);
   destroy_values(block.record);
+  set_x87_control_word(windows_word);  // for what else hears of the thread's end
   return 0;
 }
 
