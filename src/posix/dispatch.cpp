@@ -80,7 +80,6 @@ SYSV void dispatch_once_f_(std::int64_t* predicate, void* context, OnceFunction 
 
 constexpr std::uint64_t DISPATCH_TIME_NOW = 0;
 constexpr std::uint64_t DISPATCH_TIME_FOREVER = ~std::uint64_t{0};
-constexpr std::uint64_t nanoseconds_per_millisecond = 1'000'000;
 constexpr std::int64_t KERN_OPERATION_TIMED_OUT = 49;
 constexpr std::uint64_t semaphore_signature = 0x53454D41;
 
@@ -89,18 +88,12 @@ struct Semaphore {
   HANDLE handle;
 };
 
+/// A time before the clock's start is the clock's start, and not the far future.
 SYSV std::uint64_t dispatch_time_(std::uint64_t base, std::int64_t delta) {
   if (base == DISPATCH_TIME_FOREVER) return base;
-  return (base == DISPATCH_TIME_NOW ? monotonic_nanoseconds() : base) + static_cast<std::uint64_t>(delta);
-}
-
-DWORD wait_until(std::uint64_t deadline) {
-  if (deadline == DISPATCH_TIME_FOREVER) return INFINITE;
-  if (deadline == DISPATCH_TIME_NOW) return 0;
-  const std::uint64_t now = monotonic_nanoseconds();
-  if (deadline <= now) return 0;
-  const std::uint64_t milliseconds = (deadline - now) / nanoseconds_per_millisecond;
-  return milliseconds < INFINITE ? static_cast<DWORD>(milliseconds) : INFINITE - 1;
+  const std::uint64_t from = base == DISPATCH_TIME_NOW ? monotonic_nanoseconds() : base;
+  if (delta < 0 && from <= 0 - static_cast<std::uint64_t>(delta)) return DISPATCH_TIME_NOW + 1;
+  return from + static_cast<std::uint64_t>(delta);
 }
 
 SYSV Semaphore* dispatch_semaphore_create_(std::int64_t value) {
@@ -114,7 +107,13 @@ SYSV Semaphore* dispatch_semaphore_create_(std::int64_t value) {
 }
 
 SYSV std::int64_t dispatch_semaphore_wait_(Semaphore* semaphore, std::uint64_t deadline) {
-  return WaitForSingleObject(semaphore->handle, wait_until(deadline)) == WAIT_OBJECT_0 ? 0 : KERN_OPERATION_TIMED_OUT;
+  const auto wait = [semaphore](DWORD milliseconds) {
+    if (WaitForSingleObject(semaphore->handle, milliseconds) == WAIT_OBJECT_0) return true;
+    if (milliseconds == 0) SwitchToThread();
+    return false;
+  };
+  const bool taken = deadline == DISPATCH_TIME_FOREVER ? wait(INFINITE) : wait_until(deadline, wait);
+  return taken ? 0 : KERN_OPERATION_TIMED_OUT;
 }
 
 SYSV std::int64_t dispatch_semaphore_signal_(Semaphore* semaphore) {
