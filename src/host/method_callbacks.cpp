@@ -1,6 +1,8 @@
 // Windows functions that game code calls in place of a managed method's code: how a mod hooks a method.
+#include <algorithm>
 #include <mutex>
 #include <shared_mutex>
+#include <span>
 
 #include "abi/callbacks.h"
 #include "host/managed_calls.h"
@@ -32,19 +34,14 @@ bool is_too_large(const ArgClass& class_, std::uint32_t size) {
 bool describe(IcallRecord& record, const MethodInfo* method) {
   // Every method gets its own MethodInfo behind its parameters; with an instance before them it still has to fit.
   constexpr std::uint32_t max_parameters = max_managed_arguments - 2;
-  const std::uint32_t parameter_count = REFLECT(il2cpp_method_get_param_count)(method);
-  if (parameter_count > max_parameters) return false;
-  ArgClass* argument = record.arguments;
-  if (REFLECT(il2cpp_method_is_instance)(method)) *argument++ = integer_class;
-  for (std::uint32_t i = 0; i < parameter_count; ++i) {
-    *argument = classify_type(REFLECT(il2cpp_method_get_param)(method, i));
-    if (is_too_large(*argument++, max_value_argument)) return false;
-  }
-  *argument++ = integer_class;
-  record.argument_count = static_cast<std::int32_t>(argument - record.arguments);
-  record.result = classify_type(REFLECT(il2cpp_method_get_return_type)(method));
+  if (REFLECT(il2cpp_method_get_param_count)(method) > max_parameters) return false;
+  classify_method(method, record);
+  record.arguments[record.argument_count++] = integer_class;
   record.state = 1;
-  return !is_too_large(record.result, max_value_result);
+  const std::span arguments(record.arguments, static_cast<std::size_t>(record.argument_count));
+  return std::none_of(arguments.begin(), arguments.end(),
+                      [](const ArgClass& argument) { return is_too_large(argument, max_value_argument); }) &&
+         !is_too_large(record.result, max_value_result);
 }
 
 const MethodCallback* find_locked(const void* method, const void* function) {
