@@ -2,6 +2,8 @@
 // or any code, with the arguments of a case.
 #include "reflection_runtime.h"
 
+#include "darwin_threads.h"
+
 // ---- The cases as methods, and how to call them --------------------------------------------------------------------
 
 template <unsigned I, class Positions>
@@ -108,6 +110,29 @@ uint32 call_with_float(const char* name, uint32 bits) {
 }
 uint32 call_with_int(const char* name, uint32 value) {
   return reinterpret_cast<uint32 (*)(uint32)>(il2cpp_resolve_icall(name))(value);
+}
+/// Calls from a thread of the game; the function says which control word of the x87 it finds.
+uint32 call_on_game_thread(const char* name) {
+  struct Call {
+    const char* name;
+    uint32 found;
+    void* done;
+  } call{name, 0, dispatch_semaphore_create(0)};
+  Thread* thread;
+  pthread_create(
+      &thread, nullptr,
+      [](void* argument) -> void* {
+        auto* const own = static_cast<Call*>(argument);
+        own->found = call_with_int(own->name, 0);
+        short word;
+        asm volatile("fnstcw %0" : "=m"(word));
+        if (word != 0x037F) own->found = ~0u;
+        dispatch_semaphore_signal(own->done);
+        return nullptr;
+      },
+      &call);
+  dispatch_semaphore_wait(call.done, forever);
+  return call.found;
 }
 struct Huge {
   int64 words[9];
