@@ -51,7 +51,7 @@ void take_line(const char* line) { fprintf(stdout, "%s\n", line); }
 bool agree(const char* mine, const char* theirs) {
   if (strcmp(mine, theirs) == 0) return true;
   const char* const result = strrchr(mine, ' ');
-  if (mine[0] != 'm' || strncmp(mine, theirs, static_cast<size_t>(result - mine)) != 0) return false;
+  if (mine[0] != 'm' || strncmp(mine, theirs, result - mine) != 0) return false;
   const Bits distance = strtoul(result, nullptr, 16) - strtoul(theirs + (result - mine), nullptr, 16);
   return distance == 1 || distance == -1UL;
 }
@@ -119,39 +119,34 @@ Bits sum_of(const void* bytes, size_t size) {
 
 // ---- Answers -------------------------------------------------------------------------------------------------------
 
-template <class T>
-void print_formatted(const char* format, bool stars, T value) {
-  char text[700] = "";
-  const size_t size = below(8) ? sizeof text : static_cast<size_t>(below(12));
-  const int width = below(40) - 20, precision = below(30) - 2;
-  const int length =
-      stars ? snprintf(text, size, format, width, precision, value) : snprintf(text, size, format, value);
-  put("%s %d %d %d <%s>", format, width, precision, length, text);
-}
-
 void format_texts() {
-  char flags[8], middle[16], format[40], text[40];
+  char flags[8], middle[16], format[40], text[40], out[700];
   for (int i = 0; i < 40000; ++i) {
     const char conversion = "diuoxXcsdiuxeEfFgGaAfge"[below(23)];
     const bool is_text = conversion == 'c' || conversion == 's', is_float = strchr("eEfFgGaA", conversion) != nullptr;
+    const bool stars = below(8) == 0, is_long = is_float && (conversion | 32) != 'a' && below(8) == 0;
     some_text(flags, 3, is_text ? "-" : "-+ #0");
-    const bool stars = below(8) == 0;
-    snprintf(middle, sizeof middle, below(2) ? "%d" : below(2) ? "%d.%d" : ".%d", below(50) + 1, below(30));
-    const bool is_long = is_float && (conversion | 32) != 'a' && below(8) == 0;
+    snprintf(middle, sizeof middle, one_of({"%d", "%d", "%d.%d", ".%d", ""}), below(50) + 1, below(below(9) ? 24 : 190));
     const char* const length = is_long ? "L" : is_text || is_float ? "" : one_of({"", "l", "ll", "h", "hh", "j", "z"});
-    snprintf(format, sizeof format, "%%%s%s%s%c", flags, stars ? "*.*" : below(3) ? middle : "", length, conversion);
-    double value = some_double();
-    if (!(value * value > 1e-300)) value = 0.5;  // macOS writes NaN, and subnormal values with %a, its own way
-    if (is_long) {
-      print_formatted(format, stars, static_cast<long double>(value));
-    } else if (is_float) {
-      print_formatted(format, stars, value);
-    } else if (conversion == 's') {
-      print_formatted(format, stars, some_text(text, 30, "abc %"));
-    } else {
-      print_formatted(format, stars,
-                      conversion == 'c' ? static_cast<Bits>(below(94) + 33) : some_integer() * (below(2) ? -1UL : 1));
-    }
+    snprintf(format, sizeof format, "%%%s%s%s%c", flags, stars ? "*.*" : middle, length, conversion);
+    const size_t size = below(8) ? sizeof out : below(12);
+    const int width = below(40) - 20, precision = below(30) - 2;
+    const auto print = [&](auto value) {
+      out[0] = 0;
+      const int found =
+          stars ? snprintf(out, size, format, width, precision, value) : snprintf(out, size, format, value);
+      put("%s %d %d %d <%s>", format, width, precision, found, out);
+    };
+    const double number = some_double();
+    const double value = number * number > 1e-300 ? number : 0.5;  // macOS has its own NaN, and subnormal %a
+    if (is_long)
+      print(static_cast<long double>(value));
+    else if (is_float)
+      print(value);
+    else if (conversion == 's')
+      print(some_text(text, 30, "abc %"));
+    else
+      print(conversion == 'c' ? Bits(below(94)) + 33 : some_integer() * (below(2) ? -1UL : 1));
   }
 }
 
@@ -183,16 +178,15 @@ void scan_texts() {
 
 void convert_texts() {
   for (int i = 0; i < 10000; ++i) {
-    char text[40];
+    char text[40], *end, *unsigned_end;
     some_text(text, 24, one_of({"0123456789", "0123456789abcdefxXz", " -+0x19"}));
     const int base = below(3) ? one_of({0, 10, 16}) : below(35) + 2;
-    char *end, *unsigned_end;
     errno = 0;
     const long number = strtol(text, &end, base);
-    const int error = errno == ERANGE;
+    const bool in_range = errno != ERANGE;
     const Bits unsigned_number = strtoul(text, &unsigned_end, base);
-    put("<%s> %d %ld %d %d %lu %d %d %d %ld", text, base, number, static_cast<int>(end - text), error, unsigned_number,
-        static_cast<int>(unsigned_end - text), errno == ERANGE, error ? 0 : atoi(text), atol(text));
+    put("<%s> %d %ld %ld %d %lu %ld %d %d %ld", text, base, number, end - text, in_range, unsigned_number,
+        unsigned_end - text, errno == ERANGE, in_range ? atoi(text) : 0, atol(text));
   }
 }
 
@@ -236,27 +230,24 @@ void calculate() {
 }
 
 int sign_of(int value) { return (value > 0) - (value < 0); }
-int offset(const void* in, const void* found) {
-  return found == nullptr ? -1 : static_cast<int>(static_cast<const char*>(found) - static_cast<const char*>(in));
-}
+long offset(const char* in, const void* found) { return found ? static_cast<const char*>(found) - in : -1; }
 
 void handle_bytes() {
   static char block[1400], other[1400];
   for (int i = 0; i < 12000; ++i) {
     const int from = below(300), to = below(300), c = below(4) + 'a';
-    const size_t size = static_cast<size_t>(below(below(2) ? 24 : 900));
+    const size_t size = below(below(2) ? 24 : 900);
     if (i % 50 == 0) some_text(block, 1300, "abcd\xE9");
     memcpy(other, block, sizeof other);
     memmove(other + to, other + from, size);
     memset(other + below(900), c, size / 4);
-    put("%016lx %d %d", sum_of(other, sizeof other), sign_of(memcmp(block + from, other + to, size)),
+    put("%016lx %d %ld", sum_of(other, sizeof other), sign_of(memcmp(block + from, other + to, size)),
         offset(block, memchr(block + from, c, size)));
-    char text[60], part[60], copy[60];
+    char text[60], part[60], copy[60] = "";
     some_text(text, 50, "aab\xE9");
     some_text(part, below(4) ? 3 : 50, "aab\xE9");
-    memset(copy, '.', sizeof copy);
-    strncpy(copy, text, static_cast<size_t>(below(60)));
-    put("<%s> <%s> %d %d %d %d %d %d %016lx", text, part, static_cast<int>(strlen(text)), sign_of(strcmp(text, part)),
+    strncpy(copy, text, below(60));
+    put("<%s> <%s> %ld %d %d %ld %ld %ld %016lx", text, part, strlen(text), sign_of(strcmp(text, part)),
         sign_of(strncmp(text, part, size % 8)), offset(text, strchr(text, *part)), offset(text, strrchr(text, 'b')),
         offset(text, strstr(text, part)), sum_of(copy, sizeof copy));
   }
@@ -268,9 +259,9 @@ int compare_elements(const void* a, const void* b) { return memcmp(a, b, element
 void sort_elements() {
   char elements[4000];
   for (int i = 0; i < 1500; ++i) {
-    element_size = static_cast<size_t>(below(i % 9 ? 24 : 200) + 1);
-    const size_t count = static_cast<size_t>(below(static_cast<int>(sizeof elements / element_size)));
-    for (char& byte : elements) byte = static_cast<char>(below(i % 2 ? 4 : 256));
+    element_size = below(i % 9 ? 24 : 200) + 1;
+    const size_t count = random_bits() % (sizeof elements / element_size);
+    for (char& byte : elements) byte = below(i % 2 ? 4 : 256);
     char key[200];
     memcpy(key, elements, sizeof key);
     qsort(elements, count, element_size, compare_elements);
