@@ -58,7 +58,7 @@ endforeach()
 
 # The C library's answers to generated input, ours against this machine's.
 add_guest(differ_guest SOURCES tests/guest/differ.cpp FLAGS -isystem ${CMAKE_SOURCE_DIR}/sdk/darwin)
-game_test(guest.differ bash -c "set -o pipefail; $0 $1 $2 print_answers | $3" ${CMAKE_SOURCE_DIR}/cmake/wine-run
+game_test(guest.differ bash -o pipefail -c "$0 $1 $2 print_answers | $3" ${CMAKE_SOURCE_DIR}/cmake/wine-run
   $<TARGET_FILE:guest_driver> $<TARGET_PROPERTY:differ_guest,GUEST_IMAGE> ${VLM_NATIVE_DIR}/differ)
 
 add_windows_test_program(forwarders_test tests/guest/forwarders_test.cpp tests/support/machine.S
