@@ -116,7 +116,8 @@ SYSV std::int64_t write_(std::int32_t number, const void* buffer, std::uint64_t 
   DWORD done = 0;
   const BOOL written = appends ? append(descriptor.handle, buffer, size, &done)
                                : WriteFile(descriptor.handle, buffer, size, &done, nullptr);
-  return written ? done : fail_from_win32();
+  if (!written) return fail_from_win32();
+  return done;
 }
 
 SYSV std::int64_t lseek_(std::int32_t number, std::int64_t offset, std::int32_t whence) {

@@ -194,7 +194,7 @@ void convert_texts() {
 template <class T>
 void put_math(const char* name, T x, T y, T result) {
   const auto bits = [](T value) {
-    if (value != value) return Bits{1};
+    if (value != value) return ~Bits{0};
     if constexpr (sizeof(T) == 4)
       return Bits{__builtin_bit_cast(unsigned, value)};
     else

@@ -4,6 +4,9 @@
 
 #include "darwin_threads.h"
 
+guest_test::Report guest_test::report;
+int64 guest_test::checks;
+
 // ---- The cases as methods, and how to call them --------------------------------------------------------------------
 
 template <unsigned I, class Positions>
@@ -113,26 +116,14 @@ uint32 call_with_int(const char* name, uint32 value) {
 }
 /// Calls from a thread of the game; the function says which control word of the x87 it finds.
 uint32 call_on_game_thread(const char* name) {
-  struct Call {
-    const char* name;
-    uint32 found;
-    void* done;
-  } call{name, 0, dispatch_semaphore_create(0)};
-  Thread* thread;
-  pthread_create(
-      &thread, nullptr,
-      [](void* argument) -> void* {
-        auto* const own = static_cast<Call*>(argument);
-        own->found = call_with_int(own->name, 0);
-        short word;
-        asm volatile("fnstcw %0" : "=m"(word));
-        if (word != 0x037F) own->found = ~0u;
-        dispatch_semaphore_signal(own->done);
-        return nullptr;
-      },
-      &call);
-  dispatch_semaphore_wait(call.done, forever);
-  return call.found;
+  uint32 found = 0;
+  run_on_threads(1, [&](int64) {
+    found = call_with_int(name, 0);
+    short word;
+    asm volatile("fnstcw %0" : "=m"(word));
+    if (word != 0x037F) found = ~0u;
+  });
+  return found;
 }
 struct Huge {
   int64 words[9];
