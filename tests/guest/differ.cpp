@@ -32,7 +32,7 @@ constexpr double special[] = {0, 1, 0.5, 2, 10, 1e22, 0x1p-1074, 0x1p-1022, 0x1.
 constexpr const char* scanned[] = {"%d", "%i", "%u", "%x", "%o", "%ld", "%hhd", "%hx", "%lli", "%4d", "%3x", "%f", "%lf", "%Lf", "%lg", "%s",
                                    "%3s", "%[a-z0-9]", "%[^ ]", "%5[-.0-9]", "%c", "%2c", "%*d", "%*s", "%n", " %n", " ", ",", "x", "%%", "%p"};
 constexpr const char* written[] = {"%ld", "%lx", "%#lx", "%lo", "%#lo", "%.0f", "%g", "%.3f", "%e", "%a", "%s"};
-constexpr const char* times[] = {"%A %a %B %b %C %c %D %d", "%e %F %G %g %H %I %j %k", "%l %M %m %n%p %R %r", "%S %T %t %U %u %V %W %w",
+constexpr const char* times[] = {"%A %a %B %b %C %c %D %d", "%e %F %G %g %H %I %j %k", "%l %M %m %p %R %r", "%S %T %t %U %u %V %W %w",
                                  "%X %x %Y %y %% %Ey %Od %h %z"};
 // clang-format on
 
