@@ -1,4 +1,5 @@
 // Windows functions that game code calls in place of a managed method's code: how a mod hooks a method.
+#include <algorithm>
 #include <mutex>
 #include <shared_mutex>
 
@@ -43,7 +44,6 @@ bool describe(IcallRecord& record, const MethodInfo* method) {
   *argument++ = integer_class;
   record.argument_count = static_cast<std::int32_t>(argument - record.arguments);
   record.result = classify_type(REFLECT(il2cpp_method_get_return_type)(method));
-  record.state = 1;
   return !is_too_large(record.result, max_value_result);
 }
 
@@ -51,6 +51,12 @@ const MethodCallback* find_locked(const void* method, const void* function) {
   const MethodCallback* each = method_callbacks;
   while (each != nullptr && (each->method != method || each->function != function)) each = each->next;
   return each;
+}
+
+void* thunk_of(const void* method, const void* function) {
+  const std::shared_lock guard(method_callbacks_lock);
+  const MethodCallback* const known = find_locked(method, function);
+  return known != nullptr ? known->thunk : nullptr;
 }
 
 /// Null unless the pointer is a thunk of ours.
@@ -70,13 +76,18 @@ extern "C" {
 void* vlm_wrap_method_callback(const void* method, void* function) {
   using namespace vlm;
   if (method == nullptr || function == nullptr || reflection_api.image == nullptr) return nullptr;
+  if (void* const known = thunk_of(method, function)) return known;
+  // With nothing held: the game's reflection functions may throw.
+  IcallRecord described;
+  if (!describe(described, static_cast<const MethodInfo*>(method))) return nullptr;
+
   const std::lock_guard guard(method_callbacks_lock);
   if (const MethodCallback* const known = find_locked(method, function)) return known->thunk;
   IcallRecord* const record = make_record("managed method callback", function);
-  if (!describe(*record, static_cast<const MethodInfo*>(method))) {
-    delete record;
-    return nullptr;
-  }
+  std::ranges::copy(described.arguments, record->arguments);
+  record->argument_count = described.argument_count;
+  record->result = described.result;
+  record->state = 1;
   plan_calls(*record);
   void* const thunk = make_thunk(*record);
   method_callbacks = new MethodCallback{method, function, thunk, method_callbacks};
