@@ -107,15 +107,6 @@ GUEST_TEST(a_clause_takes_what_its_type_says) {
   CHECK(taken_by([] { throw &further.first; }) == 16);
 }
 
-GUEST_TEST(an_exception_that_cannot_be_made_gives_way_to_the_one_that_kept_it_from_that) {
-  struct Unmakable {
-    Tracked tracked;
-    Unmakable() { throw 3; }
-  };
-  CHECK(taken_by([] { throw Unmakable(); }) == 3);
-  CHECK(alive == lasting);
-}
-
 GUEST_TEST(a_handler_for_a_base_receives_that_base) {
   destroyed = 0;
   const Derived* whole = nullptr;
@@ -145,11 +136,17 @@ GUEST_TEST(a_handler_for_a_base_receives_that_base) {
   }
   CHECK(as_second == &derived && static_cast<void*>(as_second) != &derived);
 
-  static int number = 3;
+  static int number = 3, other = 4;
   try {
-    run([] { throw &number; });
-  } catch (int*& pointer) {
-    CHECK(pointer == &number);
+    try {
+      run([] { throw &number; });
+    } catch (int*& pointer) {
+      CHECK(pointer == &number);
+      pointer = &other;
+      throw;
+    }
+  } catch (int* pointer) {
+    CHECK(pointer == &other);
   }
 }
 
@@ -211,21 +208,6 @@ GUEST_TEST(exceptions_nest) {
   } catch (Tracked& thrown) {
     CHECK(thrown.value == 9);
   }
-  try {
-    try {
-      run([] { throw Tracked(1); });
-    } catch (Tracked&) {
-      try {
-        throw;  // the same exception is handled twice at a time
-      } catch (Tracked& again) {
-        CHECK(again.value == 1);
-      }
-      CHECK(alive == lasting + 1);
-      throw;
-    }
-  } catch (Tracked&) {
-    CHECK(alive == lasting + 1);
-  }
   CHECK(alive == lasting);
 }
 
@@ -257,16 +239,6 @@ GUEST_TEST(an_exception_ptr_keeps_its_exception) {
     assigned = *&assigned;
     CHECK(alive == lasting + 1);
     CHECK(thrown_again(pointer) == 6 && thrown_again(assigned) == 6);
-    try {
-      std::rethrow_exception(pointer);
-    } catch (Tracked&) {
-      try {
-        throw 1;
-      } catch (int) {
-        CHECK(thrown_again(pointer) == 6);  // while it is being handled below another one
-      }
-      CHECK(std::current_exception() == pointer);
-    }
     CHECK(std::current_exception() == nullptr && alive == lasting + 1);
   }
   CHECK(alive == lasting);
@@ -402,30 +374,14 @@ void destroy_base(void*) __asm("__ZNSt9exceptionD1Ev");
 extern char function_types __asm("__ZTVN10__cxxabiv120__function_type_infoE");
 extern char fundamental_types __asm("__ZTVN10__cxxabiv123__fundamental_type_infoE");
 }
-int function_of_a_thrown_type(int a) { return a + 1; }
-
-// What the compiler takes from the library for types that have no class.
-GUEST_TEST(functions_and_numbers_are_thrown) {
-  int (*caught)(int) = nullptr;
-  try {
-    run([] { throw &function_of_a_thrown_type; });
-  } catch (int (*function)(int)) {
-    caught = function;
-  }
-  CHECK(caught != nullptr && caught(41) == 42);
+// What the compiler takes from the library for types that have no class, and calls of a class that is the library's.
+GUEST_TEST(types_without_a_class_are_thrown) {
   CHECK(&function_types != &fundamental_types);
-  struct {
+  const struct {
     const char* table;
     const char* name;
-  } const number_type = {&fundamental_types + 16, "i"};
-  bool caught_by_all = false;
-  try {
-    run([&] { __cxa_throw(__cxa_allocate_exception(4), &number_type, nullptr); });
-  } catch (const Unrelated&) {
-  } catch (...) {
-    caught_by_all = true;
-  }
-  CHECK(caught_by_all);
+  } number_type = {&fundamental_types + 16, "i"};
+  CHECK(taken_by([&] { __cxa_throw(__cxa_allocate_exception(4), &number_type, nullptr); }) == 16);
   std::exception base;
   CHECK(std::string(base_what(&base)) == "std::exception");
   destroy_base(&base);
