@@ -100,13 +100,16 @@ struct ThreadBasicInformation {
 };
 static_assert(sizeof(ThreadBasicInformation) == 48 && offsetof(ThreadBasicInformation, TebBaseAddress) == 8);
 
-/// The environment block of a thread that was made suspended. Some systems finish making it on the thread itself.
+/// The environment block of a thread that was made suspended; 0 when it was killed. Some systems finish making it on
+/// the thread itself: looking at its registers waits for that.
 std::uint64_t teb_of_new_thread(HANDLE thread) {
-  std::uint64_t teb = teb_of_thread(thread);
-  while (teb == 0 && WaitForSingleObject(thread, 0) == WAIT_TIMEOUT) {
-    SwitchToThread();
+  std::uint64_t teb;
+  CONTEXT context;
+  context.ContextFlags = CONTEXT_INTEGER;
+  do {
+    GetThreadContext(thread, &context);
     teb = teb_of_thread(thread);
-  }
+  } while (teb == 0 && WaitForSingleObject(thread, 0) == WAIT_TIMEOUT);
   return teb;
 }
 

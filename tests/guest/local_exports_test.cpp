@@ -107,7 +107,7 @@ TEST_CASE("a game exception leaves nothing behind that it leaves the library's f
   const auto invoke_update = []() -> std::int64_t { return invoke("Update", library) != nullptr; };
   const std::size_t calls = mod_calls.size();
   for (const bool mod_throws_now : {true, true, false}) {
-    Sleep(20);
+    Sleep(40);
     mod_throws = mod_throws_now;
     CHECK_EQ(throws(invoke_update, false), mod_throws_now);
   }

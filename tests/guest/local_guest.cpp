@@ -5,8 +5,8 @@
 // ---- One engine assembly and one game assembly ---------------------------------------------------------------------
 
 static constexpr Method internal_methods[] = {{"Managed", false, 0, 0, nullptr, nullptr},
-                                              {"Called", false, 0x1000, 0, nullptr, nullptr},
-                                              {"Known", false, 0x1080, 0, nullptr, nullptr}};
+                                              {"Called", false, 0x1000, 0, nullptr, &TypeOf<int>::get},
+                                              {"Known", false, 0x1080, 0, nullptr, &TypeOf<int>::get}};
 static constexpr Class internal_class(const char* name, const char* name_space = "", const Class* outer = nullptr) {
   return {.name = name, .name_space = name_space, .methods = internal_methods, .method_count = 3, .outer = outer};
 }

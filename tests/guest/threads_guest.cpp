@@ -270,7 +270,8 @@ GUEST_TEST(mach_calls_refuse_what_they_do_not_know) {
 GUEST_TEST(calls_that_have_little_to_do) {
   uint8 attribute[72];
   memset(attribute, 0xEE, sizeof attribute);
-  CHECK(pthread_attr_init(attribute) == 0 && pthread_attr_destroy(attribute) == 0);
+  auto* const made = reinterpret_cast<pthread_attr_t*>(attribute);
+  CHECK(pthread_attr_init(made) == 0 && pthread_attr_destroy(made) == 0);
   CHECK(attribute[0] == 0 && attribute[63] == 0 && attribute[64] == 0xEE);
   int32 state = 7;
   CHECK(pthread_setcancelstate(1, &state) == 0 && state == 0 && pthread_setcancelstate(1, nullptr) == 0);

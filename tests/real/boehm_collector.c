@@ -6,13 +6,10 @@
 #define __real_pthread_join pthread_join
 #define __real_pthread_detach pthread_detach
 #include <pthread.h>
+#include <string.h>
 
+#define bzero(to, size) memset(to, 0, size)
+#define bcopy(from, to, size) memmove(to, from, size)
 void* pthread_get_stackaddr_np(pthread_t thread);
-int pthread_attr_init(pthread_attr_t* attributes);
-int pthread_attr_destroy(pthread_attr_t* attributes);
-/// Threads made with attributes are joinable here.
-#define PTHREAD_CREATE_DETACHED 2
-static int pthread_attr_getdetachstate(const pthread_attr_t* attributes, int* state) { return *state = 1, 0; }
-static int pthread_attr_getstacksize(const pthread_attr_t* attributes, size_t* size) { return *size = 0x800000, 0; }
 
 #include "extra/gc.c"
