@@ -11,8 +11,8 @@
 #include <new>
 
 #include "diag/log.h"
-#include "posix/error_numbers.h"
 #include "posix/shims.h"
+#include "support/darwin_errno.h"
 #include "support/procedures.h"
 #include "support/sysv.h"
 #include "support/text.h"
@@ -174,7 +174,7 @@ SYSV std::int32_t succeed() { return 0; }
 
 }  // namespace
 
-const ShimEntry thread_shims[13] = {
+const ShimEntry thread_rows[] = {
     {"_pthread_create", shim(pthread_create_)},
     {"_pthread_self", shim(pthread_self_)},
     {"_pthread_detach", shim(succeed)},
@@ -189,5 +189,6 @@ const ShimEntry thread_shims[13] = {
     {"_pthread_getspecific", shim(pthread_getspecific_)},
     {"_pthread_setspecific", shim(pthread_setspecific_)},
 };
+constinit const ShimRows thread_shims = thread_rows;
 
 }  // namespace vlm
