@@ -29,7 +29,7 @@ add_test(NAME unit COMMAND unit_tests)
 set_tests_properties(unit PROPERTIES TIMEOUT 300)
 
 # ---- Guest tests -----------------------------------------------------------------------------------------------------
-foreach(guest c_library c_memory cxx_runtime files start store echo local marshal system threads time gc)
+foreach(guest c_library c_memory cxx_runtime files start store echo local marshal system threads time)
   add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
 
@@ -52,7 +52,7 @@ add_guest(frames_guest SOURCES tests/guest/frames_guest.cpp tests/guest/frame_ca
   FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
 
 add_windows_test_program(guest_driver tests/guest/driver.cpp)
-foreach(guest c_library c_memory cxx_runtime cxx_strings exceptions files foundation_system foundation_values frames start system threads time gc objc)
+foreach(guest c_library c_memory cxx_runtime cxx_strings exceptions files foundation_system foundation_values frames start system threads time objc)
   game_test(guest.${guest} guest_driver $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
 endforeach()
 
@@ -102,7 +102,7 @@ add_test(NAME checked.damage COMMAND damage_test $<TARGET_FILE:GameAssemblyCheck
 set_tests_properties(long.damage PROPERTIES TIMEOUT 3600)
 
 # Seconds of play.
-add_guest(soak_guest SOURCES tests/guest/soak_guest.cpp tests/guest/soak_messages.mm FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
+add_guest(soak_guest SOURCES tests/guest/soak_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 add_windows_test_program(soak_test tests/guest/soak_test.cpp)
 target_link_libraries(soak_test PRIVATE psapi)
 game_test(guest.soak soak_test $<TARGET_PROPERTY:soak_guest,GUEST_IMAGE> 10)

@@ -30,7 +30,7 @@ constexpr int max_managed_arguments = 24;
 struct IcallRecord {
   const char* name = nullptr;
   const void* target = nullptr;
-  std::int32_t state = 0;  // 0 not resolved yet, 1 resolved, -1 failed; written under the dispatch lock
+  std::int32_t state = 0;  // 0 not resolved yet, 1 resolved, -1 failed; written once, under the dispatch lock
   std::int32_t argument_count = 0;
   ArgClass arguments[max_managed_arguments];  // the instance first, when there is one
   ArgClass result;
@@ -61,8 +61,8 @@ void classify_method(const MethodInfo* method, IcallRecord& record);
 /// The class of integers and pointers: references, by-reference parameters, instances.
 inline constexpr ArgClass integer_class = {.kind = ArgKind::integer, .size = 8};
 
-/// Finds the method that a record's name denotes and sets the record's state, classes and count. Called once per
-/// record, under the dispatch lock.
+/// Finds the method that a record's name denotes and sets the record's state, classes and count. The game's reflection
+/// functions run meanwhile: nothing may be held.
 void resolve_icall_record(IcallRecord& record);
 
 }  // namespace vlm

@@ -9,6 +9,7 @@
 
 #include "support/handles.h"
 #include "support/locks.h"
+#include "tls/thread_record.h"
 
 namespace vlm {
 namespace {
@@ -23,8 +24,10 @@ struct PadSlot {
   wchar_t path[max_path_units + 1] = L"";    // guarded by lock
   PadInput input{};                          // guarded by lock
   const HidSystem* hid = nullptr;            // the scan's, for the reader
+  UniqueHandle device;                       // the same
 };
-constinit PadSlot slots[sony_pad_count];
+/// Never destroyed: readers run until the process is gone.
+[[clang::no_destroy]] constinit PadSlot slots[sony_pad_count];
 
 bool holds(PadSlot& slot, const std::wstring& path) {
   std::shared_lock hold(slot.lock);
@@ -58,8 +61,7 @@ void request_full_reports(const HidSystem& hid, HANDLE device, PadKind kind) {
 
 void read_reports(PadSlot& slot) {
   const PadKind kind = slot.kind;
-  const UniqueHandle device = open_device(slot.path);
-  if (device == nullptr) return;
+  const UniqueHandle device = std::move(slot.device);
   request_full_reports(*slot.hid, device.get(), kind);
   std::byte report[max_report_size];
   DWORD size = 0;
@@ -78,15 +80,20 @@ DWORD WINAPI run_reader(void* slot) {
   return 0;
 }
 
+/// A controller that another program keeps to itself is opened again at every scan, and gets no thread.
 void occupy(PadSlot& slot, const std::wstring& path, PadKind kind, const HidSystem& hid) {
+  UniqueHandle device = open_device(path.c_str());
+  if (device == nullptr) return;
   {
     std::lock_guard hold(slot.lock);
     std::wmemcpy(slot.path, path.c_str(), path.size() + 1);
     slot.hid = &hid;
+    slot.device = std::move(device);
     slot.kind = kind;
   }
-  const UniqueHandle reader(CreateThread(nullptr, 0, run_reader, &slot, 0, nullptr));
-  if (reader == nullptr) free_slot(slot);
+  if (start_own_thread(run_reader, &slot)) return;
+  slot.device.reset();
+  free_slot(slot);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // Sony's controllers, read directly as HID devices: four slots, a reader thread for each that is taken.
 //
-//   free --scan_hid() finds a device--> occupied --first report--> live --a read fails--> free
-//                                          '--------the device cannot be opened-----------^
+//   free --scan_hid() opens a device--> occupied --first report--> live --a read fails--> free
 #pragma once
 
 #include <windows.h>

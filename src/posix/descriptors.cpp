@@ -15,6 +15,9 @@
 #include "support/sysv.h"
 
 namespace vlm {
+
+constinit StandstillLock append_lock;
+
 namespace {
 
 // <fcntl.h> of macOS.
@@ -51,8 +54,6 @@ constexpr std::int32_t first_free = 3;  // 0 to 2 are handed out by dup2 only
 
 constinit Row rows[row_count];
 constinit SrwLock table_lock;
-/// Held while a file is appended to. Windows finds the end and writes there in one step, Wine in two. A leaf.
-constinit SrwLock append_lock;
 
 bool is_number(std::int32_t number) { return number >= 0 && number < row_count; }
 

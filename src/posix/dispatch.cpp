@@ -4,14 +4,12 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
-#include <mutex>
 
 #include "diag/log.h"
 #include "posix/shims.h"
 #include "posix/time.h"
-#include "support/locks.h"
+#include "support/running_once.h"
 #include "support/sysv.h"
-#include "tls/game_tls.h"
 
 namespace vlm {
 namespace {
@@ -22,58 +20,26 @@ constexpr std::int64_t once_done = -1;
 
 using OnceFunction = SYSV void (*)(void* context);
 
-/// A once function that runs now, on its thread's stack.
-struct RunningOnce {
-  const std::int64_t* predicate;
-  std::uint32_t thread;
-  RunningOnce* next;
-};
-
-// Not held while a once function runs: a function may come to another predicate, on its own thread or by waiting for
-// a thread that does.
-SrwLock once_lock;                                           // guards the list; a leaf
-CONDITION_VARIABLE once_finished = CONDITION_VARIABLE_INIT;  // signalled whenever an entry leaves the list
-RunningOnce* running_onces = nullptr;
-
-const RunningOnce* running_locked(const std::int64_t* predicate) {
-  const RunningOnce* entry = running_onces;
-  while (entry != nullptr && entry->predicate != predicate) entry = entry->next;
-  return entry;
-}
-
 bool is_done(std::int64_t* predicate) {
   return std::atomic_ref(*predicate).load(std::memory_order_acquire) == once_done;
 }
 
-/// Enters the function into the list; false when another thread has completed it meanwhile.
-bool begin_once(std::int64_t* predicate, RunningOnce& mine) {
-  const std::lock_guard guard(once_lock);
-  while (const RunningOnce* running = running_locked(predicate)) {
-    if (running->thread == mine.thread) fatal_error("a dispatch_once function waits for itself");
-    once_lock.wait(once_finished);
+/// An exception that would leave the function ends the process: see raise_exception().
+[[gnu::noinline]] void run_once(std::int64_t* predicate, void* context, OnceFunction function) {
+  const auto frame = reinterpret_cast<std::uint64_t>(__builtin_frame_address(0));
+  switch (running_once.begin(predicate, frame, [&] { return is_done(predicate); }, [] {})) {
+    case RunningOnce::Turn::done: return;
+    case RunningOnce::Turn::waits_for_itself: fatal_error("a dispatch_once function waits for itself");
+    case RunningOnce::Turn::run: break;
   }
-  if (is_done(predicate)) return false;
-  mine.next = running_onces;
-  running_onces = &mine;
-  return true;
-}
-
-void end_once(std::int64_t* predicate, RunningOnce& mine) {
-  const std::lock_guard guard(once_lock);
-  std::atomic_ref(*predicate).store(once_done, std::memory_order_seq_cst);
-  RunningOnce** link = &running_onces;
-  while (*link != &mine) link = &(*link)->next;
-  *link = mine.next;
-  WakeAllConditionVariable(&once_finished);
+  function(context);
+  running_once.end(predicate, [&] { std::atomic_ref(*predicate).store(once_done, std::memory_order_seq_cst); });
 }
 
 SYSV void dispatch_once_f_(std::int64_t* predicate, void* context, OnceFunction function) {
   if (is_done(predicate)) [[likely]]
     return;
-  RunningOnce mine{predicate, current_thread_id(), nullptr};
-  if (!begin_once(predicate, mine)) return;
-  function(context);
-  end_once(predicate, mine);
+  run_once(predicate, context, function);
 }
 
 // ---- Time and semaphores --------------------------------------------------------------------------------------------
