@@ -49,6 +49,7 @@ set(VLM_MODULES
   src/macho/symbol_index.cpp
   src/objc/categories.cpp
   src/objc/classes.cpp
+  src/objc/cloud_disk.cpp
   src/objc/cloud_store.cpp
   src/objc/core_foundation.cpp
   src/objc/dispatch.cpp
@@ -75,7 +76,6 @@ set(VLM_MODULES
   src/posix/environment.cpp
   src/posix/error_numbers.cpp
   src/posix/file_status.cpp
-  src/posix/host_path.cpp
   src/posix/mach_threads.cpp
   src/posix/mapping.cpp
   src/posix/math.cpp
@@ -94,8 +94,10 @@ set(VLM_MODULES
   src/posix/time.cpp
   src/posix/time_text.cpp
   src/support/bytes.cpp
+  src/support/rename.cpp
   src/support/save_directory.cpp
   src/support/text.cpp
+  src/support/windows_path.cpp
   src/tls/adopt.cpp
   src/tls/game_tls.cpp
   src/tls/gs_patch.cpp

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "support/locks.h"
-#include "support/text.h"
+#include "support/save_directory.h"
 
 namespace vlm {
 namespace {
@@ -38,12 +38,9 @@ constinit SrwLock log_lock;  // held around each write; a leaf: nothing is taken
 
 BOOL CALLBACK open_log(PINIT_ONCE, PVOID, PVOID*) {
   start_tick = GetTickCount64();
-  std::wstring path = own_module_path();
-  if (path.size() >= MAX_PATH || path.find(L'\\') == std::wstring::npos) return TRUE;
-  path.resize(path.find_last_of(L'\\') + 1);
-  path += L"PCSaveData";
-  CreateDirectoryW(path.c_str(), nullptr);
-  path += L"\\loader.log";
+  const std::wstring folder = make_data_directory();
+  if (folder.empty()) return TRUE;
+  const std::wstring path = folder + L"\\loader.log";
   const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                   CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file != INVALID_HANDLE_VALUE) log_file = file;

@@ -19,7 +19,7 @@ inline std::string file_of(const std::vector<CloudEntry>& entries) {
       writer.add_double(key, std::get<double>(value));
     }
   }
-  return writer.bytes();
+  return writer.finish(0);
 }
 
 }  // namespace vlm::test
