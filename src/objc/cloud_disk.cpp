@@ -40,10 +40,11 @@ struct FoundFile {
   bool must_be_kept() const { return exists() && (error != 0 || content.damaged); }
   bool says_nothing() const { return error != 0 || (content.entries.empty() && !content.whole); }
 
-  /// For another one that is whole. A file from before there were numbers, or from an editor, has its time alone.
+  /// For another one that is whole. Numbers count where the other one came of this one, and this one has a number:
+  /// one from an editor, or from before there were numbers, has its time alone.
   bool is_older_than(const FoundFile& other) const {
     if (says_nothing()) return true;
-    if (content.whole) return content.save_number < other.content.save_number;
+    if (content.whole && !other.content.apart) return content.save_number < other.content.save_number;
     return CompareFileTime(&written, &other.written) < 0;
   }
 };
@@ -142,6 +143,7 @@ std::vector<CloudEntry> CloudDisk::load() {
   }
   saves_ = std::max(saves_, store.content.save_number);
   if (waiting_ >= 0) {
+    keep_store_ = keep_store_ || (newest->content.apart && store.exists());
     log_message(0, "[kvs] took the newer state in %s", temporaries_[waiting_].name.c_str());
     if (put_in_place(temporaries_[waiting_])) waiting_ = -1;
   }
@@ -153,7 +155,7 @@ std::vector<CloudEntry> CloudDisk::load() {
 bool CloudDisk::is_told(std::uint32_t told) { return failures_++ < told; }
 
 void CloudDisk::save(CloudFileWriter& entries) {
-  const std::string& bytes = entries.finish(++saves_);
+  const std::string& bytes = entries.finish(++saves_, keep_store_);
   const int free = waiting_ == 0 ? 1 : 0;
   const File& temporary = temporaries_[free];
   UniqueStream stream = open_to_write(temporary.path, L"wb");
@@ -223,8 +225,8 @@ bool CloudDisk::move_store_aside() {
   for (int number = 1; number <= most_kept; ++number) {
     const File kept(store_.name + ".bad" + (number > 1 ? std::to_string(number) : ""));
     if (MoveFileExW(store_.path.c_str(), kept.path.c_str(), MOVEFILE_WRITE_THROUGH)) {
-      log_message(0, "[kvs] %s is damaged or cannot be read (win32 %lu): kept as %s", store_.name.c_str(), store_error_,
-                  kept.name.c_str());
+      log_message(0, "[kvs] kept %s as %s: it is damaged or could not be read (win32 %lu)", store_.name.c_str(),
+                  kept.name.c_str(), store_error_);
       keep_store_ = false;
       return true;
     }

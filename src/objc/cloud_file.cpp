@@ -19,18 +19,18 @@ constexpr char type_text = 's', type_integer = 'i', type_double = 'd';
 constexpr char separator = '\t';
 constexpr std::string_view proof_mark = "#whole ";
 
-/// FNV-1a: says whether bytes are those that were written, on a disk that means no harm.
-std::uint64_t hash_of(std::string_view bytes) {
-  std::uint64_t hash = 0xCBF29CE484222325;
+/// FNV-1a: says whether bytes and number are those that were written, on a disk that means no harm.
+std::uint64_t hash_of(std::string_view bytes, std::uint64_t number) {
+  std::uint64_t hash = 0xCBF29CE484222325 ^ number;
   for (const char c : bytes) hash = (hash ^ static_cast<std::uint8_t>(c)) * 0x100000001B3;
   return hash;
 }
 
-std::string proof_of(std::string_view bytes, std::uint64_t save_number) {
+std::string proof_of(std::string_view bytes, std::uint64_t save_number, bool apart) {
   char line[64];
-  const int length =
-      std::snprintf(line, sizeof line, "%s%llu %016llx\n", proof_mark.data(),
-                    static_cast<unsigned long long>(save_number), static_cast<unsigned long long>(hash_of(bytes)));
+  const int length = std::snprintf(line, sizeof line, "%s%llu %016llx%s\n", proof_mark.data(),
+                                   static_cast<unsigned long long>(save_number),
+                                   static_cast<unsigned long long>(hash_of(bytes, save_number)), apart ? " apart" : "");
   return {line, static_cast<std::size_t>(length)};
 }
 
@@ -42,7 +42,8 @@ void check_proof(std::string_view bytes, CloudFile& file) {
   if (!line.starts_with(proof_mark)) return;
   std::uint64_t number = 0;
   std::from_chars(line.data() + proof_mark.size(), line.data() + line.size(), number);
-  file.whole = line == proof_of(bytes.substr(0, start), number);
+  file.apart = line.ends_with(" apart\n");
+  file.whole = line == proof_of(bytes.substr(0, start), number, file.apart);
   if (file.whole) file.save_number = number;
 }
 
@@ -128,8 +129,8 @@ void CloudFileWriter::add_double(std::string_view key, double value) {
   bytes_ += '\n';
 }
 
-const std::string& CloudFileWriter::finish(std::uint64_t save_number) {
-  bytes_ += proof_of(bytes_, save_number);
+const std::string& CloudFileWriter::finish(std::uint64_t save_number, bool apart) {
+  bytes_ += proof_of(bytes_, save_number, apart);
   return bytes_;
 }
 

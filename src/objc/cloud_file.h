@@ -4,7 +4,8 @@
 //   i<tab>best score<tab>42              a 64-bit integer
 //   d<tab>volume<tab>0.75                a double, as "%.17g" writes it
 //
-//   #whole 17 4f0c61a2d2f2a1b7           the end: the number of this save, and a hash of all that stands before
+//   #whole 17 4f0c61a2d2f2a1b7           the end: the number of this save, and a hash of all that stands before;
+//                                       " apart" behind it where the store in its place could not be read
 //
 // In a key and in a text "\n" stands for a line feed, "\t" for a tab and "\\" for a backslash; every other byte stands
 // for itself. So a text that ends in a carriage return loses it on the way: the reader takes it for a part of the
@@ -29,6 +30,7 @@ struct CloudFile {
   std::vector<CloudEntry> entries;
   bool whole = false;             // ends in the line that proves it
   std::uint64_t save_number = 0;  // if it is whole: a file with a greater one is newer
+  bool apart = false;             // if it is whole: it knows nothing of the store that lies beside it
   bool damaged = false;           // holds something that is not understood, or nothing at all
 };
 
@@ -46,7 +48,7 @@ class CloudFileWriter {
   void add_double(std::string_view key, double value);
 
   /// Writes the last line. The bytes are the writer's.
-  const std::string& finish(std::uint64_t save_number);
+  const std::string& finish(std::uint64_t save_number, bool apart = false);
 
  private:
   void start_line(char type, std::string_view key);

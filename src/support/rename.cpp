@@ -18,6 +18,7 @@ struct RenameInfo {
   wchar_t name[1];
 };
 constexpr DWORD replace_if_exists = 1, posix_semantics = 2;
+constexpr auto rename_information = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);  // FileRenameInfoEx
 
 }  // namespace
 
@@ -42,7 +43,7 @@ bool rename_as_posix(const wchar_t* from, const wchar_t* to, bool write_through)
       FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT | (write_through ? FILE_FLAG_WRITE_THROUGH : 0),
       nullptr));
   if (!file) return false;
-  if (!SetFileInformationByHandle(file.get(), FileRenameInfoEx, info.get(), static_cast<DWORD>(size))) return false;
+  if (!SetFileInformationByHandle(file.get(), rename_information, info.get(), static_cast<DWORD>(size))) return false;
   if (write_through) FlushFileBuffers(file.get());
   return true;
 }
