@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <iterator>
 #include <string_view>
+#include <utility>
 
 #include "support/text.h"
 

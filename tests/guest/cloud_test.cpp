@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <random>
+#include <regex>
 
 #include "told_process.h"
 
@@ -48,12 +49,8 @@ std::string run_guest(const std::wstring& probe, std::wstring folder = save_fold
   CHECK_EQ(ending.exit_code, 0);  // the driver has printed the checks that failed
   std::string messages;
   for (std::size_t at = 0; (at = ending.log.find("[kvs] ", at)) != std::string::npos; ++at) {
-    std::string line = ending.log.substr(at, ending.log.find("\r\n", at) - at) + "\n";
-    for (std::size_t i; (i = line.find("icloud_kvs.txt")) != std::string::npos && line[i - 1] == '/';) {
-      const std::size_t start = line.rfind(folder.starts_with(L"\\") ? " //" : " Z:", i) + 1;
-      line.erase(start, i - start);
-    }
-    messages += line;
+    messages += std::regex_replace(ending.log.substr(at, ending.log.find("\r\n", at) - at) + "\n",
+                                   std::regex(R"(\S*/(icloud_kvs))"), "$1");
   }
   return messages;
 }

@@ -59,6 +59,10 @@ auto library_function(const char* name) { return windows_function<int32 WINDOWS(
 
 StandInPad* pads() { return (StandInPad*)windows_symbol("xinput1_4.dll", "stand_in_pads"); }
 
+void press(int32 index, unsigned short buttons, short left_x = 0) {
+  pads()[index] = {1, 0, buttons, 0, 0, left_x, 0, 0, 0};
+}
+
 struct Announcement {
   int32 calls = 0;
   ControllerInfo info{};
@@ -133,7 +137,7 @@ GUEST_TEST(handlers_get_the_controller_by_value_on_the_thread_that_polls) {
   PollController(nullptr);
   CHECK(connected.calls == 1 && disconnected.calls == 1 && is_xbox(disconnected.info, "xinput-2"));
   SetConnectionHandlers(nullptr, nullptr);
-  pads()[2] = {1, 0, 0x1000};
+  press(2, 0x1000);
   CHECK(soon([] { return PollController("xinput-2").a == 1; }));
   SetConnectionHandlers(on_connected, on_disconnected);
   PollController("xinput-2");  // it was there when nobody listened
@@ -198,7 +202,7 @@ GUEST_TEST(every_input_of_an_xinput_pad_has_its_field) {
                                           &State::x,
                                           &State::y};
   for (int32 bit = 0; bit < 16; ++bit) {
-    pads()[0].buttons = (uint16)(1 << bit);
+    pads()[0].buttons = (unsigned short)(1 << bit);
     Guarded polled("xinput-0");
     if (fields[bit] != nullptr) {
       CHECK(polled.state.*fields[bit] == (bit == 1 || bit == 2 ? -1 : 1));
@@ -223,12 +227,12 @@ GUEST_TEST(other_native_code_sees_a_summary) {
     CHECK(north() == north_held && south() == south_held && shoulder() == south_held && lateral() == sideways);
   };
   begin_with(1u << 1 | 1u << 2);
-  pads()[1] = {1, 0, 0x8000, 0, 0, -32767};  // Y
-  pads()[2] = {1, 0, 0x1200, 0, 0, 32767};   // A, right shoulder
+  press(1, 0x8000, -32767);  // Y
+  press(2, 0x1200, 32767);   // A, right shoulder
   sees("sony-0", 0, 0, 0);
   sees("xinput-2", 0, 1, 1);
-  sees("xinput-1", 1, 1, -1);                // of equals, the lower index
-  pads()[1] = {1, 0, 0x0008, 0, 0, -20000};  // the d-pad is farther out than the stick
+  sees("xinput-1", 1, 1, -1);  // of equals, the lower index
+  press(1, 0x0008, -20000);    // the d-pad is farther out than the stick
   sees("xinput-1", 0, 1, 1);
   pads()[1].connected = pads()[2].connected = 0;
   sees("xinput-1", 0, 1, 1);
