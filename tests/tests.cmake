@@ -33,6 +33,9 @@ foreach(guest c_library c_memory cxx_runtime files start store echo local marsha
   add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
 endforeach()
 
+# For what files_guest.cpp looks at.
+file(CREATE_LINK ${CMAKE_BINARY_DIR}/guests ${CMAKE_BINARY_DIR}/link_to_guests SYMBOLIC)
+
 # C++ with the headers of libc++.
 foreach(guest cxx_strings exceptions)
   add_guest(${guest}_guest LIBCXX SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
@@ -83,6 +86,8 @@ game_test(guest.store store_test)
 add_windows_test_program(cloud_test tests/guest/cloud_test.cpp tests/support/game_process.cpp)
 add_dependencies(cloud_test guest_driver cloud_guest)
 game_test(guest.cloud cloud_test)
+add_test(NAME long.cloud CONFIGURATIONS long COMMAND cloud_test)
+set_tests_properties(long.cloud PROPERTIES RESOURCE_LOCK game ENVIRONMENT VLM_TEST_KILLS=500 TIMEOUT 900)
 add_windows_test_program(title_test tests/guest/title_test.cpp tests/support/game_process.cpp)
 game_test(guest.title title_test)
 add_windows_test_program(damaged_images_test tests/guest/damaged_images_test.cpp tests/support/game_process.cpp)

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "support/handles.h"
-#include "support/text.h"
+#include "support/save_directory.h"
 
 namespace vlm {
 namespace {
@@ -27,14 +27,10 @@ constinit ULONGLONG start_tick = 0;
 
 BOOL CALLBACK open_log(PINIT_ONCE, PVOID, PVOID*) {
   start_tick = GetTickCount64();
-  std::wstring path = own_module_path();
-  if (path.size() >= MAX_PATH || path.find(L'\\') == std::wstring::npos) return TRUE;
-  path.resize(path.find_last_of(L'\\') + 1);
-  path += L"PCSaveData";
-  CreateDirectoryW(path.c_str(), nullptr);
-  const std::wstring previous = path + L"\\loader.previous.log";
-  path += L"\\loader.log";
-  MoveFileExW(path.c_str(), previous.c_str(), MOVEFILE_REPLACE_EXISTING);
+  const std::wstring folder = make_data_directory();
+  if (folder.empty()) return TRUE;
+  const std::wstring path = folder + L"\\loader.log";
+  MoveFileExW(path.c_str(), (folder + L"\\loader.previous.log").c_str(), MOVEFILE_REPLACE_EXISTING);
   // For appending: a second start empties the file, and lines of this one then follow that one's.
   const HANDLE file = CreateFileW(path.c_str(), FILE_APPEND_DATA | SYNCHRONIZE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                                   nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);

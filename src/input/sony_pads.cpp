@@ -4,8 +4,10 @@
 #include <atomic>
 #include <cwchar>
 #include <iterator>
+#include <map>
 #include <mutex>
 #include <shared_mutex>
+#include <utility>
 
 #include "support/handles.h"
 #include "support/locks.h"
@@ -80,10 +82,7 @@ DWORD WINAPI run_reader(void* slot) {
   return 0;
 }
 
-/// A controller that another program keeps to itself is opened again at every scan, and gets no thread.
-void occupy(PadSlot& slot, const std::wstring& path, PadKind kind, const HidSystem& hid) {
-  UniqueHandle device = open_device(path.c_str());
-  if (device == nullptr) return;
+void occupy(PadSlot& slot, const std::wstring& path, PadKind kind, const HidSystem& hid, UniqueHandle device) {
   {
     std::lock_guard hold(slot.lock);
     std::wmemcpy(slot.path, path.c_str(), path.size() + 1);
@@ -96,17 +95,45 @@ void occupy(PadSlot& slot, const std::wstring& path, PadKind kind, const HidSyst
   free_slot(slot);
 }
 
+/// What the devices that are there said they are. Each is asked once, and one that gives no answer a few times: opening
+/// a device wakes some of them up.
+class KnownDevices {
+ public:
+  void forget_all_but(const std::vector<std::wstring>& present) {
+    std::erase_if(devices_,
+                  [&](const auto& device) { return std::ranges::find(present, device.first) == present.end(); });
+  }
+  PadKind kind_of(const std::wstring& path, const HidSystem& hid) {
+    Device& device = devices_[path];
+    if (device.questions == 0) return device.kind;
+    --device.questions;
+    if (const auto id = hid.identify(path.c_str())) device = {pad_kind(id->vendor, id->product), 0};
+    return device.kind;
+  }
+
+ private:
+  struct Device {
+    PadKind kind = PadKind::none;
+    int questions = 3;  // left
+  };
+  std::map<std::wstring, Device> devices_;  // by path
+};
+
 }  // namespace
 
 void scan_hid(const HidSystem& hid) {
-  for (const std::wstring& path : hid.present_paths()) {
+  static KnownDevices& known = *new KnownDevices;  // lives until the process ends
+  const std::vector<std::wstring> present = hid.present_paths();
+  known.forget_all_but(present);
+  for (const std::wstring& path : present) {
     if (path.size() > max_path_units) continue;
     if (std::ranges::any_of(slots, [&](PadSlot& slot) { return holds(slot, path); })) continue;
-    const auto id = hid.identify(path.c_str());
-    const PadKind kind = id ? pad_kind(id->vendor, id->product) : PadKind::none;
+    const PadKind kind = known.kind_of(path, hid);
     if (kind == PadKind::none) continue;
     const auto free = std::ranges::find_if(slots, [](PadSlot& slot) { return slot.kind == PadKind::none; });
-    if (free != std::end(slots)) occupy(*free, path, kind, hid);
+    if (free == std::end(slots)) continue;
+    // One that another program has for itself is tried again by the next scan.
+    if (UniqueHandle device = open_device(path.c_str())) occupy(*free, path, kind, hid, std::move(device));
   }
 }
 

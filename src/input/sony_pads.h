@@ -32,7 +32,8 @@ struct HidSystem {
 /// The real one; null on a system without it.
 const HidSystem* windows_hid_system();
 
-/// Gives every controller that has none a slot and a reader, while slots are free. On one thread only.
+/// Gives every controller that has none and can be opened a slot and a reader, while slots are free. On one thread
+/// only.
 ///   hid  lives until the process ends
 void scan_hid(const HidSystem& hid);
 
