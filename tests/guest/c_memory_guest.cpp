@@ -165,8 +165,26 @@ int32 compare_elements(const void* a, const void* b) {
   return memcmp(a, b, element_size < 4 ? element_size : 4);
 }
 
+/// Decides on an order while it is asked, so that each pivot turns out among the smallest (M. D. McIlroy's adversary).
+constexpr int32 adversary_count = 4000, undecided = adversary_count;
+int32 order_of[adversary_count], decided, candidate;
+int32 compare_against_the_sort(const void* a, const void* b) {
+  const int32 left = *static_cast<const int32*>(a), right = *static_cast<const int32*>(b);
+  ++comparisons;
+  if (order_of[left] == undecided && order_of[right] == undecided) {
+    order_of[left == candidate ? left : right] = decided++;
+  }
+  if (order_of[left] == undecided) candidate = left;
+  if (order_of[right] == undecided) candidate = right;
+  return order_of[left] - order_of[right];
+}
+
 jmp_buf jump_buffer;
-int32 compare_and_leave(const void*, const void*) { longjmp(jump_buffer, 7); }
+uint64 leave_at;
+int32 compare_and_leave(const void* a, const void* b) {
+  if (comparisons == leave_at) longjmp(jump_buffer, 7);
+  return compare_elements(a, b);
+}
 
 }  // namespace
 
@@ -203,15 +221,41 @@ GUEST_TEST(sorting_moves_whole_elements) {
   CHECK(comparisons == 0);
 }
 
+GUEST_TEST(no_comparison_makes_sorting_slow) {
+  static int32 numbers[adversary_count];
+  for (int32 i = 0; i < adversary_count; ++i) numbers[i] = i, order_of[i] = undecided;
+  comparisons = 0;
+  qsort(numbers, adversary_count, sizeof numbers[0], compare_against_the_sort);
+  CHECK(comparisons < 50 * adversary_count);  // 12 is the logarithm; quadratic: 1000
+  bool ordered = true;
+  for (int32 i = 1; i < adversary_count; ++i) ordered = ordered && order_of[numbers[i - 1]] <= order_of[numbers[i]];
+  CHECK(ordered);
+  // One that never agrees with itself still sees each element once.
+  qsort(numbers, adversary_count, sizeof numbers[0],
+        [](const void*, const void*) -> int32 { return comparisons++ % 3 - 1; });
+  qsort(numbers, adversary_count, sizeof numbers[0],
+        [](const void* a, const void* b) { return *static_cast<const int32*>(a) - *static_cast<const int32*>(b); });
+  for (int32 i = 0; i < adversary_count; ++i) ordered = ordered && numbers[i] == i;
+  CHECK(ordered);
+}
+
 GUEST_TEST(a_comparison_may_leave_by_a_jump) {
-  int32 numbers[] = {3, 1, 2};
-  if (setjmp(jump_buffer) == 0) {
-    qsort(numbers, 3, sizeof numbers[0], compare_and_leave);
-    CHECK(!"the comparison returned");
-  }
+  static const uint64 moments[] = {0, 7, 100, 1000, 2000};  // an element is never elsewhere while two are compared
   element_size = 1;
-  qsort(numbers, 3, sizeof numbers[0], compare_elements);
-  CHECK(numbers[0] == 1 && numbers[1] == 2 && numbers[2] == 3);
+  for (const uint64 moment : moments) {
+    uint8 bytes[256];
+    for (int32 i = 0; i < 256; ++i) bytes[i] = static_cast<uint8>(i * 77);
+    comparisons = 0;
+    leave_at = moment;
+    if (setjmp(jump_buffer) == 0) {
+      qsort(bytes, sizeof bytes, 1, compare_and_leave);
+      CHECK(moment > 1000);  // it did not come so far
+    }
+    bool seen[256] = {};
+    for (const uint8 byte : bytes) CHECK(!seen[byte]), seen[byte] = true;
+    qsort(bytes, sizeof bytes, 1, compare_elements);
+    for (int32 i = 0; i < 256; ++i) CHECK(bytes[i] == i);
+  }
 }
 
 GUEST_TEST(searching_halves) {
