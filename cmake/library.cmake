@@ -9,6 +9,7 @@ set(VLM_MODULES
   src/binding/catalogue.cpp
   src/binding/shim_table.cpp
   src/cxx/allocation.cpp
+  src/cxx/exception_memory.cpp
   src/cxx/exceptions.cpp
   src/cxx/frames.cpp
   src/cxx/guards.cpp

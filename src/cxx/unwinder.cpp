@@ -143,6 +143,8 @@ void prepare_entry(UnwindContext& context, const Frame& frame, ExceptionHeader& 
   context[in_rip] = frame.landing_pad;
 }
 
+[[noreturn]] void enter(const UnwindContext& landing_pad) { resume_context(&landing_pad); }
+
 void give_to_handler(ExceptionHeader& exception, const Handler& handler) {
   exception.handler_switch_value = handler.selector;
   exception.unwind_header.handler_value = handler.value;
@@ -189,7 +191,7 @@ class Stops {
       exception_ = nullptr;
       give_to_handler(exception, handler_);
     }
-    resume_context(&stop);
+    enter(stop);
   }
 
  private:
@@ -254,12 +256,12 @@ void unwind_to_handler(const UnwindContext& from, ExceptionHeader& exception) {
       if (const auto handler = find_handler(*frame, exception)) {
         give_to_handler(exception, *handler);
         prepare_entry(context, *frame, exception, handler->selector);
-        resume_context(&context);
+        enter(context);
       }
     }
     if (frame->has_cleanup) {
       prepare_entry(context, *frame, exception, 0);
-      resume_context(&context);
+      enter(context);
     }
     if (handles) fatal_error("[eh] handler frame reached without a landing pad");
   }
