@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "binding/catalogue.h"
+#include "host/shim_catalogue.h"
 #include "report.h"
 #include "shim.h"
 
@@ -92,7 +92,7 @@ struct Adversary : InOrder {
 }  // namespace
 
 int main() {
-  vlm::register_first_shim_block();
+  vlm::register_shim_families();
 
   const Function<void*, std::uint64_t> malloc_("malloc");
   const Function<void, void*> free_("free");

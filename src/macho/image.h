@@ -11,7 +11,6 @@
 //                       the part with the tables, in the memory of its __LINKEDIT or in a copy
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -102,9 +101,5 @@ struct MachImage {
 
 /// The loaded images in load order. Only macho_load() adds one, on the start-up thread; read without a lock.
 std::span<MachImage* const> image_list();
-
-/// The game's image: null until start-up has loaded it, never cleared. Exports that do not pass the start-up gate
-/// may read it on any thread at any time.
-extern std::atomic<const MachImage*> game_image;
 
 }  // namespace vlm
