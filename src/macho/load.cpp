@@ -69,8 +69,8 @@ void turn_away(const ImageFault& why) {
   log_message(0, "%s", why.text.c_str());
 }
 
-/// What shows that a file was written to. Nobody can on Windows while it is open here, but where it is another system's
-/// file anybody can.
+/// What shows that a file was written to. While it is open here nobody can on Windows; on a disk that another system
+/// lends, anybody can.
 struct FileState {
   std::uint64_t size;
   std::uint64_t written;
@@ -119,7 +119,7 @@ std::expected<ImageFile, ImageFault> open_image(const char* path) {
 /// The slice's header and load commands.
 FileBytes read_start(const ImageFile& file, std::uint64_t& size) {
   FileBytes start;
-  std::uint64_t wanted = 0x10000;
+  std::uint64_t wanted = 0x4000;  // enough for most
   do {
     size = std::min(file.slice.size, std::max(wanted, 2 * size));
     start = read_block(file.handle.get(), file.slice.offset, size);
@@ -144,8 +144,8 @@ Region reserve(const MachImage& image) {
   const std::uint64_t extent = image.extent();
   Region region(VirtualAlloc(nullptr, rounded_extent(image) + hook_arena_size, MEM_RESERVE, PAGE_NOACCESS));
   if (!region) fatal_error("VirtualAlloc(%zu) failed", static_cast<std::size_t>(extent));
-  if (VirtualAlloc(region.get(), extent, MEM_COMMIT, PAGE_READWRITE) == nullptr)
-    fatal_error("Cannot commit Mach image");
+  const bool committed = VirtualAlloc(region.get(), extent, MEM_COMMIT, PAGE_READWRITE) != nullptr;
+  if (!committed) fatal_error("Cannot commit Mach image");
   return region;
 }
 
