@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "input/keyboard.h"
-#include "support/handles.h"
+#include "tls/thread_record.h"
 
 namespace vlm {
 namespace {
@@ -36,7 +36,7 @@ DWORD WINAPI watch_devices(void*) {
 
 void start_controller_input() {
   read_keyboard_setting();
-  UniqueHandle(CreateThread(nullptr, 0, watch_devices, nullptr, 0, nullptr));
+  start_own_thread(watch_devices, nullptr);
 }
 
 unsigned controller_index(const char* identifier) {

@@ -11,6 +11,7 @@
 
 #include "support/handles.h"
 #include "support/locks.h"
+#include "tls/thread_record.h"
 
 namespace vlm {
 namespace {
@@ -25,9 +26,10 @@ struct PadSlot {
   wchar_t path[max_path_units + 1] = L"";    // guarded by lock
   PadInput input{};                          // guarded by lock
   const HidSystem* hid = nullptr;            // the scan's, for the reader
-  HANDLE device = nullptr;                   // opened by the scan, closed by the reader
+  UniqueHandle device;                       // the same
 };
-constinit PadSlot slots[sony_pad_count];
+/// Never destroyed: readers run until the process is gone.
+[[clang::no_destroy]] constinit PadSlot slots[sony_pad_count];
 
 bool holds(PadSlot& slot, const std::wstring& path) {
   std::shared_lock hold(slot.lock);
@@ -61,7 +63,7 @@ void request_full_reports(const HidSystem& hid, HANDLE device, PadKind kind) {
 
 void read_reports(PadSlot& slot) {
   const PadKind kind = slot.kind;
-  const UniqueHandle device(slot.device);
+  const UniqueHandle device = std::move(slot.device);
   request_full_reports(*slot.hid, device.get(), kind);
   std::byte report[max_report_size];
   DWORD size = 0;
@@ -85,15 +87,12 @@ void occupy(PadSlot& slot, const std::wstring& path, PadKind kind, const HidSyst
     std::lock_guard hold(slot.lock);
     std::wmemcpy(slot.path, path.c_str(), path.size() + 1);
     slot.hid = &hid;
-    slot.device = device.get();
+    slot.device = std::move(device);
     slot.kind = kind;
   }
-  const UniqueHandle reader(CreateThread(nullptr, 0, run_reader, &slot, 0, nullptr));
-  if (reader != nullptr) {
-    device.release();  // the reader's
-  } else {
-    free_slot(slot);
-  }
+  if (start_own_thread(run_reader, &slot)) return;
+  slot.device.reset();
+  free_slot(slot);
 }
 
 /// What the devices that are there said they are. Each is asked once, and one that gives no answer a few times: opening

@@ -15,6 +15,9 @@
 #include "support/sysv.h"
 
 namespace vlm {
+
+constinit StandstillLock append_lock;
+
 namespace {
 
 // <fcntl.h> of macOS.
@@ -109,18 +112,25 @@ SYSV std::int64_t read_(std::int32_t number, void* buffer, std::uint64_t count) 
   return error == ERROR_HANDLE_EOF || error == ERROR_BROKEN_PIPE ? 0 : fail_from_win32(error);
 }
 
+/// Writes at the file's end, wherever other threads and programs have moved it, and leaves the position behind that.
+BOOL append(HANDLE file, const void* buffer, DWORD size, DWORD* done) {
+  OVERLAPPED end = {};
+  end.Offset = end.OffsetHigh = 0xFFFF'FFFF;
+  const std::lock_guard hold(append_lock);
+  return WriteFile(file, buffer, size, done, &end);
+}
+
 SYSV std::int64_t write_(std::int32_t number, const void* buffer, std::uint64_t count) {
   const Descriptor descriptor = find_descriptor(number);
   if (!descriptor) return -1;
   if (count == 0) return 0;  // a reader of the pipe would take it for the end
   if (buffer == nullptr) return fail(DARWIN_EFAULT);
-  if ((descriptor.flags & open_append) && can_seek(descriptor)) {
-    if (!SetFilePointerEx(descriptor.handle, {}, nullptr, FILE_END)) return fail_from_win32();
-  }
+  const auto size = static_cast<DWORD>(std::min(count, longest_transfer));
+  const bool appends = (descriptor.flags & open_append) && can_seek(descriptor);
   DWORD done = 0;
-  if (!WriteFile(descriptor.handle, buffer, static_cast<DWORD>(std::min(count, longest_transfer)), &done, nullptr)) {
-    return fail_from_win32();
-  }
+  const BOOL written = appends ? append(descriptor.handle, buffer, size, &done)
+                               : WriteFile(descriptor.handle, buffer, size, &done, nullptr);
+  if (!written) return fail_from_win32();
   return done;
 }
 
@@ -236,13 +246,15 @@ SYSV std::int32_t fcopyfile_(std::int32_t from, std::int32_t to, void*, std::uin
 
 }  // namespace
 
-const ShimEntry descriptor_shims[13] = {
+const ShimEntry descriptor_rows[] = {
     {"_close", shim(close_)},         {"_read", shim(read_)},           {"_write", shim(write_)},
     {"_lseek", shim(lseek_)},         {"_ftruncate", shim(ftruncate_)}, {"_dup", shim(dup_)},
     {"_dup2", shim(dup2_)},           {"_pipe", shim(pipe_)},           {"_isatty", shim(isatty_)},
     {"_tcgetattr", shim(tcgetattr_)}, {"_tcsetattr", shim(tcsetattr_)}, {"_tcflush", shim(tcflush_)},
-    {"_fcopyfile", shim(fcopyfile_)},
+    {"_fcopyfile", shim(fcopyfile_)}, {"_open", shim(open_entry)},      {"_fcntl", shim(fcntl_entry)},
+    {"_ioctl", shim(ioctl_entry)},
 };
+constinit const ShimRows descriptor_shims = descriptor_rows;
 
 Descriptor find_descriptor(std::int32_t number) {
   Descriptor found;

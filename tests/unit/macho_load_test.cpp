@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "binding/shim_table.h"
+#include "host/driver.h"
 #include "macho/queries.h"
 #include "support/fake_image.h"
 #include "support/game_process.h"
@@ -26,10 +28,12 @@ std::string path_of_image() {
   return std::string(folder.begin(), folder.end()) + "image.dylib";
 }
 
+constexpr LoadHooks hooks{lookup_shim, make_missing_symbol, [](const MachImage&) {}};
+
 MachImage* load(std::span<const std::byte> file) {
   REQUIRE(write_file(program_folder() + L"image.dylib",
                      std::string(reinterpret_cast<const char*>(file.data()), file.size())));
-  MachImage* const image = macho_load(path_of_image().c_str());
+  MachImage* const image = macho_load(path_of_image().c_str(), hooks);
   DeleteFileA(path_of_image().c_str());
   return image;
 }
@@ -75,7 +79,7 @@ TEST_CASE("an image is placed, linked and protected; its hook arena lies behind 
   std::ranges::replace(path, '\\', '/');
   CHECK_EQ(std::string(image->path), path);
   CHECK_EQ(image->file_size, file.size());
-  CHECK_EQ(std::memcmp(image->file_data, file.data(), file.size()), 0);
+  CHECK(image->contains(reinterpret_cast<std::uintptr_t>(image->file_data)));  // the tables stay in __LINKEDIT
 
   const std::uint64_t base = image->base;
   CHECK_EQ(static_cast<std::uint64_t>(image->slide), base - text_vmaddr);
@@ -114,9 +118,9 @@ TEST_CASE("a file that cannot be taken leaves nothing behind") {
   chained.more_commands = {Bytes().u32(LC_DYLD_CHAINED_FIXUPS).u32(16).u32(0).u32(0)};
   const Bytes files[] = {{}, Bytes().text("text"), build_image(chained), build_universal({{0x0100000C, Bytes(64)}})};
   for (const Bytes& bytes : files) CHECK_EQ(load(bytes), nullptr);
-  CHECK_EQ(macho_load(""), nullptr);
-  CHECK_EQ(macho_load("C:/no/such/file"), nullptr);
-  CHECK_EQ(macho_load("C:/windows"), nullptr);
+  CHECK_EQ(macho_load("", hooks), nullptr);
+  CHECK_EQ(macho_load("C:/no/such/file", hooks), nullptr);
+  CHECK_EQ(macho_load("C:/windows", hooks), nullptr);
   CHECK_EQ(image_list().size(), images_before);
   CHECK_EQ(hook_arena_count, arenas_before);
 }
@@ -127,10 +131,13 @@ TEST_CASE("an initializer is called as dyld calls it; a section too small for on
   std::ranges::copy(jump, draft.segments[text_segment].content.begin());
   draft.segments[data_segment].sections = {{"__DATA", "__mod_init_func", data_vmaddr + 0x200, 4},
                                            {"__OTHER", "__mod_init_func", data_vmaddr, 12}};
+  draft.linkedit_vmaddr = 0;
   MachImage* const image = load(build_image(draft));
   REQUIRE(image != nullptr);
   const auto target = reinterpret_cast<std::uintptr_t>(&record_call);
   std::memcpy(reinterpret_cast<void*>(image->base + 0x2800), &target, sizeof target);
+  CHECK_FALSE(image->contains(reinterpret_cast<std::uintptr_t>(image->file_data)));  // a copy of the tables
+  CHECK_EQ(macho_find_export(*image, "_game_start"), image->base + 0x1000);
 
   macho_run_initializers(*image);
   REQUIRE_EQ(initializer_calls.size(), 1);
