@@ -208,9 +208,9 @@ void CodeWalk::note_table_use(const ZydisDecodedInstruction& instruction, std::u
         sum(base, index);
       }
       return;
-    case 0x63:  // movsxd R, [base+index*4]
+    case 0x63:  // movsxd R, [base+index*4]; r13 as a base takes a displacement of 0
     case 0x8B:  // mov R, [base+index*8], or one register to another
-      if (has_sib && raw.modrm.mod == 0 && raw.sib.base != 5) {
+      if (has_sib && raw.disp.value == 0 && (raw.modrm.mod == 1 || raw.sib.base != 5)) {
         const unsigned width = instruction.opcode == 0x8B && wide ? 8 : 4;
         if (1u << raw.sib.scale == width) loaded_[reg] = {named_[base], width};
       } else if (raw.modrm.mod == 3 && wide && named_[rm] != nowhere) {
@@ -326,7 +326,8 @@ bool CodeWalk::name_more_tables() {
       const auto distance = entry_at(place, width);
       if (!distance) continue;
       const std::uint64_t target = place + static_cast<std::uint64_t>(*distance);
-      if (target == place || !range_.contains(target) || !may_begin(target)) continue;
+      const CodeRange reach = here ? range_ : section_->extent;  // what the linker names is data for certain
+      if (target == place || !reach.contains(target) || !may_begin(target)) continue;
       confirm({place, width});
       break;
     }
