@@ -145,22 +145,45 @@ set_target_properties(storage_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${STORAGE
 game_test(guest.storage storage_test)
 game_test(guest.storage_expansion storage_test expansion)
 
-# Some thousand functions around gs accesses, patched, against the same functions with plain memory.
+# Some thousand functions around gs accesses, and switches in every form that clang gives them, patched, against the
+# same functions with plain memory: in an image whose jump tables the linker names, and in one where it does not.
 set(GS_CASES_DIR ${CMAKE_BINARY_DIR}/gs_cases)
 add_custom_command(OUTPUT ${GS_CASES_DIR}/cases.S
   COMMAND ${CMAKE_COMMAND} -E make_directory ${GS_CASES_DIR}
   COMMAND ${VLM_NATIVE_DIR}/make_gs_cases ${GS_CASES_DIR}/cases.S
   DEPENDS ${VLM_NATIVE_DIR}/make_gs_cases VERBATIM)
-add_guest(gs_cases_guest SOURCES ${GS_CASES_DIR}/cases.S FLAGS -Wno-unused-command-line-argument
-  OUTPUT ${GS_CASES_DIR}/GameAssembly.dylib)
-fit_library(${GS_CASES_DIR} gs_cases_guest)
-add_custom_target(gs_cases ALL DEPENDS ${GS_CASES_DIR}/GameAssembly.dll)
-add_windows_test_program(gs_cases_test tests/guest/gs_cases_test.cpp tests/support/machine.S)
-set_target_properties(gs_cases_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${GS_CASES_DIR})
-game_test(guest.gs_cases gs_cases_test)
-game_test(guest.gs_cases_expansion gs_cases_test expansion)
-add_test(NAME native.tessera_check COMMAND ${VLM_NATIVE_DIR}/tessera ${GS_CASES_DIR}/GameAssembly.dylib
-  --library ${GS_CASES_DIR}/GameAssembly.dll --check)
+set(switch_objects)
+foreach(level O0 O1 O2 O3)
+  foreach(model "" _large)
+    set(object ${GS_CASES_DIR}/switch_${level}${model}.o)
+    set(model_flag)
+    if(model)
+      set(model_flag -mcmodel=large)
+    endif()
+    add_custom_command(OUTPUT ${object}
+      COMMAND clang-19 ${GUEST_FLAGS} -${level} ${model_flag} -DFORM=${level}${model}
+        -c ${CMAKE_SOURCE_DIR}/tests/guest/switch_cases.c -o ${object}
+      DEPENDS ${CMAKE_SOURCE_DIR}/tests/guest/switch_cases.c VERBATIM)
+    list(APPEND switch_objects ${object})
+  endforeach()
+endforeach()
+foreach(kind named unnamed)
+  set(folder ${GS_CASES_DIR}/${kind})
+  set(link_flags)
+  if(kind STREQUAL unnamed)
+    set(link_flags -no_data_in_code_info)
+  endif()
+  add_guest(gs_cases_${kind}_guest SOURCES ${GS_CASES_DIR}/cases.S OBJECTS ${switch_objects}
+    FLAGS -Wno-unused-command-line-argument LINK_FLAGS ${link_flags} OUTPUT ${folder}/GameAssembly.dylib)
+  fit_library(${folder} gs_cases_${kind}_guest)
+  add_custom_target(gs_cases_${kind} ALL DEPENDS ${folder}/GameAssembly.dll)
+  add_windows_test_program(gs_cases_${kind}_test tests/guest/gs_cases_test.cpp tests/support/machine.S)
+  set_target_properties(gs_cases_${kind}_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${folder})
+  add_test(NAME native.tessera_check_${kind} COMMAND ${VLM_NATIVE_DIR}/tessera ${folder}/GameAssembly.dylib
+    --library ${folder}/GameAssembly.dll --check)
+endforeach()
+game_test(guest.gs_cases gs_cases_unnamed_test)
+game_test(guest.gs_cases_expansion gs_cases_named_test expansion)
 
 game_test(sample ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePlayer> --frames 60)
 set_tests_properties(sample PROPERTIES FAIL_REGULAR_EXPRESSION "there is no mod")
@@ -200,14 +223,15 @@ add_test(NAME package COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_package
 add_test(NAME native.arrows COMMAND ${CMAKE_SOURCE_DIR}/tests/arrows)
 add_test(NAME native.messages COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_messages)
 add_test(NAME native.tessera COMMAND ${VLM_NATIVE_DIR}/tessera_test)
+add_test(NAME native.port COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_port ${VLM_NATIVE_DIR}/tessera
+  $<TARGET_FILE:GameAssembly> $<TARGET_PROPERTY:sample_game,GUEST_IMAGE> ${VLM_NATIVE_DIR}/port)
 add_test(NAME native.mutate_images COMMAND ${VLM_NATIVE_DIR}/mutate_images)
-set_tests_properties(native.tessera native.mutate_images PROPERTIES TIMEOUT 60)
+set_tests_properties(native.tessera native.port native.mutate_images PROPERTIES TIMEOUT 60)
 
 # Two readers of compact unwind information agree about every address.
 foreach(guest frames uncaught exceptions cxx_strings)
-  add_test(NAME native.unwind_info_${guest} COMMAND bash -o pipefail -c
-    "llvm-objdump-19 --macho --unwind-info $0 | $1 $0" $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>
-    ${VLM_NATIVE_DIR}/unwind_info_test)
+  add_test(NAME native.unwind_info_${guest} COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_unwind_info
+    ${VLM_NATIVE_DIR}/unwind_info_test $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
 endforeach()
 
 set(images)
@@ -237,7 +261,7 @@ inspect_check(storage $<TARGET_PROPERTY:storage_guest,GUEST_IMAGE> 1 ".thread_st
 add_test(NAME native.inspect_fitted COMMAND bash -ec
   "$0 $1 --library $3 --json | jq -e '.status == 1 and .thread_storage.list == \"fits\"'
    $0 $2 --library $3 --json | jq -e '.status == 2 and .thread_storage.list == \"differs\"'" ${VLM_NATIVE_DIR}/inspect
-  $<TARGET_PROPERTY:storage_guest,GUEST_IMAGE> $<TARGET_PROPERTY:gs_cases_guest,GUEST_IMAGE>
+  $<TARGET_PROPERTY:storage_guest,GUEST_IMAGE> $<TARGET_PROPERTY:gs_cases_named_guest,GUEST_IMAGE>
   ${STORAGE_DIR}/GameAssembly.dll)
 
 # The button glyphs as the library draws them, read by another's reader.

@@ -68,6 +68,8 @@ void read_command(Format& format, std::uint32_t cmd, ByteReader in) {
       return;
     case LC_ROUTINES:
     case LC_ROUTINES_64: format.has_routines = true; return;
+    case LC_DYLD_INFO:
+    case LC_DYLD_INFO_ONLY: format.has_dyld_info = true; return;
     case LC_DYLD_CHAINED_FIXUPS: format.chained_fixups = true; return;
   }
 }
@@ -114,6 +116,15 @@ Format gather_format(std::span<const std::byte> file) {
   }
   format.extent = end > begin ? end - begin : 0;
   return format;
+}
+
+std::uint64_t thread_local_variables(const Format& format) {
+  constexpr std::uint64_t descriptor_size = 24;
+  std::uint64_t count = 0;
+  for (const Section& section : format.sections) {
+    if ((section.flags & SECTION_TYPE) == S_THREAD_LOCAL_VARIABLES) count += section.size / descriptor_size;
+  }
+  return count;
 }
 
 }  // namespace vlm::inspect

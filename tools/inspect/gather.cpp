@@ -45,20 +45,24 @@ Facts gather(const char* path, std::span<const std::byte> file, const Library* l
 
   auto image = std::make_unique<MachImage>();
   std::vector<std::byte> copy;
-  const auto refusal = tools::read_image(path, file, *image);
-  bool readable = !refusal;
-  if (refusal) facts.refusal = *refusal;
-  if (refusal && facts.format.chained_fixups) {
+  const auto read = tools::read_image(path, file, *image);
+  bool readable = read.has_value();
+  if (!read) facts.refusal = read.error().text;
+  if (!read && facts.format.chained_fixups) {
     copy = without_chained_fixups({image->file_data, image->file_size});
     image = std::make_unique<MachImage>();
-    readable = !tools::read_image(path, copy, *image);
+    readable = tools::read_image(path, copy, *image).has_value();
   }
   if (readable) {
     const auto index = index_symbols(*image);
     facts.initializers = gather_initializers(*image, facts.format);
     if (!facts.format.chained_fixups) facts.linkage = gather_linkage(*image, library);
-    facts.unwind = gather_unwind(*image);
-    facts.thread_storage = gather_thread_storage(*image, library, progress);
+    if (const auto checked = tools::check_processor(*image); checked) {
+      facts.unwind = gather_unwind(*image);
+      facts.thread_storage = gather_thread_storage(*image, library, progress);
+    } else if (facts.refusal.empty()) {
+      facts.refusal = checked.error().text;
+    }
     facts.objective_c = gather_objective_c(*image, facts.format, facts.linkage ? &*facts.linkage : nullptr);
   }
   judge(facts);

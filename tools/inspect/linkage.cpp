@@ -10,6 +10,7 @@
 #include "host/game_symbols.h"
 #include "inspect/gather.h"
 #include "macho/fixups.h"
+#include "macho/format.h"
 #include "macho/queries.h"
 
 namespace vlm::inspect {
@@ -56,8 +57,12 @@ class ImportList {
         .make_missing_symbol = [&](const char*, const char*) -> const void* { return this; },
     };
     const auto resolved = resolve_import(*image_, import, sources, budget_.bytes_read());
-    return {std::string(import.name), import_library(*image_, import.ordinal), std::string(family),
-            answer_of(resolved.answer, import.name), 0};
+    return {std::string(import.name),
+            import_library(*image_, import.ordinal),
+            std::string(family),
+            answer_of(resolved.answer, import.name),
+            (import.flags & BIND_SYMBOL_FLAGS_WEAK_IMPORT) != 0,
+            0};
   }
 
   Answer answer_of(ImportAnswer answer, std::string_view name) const {
