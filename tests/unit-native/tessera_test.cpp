@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "binding/catalogue.h"
+#include "host/shim_catalogue.h"
 #include "macho/commands.h"
 #include "support/macho_builder.h"
 #include "tessera/check_list.h"

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "binding/catalogue.h"
+#include "host/shim_catalogue.h"
 #include "shared/portable_executable.h"
 #include "tls/patch_list.h"
 
