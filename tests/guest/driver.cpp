@@ -75,11 +75,12 @@ int main(int argc, char** argv) {
   start_game();
   offer("call_on_windows", &call_on_windows);
   offer("windows_symbol", &windows_symbol);
+  const bool counts_handles = offer("open_handles", &count_open_handles);
   if (argc > 2) leave(call_game<std::int64_t>(argv[2]) == 0 ? 0 : 2);
   if (void* const running_test = find_symbol("running_test")) {
     CloseHandle(CreateThread(nullptr, 0, watch, running_test, 0, nullptr));
   }
-  if (offer("open_handles", &count_open_handles)) wait_until_handles_stay();
+  if (counts_handles) wait_until_handles_stay();
   const auto checks = call_game<std::int64_t>("run_guest_tests", callback(&report_failure));
   std::printf("%lld checks, %d failures\n", static_cast<long long>(checks), failures);
   leave(failures == 0 && checks > 0 ? 0 : 1);
