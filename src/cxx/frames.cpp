@@ -9,6 +9,7 @@
 #include "diag/log.h"
 #include "macho/image.h"
 #include "macho/queries.h"
+#include "support/hash.h"
 
 namespace vlm {
 namespace {
@@ -21,9 +22,7 @@ constinit std::atomic<const Frame*> buckets[1 << bucket_bits] = {};
 // information has a section that knows nothing.
 constinit std::atomic<const UnwindSection*> sections[max_images] = {};
 
-std::atomic<const Frame*>& bucket_of(std::uint64_t address) {
-  return buckets[address * 0x9E3779B97F4A7C15 >> (64 - bucket_bits)];
-}
+std::atomic<const Frame*>& bucket_of(std::uint64_t address) { return buckets[hash_address(address, bucket_bits)]; }
 
 const UnwindSection* open_section(const MachImage& image) {
   auto section = std::make_unique<UnwindSection>();
@@ -102,7 +101,7 @@ const Frame* find_frame(std::uint64_t return_address) {
        frame = frame->next) {
     if (frame->return_address == return_address) return frame;
   }
-  const auto images = image_list();
+  const auto images = macho_images();
   for (std::size_t i = 0; i < images.size(); ++i) {
     if (!images[i]->contains(return_address - 1)) continue;
     return decode(*images[i], section_of(*images[i], sections[i]), return_address);

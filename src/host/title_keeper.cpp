@@ -35,7 +35,7 @@ DWORD WINAPI keep_title(void*) {
     }
     Sleep(250);
   }
-  Sleep(4000);  // time for the player's own way out
+  Sleep(4000);  // the player may need this time to end by itself
   std::fflush(nullptr);
   TerminateProcess(GetCurrentProcess(), 0);
   return 0;

@@ -22,7 +22,7 @@ using Wide = unsigned long long;  // what %llu prints, on every system
 std::uint32_t read_big_endian(ByteReader& in) { return std::byteswap(in.read<std::uint32_t>()); }
 
 std::unexpected<ImageFault> damaged(const char* path, const std::unexpected<Fault>& fault) {
-  return std::unexpected(ImageFault{damaged_text(path, fault.error().text), true});
+  return std::unexpected(ImageFault{macho_damaged_text(path, fault.error().text), true});
 }
 
 void copy_name(char (&to)[17], const char (&from)[16]) {
@@ -168,18 +168,18 @@ Result<void> read_one(MachImage& image, std::uint32_t cmd, Bytes bytes) {
 
 }  // namespace
 
-std::string damaged_text(const char* path, const std::string& fault) {
+std::string macho_damaged_text(const char* path, const std::string& fault) {
   return std::string(path) + " is damaged or not supported: " + fault;
 }
 
-std::uint64_t slice_table_size(std::span<const std::byte> first_bytes) {
+std::uint64_t macho_slice_table_size(std::span<const std::byte> first_bytes) {
   ByteReader in(first_bytes);
   if (read_big_endian(in) != FAT_MAGIC) return 0;
   return sizeof(FatHeader) + std::uint64_t{read_big_endian(in)} * sizeof(FatArch);
 }
 
-std::expected<FileRange, ImageFault> choose_slice(const char* path, std::span<const std::byte> head,
-                                                  std::uint64_t file_size) {
+std::expected<FileRange, ImageFault> macho_choose_slice(const char* path, std::span<const std::byte> head,
+                                                        std::uint64_t file_size) {
   ByteReader in(head);
   if (read_big_endian(in) != FAT_MAGIC) return FileRange{0, file_size};
   const std::uint32_t nfat_arch = read_big_endian(in);
@@ -208,7 +208,7 @@ std::expected<FileRange, ImageFault> choose_slice(const char* path, std::span<co
   return slice;
 }
 
-std::expected<void, ImageFault> read_commands(MachImage& image) {
+std::expected<void, ImageFault> macho_read_commands(MachImage& image) {
   const Bytes file(image.file_data, image.file_size);
   if (ByteReader in(file); in.read<std::uint32_t>() != MH_MAGIC_64) {
     return std::unexpected(ImageFault{"not a 64-bit Mach-O", false});

@@ -30,21 +30,21 @@ struct FileRange {
   std::uint64_t size;
 };
 
-/// How many of the file's leading bytes choose_slice() wants to see, told from the first eight of them (or fewer, when
-/// the file has no more): the whole table of a universal file, 0 for any other.
-std::uint64_t slice_table_size(std::span<const std::byte> first_bytes);
+/// How many bytes of the start of the file macho_choose_slice() needs: the whole table of a universal file, 0 for any
+/// other file. Decided by the first eight bytes, or fewer when the file has no more.
+std::uint64_t macho_slice_table_size(std::span<const std::byte> first_bytes);
 
 /// The part of a file that is loaded: the last x86_64 slice of a universal file, or the whole file.
 ///   path  for messages
-///   head  the first min(file_size, max(8, slice_table_size())) bytes of the file
-std::expected<FileRange, ImageFault> choose_slice(const char* path, std::span<const std::byte> head,
-                                                  std::uint64_t file_size);
+///   head  the first min(file_size, max(8, macho_slice_table_size())) bytes of the file
+std::expected<FileRange, ImageFault> macho_choose_slice(const char* path, std::span<const std::byte> head,
+                                                        std::uint64_t file_size);
 
 /// Fills an image's record from the load commands in its file_data. `path`, `file_data` and `file_size` are set by the
 /// caller, the rest is zero. Section addresses are link-time addresses afterwards.
-std::expected<void, ImageFault> read_commands(MachImage& image);
+std::expected<void, ImageFault> macho_read_commands(MachImage& image);
 
 /// The message for a file whose bytes make no sense, or exceed what is supported.
-std::string damaged_text(const char* path, const std::string& fault);
+std::string macho_damaged_text(const char* path, const std::string& fault);
 
 }  // namespace vlm

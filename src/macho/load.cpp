@@ -4,7 +4,8 @@
 //   link      rebase, bind, bind the lazy stream; the image is in the list from here on
 //   hook      what the caller does to the image, while the text is writable
 //   protect   each segment as its initprot says
-// A file that is of another kind, or not there, is logged and null; a damaged one ends the process with its name.
+// A file that is not there or of another kind is logged, and the answer is null. A damaged file ends the process with a
+// message that names it.
 #include "macho/load.h"
 
 #include <windows.h>
@@ -53,21 +54,21 @@ bool read_at(HANDLE file, std::uint64_t offset, std::byte* to, std::uint64_t siz
   return true;
 }
 
-/// A heap block with `size` bytes of the file; null when there is no memory, or not so much file.
+/// A heap block with `size` bytes of the file; null when there is not enough memory, or the file is shorter.
 FileBytes read_block(HANDLE file, std::uint64_t offset, std::uint64_t size) {
   FileBytes block(static_cast<std::byte*>(std::malloc(size)));
   if (block && !read_at(file, offset, block.get(), size)) block.reset();
   return block;
 }
 
-/// The end of a load for a reason the file is to blame for: logged, or fatal when it is damaged.
+/// Ends a load that failed because of the file: a log line, or a fatal error when the file is damaged.
 void turn_away(const ImageFault& why) {
   if (why.damaged) fatal_error("%s", why.text.c_str());
   log_message(0, "%s", why.text.c_str());
 }
 
-/// The bytes that become file_data: a thin file goes straight there, of a universal file only its slice is read.
-/// Empty after a logged reason.
+/// The bytes that become file_data: all of a thin file, one slice of a universal file. Empty when that fails; the
+/// reason is logged.
 std::pair<FileBytes, std::uint64_t> read_slice(const char* path) {
   const auto unreadable = [&] {
     log_message(0, "[macho] cannot read %s", path);
@@ -84,12 +85,12 @@ std::pair<FileBytes, std::uint64_t> read_slice(const char* path) {
   std::uint64_t head_size = std::min<std::uint64_t>(file_size, sizeof(FatHeader));
   FileBytes head = read_block(file.get(), 0, head_size);
   if (!head) return unreadable();
-  if (const std::uint64_t table_size = slice_table_size({head.get(), head_size}); table_size > head_size) {
+  if (const std::uint64_t table_size = macho_slice_table_size({head.get(), head_size}); table_size > head_size) {
     head_size = std::min(file_size, table_size);
     head = read_block(file.get(), 0, head_size);
     if (!head) return unreadable();
   }
-  const auto slice = choose_slice(path, {head.get(), head_size}, file_size);
+  const auto slice = macho_choose_slice(path, {head.get(), head_size}, file_size);
   if (!slice) {
     turn_away(slice.error());
     return {};
@@ -123,7 +124,7 @@ void place(MachImage& image) {
 
 void link(const MachImage& image, const LoadHooks& hooks) {
   const std::span memory(reinterpret_cast<std::byte*>(image.base), image.extent());
-  const SymbolSources sources{image_list(), hooks.lookup_shim, hooks.make_missing_symbol};
+  const SymbolSources sources{macho_images(), hooks.lookup_shim, hooks.make_missing_symbol};
   const auto check = [](const Result<std::uint64_t>& patched) {
     if (!patched) fatal_error("%s", patched.error().text.c_str());
   };
@@ -153,7 +154,7 @@ void protect(const MachImage& image) {
 
 }  // namespace
 
-std::span<MachImage* const> image_list() { return {images, image_count}; }
+std::span<MachImage* const> macho_images() { return {images, image_count}; }
 
 MachImage* macho_load(const char* path, const LoadHooks& hooks) {
   auto [bytes, size] = read_slice(path);
@@ -167,13 +168,13 @@ MachImage* macho_load(const char* path, const LoadHooks& hooks) {
   std::replace(std::begin(record->path), std::end(record->path), '\\', '/');
   record->file_data = bytes.get();
   record->file_size = size;
-  if (const auto read = read_commands(*record); !read) {
+  if (const auto read = macho_read_commands(*record); !read) {
     turn_away(read.error());
     return nullptr;
   }
   if (image_count == max_images) fatal_error("cannot load %s: %d images are loaded already", path, max_images);
 
-  // Nothing is turned away from here on: the image and its file live until the process ends.
+  // No file is refused from here on: the image and its file live until the process ends.
   bytes.release();
   MachImage& image = *record.release();
   place(image);

@@ -1,5 +1,5 @@
-// Searches look at 16 or 32 bytes at once, aligned or where no page ends between them: that may read beyond the ends of
-// what is searched, but never into another page, which need not be there.
+// Searches look at 16 or 32 bytes at once, either aligned or with no end of a page between them. Such a read may go
+// beyond the bytes that are searched, but never into another page, which might not exist.
 #include "support/bytes.h"
 
 #include <immintrin.h>
@@ -8,6 +8,8 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
+
+#include "support/pages.h"
 
 namespace vlm {
 namespace {
@@ -48,7 +50,7 @@ using Chunk = Vector<128>;
   Chunk first, last;
   std::memcpy(&first, from, sizeof first);
   std::memcpy(&last, from + behind, sizeof last);
-  if (static_cast<std::uint64_t>(to - from) >= size) {  // going up, nothing is written that is still to be read
+  if (static_cast<std::uint64_t>(to - from) >= size) {  // upwards, no byte is overwritten before it is read
     for (std::uint64_t at = start; at < behind; at += sizeof(Chunk)) copy_chunk(to + at, from + at);
   } else {
     for (std::uint64_t left = (behind - start + sizeof(Chunk) - 1) / sizeof(Chunk); left-- > 0;) {
@@ -59,14 +61,14 @@ using Chunk = Vector<128>;
   std::memcpy(to + behind, &last, sizeof last);
 }
 
-/// Apart, so that no other way of a copy needs a frame for the host's convention.
+/// A function of its own: with the call inside them, the other ways to copy would need a stack frame.
 [[gnu::noinline]] SYSV void* copy_by_host(std::byte* to, const std::byte* from, std::uint64_t size) {
   return std::memmove(to, from, size);
 }
 
 /// More than 32 bytes.
 [[gnu::always_inline]] inline void* copy_vectors(std::byte* to, const std::byte* from, std::uint64_t size) {
-  constexpr std::uint64_t left_to_the_host = 32768;  // where memory sets the pace, the host's way is as good
+  constexpr std::uint64_t left_to_the_host = 32768;  // memory limits the speed here, so the host's function is as good
   if (size <= 256) [[likely]] {
     if (size > 128) {
       copy_ends<Chunk>(to, from, size);
@@ -139,7 +141,9 @@ std::uint32_t zero_bytes(__m128i block) { return equal_bytes(block, __m128i{}); 
   return std::max(from, reinterpret_cast<const __m128i*>(block));  // the first group may begin before
 }
 
-bool block_is_in_page(const char* text) { return reinterpret_cast<std::uintptr_t>(text) % 4096 <= 4096 - block_size; }
+bool block_is_in_page(const char* text) {
+  return reinterpret_cast<std::uintptr_t>(text) % page_size <= page_size - block_size;
+}
 
 }  // namespace
 
@@ -177,7 +181,7 @@ SYSV std::int32_t compare_bytes(const void* a_, const void* b_, std::uint64_t si
   for (; size - at >= block_size; at += block_size) {
     if (const std::uint32_t same = same_block(at); same != 0xFFFF) return difference(at + lowest_set(~same));
   }
-  if (at != size && size >= block_size) {  // some bytes once more rather than each of the rest alone
+  if (at != size && size >= block_size) {  // compares some bytes twice, which is cheaper than the rest one by one
     at = size - block_size;
     const std::uint32_t same = same_block(at);
     return same == 0xFFFF ? 0 : difference(at + lowest_set(~same));

@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
   std::snprintf(image.path, sizeof image.path, "%s", argv[1]);
   image.file_data = reinterpret_cast<const std::byte*>(bytes.data());
   image.file_size = bytes.size();
-  const bool read = vlm::read_commands(image).has_value();
+  const bool read = vlm::macho_read_commands(image).has_value();
   image.base = image.vm_min;
   const auto* const place = read ? vlm::macho_find_section(image, "__TEXT", "__unwind_info") : nullptr;
   if (place == nullptr) return std::printf("%s: no unwind information\n", argv[1]), 1;

@@ -39,12 +39,12 @@ bool write_file(const char* path, std::span<const std::byte> bytes) {
 }
 
 std::optional<std::string> read_image(const char* path, std::span<const std::byte> file, MachImage& image) {
-  const auto slice = choose_slice(path, file, file.size());
+  const auto slice = macho_choose_slice(path, file, file.size());
   if (!slice) return slice.error().text;
   std::snprintf(image.path, sizeof image.path, "%s", path);
   image.file_data = file.data() + slice->offset;
   image.file_size = slice->size;
-  if (const auto read = read_commands(image); !read) return read.error().text;
+  if (const auto read = macho_read_commands(image); !read) return read.error().text;
   image.base = image.vm_min;
   return std::nullopt;
 }

@@ -27,7 +27,7 @@ struct Interval {
 /// Sections flagged as code in segments that will be executable.
 std::vector<Interval> code_sections(const MachImage& image) {
   std::vector<Interval> sections;
-  for_each_command({image.file_data, image.file_size}, [&](std::uint32_t cmd, ByteReader in) {
+  macho_walk_commands({image.file_data, image.file_size}, [&](std::uint32_t cmd, ByteReader in) {
     if (cmd != LC_SEGMENT_64) return;
     const auto segment = in.read<SegmentCommand64>();
     if ((segment.initprot & VM_PROT_EXECUTE) == 0) return;
@@ -43,7 +43,7 @@ std::vector<Interval> code_sections(const MachImage& image) {
 /// The data of the last command of this number; nothing when there is none.
 Result<std::optional<ByteReader>> linkedit_data(const MachImage& image, std::uint32_t wanted) {
   std::optional<LinkeditDataCommand> found;
-  for_each_command({image.file_data, image.file_size}, [&](std::uint32_t cmd, ByteReader in) {
+  macho_walk_commands({image.file_data, image.file_size}, [&](std::uint32_t cmd, ByteReader in) {
     if (cmd == wanted) found = in.read<LinkeditDataCommand>();
   });
   if (!found) return std::nullopt;
