@@ -156,6 +156,6 @@ int main(int count, char** arguments) {
 
   const double megabytes = static_cast<double>(std::filesystem::file_size(image)) / 1e6;
   const std::string name = "load " + std::to_string(std::lround(megabytes)) + " MB image (";
-  print_row((name + "time)").c_str(), "ms", median(peer_times) / 1e6, median(our_times) / 1e6, "2.00");
-  print_row((name + "peak working set; peer: the file)").c_str(), "MB", megabytes, median(our_memory) / 1e6, "2.20");
+  print_row((name + "time)").c_str(), "ms", median(peer_times) / 1e6, median(our_times) / 1e6, "0.80");
+  print_row((name + "peak working set; peer: the file)").c_str(), "MB", megabytes, median(our_memory) / 1e6, "1.10");
 }

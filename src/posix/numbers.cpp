@@ -32,15 +32,12 @@ const char* read_integer(const char* text, std::uint32_t base, IntegerText& inte
   return end;
 }
 
-/// The same for strtol and strtoul, which store the end. EINVAL for a base that there is not, and no digits.
+/// What both conversions have in common. A text without a number is an error on macOS, as is a base that there is not.
 IntegerText convert(const char* text, const char** end, std::int32_t base) {
   IntegerText integer;
   const char* read_to = text;
-  if (base == 0 || (base >= 2 && base <= 36)) {
-    read_to = read_integer(text, static_cast<std::uint32_t>(base), integer);
-  } else {
-    shim_errno = DARWIN_EINVAL;
-  }
+  if (base == 0 || (base >= 2 && base <= 36)) read_to = read_integer(text, static_cast<std::uint32_t>(base), integer);
+  if (read_to == text) shim_errno = DARWIN_EINVAL;
   if (end != nullptr) *end = read_to;
   return integer;
 }

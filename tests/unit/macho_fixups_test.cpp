@@ -142,6 +142,8 @@ TEST_CASE("a rebase run that leaves its segment, or is more than the image holds
       {at(16) + skipping(4, minus(16)), "not inside segment 2"},
       {at(0) + skipping(0xC01, minus(8)), "has room for"},
       {at(0, 0) + times(1), "(__PAGEZERO, 0x100000000 bytes, not mapped)"},
+      {at(0x100, 3) + skipping(3, minus(24)),
+       "of segment __LINKEDIT, 0xfffffffffffffff0 bytes apart, lie in the image"},
   };
   for (const auto& c : cases) {
     CAPTURE(c.fault);
