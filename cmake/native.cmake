@@ -53,6 +53,7 @@ endforeach()
 
 # The inspector with everything below it: any bytes as an image, and as a library.
 target_sources(fuzz_inspect PRIVATE ${INSPECT_SOURCES} ${TESSERA_SOURCES})
+set_target_properties(fuzz_inspect PROPERTIES EXPORT_COMPILE_COMMANDS OFF)  # clang-tidy looks at the tools' own
 target_include_directories(fuzz_inspect PRIVATE tools)
 target_link_libraries(fuzz_inspect PRIVATE Zydis)
 

@@ -93,7 +93,7 @@ const Frame* decode(const MachImage& image, const UnwindSection& section, std::u
 }  // namespace
 
 const Frame* decode_frame(std::uint64_t return_address) {
-  const auto images = image_list();
+  const auto images = macho_images();
   for (std::size_t i = 0; i < images.size(); ++i) {
     if (!images[i]->contains(return_address - 1)) continue;
     return decode(*images[i], section_of(*images[i], sections[i]), return_address);

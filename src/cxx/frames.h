@@ -8,6 +8,7 @@
 
 #include "cxx/compact_unwind.h"
 #include "cxx/lsda.h"
+#include "support/hash.h"
 
 namespace vlm {
 
@@ -32,7 +33,7 @@ inline constexpr unsigned frame_list_bits = 14;
 extern constinit std::atomic<const Frame*> frame_lists[1 << frame_list_bits];
 
 inline std::atomic<const Frame*>& frame_list(std::uint64_t return_address) {
-  return frame_lists[return_address * 0x9E3779B97F4A7C15 >> (64 - frame_list_bits)];
+  return frame_lists[hash_address(return_address, frame_list_bits)];
 }
 
 /// Decodes an address that no list has.

@@ -8,6 +8,7 @@
 #include "cxx/frames.h"
 #include "cxx/type_matching.h"
 #include "diag/log.h"
+#include "support/pages.h"
 #include "support/running_once.h"
 
 extern "C" [[noreturn]] void resume_context(const vlm::UnwindContext* context);  // throw_entries.S
@@ -19,6 +20,14 @@ constinit thread_local std::uint64_t highest_landing = 0;
 namespace {
 
 constexpr int max_frames = 4096;
+
+/// The registers that a Windows frame keeps for its caller, as far as game code keeps them too.
+constexpr struct {
+  UnwindRegister ours;
+  DWORD64 CONTEXT::* windows;
+} registers_of_windows[] = {{in_rip, &CONTEXT::Rip}, {in_rsp, &CONTEXT::Rsp}, {in_rbp, &CONTEXT::Rbp},
+                            {in_rbx, &CONTEXT::Rbx}, {in_r12, &CONTEXT::R12}, {in_r13, &CONTEXT::R13},
+                            {in_r14, &CONTEXT::R14}, {in_r15, &CONTEXT::R15}};
 
 /// The type's name, "?" when it has none.
 const char* type_of(const ExceptionHeader& exception) {
@@ -48,9 +57,7 @@ std::uint64_t end_of_stack(std::uint64_t rsp) {
   const auto low = reinterpret_cast<std::uint64_t>(thread.StackLimit);
   const auto end = reinterpret_cast<std::uint64_t>(thread.StackBase);
   if (rsp >= low && rsp < end) return end;
-  MEMORY_BASIC_INFORMATION region;
-  if (VirtualQuery(reinterpret_cast<const void*>(rsp), &region, sizeof region) == 0) return rsp;
-  return reinterpret_cast<std::uint64_t>(region.BaseAddress) + region.RegionSize;
+  return std::max(rsp, end_of(region_at(rsp)));
 }
 
 /// A walk from callee to caller, over one stack.
@@ -98,14 +105,7 @@ class StackWalk {
   /// Goes to the caller of a Windows frame. False at the end of the stack.
   bool step_windows() {
     CONTEXT context{};
-    context.Rip = rip();
-    context.Rsp = rsp();
-    context.Rbp = at_[in_rbp];
-    context.Rbx = at_[in_rbx];
-    context.R12 = at_[in_r12];
-    context.R13 = at_[in_r13];
-    context.R14 = at_[in_r14];
-    context.R15 = at_[in_r15];
+    for (const auto& [ours, windows] : registers_of_windows) context.*windows = at_[ours];
     DWORD64 image_base;
     HMODULE module;
     if (PRUNTIME_FUNCTION function = RtlLookupFunctionEntry(context.Rip, &image_base, nullptr)) {
@@ -122,14 +122,7 @@ class StackWalk {
       return false;
     }
     if (context.Rip == 0 || context.Rsp <= rsp() || context.Rsp > stack_end_) return false;
-    at_[in_rip] = context.Rip;
-    at_[in_rsp] = context.Rsp;
-    at_[in_rbp] = context.Rbp;
-    at_[in_rbx] = context.Rbx;
-    at_[in_r12] = context.R12;
-    at_[in_r13] = context.R13;
-    at_[in_r14] = context.R14;
-    at_[in_r15] = context.R15;
+    for (const auto& [ours, windows] : registers_of_windows) at_[ours] = context.*windows;
     return true;
   }
 

@@ -15,6 +15,7 @@
 #include "macho/image.h"
 #include "macho/queries.h"
 #include "macho/symbol_index.h"
+#include "support/pages.h"
 #include "tls/thread_record.h"
 
 namespace vlm {
@@ -43,9 +44,8 @@ std::atomic<DWORD> reporting_threads[max_reports];  // by report; 0 once it is w
 
 /// True when all of the page that holds the address has one of the protections, and reading it has no effect.
 bool is_committed(std::uint64_t address, DWORD protections) {
-  MEMORY_BASIC_INFORMATION region;
-  return VirtualQuery(reinterpret_cast<const void*>(address), &region, sizeof region) != 0 &&
-         region.State == MEM_COMMIT && (region.Protect & protections) != 0 && (region.Protect & PAGE_GUARD) == 0;
+  const MEMORY_BASIC_INFORMATION region = region_at(address);
+  return region.State == MEM_COMMIT && (region.Protect & protections) != 0 && (region.Protect & PAGE_GUARD) == 0;
 }
 
 void write_stack_lines(const Crash& crash) {
@@ -56,8 +56,8 @@ void write_stack_lines(const Crash& crash) {
   int lines = 0;
   for (std::uint64_t offset = 0; offset + 8 <= size && lines < max_stack_lines; offset += 8) {
     // A word may begin on one page and end on the next.
-    for (const std::uint64_t page :
-         {(rsp + offset) & ~std::uint64_t{0xFFF}, (rsp + offset + 7) & ~std::uint64_t{0xFFF}}) {
+    for (const std::uint64_t byte : {rsp + offset, rsp + offset + 7}) {
+      const std::uint64_t page = byte - byte % page_size;
       if (page == readable_page) continue;
       if (!is_committed(page, any_read)) return;
       readable_page = page;
@@ -175,9 +175,9 @@ LONG CALLBACK crash_handler(EXCEPTION_POINTERS* exception) {
 }  // namespace
 
 bool symbolize_address(std::uint64_t address, char (&text)[symbol_text_size]) {
-  for (const MachImage* image : image_list()) {
+  for (const MachImage* image : macho_images()) {
     if (!image->contains(address)) continue;
-    index_symbols(*image);
+    macho_index_symbols(*image);
     std::uint64_t distance = 0;
     if (const char* const symbol = macho_symbol_for_address(*image, address, &distance)) {
       std::snprintf(text, symbol_text_size, "GameAssembly.dylib!%s+0x%llx", symbol, Wide{distance});

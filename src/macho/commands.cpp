@@ -22,7 +22,7 @@ using Wide = unsigned long long;  // what %llu prints, on every system
 std::uint32_t read_big_endian(ByteReader& in) { return std::byteswap(in.read<std::uint32_t>()); }
 
 std::unexpected<ImageFault> damaged(const char* path, const std::unexpected<Fault>& fault) {
-  return std::unexpected(ImageFault{damaged_text(path, fault.error().text), true});
+  return std::unexpected(ImageFault{macho_damaged_text(path, fault.error().text), true});
 }
 
 void copy_name(char (&to)[17], const char (&from)[16]) {
@@ -168,18 +168,18 @@ Result<void> read_one(MachImage& image, std::uint32_t cmd, Bytes bytes) {
 
 }  // namespace
 
-std::string damaged_text(const char* path, const std::string& fault) {
+std::string macho_damaged_text(const char* path, const std::string& fault) {
   return std::string(path) + " is damaged or not supported: " + fault;
 }
 
-std::uint64_t slice_table_size(std::span<const std::byte> first_bytes) {
+std::uint64_t macho_slice_table_size(std::span<const std::byte> first_bytes) {
   ByteReader in(first_bytes);
   if (read_big_endian(in) != FAT_MAGIC) return 0;
   return sizeof(FatHeader) + std::uint64_t{read_big_endian(in)} * sizeof(FatArch);
 }
 
-std::expected<FileRange, ImageFault> choose_slice(const char* path, std::span<const std::byte> head,
-                                                  std::uint64_t file_size) {
+std::expected<FileRange, ImageFault> macho_choose_slice(const char* path, std::span<const std::byte> head,
+                                                        std::uint64_t file_size) {
   ByteReader in(head);
   if (read_big_endian(in) != FAT_MAGIC) return FileRange{0, file_size};
   const std::uint32_t nfat_arch = read_big_endian(in);
@@ -208,7 +208,7 @@ std::expected<FileRange, ImageFault> choose_slice(const char* path, std::span<co
   return slice;
 }
 
-std::uint64_t commands_size(Bytes start) {
+std::uint64_t macho_commands_size(Bytes start) {
   const auto header = ByteReader(start).read<MachHeader64>();
   std::uint64_t offset = sizeof(MachHeader64);
   if (header.magic != MH_MAGIC_64) return offset;
@@ -220,7 +220,7 @@ std::uint64_t commands_size(Bytes start) {
   return offset;
 }
 
-std::expected<void, ImageFault> read_commands(MachImage& image, Bytes start) {
+std::expected<void, ImageFault> macho_read_commands(MachImage& image, Bytes start) {
   if (ByteReader in(start); in.read<std::uint32_t>() != MH_MAGIC_64) {
     return std::unexpected(ImageFault{"not a 64-bit Mach-O", false});
   }
@@ -254,7 +254,7 @@ std::expected<void, ImageFault> read_commands(MachImage& image, Bytes start) {
   return {};
 }
 
-FileRange tables_range(const MachImage& image) {
+FileRange macho_tables_range(const MachImage& image) {
   std::uint64_t begin = image.file_size, end = 0;
   const FileRange tables[] = {
       {image.rebase_off, image.rebase_size},
@@ -273,8 +273,8 @@ FileRange tables_range(const MachImage& image) {
   return end == 0 ? FileRange{} : FileRange{begin, end - begin};
 }
 
-const MachSegment* segment_of_tables(const MachImage& image) {
-  const FileRange tables = tables_range(image);
+const MachSegment* macho_segment_of_tables(const MachImage& image) {
+  const FileRange tables = macho_tables_range(image);
   const std::span segments(image.segments, static_cast<std::size_t>(image.segment_count));
   if (tables.size == 0) return nullptr;
   for (const MachSegment& segment : segments) {

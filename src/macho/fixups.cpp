@@ -21,8 +21,8 @@ class FixupPlace {
   FixupPlace(const MachImage& image, const char* stream)
       : image_(image),
         stream_(stream),
-        tables_segment_(segment_of_tables(image)),
-        tables_(tables_range(image)),
+        tables_segment_(macho_segment_of_tables(image)),
+        tables_(macho_tables_range(image)),
         left_(image.extent() / pointer_size) {}
 
   void set(int segment, std::uint64_t offset) {
@@ -73,7 +73,7 @@ class FixupPlace {
   }
 
   std::unexpected<Fault> damaged(const std::unexpected<Fault>& why) const {
-    return std::unexpected(Fault{damaged_text(image_.path, why.error().text)});
+    return std::unexpected(Fault{macho_damaged_text(image_.path, why.error().text)});
   }
 
  private:
@@ -111,7 +111,7 @@ class ImportResolver {
   Result<std::uint64_t> resolve(const Import& import) {
     if (import.name.data() == cached_name_ && import.ordinal == cached_ordinal_) return value_;
     if (!budget_.take(import)) return fault("looking up its symbols takes too long");
-    value_ = resolve_import(image_, import, sources_, budget_.bytes_read()).address;
+    value_ = macho_resolve_import(image_, import, sources_, budget_.bytes_read()).address;
     cached_name_ = import.name.data();
     cached_ordinal_ = import.ordinal;
     return value_;

@@ -28,7 +28,8 @@ struct MachSegment {
   std::uint32_t maxprot;
   std::uint32_t initprot;
 
-  /// False for __PAGEZERO and for a segment without size: neither counts in the extent, is copied or protected.
+  /// False for __PAGEZERO and for a segment without size: these do not count in the extent, and are neither copied nor
+  /// protected.
   bool mapped() const { return vmsize != 0 && std::strcmp(name, "__PAGEZERO") != 0; }
 };
 
@@ -47,7 +48,8 @@ struct SymbolPlace {
   std::uint32_t symbol;  // index in the symbol table
 };
 
-/// An index of section symbols: in ascending order of vmaddr, of those at the same place the symbol table's first.
+/// An index of section symbols, in ascending order of vmaddr. Of several at one place only the first in the symbol
+/// table is in it.
 struct SymbolPlaces {
   std::size_t count;  // places follow
   SymbolPlace* begin() { return reinterpret_cast<SymbolPlace*>(this + 1); }
@@ -59,8 +61,8 @@ inline constexpr int max_sections = 128;
 inline constexpr int max_dylibs = 64;
 inline constexpr int max_images = 8;
 
-/// One loaded image. Zero-filled when made; lives until the process ends; immutable once macho_load() returned it,
-/// but for the index.
+/// One loaded image. Zero-filled when made; lives until the process ends; immutable once macho_load() has
+/// returned it, except for the index.
 struct MachImage {
   char path[1024];             // as given to macho_load(), with '/' separators
   const std::byte* file_data;  // the file from file_start on
@@ -82,7 +84,7 @@ struct MachImage {
   std::uint32_t lazy_bind_off, lazy_bind_size;
   std::uint32_t export_off, export_size;
   std::uint32_t symoff, nsyms, stroff, strsize;
-  /// Made at the first use of index_symbols(), read and written atomically; null until then.
+  /// Made at the first use of macho_index_symbols(), read and written atomically; null until then.
   mutable const SymbolPlaces* symbol_places;
 
   /// Bytes from the lowest to the highest mapped address; 1 when no segment is mapped (vm_min all ones, vm_end 0).
@@ -100,6 +102,6 @@ struct MachImage {
 };
 
 /// The loaded images in load order. Only macho_load() adds one, on the start-up thread; read without a lock.
-std::span<MachImage* const> image_list();
+std::span<MachImage* const> macho_images();
 
 }  // namespace vlm

@@ -5,7 +5,8 @@
 //   link      rebase, bind, bind the lazy stream; the image is in the list from here on
 //   hook      what the caller does to the image, while the text is writable
 //   protect   each segment as its initprot says
-// A file that is of another kind, or not there, is logged and null; a damaged one ends the process with its name.
+// A file that is not there or of another kind is logged, and the answer is null. A damaged file ends the process with a
+// message that names it.
 #include "macho/load.h"
 
 #include <windows.h>
@@ -56,14 +57,14 @@ bool read_at(HANDLE file, std::uint64_t offset, std::byte* to, std::uint64_t siz
   return true;
 }
 
-/// A heap block with `size` bytes of the file; null when there is no memory, or not so much file.
+/// A heap block with `size` bytes of the file; null when there is not enough memory, or the file is shorter.
 FileBytes read_block(HANDLE file, std::uint64_t offset, std::uint64_t size) {
   FileBytes block(static_cast<std::byte*>(std::malloc(size)));
   if (block && !read_at(file, offset, block.get(), size)) block.reset();
   return block;
 }
 
-/// The end of a load for a reason the file is to blame for: logged, or fatal when it is damaged.
+/// Ends a load that failed because of the file: a log line, or a fatal error when the file is damaged.
 void turn_away(const ImageFault& why) {
   if (why.damaged) fatal_error("%s", why.text.c_str());
   log_message(0, "%s", why.text.c_str());
@@ -106,12 +107,12 @@ std::expected<ImageFile, ImageFault> open_image(const char* path) {
   std::uint64_t head_size = std::min<std::uint64_t>(state->size, sizeof(FatHeader));
   FileBytes head = read_block(file.get(), 0, head_size);
   if (!head) return unreadable;
-  if (const std::uint64_t table_size = slice_table_size({head.get(), head_size}); table_size > head_size) {
+  if (const std::uint64_t table_size = macho_slice_table_size({head.get(), head_size}); table_size > head_size) {
     head_size = std::min(state->size, table_size);
     head = read_block(file.get(), 0, head_size);
     if (!head) return unreadable;
   }
-  const auto slice = choose_slice(path, {head.get(), head_size}, state->size);
+  const auto slice = macho_choose_slice(path, {head.get(), head_size}, state->size);
   if (!slice) return std::unexpected(slice.error());
   return ImageFile{std::move(file), *state, *slice};
 }
@@ -124,7 +125,7 @@ FileBytes read_start(const ImageFile& file, std::uint64_t& size) {
     size = std::min(file.slice.size, std::max(wanted, 2 * size));
     start = read_block(file.handle.get(), file.slice.offset, size);
     if (!start) return start;
-    wanted = commands_size({start.get(), size});
+    wanted = macho_commands_size({start.get(), size});
   } while (wanted > size && size < file.slice.size);
   return start;
 }
@@ -160,10 +161,10 @@ bool read_contents(const ImageFile& file, MachImage& image, std::byte* memory) {
       return false;
     }
   }
-  const FileRange tables = tables_range(image);
+  const FileRange tables = macho_tables_range(image);
   FileBytes copy;
   image.file_start = tables.offset;
-  if (const MachSegment* const segment = segment_of_tables(image)) {
+  if (const MachSegment* const segment = macho_segment_of_tables(image)) {
     image.file_data = memory + (segment->vmaddr - image.vm_min) + (tables.offset - segment->fileoff);
   } else if (tables.size != 0) {
     copy = read_block(file.handle.get(), file.slice.offset + tables.offset, tables.size);
@@ -186,7 +187,7 @@ void settle(MachImage& image, void* region) {
 
 void link(const MachImage& image, const LoadHooks& hooks) {
   const std::span memory(reinterpret_cast<std::byte*>(image.base), image.extent());
-  const SymbolSources sources{image_list(), hooks.lookup_shim, hooks.make_missing_symbol};
+  const SymbolSources sources{macho_images(), hooks.lookup_shim, hooks.make_missing_symbol};
   const auto check = [](const Result<std::uint64_t>& patched) {
     if (!patched) fatal_error("%s", patched.error().text.c_str());
   };
@@ -216,7 +217,7 @@ void protect(const MachImage& image) {
 
 }  // namespace
 
-std::span<MachImage* const> image_list() { return {images, image_count}; }
+std::span<MachImage* const> macho_images() { return {images, image_count}; }
 
 MachImage* macho_load(const char* path, const LoadHooks& hooks) {
   const auto unreadable = [&] {
@@ -235,7 +236,7 @@ MachImage* macho_load(const char* path, const LoadHooks& hooks) {
   std::snprintf(record->path, sizeof record->path, "%s", path);
   std::replace(std::begin(record->path), std::end(record->path), '\\', '/');
   record->file_size = file->slice.size;
-  if (const auto read = read_commands(*record, {start.get(), start_size}); !read) {
+  if (const auto read = macho_read_commands(*record, {start.get(), start_size}); !read) {
     turn_away(read.error());
     return nullptr;
   }

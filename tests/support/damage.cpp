@@ -179,7 +179,7 @@ void damage_unwind_information(Bytes& image, std::uint64_t seed) {
   const auto record = std::make_unique<MachImage>();
   record->file_data = image.data();
   record->file_size = image.size();
-  if (!read_commands(*record)) return;
+  if (!macho_read_commands(*record)) return;
   for (int i = 0; i < record->section_count; ++i) {
     const MachSection& section = record->sections[i];
     if (std::strcmp(section.sectname, "__unwind_info") != 0) continue;

@@ -97,7 +97,7 @@ static std::unique_ptr<CodeImage> image_of(std::string_view code, std::vector<te
   made->file.put_at(flags_of_first_section, std::uint32_t{0x80000400});  // pure and some instructions
   made->image.file_data = made->file.data();
   made->image.file_size = made->file.size();
-  const auto read = read_commands(made->image);
+  const auto read = macho_read_commands(made->image);
   REQUIRE(read.has_value());
   made->image.base = made->image.vm_min;
   return made;

@@ -22,8 +22,9 @@ constexpr std::uint32_t LC_LAZY_LOAD_DYLIB = 0x20;
 std::string slice_of(const Bytes& file) {
   const std::span<const std::byte> bytes(file);
   const auto first = bytes.first(std::min<std::size_t>(file.size(), 8));
-  const auto head = bytes.first(std::min<std::size_t>(file.size(), std::max<std::size_t>(8, slice_table_size(first))));
-  const auto slice = choose_slice("C:/a.dylib", head, file.size());
+  const auto head =
+      bytes.first(std::min<std::size_t>(file.size(), std::max<std::size_t>(8, macho_slice_table_size(first))));
+  const auto slice = macho_choose_slice("C:/a.dylib", head, file.size());
   if (!slice) return (slice.error().damaged ? "damaged " : "foreign ") + slice.error().text;
   return std::to_string(slice->offset) + "+" + std::to_string(slice->size);
 }
@@ -113,7 +114,7 @@ TEST_CASE("a file of another kind is told from a damaged one") {
     std::strcpy(image.path, "/a");
     image.file_data = c.file.data();
     image.file_size = c.file.size();
-    const auto read = read_commands(image);
+    const auto read = macho_read_commands(image);
     REQUIRE_FALSE(read.has_value());
     CHECK_EQ(read.error().text, c.text);
     CHECK_EQ(read.error().damaged, c.damaged);

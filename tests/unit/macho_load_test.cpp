@@ -69,11 +69,11 @@ TEST_CASE("an image is placed, linked and protected; its hook arena lies behind 
   draft.segments[3].vmaddr = draft.linkedit_vmaddr + 0x1000;
   draft.segments[4].vmaddr = draft.linkedit_vmaddr + 0x2000;
   const Bytes file = build_image(draft);
-  const std::size_t images_before = image_list().size();
+  const std::size_t images_before = macho_images().size();
   MachImage* const image = load(build_universal({{0x0100000C, Bytes(5)}, {CPU_TYPE_X86_64, file}}));
   REQUIRE(image != nullptr);
-  REQUIRE_EQ(image_list().size(), images_before + 1);
-  CHECK_EQ(image_list().back(), image);
+  REQUIRE_EQ(macho_images().size(), images_before + 1);
+  CHECK_EQ(macho_images().back(), image);
 
   std::string path = path_of_image();
   std::ranges::replace(path, '\\', '/');
@@ -112,7 +112,7 @@ TEST_CASE("an image is placed, linked and protected; its hook arena lies behind 
 }
 
 TEST_CASE("a file that cannot be taken leaves nothing behind") {
-  const std::size_t images_before = image_list().size();
+  const std::size_t images_before = macho_images().size();
   const int arenas_before = hook_arena_count;
   ImageDraft chained = good_draft();
   chained.more_commands = {Bytes().u32(LC_DYLD_CHAINED_FIXUPS).u32(16).u32(0).u32(0)};
@@ -121,7 +121,7 @@ TEST_CASE("a file that cannot be taken leaves nothing behind") {
   CHECK_EQ(macho_load("", hooks), nullptr);
   CHECK_EQ(macho_load("C:/no/such/file", hooks), nullptr);
   CHECK_EQ(macho_load("C:/windows", hooks), nullptr);
-  CHECK_EQ(image_list().size(), images_before);
+  CHECK_EQ(macho_images().size(), images_before);
   CHECK_EQ(hook_arena_count, arenas_before);
 }
 

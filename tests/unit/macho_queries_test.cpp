@@ -110,7 +110,7 @@ TEST_CASE("the symbol of an address is the nearest one below it") {
                {0x5FFF, "_helper", 0x4EFF}};
   for (const bool indexed : {false, true})
     for (const auto& c : cases) {
-      if (indexed) index_symbols(*fake.image);
+      if (indexed) macho_index_symbols(*fake.image);
       CAPTURE(indexed);
       CAPTURE(c.offset);
       std::uint64_t distance = ~std::uint64_t{0};
@@ -136,7 +136,7 @@ TEST_CASE("a symbol whose name is not inside the string table is passed over") {
   fake.file.put_at(image.symoff, 0xFFFFFFF0u);                         // n_strx of _near
   fake.file.put_at(image.stroff + image.strsize - 1, std::byte{'x'});  // _last has no end any more
   CHECK_EQ(std::string(macho_symbol_for_address(image, base + 0x1200, nullptr)), "_low");
-  index_symbols(image);
+  macho_index_symbols(image);
   CHECK_EQ(std::string(macho_symbol_for_address(image, base + 0x1200, nullptr)), "_low");
   CHECK_EQ(macho_symbol_by_name(image, "_last"), 0);
   CHECK_EQ(macho_symbol_by_name(image, "_lastx"), 0);

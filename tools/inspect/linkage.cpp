@@ -1,5 +1,5 @@
 // Fixups, imports and exports: what binding the image would come to. Who answers an import is decided by the loader's
-// own resolve_import() and is_data_name(); only the shims are those of a file.
+// own macho_resolve_import() and is_data_name(); only the shims are those of a file.
 #include <algorithm>
 #include <memory>
 #include <string_view>
@@ -56,9 +56,9 @@ class ImportList {
         },
         .make_missing_symbol = [&](const char*, const char*) -> const void* { return this; },
     };
-    const auto resolved = resolve_import(*image_, import, sources, budget_.bytes_read());
+    const auto resolved = macho_resolve_import(*image_, import, sources, budget_.bytes_read());
     return {std::string(import.name),
-            import_library(*image_, import.ordinal),
+            macho_import_library(*image_, import.ordinal),
             std::string(family),
             answer_of(resolved.answer, import.name),
             (import.flags & BIND_SYMBOL_FLAGS_WEAK_IMPORT) != 0,

@@ -145,12 +145,12 @@ bool is_same_file(const std::string& one, const std::string& other) {
 }
 
 Result<void> read_image(const std::string& path, std::span<const std::byte> file, MachImage& image) {
-  const auto slice = choose_slice(path.c_str(), file, file.size());
+  const auto slice = macho_choose_slice(path.c_str(), file, file.size());
   if (!slice) return std::unexpected(Fault{slice.error().text});
   std::snprintf(image.path, sizeof image.path, "%s", path.c_str());
   image.file_data = file.data() + slice->offset;
   image.file_size = slice->size;
-  if (const auto read = read_commands(image); !read) return std::unexpected(Fault{read.error().text});
+  if (const auto read = macho_read_commands(image); !read) return std::unexpected(Fault{read.error().text});
   image.base = image.vm_min;
   return {};
 }

@@ -29,7 +29,7 @@ std::optional<std::uint32_t> place_of(const MachImage& image, std::uint64_t vmad
 /// Sections flagged as code in segments that will be executable. Of what overlaps, the later part counts once.
 Result<std::vector<CodeSection>> code_sections(const MachImage& image) {
   std::vector<CodeRange> extents;
-  for_each_command({image.file_data, image.file_size}, [&](std::uint32_t cmd, ByteReader in) {
+  macho_walk_commands({image.file_data, image.file_size}, [&](std::uint32_t cmd, ByteReader in) {
     if (cmd != LC_SEGMENT_64) return;
     const auto segment = in.read<SegmentCommand64>();
     if ((segment.initprot & VM_PROT_EXECUTE) == 0) return;
@@ -61,7 +61,7 @@ Result<std::vector<CodeSection>> code_sections(const MachImage& image) {
 /// The data of the last command of this number; nothing when there is none.
 Result<std::optional<ByteReader>> linkedit_data(const MachImage& image, std::uint32_t wanted) {
   std::optional<LinkeditDataCommand> found;
-  for_each_command({image.file_data, image.file_size}, [&](std::uint32_t cmd, ByteReader in) {
+  macho_walk_commands({image.file_data, image.file_size}, [&](std::uint32_t cmd, ByteReader in) {
     if (cmd == wanted) found = in.read<LinkeditDataCommand>();
   });
   if (!found) return std::nullopt;
