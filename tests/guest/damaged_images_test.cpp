@@ -1,7 +1,5 @@
 // Images whose damage shows only while the real library links or runs them: each ends the game with a message that
 // says what is wrong, before any damage is done.
-#define DOCTEST_CONFIG_NO_MULTITHREADING
-#define DOCTEST_CONFIG_IMPLEMENT_WITH_MAIN
 #include <doctest/doctest.h>
 
 #include <algorithm>
@@ -10,16 +8,19 @@
 
 #include "support/game_process.h"
 #include "support/good_image.h"
+#include "support/host_program.h"
 
 using namespace vlm;
 using namespace vlm::test;
+
+HOST_SUITE(damaged_images)
 
 namespace {
 
 Ending start_with(const ImageDraft& draft, const std::wstring& path) {
   const Bytes file = build_image(draft);
   REQUIRE(write_file(path, std::string(reinterpret_cast<const char*>(file.data()), file.size())));
-  return run_game_process(program_folder(), L"guest_driver.exe", L"\"" + path + L"\"");
+  return run_host(L"\"" + path + L"\"");
 }
 
 }  // namespace

@@ -2,11 +2,15 @@
 #include <algorithm>
 #include <cstring>
 
-#include "doctest_program.h"
+#include <doctest/doctest.h>
+#include "support/game.h"
 #include "support/game_process.h"
+#include "support/host_program.h"
 #include "tls/patch_list.h"
 
 using namespace vlm::test;
+
+TEST_SUITE_BEGIN("endings");
 
 namespace {
 
@@ -19,7 +23,7 @@ std::wstring guest(const std::wstring& name) { return folder + L"guests\\" + nam
 std::string narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
 
 Ending start_with(const std::wstring& image, const std::wstring& probe = L"", const Environment& environment = {}) {
-  return run_game_process(folder, L"guest_driver.exe", in_quotes(image) + L" " + probe, environment);
+  return run_host(L"guest " + in_quotes(image) + L" " + probe, environment);
 }
 
 /// Starts the library in a folder of its own whose GameAssembly.dll ends in `appended` and whose image is `image`.
@@ -27,10 +31,9 @@ Ending start_patched(const std::string& appended, const std::string& image) {
   const std::wstring home = work_folder + L"home\\";
   CreateDirectoryW(home.c_str(), nullptr);
   static const std::string library = read_file(folder + L"GameAssembly.dll");
-  CopyFileW((folder + L"guest_driver.exe").c_str(), (home + L"guest_driver.exe").c_str(), FALSE);
   REQUIRE(write_file(home + L"GameAssembly.dll", library + appended));
   REQUIRE(write_file(home + L"GameAssembly.dylib", image));
-  return run_game_process(home, L"guest_driver.exe", in_quotes(home + L"GameAssembly.dylib"));
+  return run_host(in_quotes(home + L"GameAssembly.dylib"), {}, home);
 }
 
 std::string patch_list(std::span<const vlm::PatchEntry> entries) {
@@ -198,7 +201,7 @@ TEST_CASE("an internal call that cannot be made ends the game") {
 }
 
 TEST_CASE("an export that the image lacks ends the game with its name when it is called") {
-  check_fatal(run_game_process(folder, L"missing_export.exe", in_quotes(start_image)),
+  check_fatal(run_host(L"missing_export " + in_quotes(start_image)),
               "il2cpp_gc_collect was called, but GameAssembly.dylib does not export*");
 }
 
@@ -237,11 +240,16 @@ TEST_CASE("a patch list that is missing or does not fit is refused before the ga
                                           name + " was made for a different GameAssembly.dylib");
 }
 
-int main(int argc, char** argv) {
+HOST_PROGRAM(missing_export) {
+  load_library(argv[1]);
+  library_function<void (*)(int)>("il2cpp_gc_collect")(0);
+  return 0;
+}
+
+HOST_PROGRAM(endings) {
   folder = program_folder();
   start_image = guest(L"start");
   work_folder = folder + L"endings\\";
   CreateDirectoryW(work_folder.c_str(), nullptr);
-  doctest::Context context(argc, argv);
-  return context.run();
+  return run_suite("endings");
 }

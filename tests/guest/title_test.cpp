@@ -1,14 +1,17 @@
 // The thread that keeps the game window's title, with real windows of a process of its own.
 #include <windows.h>
+#include <doctest/doctest.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "doctest_program.h"
 #include "support/game_process.h"
+#include "support/host_program.h"
 
 using namespace vlm::test;
+
+HOST_SUITE(title)
 
 namespace {
 
@@ -45,7 +48,9 @@ void wait_for_game_title(HWND window) {
   }
 }
 
-int live_with_the_library() {
+}  // namespace
+
+HOST_PROGRAM(windows) {
   const HWND hidden = open_window(L"hidden", WS_OVERLAPPEDWINDOW);
   const HWND owned = open_window(L"owned", WS_POPUP | WS_CAPTION | WS_VISIBLE, hidden);
   const auto others_are_left_alone = [=] { return title_of(hidden) == L"hidden" && title_of(owned) == L"owned"; };
@@ -67,19 +72,12 @@ int live_with_the_library() {
   return NOT_ENDED;
 }
 
-}  // namespace
-
 TEST_CASE("the visible window without an owner has the game's title, and the process ends soon after it") {
-  const Ending ending = run_game_process(program_folder(), L"title_test.exe", L"windows");
+  const Ending ending = run_host(L"windows");
   const ULONGLONG ended = GetTickCount64();
   CHECK_FALSE(ending.timed_out);
   REQUIRE_EQ(ending.exit_code, ENDED_BY_LIBRARY);
   const ULONGLONG closed = std::strtoull(read_file(closing_time_path()).c_str(), nullptr, 10);
   DeleteFileW(closing_time_path().c_str());
   CHECK_GE(ended - closed, 3900);  // 4 s for the player's own way out, less a tick of Windows' clock
-}
-
-int main(int count, char** arguments) {
-  if (count == 2 && std::strcmp(arguments[1], "windows") == 0) return live_with_the_library();
-  return doctest::Context(count, arguments).run();
 }

@@ -56,9 +56,13 @@ void dismiss_box(DWORD process, Ending& ending) {
 
 }  // namespace
 
-std::wstring program_folder() {
+std::wstring program_path() {
   wchar_t path[1024];
-  const std::wstring program(path, GetModuleFileNameW(nullptr, path, 1024));
+  return {path, GetModuleFileNameW(nullptr, path, 1024)};
+}
+
+std::wstring program_folder() {
+  const std::wstring program = program_path();
   return program.substr(0, program.find_last_of(L'\\') + 1);
 }
 
@@ -83,14 +87,15 @@ UniqueHandle start_process(std::wstring command_line, HANDLE output) {
   return nullptr;
 }
 
-Ending run_game_process(const std::wstring& folder, const std::wstring& program, const std::wstring& arguments,
-                        const Environment& environment, DWORD limit_ms) {
+/// Runs a program, dismisses its message boxes, waits until it ended, and reads the log of the library in `folder`.
+Ending watch_process(const std::wstring& command_line, const std::wstring& folder, const Environment& environment,
+                     DWORD limit_ms) {
   const std::wstring log_path = folder + L"PCSaveData\\loader.log";
   DeleteFileW(log_path.c_str());
   for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), value.c_str());
 
   Ending ending;
-  const UniqueHandle process = start_process(L"\"" + folder + program + L"\" " + arguments);
+  const UniqueHandle process = start_process(command_line);
   for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), nullptr);
   if (!process) {
     ending.box_text = "the process could not be started";
@@ -112,6 +117,15 @@ Ending run_game_process(const std::wstring& folder, const std::wstring& program,
   return ending;
 }
 
+Ending run_game_process(const std::wstring& folder, const std::wstring& program, const std::wstring& arguments,
+                        const Environment& environment, DWORD limit_ms) {
+  return watch_process(L"\"" + folder + program + L"\" " + arguments, folder, environment, limit_ms);
+}
+
+Ending run_host(const std::wstring& arguments, const Environment& environment, const std::wstring& folder) {
+  return watch_process(L"\"" + program_path() + L"\" --in \"" + folder + L".\" " + arguments, folder, environment,
+                       60'000);
+}
 std::string read_file(const std::wstring& path) {
   std::string bytes;
   if (FILE* file = _wfopen(path.c_str(), L"rb")) {
