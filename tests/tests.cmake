@@ -30,7 +30,7 @@ set_tests_properties(unit PROPERTIES TIMEOUT 300)
 
 # ---- Guest tests -----------------------------------------------------------------------------------------------------
 # One host program runs them. Its list of cases is made here, so that it can also run them all by itself.
-foreach(source forwarders local_exports endings damaged_images damage title)
+foreach(source forwarders local_exports endings damage title)
   list(APPEND host_sources tests/guest/${source}_test.cpp)
 endforeach()
 add_windows_test_program(host tests/guest/host.cpp tests/guest/driver.cpp tests/guest/damage_start.cpp ${host_sources}
@@ -122,7 +122,6 @@ host_case(local_exports guests/local_guest.dylib)
 checked_case(local_exports)
 guest_image(uncaught SOURCES uncaught_frames.S)
 host_case(endings)
-host_case(damaged_images)
 host_case(title)
 
 # Thousands of damaged files in ./test --long, else a few. They need no turn: each process has a folder of its own and
@@ -172,13 +171,6 @@ host_case(no_keyboard FOLDER controllers PROGRAM guest guests/controllers_guest.
 # Wine has an XInput of its own, which it would load first.
 set_tests_properties(guest.controllers PROPERTIES ENVIRONMENT "WINEDLLOVERRIDES=xinput1_4=n;VLM_KEYBOARD=1")
 set_tests_properties(guest.no_keyboard PROPERTIES ENVIRONMENT WINEDLLOVERRIDES=xinput1_4=n)
-
-# Thread storage as compiled code reaches it.
-patched_guest(storage)
-add_windows_test_program(storage_test tests/guest/storage_test.cpp)
-set_target_properties(storage_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/storage)
-game_test(guest.storage storage_test)
-game_test(guest.storage_expansion storage_test expansion)
 
 # Some thousand functions around gs accesses, patched, against the same functions with plain memory.
 set(GS_CASES_DIR ${CMAKE_BINARY_DIR}/gs_cases)
@@ -248,13 +240,13 @@ inspect_check(start $<TARGET_PROPERTY:start_guest,GUEST_IMAGE> 1
 inspect_check(exceptions $<TARGET_PROPERTY:exceptions_guest,GUEST_IMAGE> 1 ".unwind.opaque == []")
 inspect_check(uncaught $<TARGET_PROPERTY:uncaught_guest,GUEST_IMAGE> 1
   "[.unwind.opaque[].function | split(\" \")[1]] == [\"(_throw_from_dwarf_frame)\", \"(_throw_from_seven_registers)\"]")
-inspect_check(storage $<TARGET_PROPERTY:storage_guest,GUEST_IMAGE> 1 ".thread_storage.sites > 5")
+inspect_check(gs_cases $<TARGET_PROPERTY:gs_cases_guest,GUEST_IMAGE> 1 ".thread_storage.sites > 5")
 # A library that was fitted to an image, with that image and with another one.
 add_test(NAME native.inspect_fitted COMMAND bash -ec
   "$0 $1 --library $3 --json | jq -e '.status == 1 and .thread_storage.list == \"fits\"'
    $0 $2 --library $3 --json | jq -e '.status == 2 and .thread_storage.list == \"differs\"'" ${VLM_NATIVE_DIR}/inspect
-  $<TARGET_PROPERTY:storage_guest,GUEST_IMAGE> $<TARGET_PROPERTY:gs_cases_guest,GUEST_IMAGE>
-  ${CMAKE_BINARY_DIR}/storage/GameAssembly.dll)
+  $<TARGET_PROPERTY:gs_cases_guest,GUEST_IMAGE> $<TARGET_PROPERTY:start_guest,GUEST_IMAGE>
+  ${GS_CASES_DIR}/GameAssembly.dll)
 
 # The button glyphs as the library draws them, read by another's reader.
 set(GLYPHS_DIR ${CMAKE_BINARY_DIR}/glyphs)

@@ -17,10 +17,10 @@ namespace {
 
 const std::wstring game_title = L"Velmora";
 
-/// How the process with the windows ends. The library ends it with 0; that main() does is a failure.
+/// How the process with the windows ends. The library ends it with 0; that it ends itself is a failure.
 enum Outcome : int { ENDED_BY_LIBRARY, NO_LIBRARY, NO_WINDOW, TITLE_NOT_SET, WRONG_WINDOW_TAKEN, NOT_ENDED };
 
-std::wstring closing_time_path() { return program_folder() + L"title_test_closed.txt"; }
+const std::wstring closing_time_path = program_folder() + L"title_test_closed.txt";
 
 HWND open_window(const wchar_t* title, DWORD style, HWND owner = nullptr) {
   const HWND window = CreateWindowExW(0, L"Static", title, style, 10, 10, 200, 100, owner, nullptr, nullptr, nullptr);
@@ -66,7 +66,7 @@ HOST_PROGRAM(windows) {
   }
   if (!others_are_left_alone()) return WRONG_WINDOW_TAKEN;
 
-  write_file(closing_time_path(), std::to_string(GetTickCount64()));
+  write_file(closing_time_path, std::to_string(GetTickCount64()));
   DestroyWindow(main_window);
   Sleep(15'000);
   return NOT_ENDED;
@@ -77,7 +77,7 @@ TEST_CASE("the visible window without an owner has the game's title, and the pro
   const ULONGLONG ended = GetTickCount64();
   CHECK_FALSE(ending.timed_out);
   REQUIRE_EQ(ending.exit_code, ENDED_BY_LIBRARY);
-  const ULONGLONG closed = std::strtoull(read_file(closing_time_path()).c_str(), nullptr, 10);
-  DeleteFileW(closing_time_path().c_str());
+  const ULONGLONG closed = std::strtoull(read_file(closing_time_path).c_str(), nullptr, 10);
+  DeleteFileW(closing_time_path.c_str());
   CHECK_GE(ended - closed, 3900);  // 4 s for the player's own way out, less a tick of Windows' clock
 }
