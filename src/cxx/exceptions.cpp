@@ -1,6 +1,7 @@
 // The C++ exception ABI of game code: making and throwing exceptions, catching them, std::exception_ptr.
 #include <cstdlib>
 
+#include "cxx/exception_memory.h"
 #include "cxx/exception_object.h"
 #include "cxx/shims.h"
 #include "cxx/type_matching.h"
@@ -22,7 +23,7 @@ constinit thread_local ExceptionHeader* caught_exceptions = nullptr;  // the inn
 
 ExceptionHeader* make_header(std::uint64_t object_size) {
   void* block = nullptr;
-  if (object_size <= PTRDIFF_MAX) block = std::calloc(1, sizeof(ExceptionHeader) + object_size);  // 16-byte aligned
+  if (object_size <= PTRDIFF_MAX) block = allocate_exception_memory(sizeof(ExceptionHeader) + object_size);
   if (block == nullptr) {
     fatal_error("out of memory: cannot allocate an exception object of %llu bytes",
                 static_cast<unsigned long long>(object_size));
@@ -38,12 +39,19 @@ void add_reference(ExceptionHeader& header) { __atomic_fetch_add(&header.referen
 void release(ExceptionHeader* header) {
   if (static_cast<std::int32_t>(__atomic_fetch_sub(&header->reference_count, 1, __ATOMIC_ACQ_REL)) > 1) return;
   if (ExceptionHeader* const primary = header->unwind_header.primary) {
-    std::free(header);
+    free_exception_memory(header);
     release(primary);
     return;
   }
   if (header->destructor != nullptr) header->destructor(header + 1);
-  std::free(header);
+  free_exception_memory(header);
+}
+
+/// The pointer that an exception of a pointer's type holds now: the thrown one, or what a handler by reference has put
+/// in its place. The object itself shows the last handler's base.
+std::uint64_t pointer_of(ExceptionHeader& header) {
+  const std::uint64_t in_object = header.pointer_in_object();
+  return in_object != header.unwind_header.handler_value ? in_object : header.unwind_header.thrown_value;
 }
 
 [[noreturn]] void throw_first(const UnwindContext& thrower, ExceptionHeader& header) {
@@ -58,7 +66,7 @@ void release(ExceptionHeader* header) {
 SYSV void* allocate_exception_(std::uint64_t size) { return make_header(size) + 1; }
 
 SYSV void free_exception_(void* object) {
-  if (object != nullptr) std::free(ExceptionHeader::of_object(object));
+  if (object != nullptr) free_exception_memory(ExceptionHeader::of_object(object));
 }
 
 SYSV void* begin_catch_(void* unwind_header) {
@@ -128,7 +136,9 @@ extern "C" {
   if (header == nullptr) fatal_error("__cxa_rethrow with no active exception");
   header->handler_count = -header->handler_count;
   // The next handler may catch another base.
-  if (is_pointer_type(header->exception_type)) header->pointer_in_object() = header->unwind_header.thrown_value;
+  if (is_pointer_type(header->exception_type)) {
+    header->pointer_in_object() = header->unwind_header.thrown_value = pointer_of(*header);
+  }
   raise_exception(*thrower, *header);
 }
 
@@ -144,7 +154,7 @@ extern "C" {
   header.exception_type = primary.exception_type;
   header.destructor = primary.destructor;
   header.unwind_header.primary = &primary;
-  if (is_pointer_type(primary.exception_type)) header.pointer_in_object() = primary.unwind_header.thrown_value;
+  if (is_pointer_type(primary.exception_type)) header.pointer_in_object() = pointer_of(primary);
   throw_first(*thrower, header);
 }
 
@@ -161,20 +171,20 @@ SYSV void logic_error_(void* self, const char* message) { log_message(0, "[eh] s
 
 }  // namespace
 
-const ShimEntry exception_shims[23] = {
+const ShimEntry exception_rows[] = {
     {"___cxa_allocate_exception", shim(allocate_exception_)},
     {"___cxa_free_exception", shim(free_exception_)},
-    {"___cxa_throw", shim(reinterpret_cast<const void*>(&cxa_throw_entry))},
-    {"___cxa_rethrow", shim(reinterpret_cast<const void*>(&cxa_rethrow_entry))},
+    {"___cxa_throw", shim(cxa_throw_entry)},
+    {"___cxa_rethrow", shim(cxa_rethrow_entry)},
     {"___cxa_begin_catch", shim(begin_catch_)},
     {"___cxa_end_catch", shim(end_catch_)},
-    {"__Unwind_Resume", shim(reinterpret_cast<const void*>(&unwind_resume_entry))},
+    {"__Unwind_Resume", shim(unwind_resume_entry)},
     {"___gxx_personality_v0", shim(personality_)},
     {"__ZSt17current_exceptionv", shim(current_exception_)},
     {"__ZNSt13exception_ptrC1ERKS_", shim(exception_ptr_copy_)},
     {"__ZNSt13exception_ptrD1Ev", shim(exception_ptr_destroy_)},
     {"__ZNSt13exception_ptraSERKS_", shim(exception_ptr_assign_)},
-    {"__ZSt17rethrow_exceptionSt13exception_ptr", shim(reinterpret_cast<const void*>(&rethrow_exception_entry))},
+    {"__ZSt17rethrow_exceptionSt13exception_ptr", shim(rethrow_exception_entry)},
     {"__ZNKSt9exception4whatEv", shim(exception_what_)},
     {"__ZNSt9exceptionD2Ev", shim(nothing_)},
     {"__ZNSt9exceptionD1Ev", shim(nothing_)},
@@ -186,5 +196,6 @@ const ShimEntry exception_shims[23] = {
     {"__ZNSt20bad_array_new_lengthD1Ev", shim(nothing_)},
     {"__ZNSt11logic_errorC2EPKc", shim(logic_error_)},
 };
+constinit const ShimRows exception_shims = exception_rows;
 
 }  // namespace vlm

@@ -1,16 +1,16 @@
 // The record of one loaded Mach-O image, and the list of them. Includes no Windows header: the readers of
 // this record (commands, opcode streams, export trie, symbols) also build natively for tools and fuzzing.
 //
-//   file_data                        the process
+//   the file                         the process
 //   +----------------+               base                 base + extent         base + rounded extent
 //   | header, cmds   |               | __TEXT | __DATA | ... |    (64 KiB)      | hook arena, 16 MiB |
-//   | segments ------+-- copied -->  +--------+--------+-----+                  +--------------------+
+//   | segments ------+-- read ---->  +--------+--------+-----+                  +--------------------+
 //   | opcode streams |               vmaddr = address - slide
 //   | trie, symbols  |
-//   +----------------+  kept for the life of the image: queries read it in place
+//   +----------------+  the tables are read in place: tools have the whole file in file_data, of a loaded image it is
+//                       the part with the tables, in the memory of its __LINKEDIT or in a copy
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -62,9 +62,10 @@ inline constexpr int max_images = 8;
 /// One loaded image. Zero-filled when made; lives until the process ends; immutable once macho_load() returned it,
 /// but for the index.
 struct MachImage {
-  char path[1024];  // as given to macho_load(), with '/' separators
-  const std::byte* file_data;
-  std::uint64_t file_size;
+  char path[1024];             // as given to macho_load(), with '/' separators
+  const std::byte* file_data;  // the file from file_start on
+  std::uint64_t file_start;    // 0 in tools
+  std::uint64_t file_size;     // of the whole slice
   std::uint64_t base;
   std::int64_t slide;
   std::uint64_t vm_min;  // lowest vmaddr of a counted segment (not __PAGEZERO, vmsize not 0)
@@ -73,7 +74,7 @@ struct MachImage {
   std::int32_t segment_count;
   MachSection sections[max_sections];
   std::int32_t section_count;
-  const char* dylib_names[max_dylibs];  // into file_data; library ordinal N is entry N - 1
+  const char* dylib_names[max_dylibs];  // into the load commands; library ordinal N is entry N - 1
   std::int32_t dylib_count;
   std::uint32_t rebase_off, rebase_size;
   std::uint32_t bind_off, bind_size;
@@ -94,15 +95,11 @@ struct MachImage {
   }
   /// The bytes of a stream or table of non-zero size; in range since the commands were read.
   std::span<const std::byte> file_range(std::uint32_t offset, std::uint64_t size) const {
-    return {file_data + offset, size};
+    return {file_data + (offset - file_start), size};
   }
 };
 
 /// The loaded images in load order. Only macho_load() adds one, on the start-up thread; read without a lock.
 std::span<MachImage* const> image_list();
-
-/// The game's image: null until start-up has loaded it, never cleared. Exports that do not pass the start-up gate
-/// may read it on any thread at any time.
-extern std::atomic<const MachImage*> game_image;
 
 }  // namespace vlm

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
@@ -58,7 +57,7 @@ SYSV std::int32_t atexit_(SYSV void (*function)(void*)) {
 
 SYSV void exit_(std::int32_t code) {
   while (const auto handler = take_exit_handler()) handler->function(handler->argument);
-  std::fflush(nullptr);
+  flush_streams();
   ExitProcess(static_cast<UINT>(code));
 }
 
@@ -83,7 +82,7 @@ SYSV std::int32_t check_fd_set_overflow_(std::int32_t descriptor, const void* se
 
 }  // namespace
 
-const ShimEntry process_shims[10] = {
+const ShimEntry process_rows[] = {
     {"___cxa_atexit", shim(cxa_atexit_)},
     {"_atexit", shim(atexit_)},
     {"_exit", shim(exit_)},
@@ -95,5 +94,6 @@ const ShimEntry process_shims[10] = {
     {"__availability_version_check", shim(availability_version_check_)},
     {"___darwin_check_fd_set_overflow", shim(check_fd_set_overflow_)},
 };
+constinit const ShimRows process_shims = process_rows;
 
 }  // namespace vlm

@@ -5,6 +5,8 @@
 namespace vlm::test {
 namespace {
 
+constexpr DWORD time_limit_ms = 60'000;
+
 struct BoxSearch {
   DWORD process;
   HWND box = nullptr;
@@ -87,22 +89,20 @@ UniqueHandle start_process(std::wstring command_line, HANDLE output) {
   return nullptr;
 }
 
-/// Runs a program, dismisses its message boxes, waits until it ended, and reads the log of the library in `folder`.
-Ending watch_process(const std::wstring& command_line, const std::wstring& folder, const Environment& environment,
-                     DWORD limit_ms) {
+Ending run_host(const std::wstring& arguments, const Environment& environment, const std::wstring& folder) {
   const std::wstring log_path = folder + L"PCSaveData\\loader.log";
   DeleteFileW(log_path.c_str());
   for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), value.c_str());
 
   Ending ending;
-  const UniqueHandle process = start_process(command_line);
+  const UniqueHandle process = start_process(L"\"" + program_path() + L"\" --in \"" + folder + L".\" " + arguments);
   for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), nullptr);
   if (!process) {
     ending.box_text = "the process could not be started";
     ending.exit_code = ~0u;
     return ending;
   }
-  const ULONGLONG deadline = GetTickCount64() + limit_ms;
+  const ULONGLONG deadline = GetTickCount64() + time_limit_ms;
   while (WaitForSingleObject(process.get(), 20) == WAIT_TIMEOUT) {
     dismiss_box(GetProcessId(process.get()), ending);
     if (GetTickCount64() > deadline) {
@@ -117,15 +117,6 @@ Ending watch_process(const std::wstring& command_line, const std::wstring& folde
   return ending;
 }
 
-Ending run_game_process(const std::wstring& folder, const std::wstring& program, const std::wstring& arguments,
-                        const Environment& environment, DWORD limit_ms) {
-  return watch_process(L"\"" + folder + program + L"\" " + arguments, folder, environment, limit_ms);
-}
-
-Ending run_host(const std::wstring& arguments, const Environment& environment, const std::wstring& folder) {
-  return watch_process(L"\"" + program_path() + L"\" --in \"" + folder + L".\" " + arguments, folder, environment,
-                       60'000);
-}
 std::string read_file(const std::wstring& path) {
   std::string bytes;
   if (FILE* file = _wfopen(path.c_str(), L"rb")) {

@@ -33,12 +33,7 @@ std::wstring program_folder();
 /// all were refused.
 UniqueHandle start_process(std::wstring command_line, HANDLE output = nullptr);
 
-/// Runs a program with one line of arguments, dismisses its message boxes, waits until it ended.
-///   folder  where the program and the library lie, with a trailing backslash
-Ending run_game_process(const std::wstring& folder, const std::wstring& program, const std::wstring& arguments,
-                        const Environment& environment = {}, DWORD limit_ms = 60'000);
-
-/// The same with this program.
+/// Runs this program, the host program, with one line of arguments; dismisses its message boxes, waits until it ended.
 ///   folder  where the library lies, with a trailing backslash
 Ending run_host(const std::wstring& arguments, const Environment& environment = {},
                 const std::wstring& folder = program_folder());

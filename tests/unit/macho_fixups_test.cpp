@@ -205,6 +205,8 @@ TEST_CASE("streams that make no sense, leave their segment or the image's room a
       {&ImageDraft::rebase, at(0) + skipping(17, huge - 8), "not inside segment 2"},
       {&ImageDraft::rebase, at(0) + skipping(0xC01, minus(8)), "has room for"},
       {&ImageDraft::rebase, at(0, 0) + times(1), "(__PAGEZERO, 0x100000000 bytes, not mapped)"},
+      {&ImageDraft::rebase, at(0x100, 3) + skipping(3, minus(24)),
+       "of segment __LINKEDIT, 0xfffffffffffffff0 bytes apart, lie in the image"},
       {&ImageDraft::bind, s + bind_at(0).u8(0xD1), "unknown bind opcode 0xd0"},
       {&ImageDraft::bind, bind_at(0) + do_bind, "a bind without a symbol name"},
       {&ImageDraft::bind, Bytes().u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).text("_s"), "symbol name has no end"},

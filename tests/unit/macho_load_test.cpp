@@ -10,6 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "binding/shim_table.h"
+#include "host/driver.h"
+#include "macho/queries.h"
 #include "support/fake_image.h"
 #include "support/game_process.h"
 #include "support/good_image.h"
@@ -25,10 +28,12 @@ std::string path_of_image() {
   return std::string(folder.begin(), folder.end()) + "image.dylib";
 }
 
+constexpr LoadHooks hooks{lookup_shim, make_missing_symbol, [](const MachImage&) {}};
+
 MachImage* load(std::span<const std::byte> file) {
   REQUIRE(write_file(program_folder() + L"image.dylib",
                      std::string(reinterpret_cast<const char*>(file.data()), file.size())));
-  MachImage* const image = macho_load(path_of_image().c_str());
+  MachImage* const image = macho_load(path_of_image().c_str(), hooks);
   DeleteFileA(path_of_image().c_str());
   return image;
 }
@@ -66,6 +71,8 @@ TEST_CASE("an image is placed, linked and protected; its hook arena lies behind 
   const Bytes file = build_image(draft);
   MachImage* const image = load(build_universal({{0x0100000C, Bytes(5)}, {CPU_TYPE_X86_64, file}}));
   REQUIRE(image != nullptr);
+  CHECK_EQ(image->file_size, file.size());
+  CHECK(image->contains(reinterpret_cast<std::uintptr_t>(image->file_data)));  // the tables stay in __LINKEDIT
 
   const std::uint64_t base = image->base;
   CHECK_EQ(static_cast<std::uint64_t>(image->slide), base - text_vmaddr);
@@ -99,10 +106,13 @@ TEST_CASE("an initializer is called as dyld calls it; a section too small for on
   std::ranges::copy(jump, draft.segments[text_segment].content.begin());
   draft.segments[data_segment].sections = {{"__DATA", "__mod_init_func", data_vmaddr + 0x200, 4},
                                            {"__OTHER", "__mod_init_func", data_vmaddr, 12}};
+  draft.linkedit_vmaddr = 0;
   MachImage* const image = load(build_image(draft));
   REQUIRE(image != nullptr);
   const auto target = reinterpret_cast<std::uintptr_t>(&record_call);
   std::memcpy(reinterpret_cast<void*>(image->base + 0x2800), &target, sizeof target);
+  CHECK_FALSE(image->contains(reinterpret_cast<std::uintptr_t>(image->file_data)));  // a copy of the tables
+  CHECK_EQ(macho_find_export(*image, "_game_start"), image->base + 0x1000);
 
   macho_run_initializers(*image);
   REQUIRE_EQ(initializer_calls.size(), 1);

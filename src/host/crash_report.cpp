@@ -1,7 +1,7 @@
 // A vectored handler: Windows calls it on the thread that went wrong, before any other handler. That thread may have no
 // stack left, a stack pointer that points anywhere, or a broken heap. So nothing is read before it is known to be
 // readable, nothing is allocated from the heap, and a thread without stack is reported by another one.
-#include "diag/crash_report.h"
+#include "host/crash_report.h"
 
 #include <windows.h>
 
@@ -15,8 +15,7 @@
 #include "macho/image.h"
 #include "macho/queries.h"
 #include "macho/symbol_index.h"
-#include "support/handles.h"
-#include "support/locks.h"
+#include "tls/thread_record.h"
 
 namespace vlm {
 namespace {
@@ -36,6 +35,7 @@ struct Crash {
   const EXCEPTION_RECORD* record;
   const CONTEXT* context;
   std::uint64_t stack_base;  // end of the thread's stack
+  DWORD thread;
 };
 
 std::atomic<int> report_count{0};
@@ -68,7 +68,7 @@ void write_stack_lines(const Crash& crash) {
     if (!is_committed(word, any_execute) || !symbolize_address(word, name)) continue;
     char line[640];
     std::snprintf(line, sizeof line, "  stack rsp+0x%03llx %s", Wide{offset}, name);
-    log_line(line);
+    log_line(line, crash.thread);
     ++lines;
   }
 }
@@ -80,7 +80,7 @@ void write_report(const Crash& crash) {
   if (!symbolize_address(context.Rip, name)) std::strcpy(name, "unknown code");
   char line[1024];
   std::snprintf(line, sizeof line, "EXCEPTION 0x%08lx at 0x%llx %s", record.ExceptionCode, Wide{context.Rip}, name);
-  log_line(line);
+  log_line(line, crash.thread);
   if (record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION && record.NumberParameters >= 2) {
     const ULONG_PTR kind = record.ExceptionInformation[0];
     std::snprintf(line, sizeof line, "  %s address 0x%llx",
@@ -88,55 +88,57 @@ void write_report(const Crash& crash) {
                   : kind == 1 ? "write"
                               : "execute",
                   Wide{record.ExceptionInformation[1]});
-    log_line(line);
+    log_line(line, crash.thread);
   }
   std::snprintf(line, sizeof line, "  rax=%llx rbx=%llx rcx=%llx rdx=%llx rsi=%llx rdi=%llx rbp=%llx rsp=%llx",
                 context.Rax, context.Rbx, context.Rcx, context.Rdx, context.Rsi, context.Rdi, context.Rbp, context.Rsp);
-  log_line(line);
+  log_line(line, crash.thread);
   std::snprintf(line, sizeof line, "  r8=%llx r9=%llx r10=%llx r11=%llx r12=%llx r13=%llx r14=%llx r15=%llx",
                 context.R8, context.R9, context.R10, context.R11, context.R12, context.R13, context.R14, context.R15);
-  log_line(line);
+  log_line(line, crash.thread);
   write_stack_lines(crash);
 }
 
 // ---- A thread that has used up its stack ----------------------------------------------------------------------------
 
 /// The thread that reports for others. It exists beforehand: a thread without stack cannot make one. One crash at a
-/// time; a second stack overflow meanwhile waits its turn.
+/// time; a second stack overflow meanwhile waits for its turn, but not for ever.
 struct {
+  HANDLE turn = nullptr;     // automatic: signalled while nobody has the turn
   HANDLE crashed = nullptr;  // automatic: what follows describes a crash
   HANDLE written = nullptr;  // automatic: the report is written
-  SrwLock turn;
   // Copies: the crashed thread may be gone before the report is written.
   EXCEPTION_RECORD record;
   CONTEXT context;
   std::uint64_t stack_base;
+  DWORD thread;
 } reporter;
 
 DWORD WINAPI report_for_others(void*) {
   for (;;) {
     WaitForSingleObject(reporter.crashed, INFINITE);
-    write_report({&reporter.record, &reporter.context, reporter.stack_base});
+    write_report({&reporter.record, &reporter.context, reporter.stack_base, reporter.thread});
     SetEvent(reporter.written);
   }
 }
 
 void start_reporter() {
+  reporter.turn = CreateEventW(nullptr, FALSE, TRUE, nullptr);
   reporter.crashed = CreateEventW(nullptr, FALSE, FALSE, nullptr);
   reporter.written = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-  UniqueHandle(
-      CreateThread(nullptr, reporter_stack, report_for_others, nullptr, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr));
+  start_own_thread(report_for_others, nullptr, reporter_stack);
 }
 
 /// Waits for a while only: the crashed thread may hold a lock that the reporter needs.
 void report_by_another_thread(const Crash& crash) {
-  reporter.turn.lock();
+  if (WaitForSingleObject(reporter.turn, reporter_patience_ms) != WAIT_OBJECT_0) return;
   reporter.record = *crash.record;
   reporter.context = *crash.context;
   reporter.stack_base = crash.stack_base;
+  reporter.thread = crash.thread;
   SetEvent(reporter.crashed);
   const bool written = WaitForSingleObject(reporter.written, reporter_patience_ms) == WAIT_OBJECT_0;
-  if (written) reporter.turn.unlock();  // else the reporter is still at it, and has had its last turn
+  if (written) SetEvent(reporter.turn);  // else the reporter is still at it, and has had its last turn
 }
 
 // ---- The handler ----------------------------------------------------------------------------------------------------
@@ -159,7 +161,8 @@ LONG CALLBACK crash_handler(EXCEPTION_POINTERS* exception) {
 
   reporting_threads[report] = thread;
   const Crash crash{exception->ExceptionRecord, exception->ContextRecord,
-                    reinterpret_cast<std::uint64_t>(reinterpret_cast<const NT_TIB*>(NtCurrentTeb())->StackBase)};
+                    reinterpret_cast<std::uint64_t>(reinterpret_cast<const NT_TIB*>(NtCurrentTeb())->StackBase),
+                    thread};
   if (code == EXCEPTION_STACK_OVERFLOW) {
     report_by_another_thread(crash);
   } else {
