@@ -2,7 +2,7 @@
 // calendar. One program, compiled twice: for a Mac it prints its answers, for this machine it compares them with its
 // own.
 //
-//   guest_driver differ_guest.dylib print_answers | differ
+//   host differ_guest.dylib print_answers | differ
 //
 // Equal means to the letter; results of mathematics may be a unit in the last place apart. Input that macOS answers in
 // a way of its own is not generated; the tests of formats, numbers and mathematics have rows of that.

@@ -17,6 +17,7 @@
 #include <string>
 
 #include "support/game.h"
+#include "support/host_program.h"
 #include "support/machine.h"
 
 using namespace vlm::test;
@@ -117,7 +118,7 @@ bool differ(const Case& one, const Outcome& found, const Outcome& expected) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+HOST_PROGRAM(gs_cases) {
   const bool expansion = argc > 1 && std::strcmp(argv[1], "expansion") == 0;
   if (expansion) {
     while (TlsAlloc() < 63) {

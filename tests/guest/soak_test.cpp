@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "support/game.h"
+#include "support/host_program.h"
 #include "support/open_handles.h"
 
 using namespace vlm::test;
@@ -72,7 +73,7 @@ std::int64_t growth_of(std::int64_t Sample::* member) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+HOST_PROGRAM(soak) {
   if (argc != 3) return std::puts("usage: soak_test IMAGE SECONDS"), 1;
   load_library(argv[1]);
   start_game();
