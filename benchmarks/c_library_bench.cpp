@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "binding/catalogue.h"
+#include "host/shim_catalogue.h"
 #include "report.h"
 #include "shim.h"
 
@@ -31,7 +31,7 @@ struct Function {
 }  // namespace
 
 int main() {
-  vlm::register_first_shim_block();
+  vlm::register_shim_families();
 
   const Function<void*, std::uint64_t> malloc_("malloc");
   const Function<void, void*> free_("free");

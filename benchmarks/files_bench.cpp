@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "binding/catalogue.h"
+#include "host/shim_catalogue.h"
 #include "posix/descriptors.h"
 #include "posix/time.h"
 #include "report.h"
@@ -149,8 +149,7 @@ void bench_clocks() {
 
 int main() {
   vlm::set_up_time_base();
-  vlm::register_first_shim_block();
-  vlm::register_other_shim_blocks();
+  vlm::register_shim_families();
   CreateDirectoryA("files_bench.tmp", nullptr);
   bench_descriptors();
   bench_streams();

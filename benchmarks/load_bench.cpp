@@ -20,13 +20,15 @@
 #include <string>
 #include <vector>
 
-#include "binding/catalogue.h"
+#include "binding/shim_table.h"
+#include "host/shim_catalogue.h"
 #include "macho/load.h"
 #include "macho/queries.h"
 #include "macho/symbol_index.h"
 #include "report.h"
 #include "support/handles.h"
 #include "tls/game_tls.h"
+#include "tls/gs_patch.h"
 
 using namespace vlm::bench;
 
@@ -34,11 +36,12 @@ namespace {
 
 constexpr int samples = 7;
 
+void finish_image(const vlm::MachImage& image) { vlm::gs_patch_apply(image); }
+
 bool load_ours(const char* path) {
   vlm::game_tls_init();
-  vlm::register_first_shim_block();
-  vlm::register_other_shim_blocks();
-  return vlm::macho_load(path) != nullptr;
+  vlm::register_shim_families();
+  return vlm::macho_load(path, {vlm::lookup_shim, vlm::make_missing_symbol, finish_image}) != nullptr;
 }
 
 /// The file into a fresh buffer, the buffer into fresh committed memory.

@@ -187,6 +187,7 @@ add_test(NAME package COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_package
   ${CMAKE_SOURCE_DIR}/build/package/velmora-loader-${PROJECT_VERSION}.zip ${SAMPLE_DIR})
 
 # ---- Native programs -------------------------------------------------------------------------------------------------
+add_test(NAME native.arrows COMMAND ${CMAKE_SOURCE_DIR}/tests/arrows)
 add_test(NAME native.messages COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_messages)
 add_test(NAME native.tessera COMMAND ${VLM_NATIVE_DIR}/tessera_test)
 add_test(NAME native.mutate_images COMMAND ${VLM_NATIVE_DIR}/mutate_images)

@@ -32,9 +32,8 @@ void load_library() {
     fail(EXIT_NOT_STARTED, "cannot load %s (Windows error %lu)%s", utf8_of(path.c_str()).c_str(), error,
          error == ERROR_MOD_NOT_FOUND ? ": put GameAssembly.dll into the player's folder" : "");
   }
-#define IL2CPP_FORWARD(result, name, ...) take_export(library, #name, &api.name);
-#define IL2CPP_WRAP(positions, result, name, ...) take_export(library, #name, &api.name);
-#define IL2CPP_LOCAL(result, name, ...) take_export(library, #name, &api.name);
+#define IL2CPP_FORWARD(result, name, parameters, arguments) take_export(library, #name, &api.name);
+#define IL2CPP_LOCAL(result, name, parameters) take_export(library, #name, &api.name);
 #include "host/il2cpp_exports.def"
   take_export(library, "pc_pad_south_held", &api.pc_pad_south_held);
   say("loaded %s", utf8_of(path.c_str()).c_str());

@@ -7,9 +7,8 @@
 #include "vlm.h"
 
 struct Api {
-#define IL2CPP_FORWARD(result, name, ...) result (*name)(__VA_ARGS__);
-#define IL2CPP_WRAP(positions, result, name, ...) result (*name)(__VA_ARGS__);
-#define IL2CPP_LOCAL(result, name, ...) result (*name)(__VA_ARGS__);
+#define IL2CPP_FORWARD(result, name, parameters, arguments) result(*name) parameters;
+#define IL2CPP_LOCAL(result, name, parameters) result(*name) parameters;
 #include "host/il2cpp_exports.def"
   decltype(&::pc_pad_south_held) pc_pad_south_held;
 };

@@ -6,7 +6,7 @@
 # also what their unwind data says, so whatever happens below it never matters to a stack walk.
 
 #include "abi/entry_layout.h"
-#include "abi/entry_macros.S"
+#include "abi/entry_macros.inc"
 
         .text
 

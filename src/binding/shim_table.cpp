@@ -114,7 +114,7 @@ bool continues_after_trap() {
 
 }  // namespace
 
-void register_shims(std::span<const ShimEntry> rows) {
+void register_shims(ShimRows rows) {
   for (const ShimEntry& row : rows) {
     if (shim_table.count == max_rows) fatal_error("symbol table full");
     shim_table.rows[shim_table.count++] = row;

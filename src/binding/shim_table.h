@@ -21,9 +21,14 @@ constexpr const void* shim(R (*function)(A...) __attribute__((sysv_abi))) {
   return reinterpret_cast<const void*>(function);
 }
 constexpr const void* shim(const void* object) { return object; }
+/// The same from a hand-written entry, whose convention is its own.
+constexpr const void* shim(void (*entry)()) { return reinterpret_cast<const void*>(entry); }
+
+/// The rows of one family, declared in its folder's shims.h.
+using ShimRows = std::span<const ShimEntry>;
 
 /// Appends rows; fatal "symbol table full" beyond 4096. Only during static start-up.
-void register_shims(std::span<const ShimEntry> rows);
+void register_shims(ShimRows rows);
 
 /// The implementation of a symbol, or null. Names are global: the library label is not part of the search.
 const void* lookup_shim(const char* library, const char* name);

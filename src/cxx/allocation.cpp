@@ -20,11 +20,12 @@ SYSV void* operator_new_(std::uint64_t size) {
 
 }  // namespace
 
-const ShimEntry allocation_shims[4] = {
+const ShimEntry allocation_rows[] = {
     {"__Znwm", shim(operator_new_)},
     {"__Znam", shim(operator_new_)},
     {"__ZdlPv", shim(heap_free)},
     {"__ZdaPv", shim(heap_free)},
 };
+constinit const ShimRows allocation_shims = allocation_rows;
 
 }  // namespace vlm

@@ -161,20 +161,20 @@ SYSV void logic_error_(void* self, const char* message) { log_message(0, "[eh] s
 
 }  // namespace
 
-const ShimEntry exception_shims[23] = {
+const ShimEntry exception_rows[] = {
     {"___cxa_allocate_exception", shim(allocate_exception_)},
     {"___cxa_free_exception", shim(free_exception_)},
-    {"___cxa_throw", shim(reinterpret_cast<const void*>(&cxa_throw_entry))},
-    {"___cxa_rethrow", shim(reinterpret_cast<const void*>(&cxa_rethrow_entry))},
+    {"___cxa_throw", shim(cxa_throw_entry)},
+    {"___cxa_rethrow", shim(cxa_rethrow_entry)},
     {"___cxa_begin_catch", shim(begin_catch_)},
     {"___cxa_end_catch", shim(end_catch_)},
-    {"__Unwind_Resume", shim(reinterpret_cast<const void*>(&unwind_resume_entry))},
+    {"__Unwind_Resume", shim(unwind_resume_entry)},
     {"___gxx_personality_v0", shim(personality_)},
     {"__ZSt17current_exceptionv", shim(current_exception_)},
     {"__ZNSt13exception_ptrC1ERKS_", shim(exception_ptr_copy_)},
     {"__ZNSt13exception_ptrD1Ev", shim(exception_ptr_destroy_)},
     {"__ZNSt13exception_ptraSERKS_", shim(exception_ptr_assign_)},
-    {"__ZSt17rethrow_exceptionSt13exception_ptr", shim(reinterpret_cast<const void*>(&rethrow_exception_entry))},
+    {"__ZSt17rethrow_exceptionSt13exception_ptr", shim(rethrow_exception_entry)},
     {"__ZNKSt9exception4whatEv", shim(exception_what_)},
     {"__ZNSt9exceptionD2Ev", shim(nothing_)},
     {"__ZNSt9exceptionD1Ev", shim(nothing_)},
@@ -186,5 +186,6 @@ const ShimEntry exception_shims[23] = {
     {"__ZNSt20bad_array_new_lengthD1Ev", shim(nothing_)},
     {"__ZNSt11logic_errorC2EPKc", shim(logic_error_)},
 };
+constinit const ShimRows exception_shims = exception_rows;
 
 }  // namespace vlm

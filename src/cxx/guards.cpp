@@ -92,10 +92,11 @@ SYSV void guard_abort_(Guard* guard) { finish(guard, false); }
 
 }  // namespace
 
-const ShimEntry guard_shims[3] = {
+const ShimEntry guard_rows[] = {
     {"___cxa_guard_acquire", shim(guard_acquire_)},
     {"___cxa_guard_release", shim(guard_release_)},
     {"___cxa_guard_abort", shim(guard_abort_)},
 };
+constinit const ShimRows guard_shims = guard_rows;
 
 }  // namespace vlm

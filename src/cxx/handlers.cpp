@@ -14,14 +14,16 @@ SYSV void nothing_to_destroy(void* object) {}
 
 }  // namespace
 
-const ShimEntry handler_shims[2] = {
+const ShimEntry handler_rows[] = {
     {"___cxa_pure_virtual", shim(pure_virtual_)},
     {"__ZSt9terminatev", shim(terminate_)},
 };
+constinit const ShimRows handler_shims = handler_rows;
 
-const ShimEntry cxx_lock_shims[2] = {
+const ShimEntry cxx_lock_rows[] = {
     {"__ZNSt3__15mutexD1Ev", shim(nothing_to_destroy)},
     {"__ZNSt3__118condition_variableD1Ev", shim(nothing_to_destroy)},
 };
+constinit const ShimRows cxx_lock_shims = cxx_lock_rows;
 
 }  // namespace vlm

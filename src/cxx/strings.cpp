@@ -242,7 +242,7 @@ SYSV GuestString* int_to_string(GuestString* result, std::int32_t value) {
 // basic_string<char, char_traits<char>, allocator<char>>, as the mangled names begin
 #define STRING "St3__112basic_stringIcNS_11char_traitsIcEENS_9allocatorIcEEE"
 
-const ShimEntry cxx_string_shims[17] = {
+const ShimEntry cxx_string_rows[] = {
     {"__ZN" STRING "6assignEPKc", shim(assign_terminated)},
     {"__ZN" STRING "aSERKS5_", shim(assign_string)},
     {"__ZN" STRING "6appendEPKc", shim(append_terminated)},
@@ -261,6 +261,7 @@ const ShimEntry cxx_string_shims[17] = {
     {"__ZNSt3__1plIcNS_11char_traitsIcEENS_9allocatorIcEEEENS_12basic_stringIT_T0_T1_EEPKS6_RKS9_", shim(concatenate)},
     {"__ZNSt3__19to_stringEi", shim(int_to_string)},
 };
+constinit const ShimRows cxx_string_shims = cxx_string_rows;
 
 #undef STRING
 

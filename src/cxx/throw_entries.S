@@ -1,6 +1,6 @@
 # Where game code enters the unwinder, and how the unwinder goes back to it.
 
-#include "abi/entry_macros.S"
+#include "abi/entry_macros.inc"
 #include "cxx/unwind_context.h"
 
         .text

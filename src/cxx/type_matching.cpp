@@ -172,7 +172,7 @@ std::optional<std::uint64_t> match_type(std::uint64_t caught, std::uint64_t thro
   return caught == 0 ? value : Matcher().match(caught, thrown, value);
 }
 
-const ShimEntry type_table_shims[6] = {
+const ShimEntry type_table_rows[] = {
     {"__ZTVN10__cxxabiv117__class_type_infoE", shim(&class_table)},
     {"__ZTVN10__cxxabiv120__si_class_type_infoE", shim(&si_class_table)},
     {"__ZTVN10__cxxabiv121__vmi_class_type_infoE", shim(&vmi_class_table)},
@@ -180,5 +180,6 @@ const ShimEntry type_table_shims[6] = {
     {"__ZTVN10__cxxabiv120__function_type_infoE", shim(&function_table)},
     {"__ZTVN10__cxxabiv123__fundamental_type_infoE", shim(&fundamental_table)},
 };
+constinit const ShimRows type_table_shims = type_table_rows;
 
 }  // namespace vlm

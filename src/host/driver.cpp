@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "binding/shim_table.h"
 #include "diag/log.h"
 #include "host/forward_table.h"
 #include "host/paths.h"
@@ -11,6 +12,7 @@
 #include "macho/load.h"
 #include "objc/categories.h"
 #include "support/text.h"
+#include "tls/gs_patch.h"
 #include "tls/thread_record.h"
 
 namespace vlm {
@@ -32,6 +34,14 @@ void guard_single_instance() {
   }
 }
 
+/// While the game image is bound and its text still writable.
+void finish_game_image(const MachImage& image) {
+  log_missing_symbols();
+  const std::uint32_t patched = gs_patch_apply(image);
+  log_message(0, "[macho] %llu bytes at %p, %u accesses to thread storage redirected",
+              static_cast<unsigned long long>(image.extent()), reinterpret_cast<void*>(image.base), patched);
+}
+
 BOOL CALLBACK startup_driver(PINIT_ONCE, PVOID, PVOID*) {
   driver_thread = GetCurrentThreadId();
   const std::string image_path = resolve_start_paths();
@@ -41,7 +51,7 @@ BOOL CALLBACK startup_driver(PINIT_ONCE, PVOID, PVOID*) {
   adopt_existing_threads();
 
   log_message(0, "loading %s", image_path.c_str());
-  game_image = macho_load(image_path.c_str());
+  game_image = macho_load(image_path.c_str(), {lookup_shim, make_missing_symbol, finish_game_image});
   if (game_image == nullptr) {
     fatal_error("could not load %s (copy GameAssembly.dylib from the Mac app's Contents/Frameworks)",
                 image_path.c_str());

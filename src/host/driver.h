@@ -6,7 +6,13 @@
 
 #include <atomic>
 
+#include "macho/image.h"
+
 namespace vlm {
+
+/// The game's image: null until start-up has loaded it, never cleared. Exports that do not pass the start-up gate
+/// may read it on any thread at any time.
+extern std::atomic<const MachImage*> game_image;
 
 /// Set when the driver has returned; from then on the gate is one load and a branch that is never taken.
 extern std::atomic<bool> start_completed;

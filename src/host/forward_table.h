@@ -1,4 +1,4 @@
-// The game's 241 entry points, one typed slot per export, called with the System V convention.
+// The game's entry points, one typed slot per export, called with the System V convention.
 #pragma once
 
 #include <cstddef>
@@ -10,14 +10,12 @@ namespace vlm {
 /// A slot holds the address of the game's function of the same name, or null when the image lacks it.
 /// Filled once by resolve_forward_table() during start-up; read without a lock from then on.
 struct ForwardTable {
-#define IL2CPP_FORWARD(result, name, ...) result(__attribute__((sysv_abi)) * name)(__VA_ARGS__);
-#define IL2CPP_WRAP(positions, result, name, ...) result(__attribute__((sysv_abi)) * name)(__VA_ARGS__);
-#define IL2CPP_LOCAL(result, name, ...) result(__attribute__((sysv_abi)) * name)(__VA_ARGS__);
+#define IL2CPP_FORWARD(result, name, parameters, arguments) result(__attribute__((sysv_abi)) * name) parameters;
+#define IL2CPP_LOCAL(result, name, parameters) result(__attribute__((sysv_abi)) * name) parameters;
 #include "host/il2cpp_exports.def"
 };
 
-inline constexpr std::size_t export_count = 241;
-static_assert(sizeof(ForwardTable) == export_count * sizeof(void*));
+inline constexpr std::size_t export_count = sizeof(ForwardTable) / sizeof(void*);
 
 extern ForwardTable forward_table;
 
@@ -25,7 +23,7 @@ extern ForwardTable forward_table;
 /// questions, whether the game is ready and where its function is.
 extern ForwardTable open_table;
 
-/// Looks every name up, with a leading underscore, among the exports of game_image; logs those that are missing.
+/// Looks every name up, with a leading underscore, among the exports of the game's image; logs those that are missing.
 void resolve_forward_table();
 
 /// Lets the forwarders through. The last step of start-up.

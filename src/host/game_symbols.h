@@ -5,9 +5,8 @@ namespace vlm {
 
 /// Symbols of the exports, in the order of the forward table.
 inline constexpr const char* export_symbols[] = {
-#define IL2CPP_FORWARD(result, name, ...) "_" #name,
-#define IL2CPP_WRAP(positions, result, name, ...) "_" #name,
-#define IL2CPP_LOCAL(result, name, ...) "_" #name,
+#define IL2CPP_FORWARD(result, name, parameters, arguments) "_" #name,
+#define IL2CPP_LOCAL(result, name, parameters) "_" #name,
 #include "host/il2cpp_exports.def"
 };
 

@@ -1,9 +1,9 @@
 // Everything that needs no game code, done while Windows loads the library (under its loader lock).
 #include <windows.h>
 
-#include "binding/catalogue.h"
-#include "diag/crash_report.h"
 #include "diag/log.h"
+#include "host/crash_report.h"
+#include "host/shim_catalogue.h"
 #include "host/title_keeper.h"
 #include "input/devices.h"
 #include "objc/object.h"
@@ -30,22 +30,21 @@ void log_versions() {
   log_message(0, "version %s of the library", VLM_VERSION);
 }
 
-/// Ten steps in this order.
+/// In this order: the log's first line comes first, and whatever goes wrong after it is reported.
 void start_statically() {
-  log_versions();                 // 1. the first line of every log
-  install_crash_handler();        //
-  game_tls_init();                // 2. thread storage for game threads
-  game_tls_announce();            //
-  build_objc_classes();           // 3. what class symbols stand for
-  create_string_constants();      //    what constants of Foundation hold
-  set_up_standard_streams();      // 4. what the C library's data symbols show
-  set_up_time_base();             //
-  register_first_shim_block();    // 5. the C library
-  set_up_standard_descriptors();  // 6. what descriptors 0, 1 and 2 stand for
-  register_other_shim_blocks();   // 7. all other families
-  start_controller_input();       // 8. from here on a thread looks for controllers
-  register_plugin_modules();      // 9. what dlopen knows
-  start_title_keeper();           // 10.
+  log_versions();
+  install_crash_handler();
+  game_tls_init();
+  game_tls_announce();
+  build_objc_classes();
+  create_string_constants();
+  set_up_standard_streams();
+  set_up_time_base();
+  register_shim_families();
+  set_up_standard_descriptors();
+  start_controller_input();
+  register_plugin_modules();
+  start_title_keeper();
 }
 
 [[gnu::constructor]] void run_at_load() { start_statically(); }

@@ -73,7 +73,7 @@ constexpr double version = 1.0;
 
 }  // namespace
 
-const PluginSymbol controller_plugin_symbols[10] = {
+const PluginSymbol controller_plugin_symbols[] = {
     {"GameControllerWrapper_SetConnectionHandlers", shim(set_handlers)},
     {"GameControllerWrapper_GetConnectedControllers", shim(get_connected_controllers)},
     {"GameControllerWrapper_StartWirelessDiscovery", shim(start_wireless_discovery)},

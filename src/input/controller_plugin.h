@@ -5,6 +5,6 @@
 
 namespace vlm {
 
-extern const PluginSymbol controller_plugin_symbols[10];  // controller_plugin.cpp; the last one ends the list
+extern const PluginSymbol controller_plugin_symbols[];  // the last one ends the list
 
 }  // namespace vlm

@@ -10,7 +10,6 @@
 //   +----------------+  kept for the life of the image: queries read it in place
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -100,9 +99,5 @@ struct MachImage {
 
 /// The loaded images in load order. Only macho_load() adds one, on the start-up thread; read without a lock.
 std::span<MachImage* const> image_list();
-
-/// The game's image: null until start-up has loaded it, never cleared. Exports that do not pass the start-up gate
-/// may read it on any thread at any time.
-extern std::atomic<const MachImage*> game_image;
 
 }  // namespace vlm

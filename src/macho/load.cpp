@@ -2,7 +2,7 @@
 //   read      the x86_64 slice into a buffer that is kept, and its load commands into the record
 //   place     reserve the extent and the hook arena behind it, commit the extent read-write, copy the segments
 //   link      rebase, bind, bind the lazy stream; the image is in the list from here on
-//   patch     thread storage, while the text is writable
+//   hook      what the caller does to the image, while the text is writable
 //   protect   each segment as its initprot says
 // A file that is of another kind, or not there, is logged and null; a damaged one ends the process with its name.
 #include "macho/load.h"
@@ -15,14 +15,12 @@
 #include <cstring>
 #include <utility>
 
-#include "binding/shim_table.h"
 #include "diag/log.h"
 #include "macho/commands.h"
 #include "macho/fixups.h"
 #include "macho/format.h"
 #include "support/handles.h"
 #include "support/text.h"
-#include "tls/gs_patch.h"
 
 namespace vlm {
 
@@ -123,9 +121,9 @@ void place(MachImage& image) {
   for (int i = 0; i < image.section_count; ++i) image.sections[i].addr += static_cast<std::uint64_t>(image.slide);
 }
 
-void link(const MachImage& image) {
+void link(const MachImage& image, const LoadHooks& hooks) {
   const std::span memory(reinterpret_cast<std::byte*>(image.base), image.extent());
-  const SymbolSources sources{image_list(), lookup_shim, make_missing_symbol};
+  const SymbolSources sources{image_list(), hooks.lookup_shim, hooks.make_missing_symbol};
   const auto check = [](const Result<std::uint64_t>& patched) {
     if (!patched) fatal_error("%s", patched.error().text.c_str());
   };
@@ -157,7 +155,7 @@ void protect(const MachImage& image) {
 
 std::span<MachImage* const> image_list() { return {images, image_count}; }
 
-MachImage* macho_load(const char* path) {
+MachImage* macho_load(const char* path, const LoadHooks& hooks) {
   auto [bytes, size] = read_slice(path);
   if (!bytes) return nullptr;
   UniqueHeap<MachImage> record(static_cast<MachImage*>(std::calloc(1, sizeof(MachImage))));
@@ -180,12 +178,9 @@ MachImage* macho_load(const char* path) {
   MachImage& image = *record.release();
   place(image);
   images[image_count++] = &image;
-  link(image);
-  log_missing_symbols();
-  const std::uint32_t patched = gs_patch_apply(image);
+  link(image, hooks);
+  hooks.before_protection(image);
   protect(image);
-  log_message(0, "[macho] %llu bytes at %p, %u accesses to thread storage redirected",
-              static_cast<unsigned long long>(image.extent()), reinterpret_cast<void*>(image.base), patched);
   return &image;
 }
 

@@ -1,4 +1,4 @@
-// Loading an image: read, place, rebase and bind, patch thread storage, protect; and running its initializers.
+// Loading an image: read, place, rebase and bind, protect; and running its initializers.
 #pragma once
 
 #include <cstdint>
@@ -23,9 +23,18 @@ extern HookArena hook_arenas[max_hook_arenas];  // entries are written by macho_
 extern int hook_arena_count;                    // written by macho_load() during start-up
 extern SrwLock hook_arena_lock;                 // guards the `used` fields; a leaf
 
-/// Loads the image at a UTF-8 path: in the image list, rebased, bound, patched and protected when it returns.
+/// What the loader leaves to its caller.
+struct LoadHooks {
+  // Who answers the imports that no image exports; as in SymbolSources.
+  const void* (*lookup_shim)(const char* library, const char* name);
+  const void* (*make_missing_symbol)(const char* library, const char* name);
+  /// Called when the image is bound and its text still writable.
+  void (*before_protection)(const MachImage& image);
+};
+
+/// Loads the image at a UTF-8 path: in the image list, rebased, bound and protected when it returns.
 /// Null after a logged reason when the file cannot be taken; other failures are fatal.
-MachImage* macho_load(const char* path);
+MachImage* macho_load(const char* path, const LoadHooks& hooks);
 
 /// Calls the entries of every __mod_init_func section, in order, as dyld would with empty argument lists.
 /// An entry outside the image's code is fatal.

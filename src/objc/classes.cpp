@@ -84,17 +84,19 @@ bool is_library_class(const ObjcClass* class_) {
   return std::ranges::any_of(class_rows, [&](const ClassRow& row) { return row.class_ == class_; });
 }
 
-const ShimEntry root_class_shims[2] = {
+const ShimEntry root_class_rows[] = {
     {"_OBJC_CLASS_$_NSObject", &objc_class_NSObject},
     {"_OBJC_METACLASS_$_NSObject", &objc_metaclass_NSObject},
 };
+constinit const ShimRows root_class_shims = root_class_rows;
 
-const ShimEntry class_shims[53] = {
+const ShimEntry class_rows[] = {
 #define CLASS(name, superclass, size) \
   {"_OBJC_CLASS_$_" #name, &objc_class_##name}, {"_OBJC_METACLASS_$_" #name, &objc_metaclass_##name},
 #include "objc/class_list.def"
 #undef CLASS
     {"___CFConstantStringClassReference", &objc_class_NSString},
 };
+constinit const ShimRows class_shims = class_rows;
 
 }  // namespace vlm

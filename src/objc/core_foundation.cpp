@@ -107,7 +107,7 @@ SYSV std::int64_t string_get_bytes(ObjcObject* string, std::int64_t location, st
 
 }  // namespace
 
-const ShimEntry core_foundation_shims[10] = {
+const ShimEntry core_foundation_rows[] = {
     {"_CFBundleGetMainBundle", shim(bundle_get_main_bundle)},
     {"_CFBundleGetVersionNumber", shim(bundle_get_version_number)},
     {"_CFLocaleCopyCurrent", shim(locale_copy_current)},
@@ -119,5 +119,6 @@ const ShimEntry core_foundation_shims[10] = {
     {"_CFStringGetCString", shim(string_get_c_string)},
     {"_CFStringGetBytes", shim(string_get_bytes)},
 };
+constinit const ShimRows core_foundation_shims = core_foundation_rows;
 
 }  // namespace vlm

@@ -83,6 +83,12 @@ const void* objc_find_method(const ObjcClass* class_, Selector selector) {
   return nullptr;
 }
 
+const ShimEntry message_send_rows[] = {
+    {"_objc_msgSend", shim(objc_msgSend_entry)},
+    {"_objc_msgSend_stret", shim(objc_msgSend_stret_entry)},
+};
+constinit const ShimRows message_send_shims = message_send_rows;
+
 }  // namespace vlm
 
 extern "C" const void* objc_lookup(void* receiver, vlm::Selector selector) {
@@ -92,7 +98,7 @@ extern "C" const void* objc_lookup(void* receiver, vlm::Selector selector) {
   const CachedMethod* method = find_in_chain(slot, class_, selector);
   if (method == nullptr) {
     const void* implementation = objc_find_method(class_, selector);
-    if (implementation == nullptr) implementation = reinterpret_cast<const void*>(&objc_null_method);
+    if (implementation == nullptr) implementation = shim(objc_null_method);
     method = add_to_chain(slot, class_, selector, implementation);
   }
   // objc_send comes here for every message: a line that other processors read is written only when it changes.

@@ -124,7 +124,7 @@ const MethodRow NSArray_methods[] = {
     {"objectAtIndexedSubscript:", shim(object_at_index)},
     {"containsObject:", shim(contains_object)},
     {"countByEnumeratingWithState:objects:count:", shim(count_by_enumerating)},
-    {"initWithObjects:", reinterpret_cast<const void*>(&initWithObjects_entry)},
+    {"initWithObjects:", shim(initWithObjects_entry)},
     {"description", shim(description)},
     {},
 };

@@ -113,9 +113,6 @@ extern "C" SYSV void* stringWithFormat_body(void* self, Selector, void* format, 
   return string;
 }
 
-/// Whatever is logged is written nowhere.
-extern "C" SYSV void NSLog_body(void*, SysvVaList*) {}
-
 const MethodRow NSString_methods[] = {
     {"UTF8String", shim(utf8_string)},
     {"length", shim(length)},
@@ -138,7 +135,7 @@ const MethodRow NSString_methods[] = {
 
 const MethodRow NSString_class_methods[] = {
     {"stringWithUTF8String:", shim(string_with_utf8_string)},
-    {"stringWithFormat:", reinterpret_cast<const void*>(&stringWithFormat_entry)},
+    {"stringWithFormat:", shim(stringWithFormat_entry)},
     {},
 };
 

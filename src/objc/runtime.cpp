@@ -41,7 +41,10 @@ constinit std::uint64_t stack_block_class[32] = {};
 
 }  // namespace
 
-const ShimEntry objc_runtime_shims[16] = {
+/// Whatever is logged is written nowhere.
+extern "C" SYSV void NSLog_body(void*, SysvVaList*) {}
+
+const ShimEntry objc_runtime_rows[] = {
     {"_objc_alloc", shim(alloc)},
     {"_objc_retain", shim(identity)},
     {"_objc_autorelease", shim(identity)},
@@ -58,11 +61,14 @@ const ShimEntry objc_runtime_shims[16] = {
     {"_objc_autoreleasePoolPop", shim(pool_pop)},
     {"_objc_enumerationMutation", shim(enumeration_mutation)},
     {"__objc_empty_cache", empty_cache},
+    {"_NSLog", shim(NSLog_entry)},
 };
+constinit const ShimRows objc_runtime_shims = objc_runtime_rows;
 
-const ShimEntry block_class_shims[2] = {
+const ShimEntry block_class_rows[] = {
     {"__NSConcreteGlobalBlock", global_block_class},
     {"__NSConcreteStackBlock", stack_block_class},
 };
+constinit const ShimRows block_class_shims = block_class_rows;
 
 }  // namespace vlm

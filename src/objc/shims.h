@@ -1,15 +1,16 @@
-// The row arrays of Objective-C and Foundation, for the catalogue.
+// The rows of Objective-C and Foundation, for the catalogue.
 #pragma once
 
 #include "binding/shim_table.h"
 
 namespace vlm {
 
-extern const ShimEntry block_class_shims[2];       // runtime.cpp
-extern const ShimEntry objc_runtime_shims[16];     // runtime.cpp
-extern const ShimEntry root_class_shims[2];        // classes.cpp
-extern const ShimEntry class_shims[53];            // classes.cpp
-extern const ShimEntry core_foundation_shims[10];  // core_foundation.cpp
-extern const ShimEntry string_constant_shims[7];   // string_constants.cpp
+extern const ShimRows block_class_shims;      // runtime.cpp
+extern const ShimRows message_send_shims;     // dispatch.cpp
+extern const ShimRows objc_runtime_shims;     // runtime.cpp
+extern const ShimRows root_class_shims;       // classes.cpp
+extern const ShimRows class_shims;            // classes.cpp
+extern const ShimRows core_foundation_shims;  // core_foundation.cpp
+extern const ShimRows string_constant_shims;  // string_constants.cpp
 
 }  // namespace vlm

@@ -29,7 +29,7 @@ void create_string_constants() {
   }
 }
 
-const ShimEntry string_constant_shims[7] = {
+const ShimEntry string_constant_rows[] = {
     {"_kCFLocaleCountryCode", &cf_locale_country_code.object},
     {"_kCFLocaleLanguageCode", &cf_locale_language_code.object},
     {"_kCFLocaleScriptCode", &cf_locale_script_code.object},
@@ -38,5 +38,6 @@ const ShimEntry string_constant_shims[7] = {
     {"_GKPlayerDidChangeNotificationName", &player_did_change.object},
     {"_NSUbiquitousKeyValueStoreDidChangeExternallyNotification", &store_did_change.object},
 };
+constinit const ShimRows string_constant_shims = string_constant_rows;
 
 }  // namespace vlm

@@ -93,7 +93,7 @@ SYSV void log_to_device_console(const char* /* message */) {}
 
 }  // namespace
 
-const PluginSymbol mac_core_symbols[19] = {
+const PluginSymbol mac_core_symbols[] = {
     {"QKCloud_Synchronize", shim(cloud_synchronize)},
     {"QKCloud_InitializeWithGameObjectName", shim(cloud_initialize)},
     {"QKCloud_StringForKey", shim(cloud_string)},

@@ -5,6 +5,6 @@
 
 namespace vlm {
 
-extern const PluginSymbol mac_core_symbols[19];  // mac_core.cpp; the last one ends the list
+extern const PluginSymbol mac_core_symbols[];  // mac_core.cpp; the last one ends the list
 
 }  // namespace vlm

@@ -220,13 +220,15 @@ SYSV std::int32_t fcopyfile_(std::int32_t from, std::int32_t to, void*, std::uin
 
 }  // namespace
 
-const ShimEntry descriptor_shims[13] = {
+const ShimEntry descriptor_rows[] = {
     {"_close", shim(close_)},         {"_read", shim(read_)},           {"_write", shim(write_)},
     {"_lseek", shim(lseek_)},         {"_ftruncate", shim(ftruncate_)}, {"_dup", shim(dup_)},
     {"_dup2", shim(dup2_)},           {"_pipe", shim(pipe_)},           {"_isatty", shim(isatty_)},
     {"_tcgetattr", shim(tcgetattr_)}, {"_tcsetattr", shim(tcsetattr_)}, {"_tcflush", shim(tcflush_)},
-    {"_fcopyfile", shim(fcopyfile_)},
+    {"_fcopyfile", shim(fcopyfile_)}, {"_open", shim(open_entry)},      {"_fcntl", shim(fcntl_entry)},
+    {"_ioctl", shim(ioctl_entry)},
 };
+constinit const ShimRows descriptor_shims = descriptor_rows;
 
 Descriptor find_descriptor(std::int32_t number) {
   Descriptor found;

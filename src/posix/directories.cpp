@@ -183,7 +183,7 @@ SYSV char* getcwd_(char* buffer, std::uint64_t size) {
 
 }  // namespace
 
-const ShimEntry directory_shims[12] = {
+const ShimEntry directory_rows[] = {
     {"_opendir$INODE64", shim(opendir_)},
     {"_readdir$INODE64", shim(readdir_)},
     {"_rewinddir$INODE64", shim(rewinddir_)},
@@ -197,5 +197,6 @@ const ShimEntry directory_shims[12] = {
     {"_readlink", shim(readlink_)},
     {"_getcwd", shim(getcwd_)},
 };
+constinit const ShimRows directory_shims = directory_rows;
 
 }  // namespace vlm

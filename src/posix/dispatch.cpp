@@ -135,7 +135,7 @@ SYSV void block_object_assign(const void** destination, const void* source, std:
 
 }  // namespace
 
-const ShimEntry dispatch_shims[7] = {
+const ShimEntry dispatch_rows[] = {
     {"_dispatch_once_f", shim(dispatch_once_f_)},
     {"_dispatch_semaphore_create", shim(dispatch_semaphore_create_)},
     {"_dispatch_semaphore_wait", shim(dispatch_semaphore_wait_)},
@@ -144,5 +144,6 @@ const ShimEntry dispatch_shims[7] = {
     {"_dispatch_release", shim(dispatch_release_)},
     {"__Block_object_assign", shim(block_object_assign)},
 };
+constinit const ShimRows dispatch_shims = dispatch_rows;
 
 }  // namespace vlm

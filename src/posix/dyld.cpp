@@ -58,12 +58,13 @@ SYSV std::int32_t dladdr_(std::uint64_t address, SymbolInfo* info) {
 
 }  // namespace
 
-const ShimEntry dyld_shims[5] = {
+const ShimEntry dyld_rows[] = {
     {"__dyld_image_count", shim(dyld_image_count_)},
     {"__dyld_get_image_header", shim(dyld_get_image_header_)},
     {"__dyld_get_image_name", shim(dyld_get_image_name_)},
     {"_getsectiondata", shim(getsectiondata_)},
     {"_dladdr", shim(dladdr_)},
 };
+constinit const ShimRows dyld_shims = dyld_rows;
 
 }  // namespace vlm

@@ -82,12 +82,13 @@ SYSV const char* dlerror_() {
 
 }  // namespace
 
-const ShimEntry dynamic_loading_shims[4] = {
+const ShimEntry dynamic_loading_rows[] = {
     {"_dlopen", shim(dlopen_)},
     {"_dlsym", shim(dlsym_)},
     {"_dlclose", shim(dlclose_)},
     {"_dlerror", shim(dlerror_)},
 };
+constinit const ShimRows dynamic_loading_shims = dynamic_loading_rows;
 
 void register_plugin_module(const PluginModule& module) {
   if (plugin_module_count == max_plugin_modules) fatal_error("plug-in module table full");

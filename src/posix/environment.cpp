@@ -153,11 +153,12 @@ SYSV std::int32_t NSGetExecutablePath_(char* buffer, std::uint32_t* size) {
 
 }  // namespace
 
-const ShimEntry environment_shims[4] = {
+const ShimEntry environment_rows[] = {
     {"_getenv", shim(getenv_)},
     {"_setenv", shim(setenv_)},
     {"_unsetenv", shim(unsetenv_)},
     {"__NSGetExecutablePath", shim(NSGetExecutablePath_)},
 };
+constinit const ShimRows environment_shims = environment_rows;
 
 }  // namespace vlm

@@ -11,8 +11,6 @@
 
 namespace vlm {
 
-constinit thread_local std::int32_t shim_errno = 0;
-
 namespace {
 
 template <class Host>
@@ -113,9 +111,10 @@ SYSV std::int32_t strerror_r_(std::int32_t error, char* buffer, std::uint64_t si
 std::int32_t errno_from_win32(std::uint32_t error) { return translate(win32_rows, error); }
 std::int32_t errno_from_crt(int error) { return translate(crt_rows, error); }
 
-const ShimEntry error_shims[2] = {
+const ShimEntry error_rows[] = {
     {"___error", shim(error_)},
     {"_strerror_r", shim(strerror_r_)},
 };
+constinit const ShimRows error_shims = error_rows;
 
 }  // namespace vlm

@@ -6,10 +6,10 @@
 #include <cstring>
 
 #include "posix/descriptors.h"
-#include "posix/error_numbers.h"
 #include "posix/host_path.h"
 #include "posix/shims.h"
 #include "posix/time.h"
+#include "support/darwin_errno.h"
 #include "support/sysv.h"
 
 namespace vlm {
@@ -156,11 +156,12 @@ SYSV std::int32_t utimes_(const char* game_path, const DarwinTimeval* times) {
 
 }  // namespace
 
-const ShimEntry file_status_shims[10] = {
+const ShimEntry file_status_rows[] = {
     {"_stat$INODE64", shim(stat_)}, {"_lstat$INODE64", shim(stat_)}, {"_fstat$INODE64", shim(fstat_)},
     {"_stat", shim(stat_)},         {"_lstat", shim(stat_)},         {"_fstat", shim(fstat_)},
     {"_access", shim(access_)},     {"_chmod", shim(chmod_)},        {"_lchflags", shim(lchflags_)},
     {"_utimes", shim(utimes_)},
 };
+constinit const ShimRows file_status_shims = file_status_rows;
 
 }  // namespace vlm

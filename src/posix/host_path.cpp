@@ -7,7 +7,7 @@
 #include <cwchar>
 #include <iterator>
 
-#include "posix/error_numbers.h"
+#include "support/darwin_errno.h"
 #include "support/text.h"
 
 namespace vlm {

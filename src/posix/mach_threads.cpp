@@ -111,10 +111,11 @@ SYSV std::int32_t thread_get_state_(std::uint32_t port, std::int32_t flavor, Thr
 
 }  // namespace
 
-const ShimEntry mach_shims[6] = {
+const ShimEntry mach_rows[] = {
     {"_mach_thread_self", shim(mach_thread_self_)}, {"_mach_port_deallocate", shim(mach_port_deallocate_)},
     {"_thread_suspend", shim(thread_suspend_)},     {"_thread_resume", shim(thread_resume_)},
     {"_thread_get_state", shim(thread_get_state_)}, {"_mach_task_self_", shim(&task_self)},
 };
+constinit const ShimRows mach_shims = mach_rows;
 
 }  // namespace vlm

@@ -12,8 +12,8 @@
 
 #include "diag/log.h"
 #include "posix/descriptors.h"
-#include "posix/error_numbers.h"
 #include "posix/shims.h"
+#include "support/darwin_errno.h"
 #include "support/locks.h"
 #include "support/sysv.h"
 
@@ -200,10 +200,11 @@ SYSV std::int32_t mprotect_(void* start, std::uint64_t length, std::int32_t prot
 
 }  // namespace
 
-const ShimEntry mapping_shims[3] = {
+const ShimEntry mapping_rows[] = {
     {"_mmap", shim(mmap_)},
     {"_munmap", shim(munmap_)},
     {"_mprotect", shim(mprotect_)},
 };
+constinit const ShimRows mapping_shims = mapping_rows;
 
 }  // namespace vlm

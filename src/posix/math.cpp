@@ -79,7 +79,7 @@ SYSV SineCosineFloat sincosf_stret_(float x) { return {__imp_sinf(x), __imp_cosf
 
 }  // namespace
 
-const ShimEntry math_shims[34] = {
+const ShimEntry math_rows[] = {
     {"_acos", shim(imported<double, __imp_acos>)},
     {"_acosf", shim(imported<float, __imp_acosf>)},
     {"_asin", shim(imported<double, __imp_asin>)},
@@ -115,5 +115,6 @@ const ShimEntry math_shims[34] = {
     {"___sincos_stret", shim(sincos_stret_)},
     {"___sincosf_stret", shim(sincosf_stret_)},
 };
+constinit const ShimRows math_shims = math_rows;
 
 }  // namespace vlm

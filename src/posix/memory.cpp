@@ -7,10 +7,10 @@
 #include <cstring>
 
 #include "posix/aligned_blocks.h"
-#include "posix/error_numbers.h"
 #include "posix/heap.h"
 #include "posix/shims.h"
 #include "support/bytes.h"
+#include "support/darwin_errno.h"
 #include "support/sysv.h"
 
 namespace vlm {
@@ -114,7 +114,7 @@ SYSV void heap_free(void* block) {
 
 // macOS's memcpy and memmove are one function: game code that overlaps works there, so it works here. The checked
 // forms carry the size of the destination in a last argument, which is left alone.
-const ShimEntry memory_shims[15] = {
+const ShimEntry memory_rows[] = {
     {"_malloc", shim(heap_allocate)},
     {"_calloc", shim(calloc_)},
     {"_realloc", shim(realloc_)},
@@ -131,5 +131,6 @@ const ShimEntry memory_shims[15] = {
     {"_memcmp", shim(compare_bytes)},
     {"_wmemchr", shim(wmemchr_)},
 };
+constinit const ShimRows memory_shims = memory_rows;
 
 }  // namespace vlm

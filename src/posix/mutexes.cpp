@@ -114,7 +114,7 @@ SYSV std::int32_t cond_broadcast(Condition* condition) {
 
 }  // namespace
 
-const ShimEntry mutex_shims[11] = {
+const ShimEntry mutex_rows[] = {
     {"_pthread_mutexattr_init", shim(mutexattr_init)},
     {"_pthread_mutexattr_destroy", shim(destroy)},
     {"_pthread_mutexattr_settype", shim(mutexattr_settype)},
@@ -127,5 +127,6 @@ const ShimEntry mutex_shims[11] = {
     {"_pthread_cond_broadcast", shim(cond_broadcast)},
     {"_pthread_cond_signal", shim(cond_signal)},
 };
+constinit const ShimRows mutex_shims = mutex_rows;
 
 }  // namespace vlm

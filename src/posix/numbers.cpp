@@ -6,9 +6,9 @@
 #include <cstdint>
 #include <limits>
 
-#include "posix/error_numbers.h"
 #include "posix/shims.h"
 #include "support/characters.h"
+#include "support/darwin_errno.h"
 #include "support/sysv.h"
 
 namespace vlm {
@@ -86,9 +86,10 @@ SYSV DarwinDiv div_(std::int32_t numerator, std::int32_t denominator) {
 
 }  // namespace
 
-const ShimEntry number_shims[5] = {
+const ShimEntry number_rows[] = {
     {"_strtol", shim(strtol_)}, {"_strtoul", shim(strtoul_)}, {"_atoi", shim(atoi_)},
     {"_atol", shim(atol_)},     {"_div", shim(div_)},
 };
+constinit const ShimRows number_shims = number_rows;
 
 }  // namespace vlm

@@ -83,7 +83,7 @@ SYSV std::int32_t check_fd_set_overflow_(std::int32_t descriptor, const void* se
 
 }  // namespace
 
-const ShimEntry process_shims[10] = {
+const ShimEntry process_rows[] = {
     {"___cxa_atexit", shim(cxa_atexit_)},
     {"_atexit", shim(atexit_)},
     {"_exit", shim(exit_)},
@@ -95,5 +95,6 @@ const ShimEntry process_shims[10] = {
     {"__availability_version_check", shim(availability_version_check_)},
     {"___darwin_check_fd_set_overflow", shim(check_fd_set_overflow_)},
 };
+constinit const ShimRows process_shims = process_rows;
 
 }  // namespace vlm

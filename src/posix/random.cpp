@@ -27,6 +27,7 @@ SYSV void arc4random_buf_(UCHAR* buffer, std::uint64_t size) {
 
 }  // namespace
 
-const ShimEntry random_shims[1] = {{"_arc4random_buf", shim(arc4random_buf_)}};
+const ShimEntry random_rows[] = {{"_arc4random_buf", shim(arc4random_buf_)}};
+constinit const ShimRows random_shims = random_rows;
 
 }  // namespace vlm

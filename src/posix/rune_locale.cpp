@@ -55,10 +55,11 @@ SYSV std::int32_t freelocale_(const void* locale) { return 0; }
 
 constexpr RuneLocale default_rune_locale = make_c_locale();
 
-const ShimEntry rune_locale_shims[6] = {
+const ShimEntry rune_locale_rows[] = {
     {"___maskrune", shim(maskrune_)},   {"___tolower", shim(tolower_)},
     {"_setlocale", shim(setlocale_)},   {"_newlocale", shim(newlocale_)},
     {"_freelocale", shim(freelocale_)}, {"__DefaultRuneLocale", shim(&default_rune_locale)},
 };
+constinit const ShimRows rune_locale_shims = rune_locale_rows;
 
 }  // namespace vlm

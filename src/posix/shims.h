@@ -1,42 +1,43 @@
-// The row arrays of the POSIX families, for the catalogue.
+// The rows of the POSIX families, for the catalogue.
 #pragma once
 
 #include "binding/shim_table.h"
 
 namespace vlm {
 
-// Memory, strings and math: 74 functions and one object.
-extern const ShimEntry error_shims[2];        // error_numbers.cpp
-extern const ShimEntry memory_shims[15];      // memory.cpp
-extern const ShimEntry string_shims[10];      // strings.cpp
-extern const ShimEntry number_shims[5];       // numbers.cpp
-extern const ShimEntry math_shims[34];        // math.cpp
-extern const ShimEntry rune_locale_shims[6];  // rune_locale.cpp
-extern const ShimEntry sorting_shims[2];      // sorting.cpp
-extern const ShimEntry random_shims[1];       // random.cpp
+// The C library
+extern const ShimRows error_shims;           // error_numbers.cpp
+extern const ShimRows memory_shims;          // memory.cpp
+extern const ShimRows string_shims;          // strings.cpp
+extern const ShimRows number_shims;          // numbers.cpp
+extern const ShimRows math_shims;            // math.cpp
+extern const ShimRows rune_locale_shims;     // rune_locale.cpp
+extern const ShimRows sorting_shims;         // sorting.cpp
+extern const ShimRows random_shims;          // random.cpp
+extern const ShimRows stream_shims;          // streams.cpp
+extern const ShimRows formatted_text_shims;  // formatted_text.cpp
+extern const ShimRows jump_shims;            // jumps.cpp
+extern const ShimRows time_shims;            // time.cpp
+extern const ShimRows time_text_shims;       // time_text.cpp
+extern const ShimRows environment_shims;     // environment.cpp
+extern const ShimRows process_shims;         // process.cpp
 
-extern const ShimEntry stream_shims[13];  // streams.cpp
+// Files
+extern const ShimRows descriptor_shims;   // descriptors.cpp
+extern const ShimRows file_status_shims;  // file_status.cpp
+extern const ShimRows directory_shims;    // directories.cpp
+extern const ShimRows mapping_shims;      // mapping.cpp
 
-extern const ShimEntry thread_shims[13];   // threads.cpp
-extern const ShimEntry mutex_shims[11];    // mutexes.cpp
-extern const ShimEntry dispatch_shims[7];  // dispatch.cpp
-extern const ShimEntry mach_shims[6];      // mach_threads.cpp
-extern const ShimEntry signal_shims[2];    // signals.cpp
+// Threads
+extern const ShimRows thread_shims;    // threads.cpp
+extern const ShimRows mutex_shims;     // mutexes.cpp
+extern const ShimRows dispatch_shims;  // dispatch.cpp
+extern const ShimRows mach_shims;      // mach_threads.cpp
+extern const ShimRows signal_shims;    // signals.cpp
 
-// C library: 26 functions and the stack canary.
-extern const ShimEntry time_shims[12];        // time.cpp
-extern const ShimEntry time_text_shims[1];    // time_text.cpp
-extern const ShimEntry environment_shims[4];  // environment.cpp
-extern const ShimEntry process_shims[10];     // process.cpp
-
-// 18 functions.
-extern const ShimEntry system_info_shims[9];      // system_info.cpp
-extern const ShimEntry dyld_shims[5];             // dyld.cpp
-extern const ShimEntry dynamic_loading_shims[4];  // dynamic_loading.cpp
-
-extern const ShimEntry descriptor_shims[13];   // descriptors.cpp
-extern const ShimEntry file_status_shims[10];  // file_status.cpp
-extern const ShimEntry directory_shims[12];    // directories.cpp
-extern const ShimEntry mapping_shims[3];       // mapping.cpp
+// The system and its loader
+extern const ShimRows system_info_shims;      // system_info.cpp
+extern const ShimRows dyld_shims;             // dyld.cpp
+extern const ShimRows dynamic_loading_shims;  // dynamic_loading.cpp
 
 }  // namespace vlm

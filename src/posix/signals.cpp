@@ -2,8 +2,8 @@
 #include <cstdint>
 #include <mutex>
 
-#include "posix/error_numbers.h"
 #include "posix/shims.h"
+#include "support/darwin_errno.h"
 #include "support/locks.h"
 #include "support/sysv.h"
 
@@ -45,9 +45,10 @@ SYSV std::uint64_t signal_(std::int32_t signal, std::uint64_t handler) {
 
 }  // namespace
 
-const ShimEntry signal_shims[2] = {
+const ShimEntry signal_rows[] = {
     {"_sigaction", shim(sigaction_)},
     {"_signal", shim(signal_)},
 };
+constinit const ShimRows signal_shims = signal_rows;
 
 }  // namespace vlm

@@ -41,6 +41,7 @@ SYSV const void* bsearch_(const void* key, const std::byte* base, std::uint64_t 
 
 }  // namespace
 
-const ShimEntry sorting_shims[2] = {{"_qsort", shim(qsort_)}, {"_bsearch", shim(bsearch_)}};
+const ShimEntry sorting_rows[] = {{"_qsort", shim(qsort_)}, {"_bsearch", shim(bsearch_)}};
+constinit const ShimRows sorting_shims = sorting_rows;
 
 }  // namespace vlm

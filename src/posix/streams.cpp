@@ -100,7 +100,7 @@ SYSV void rewind_(std::FILE* stream) { std::rewind(stream); }
 
 }  // namespace
 
-const ShimEntry stream_shims[13] = {
+const ShimEntry stream_rows[] = {
     {"_fopen", shim(fopen_)},
     {"_fclose", shim(fclose_)},
     {"_fflush", shim(fflush_)},
@@ -115,6 +115,7 @@ const ShimEntry stream_shims[13] = {
     {"___stdoutp", shim(&standard_output)},
     {"___stderrp", shim(&standard_error)},
 };
+constinit const ShimRows stream_shims = stream_rows;
 
 void set_up_standard_streams() {
   standard_input = stdin;

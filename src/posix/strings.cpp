@@ -30,11 +30,12 @@ SYSV std::uint64_t strlcpy_(char* to, const char* from, std::uint64_t size) {
 
 }  // namespace
 
-const ShimEntry string_shims[10] = {
+const ShimEntry string_rows[] = {
     {"_strlen", shim(text_length)}, {"_strcmp", shim(compare_texts)}, {"_strncmp", shim(strncmp_)},
     {"_strchr", shim(strchr_)},     {"_strrchr", shim(strrchr_)},     {"_strstr", shim(strstr_)},
     {"_strcpy", shim(strcpy_)},     {"_strncpy", shim(strncpy_)},     {"_strdup", shim(strdup_)},
     {"_strlcpy", shim(strlcpy_)},
 };
+constinit const ShimRows string_shims = string_rows;
 
 }  // namespace vlm

@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <cstring>
 
-#include "posix/error_numbers.h"
 #include "posix/shims.h"
 #include "posix/time.h"
+#include "support/darwin_errno.h"
 #include "support/sysv.h"
 
 namespace vlm {
@@ -177,10 +177,11 @@ SYSV std::uint32_t getegid_() { return 20; }
 
 }  // namespace
 
-const ShimEntry system_info_shims[9] = {
+const ShimEntry system_info_rows[] = {
     {"_sysconf", shim(sysconf_)},     {"_getpagesize", shim(getpagesize_)}, {"_sysctl", shim(sysctl_)},
     {"_uname", shim(uname_)},         {"_gethostname", shim(gethostname_)}, {"_getrlimit", shim(getrlimit_)},
     {"_getrusage", shim(getrusage_)}, {"_geteuid", shim(geteuid_)},         {"_getegid", shim(getegid_)},
 };
+constinit const ShimRows system_info_shims = system_info_rows;
 
 }  // namespace vlm

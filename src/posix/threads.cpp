@@ -9,8 +9,8 @@
 #include <cstring>
 #include <mutex>
 
-#include "posix/error_numbers.h"
 #include "posix/shims.h"
+#include "support/darwin_errno.h"
 #include "support/handles.h"
 #include "support/locks.h"
 #include "support/procedures.h"
@@ -181,7 +181,7 @@ SYSV std::int32_t succeed() { return 0; }
 
 }  // namespace
 
-const ShimEntry thread_shims[13] = {
+const ShimEntry thread_rows[] = {
     {"_pthread_create", shim(pthread_create_)},
     {"_pthread_self", shim(pthread_self_)},
     {"_pthread_detach", shim(succeed)},
@@ -196,5 +196,6 @@ const ShimEntry thread_shims[13] = {
     {"_pthread_getspecific", shim(pthread_getspecific_)},
     {"_pthread_setspecific", shim(pthread_setspecific_)},
 };
+constinit const ShimRows thread_shims = thread_rows;
 
 }  // namespace vlm

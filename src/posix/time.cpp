@@ -7,8 +7,8 @@
 #include <bit>
 #include <cstdint>
 
-#include "posix/error_numbers.h"
 #include "posix/shims.h"
+#include "support/darwin_errno.h"
 #include "support/sysv.h"
 
 namespace vlm {
@@ -127,7 +127,7 @@ SYSV std::uint64_t clock_gettime_nsec_np_(std::uint32_t clock) {
 
 }  // namespace
 
-const ShimEntry time_shims[12] = {
+const ShimEntry time_rows[] = {
     {"_gmtime", shim(gmtime_)},
     {"_localtime", shim(localtime_)},
     {"_mktime", shim(mktime_)},
@@ -141,6 +141,7 @@ const ShimEntry time_shims[12] = {
     {"_mach_timebase_info", shim(mach_timebase_info_)},
     {"_clock_gettime_nsec_np", shim(clock_gettime_nsec_np_)},
 };
+constinit const ShimRows time_shims = time_rows;
 
 std::int64_t seconds_of_fields(const TimeFields& fields) {
   // Years from March on: the leap day is a year's last.

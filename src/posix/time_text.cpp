@@ -164,6 +164,7 @@ SYSV std::uint64_t strftime_(char* buffer, std::uint64_t size, const char* forma
 
 }  // namespace
 
-const ShimEntry time_text_shims[1] = {{"_strftime", shim(strftime_)}};
+const ShimEntry time_text_rows[] = {{"_strftime", shim(strftime_)}};
+constinit const ShimRows time_text_shims = time_text_rows;
 
 }  // namespace vlm

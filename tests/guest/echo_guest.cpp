@@ -1,4 +1,4 @@
-// An image whose 241 exports record the registers that they were called with, clobber every register that System V
+// An image whose exports record the registers that they were called with, clobber every register that System V
 // code may clobber, and return a value of their own. Made from the rows of the list of exports.
 #include "host/il2cpp_types.h"
 
@@ -24,9 +24,8 @@ extern "C" {
 #define RECORD_(name, number) \
   [[gnu::naked]] void name() { asm("movl $" #number ", %eax\n jmp _echo_registers"); }
 #define RECORD(name, number) RECORD_(name, number)
-#define IL2CPP_FORWARD(result, name, ...) RECORD(name, __COUNTER__)
-#define IL2CPP_WRAP(positions, result, name, ...) RECORD(name, __COUNTER__)
-#define IL2CPP_LOCAL(result, name, ...) RECORD(name, __COUNTER__)
+#define IL2CPP_FORWARD(result, name, parameters, arguments) RECORD(name, __COUNTER__)
+#define IL2CPP_LOCAL(result, name, parameters) RECORD(name, __COUNTER__)
 #include "host/il2cpp_exports.def"
 
 /// Returns 0xABCD000000000000 + the number of the export.

@@ -19,6 +19,9 @@ const std::uint64_t* echo_record;
 
 constexpr std::uint64_t echo_result = 0xABCD'0000'0000'0000;
 
+/// In place of Il2CppCallback in the rows: a type that no other parameter has. The game gets a stub for each.
+using PlayerCallback = void (*)();
+
 /// The part of a register that System V gives a meaning to, for a value of type T whose Windows register held `sent`:
 /// bool and narrow integers arrive widened to 32 bits, the rest of a 32-bit value's register is undefined.
 template <class T>
@@ -46,7 +49,7 @@ std::uint64_t sent_value(unsigned i) {
 }
 
 template <class R, class... Parameters>
-void check_export(const char* name, unsigned number, unsigned wrapped, R (*)(Parameters...)) {
+void check_export(const char* name, unsigned number, R (*)(Parameters...)) {
   CAPTURE(name);
   void* entry = library_function<void*>(name);
   REQUIRE(entry != nullptr);
@@ -64,7 +67,7 @@ void check_export(const char* name, unsigned number, unsigned wrapped, R (*)(Par
   i = 0;
   const auto check_parameter = [&]<class T>(std::type_identity<T>) {
     CAPTURE(i);
-    if ((wrapped >> i & 1) != 0) {
+    if constexpr (std::is_same_v<T, PlayerCallback>) {
       auto* stub = reinterpret_cast<void*>(echo_record[i]);
       CHECK_NE(stub, reinterpret_cast<void*>(sent[i]));
       CHECK_EQ(unwrap_callback(stub), reinterpret_cast<void*>(sent[i]));
@@ -133,13 +136,12 @@ TEST_CASE("threads that make the first call together start the game once") {
 
 TEST_CASE("every forwarder moves and widens its arguments and keeps the caller's registers") {
   unsigned number = 0;
-#define IL2CPP_FORWARD(result, name, ...) \
-  check_export(#name, number++, 0, static_cast<result (*)(__VA_ARGS__)>(nullptr));
-#define IL2CPP_WRAP(positions, result, name, ...) \
-  check_export(#name, number++, positions, static_cast<result (*)(__VA_ARGS__)>(nullptr));
-#define IL2CPP_LOCAL(result, name, ...) ++number;
+#define Il2CppCallback PlayerCallback
+#define IL2CPP_FORWARD(result, name, parameters, arguments) \
+  check_export(#name, number++, static_cast<result(*) parameters>(nullptr));
+#define IL2CPP_LOCAL(result, name, parameters) ++number;
 #include "host/il2cpp_exports.def"
-  CHECK_EQ(number, 241);
+#undef Il2CppCallback
 }
 
 TEST_CASE("a callback that is handed over twice is one callback to the game") {

@@ -11,7 +11,7 @@
 
 #include "abi/entries.h"
 #include "abi/stubs.h"
-#include "binding/catalogue.h"
+#include "host/shim_catalogue.h"
 #include "run_alone.h"
 #include "support/game_process.h"
 
@@ -19,8 +19,7 @@ using namespace vlm;
 using namespace vlm::test;
 
 TEST_CASE("alone: the shim table" * doctest::skip()) {
-  register_first_shim_block();
-  register_other_shim_blocks();
+  register_shim_families();
   REQUIRE(lookup_shim("anything", "_malloc") != nullptr);
   REQUIRE(lookup_shim("", "malloc") == nullptr);
   REQUIRE(lookup_shim("", "_mallo") == nullptr);

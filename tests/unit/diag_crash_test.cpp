@@ -1,6 +1,6 @@
 // Which exceptions are reported, how often, and how addresses are named.
-#include "diag/crash_report.h"
 #include "diag/log.h"
+#include "host/crash_report.h"
 
 #define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "binding/shim_table.h"
+#include "host/driver.h"
 #include "macho/queries.h"
 #include "support/fake_image.h"
 #include "support/game_process.h"
@@ -26,10 +28,12 @@ std::string path_of_image() {
   return std::string(folder.begin(), folder.end()) + "image.dylib";
 }
 
+constexpr LoadHooks hooks{lookup_shim, make_missing_symbol, [](const MachImage&) {}};
+
 MachImage* load(std::span<const std::byte> file) {
   REQUIRE(write_file(program_folder() + L"image.dylib",
                      std::string(reinterpret_cast<const char*>(file.data()), file.size())));
-  MachImage* const image = macho_load(path_of_image().c_str());
+  MachImage* const image = macho_load(path_of_image().c_str(), hooks);
   DeleteFileA(path_of_image().c_str());
   return image;
 }
@@ -114,9 +118,9 @@ TEST_CASE("a file that cannot be taken leaves nothing behind") {
   chained.more_commands = {Bytes().u32(LC_DYLD_CHAINED_FIXUPS).u32(16).u32(0).u32(0)};
   const Bytes files[] = {{}, Bytes().text("text"), build_image(chained), build_universal({{0x0100000C, Bytes(64)}})};
   for (const Bytes& bytes : files) CHECK_EQ(load(bytes), nullptr);
-  CHECK_EQ(macho_load(""), nullptr);
-  CHECK_EQ(macho_load("C:/no/such/file"), nullptr);
-  CHECK_EQ(macho_load("C:/windows"), nullptr);
+  CHECK_EQ(macho_load("", hooks), nullptr);
+  CHECK_EQ(macho_load("C:/no/such/file", hooks), nullptr);
+  CHECK_EQ(macho_load("C:/windows", hooks), nullptr);
   CHECK_EQ(image_list().size(), images_before);
   CHECK_EQ(hook_arena_count, arenas_before);
 }

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "binding/catalogue.h"
+#include "host/shim_catalogue.h"
 #include "inspect/portable_executable.h"
 #include "support/byte_reader.h"
 #include "tessera/library_file.h"
@@ -26,12 +26,14 @@ Result<std::string_view> name_at(const PortableExecutable& file, const char* poi
 Result<void> read_family(const PortableExecutable& file, const ShimFamily& family, Library& library) {
   const auto family_name = name_at(file, family.name);
   if (!family_name) return std::unexpected(family_name.error());
-  ByteReader in(file.bytes_at(reinterpret_cast<std::uintptr_t>(family.rows)));
-  for (std::uint32_t i = 0; i < family.row_count; ++i) {
+  ByteReader place(file.bytes_at(reinterpret_cast<std::uintptr_t>(family.rows)));
+  const auto rows = place.read<ShimRows>();
+  if (!place.ok()) return fault("its shim table is damaged: family %zu has no rows", library.family_count);
+  ByteReader in(file.bytes_at(reinterpret_cast<std::uintptr_t>(rows.data())));
+  for (std::size_t i = 0; i < rows.size(); ++i) {
     const auto row = in.read<ShimEntry>();
     if (!in.ok() || ++library.row_count > max_rows) {
-      return fault("its shim table is damaged: family %u has %u rows", static_cast<unsigned>(library.family_count),
-                   family.row_count);
+      return fault("its shim table is damaged: family %zu has %zu rows", library.family_count, rows.size());
     }
     const auto name = name_at(file, row.name);
     if (!name) return std::unexpected(name.error());

@@ -5,8 +5,8 @@
 #include "abi/entries.h"
 #include "abi/format.h"
 #include "abi/scan.h"
-#include "abi/shims.h"
 #include "posix/error_numbers.h"
+#include "posix/shims.h"
 
 namespace vlm {
 namespace {
@@ -68,11 +68,12 @@ SYSV std::int32_t sscanf_body(const char* input, const char* format, SysvVaList*
 
 }  // extern "C"
 
-const ShimEntry format_shims[4] = {
-    {"_snprintf", reinterpret_cast<const void*>(&snprintf_entry)},
+const ShimEntry formatted_text_rows[] = {
+    {"_snprintf", shim(snprintf_entry)},
     {"_vsnprintf", shim(vsnprintf_body)},
-    {"_fprintf", reinterpret_cast<const void*>(&fprintf_entry)},
-    {"_sscanf", reinterpret_cast<const void*>(&sscanf_entry)},
+    {"_fprintf", shim(fprintf_entry)},
+    {"_sscanf", shim(sscanf_entry)},
 };
+constinit const ShimRows formatted_text_shims = formatted_text_rows;
 
 }  // namespace vlm

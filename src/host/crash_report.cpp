@@ -1,7 +1,7 @@
 // A vectored handler: Windows calls it on the thread that went wrong, before any other handler. That thread may have no
 // stack left, a stack pointer that points anywhere, or a broken heap. So nothing is read before it is known to be
 // readable, nothing is allocated from the heap, and a thread without stack is reported by another one.
-#include "diag/crash_report.h"
+#include "host/crash_report.h"
 
 #include <windows.h>
 

@@ -1,8 +1,7 @@
 // The questions about the game image that code outside the library may ask; documented in vlm.h.
-#include "vlm.h"
-
-#include "macho/image.h"
+#include "host/driver.h"
 #include "macho/queries.h"
+#include "vlm.h"
 
 using vlm::MachImage;
 
