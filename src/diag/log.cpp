@@ -64,7 +64,7 @@ std::uint32_t count_message(const char* format) {
 void log_line(const char* text) {
   InitOnceExecuteOnce(&log_once, open_log, nullptr, nullptr);
   if (log_file == nullptr) return;
-  const ULONGLONG elapsed = GetTickCount64() - start_tick;
+  const ULONGLONG elapsed = log_milliseconds();
   char line[line_size];
   const int length = std::snprintf(line, sizeof line, "[%5llu.%03llu] [%5lu] %s\r\n", elapsed / 1000, elapsed % 1000,
                                    GetCurrentThreadId(), text);
@@ -72,6 +72,11 @@ void log_line(const char* text) {
   const std::lock_guard guard(log_lock);
   DWORD written = 0;
   WriteFile(log_file, line, std::min(static_cast<DWORD>(length), DWORD{line_size - 1}), &written, nullptr);
+}
+
+unsigned long long log_milliseconds() {
+  InitOnceExecuteOnce(&log_once, open_log, nullptr, nullptr);
+  return GetTickCount64() - start_tick;
 }
 
 void log_message(int level, const char* format, ...) {

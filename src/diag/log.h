@@ -14,6 +14,9 @@ namespace vlm {
 /// Writes one finished text as a line: "[seconds.millis] [thread] text\r\n". Opens the log on first use.
 void log_line(const char* text);
 
+/// Milliseconds since the log's first line, as its lines show them.
+unsigned long long log_milliseconds();
+
 /// Logs "FATAL: " and the message, flushes the C streams, shows the message in a box captioned "Velmora"
 /// and ends the process with code 3.
 [[noreturn, gnu::format(__printf__, 1, 2)]] void fatal_error(const char* format, ...);

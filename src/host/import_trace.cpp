@@ -55,7 +55,8 @@ void choose(std::vector<Candidate>& candidates, std::string_view name) {
     }
     candidate.is_chosen = is_wanted;
   }
-  if (!is_known) log_message(0, "[trace] no import and no family of imports has the name %s", std::string(name).c_str());
+  if (!is_known)
+    log_message(0, "[trace] no import and no family of imports has the name %s", std::string(name).c_str());
 }
 
 void choose_all(std::vector<Candidate>& candidates, std::string_view list) {

@@ -23,8 +23,8 @@ constexpr int patience_ms = 1000;
 
 // Written once by start_trace_log().
 HANDLE trace_file = nullptr;
-std::int64_t frequency = 1;      // of the performance counter
-std::int64_t zero = 0;           // what it showed when the log's time began
+std::int64_t frequency = 1;  // of the performance counter
+std::int64_t zero = 0;       // what it showed when the log's time began
 
 SrwLock trace_lock;  // guards what follows and what the writer keeps in the rings; a leaf
 std::array<char, 0x10000> buffer;

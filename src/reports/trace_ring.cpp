@@ -76,7 +76,12 @@ std::size_t printable_prefix(std::string_view text) {
   std::size_t at = 0;
   while (at < text.size()) {
     const auto lead = static_cast<std::uint8_t>(text[at]);
-    const std::size_t size = lead < 0x80 ? 1 : lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+    const std::size_t size = lead < 0x80   ? 1
+                             : lead < 0xC2 ? 0
+                             : lead < 0xE0 ? 2
+                             : lead < 0xF0 ? 3
+                             : lead < 0xF5 ? 4
+                                           : 0;
     if (size == 0 || size > text.size() - at) break;
     if (size == 1 && (lead == 0x7F || (lead < 0x20 && (lead < '\t' || lead > '\r')))) break;
     if (!std::ranges::all_of(text.substr(at + 1, size - 1), [](char c) { return (c & 0xC0) == 0x80; })) break;

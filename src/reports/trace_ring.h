@@ -1,5 +1,5 @@
-// The calls of traced imports as they are recorded: a ring for each thread, which that thread alone writes. Nobody waits
-// for anybody: a full ring loses its oldest calls.
+// The calls of traced imports as they are recorded: a ring for each thread, which that thread alone writes. Nobody
+// waits for anybody: a full ring loses its oldest calls.
 //
 //   game code -> stub (r11 = TracedImport) -> trace_entry (abi/entries.S) -> record_import_call()
 //                                                         `-> the import's implementation, as if called directly

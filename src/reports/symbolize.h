@@ -1,5 +1,4 @@
-// Crash reports: what an exception of the processor looks like in the log, with addresses named. Reporting changes
-// nothing: the process ends, or goes on, as it would without.
+// Names of code addresses, for reports.
 #pragma once
 
 #include <cstddef>
@@ -12,8 +11,5 @@ inline constexpr std::size_t symbol_text_size = 512;
 /// Names a code address: "GameAssembly.dylib!_name+0x12", "GameAssembly.dylib+0x1234" where no symbol is below it, or
 /// "module.dll+0x1234". False for an address that neither the game nor a Windows module holds.
 bool symbolize_address(std::uint64_t address, char (&text)[symbol_text_size]);
-
-/// Reports the first eight exceptions from here on. Part of static start-up.
-void install_crash_handler();
 
 }  // namespace vlm

@@ -1,7 +1,7 @@
 // A vectored handler: Windows calls it on the thread that went wrong, before any other handler. That thread may have no
 // stack left, a stack pointer that points anywhere, or a broken heap. So nothing is read before it is known to be
 // readable, nothing is allocated from the heap, and a thread without stack is reported by another one.
-#include "host/crash_report.h"
+#include "reports/crash_report.h"
 
 #include <windows.h>
 
@@ -12,9 +12,7 @@
 #include <iterator>
 
 #include "diag/log.h"
-#include "macho/image.h"
-#include "macho/queries.h"
-#include "macho/symbol_index.h"
+#include "reports/symbolize.h"
 #include "support/handles.h"
 #include "support/locks.h"
 
@@ -170,33 +168,6 @@ LONG CALLBACK crash_handler(EXCEPTION_POINTERS* exception) {
 }
 
 }  // namespace
-
-bool symbolize_address(std::uint64_t address, char (&text)[symbol_text_size]) {
-  for (const MachImage* image : image_list()) {
-    if (!image->contains(address)) continue;
-    index_symbols(*image);
-    std::uint64_t distance = 0;
-    if (const char* const symbol = macho_symbol_for_address(*image, address, &distance)) {
-      std::snprintf(text, symbol_text_size, "GameAssembly.dylib!%s+0x%llx", symbol, Wide{distance});
-    } else {
-      std::snprintf(text, symbol_text_size, "GameAssembly.dylib+0x%llx", Wide{address - image->base});
-    }
-    return true;
-  }
-  if (address == 0) return false;  // the call below would take it for the program itself
-  HMODULE module;
-  if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                          reinterpret_cast<const wchar_t*>(address), &module)) {
-    return false;
-  }
-  char path[MAX_PATH];
-  if (GetModuleFileNameA(module, path, MAX_PATH) == 0) std::strcpy(path, "?");
-  path[MAX_PATH - 1] = '\0';
-  const char* const last = std::strrchr(path, '\\');
-  std::snprintf(text, symbol_text_size, "%s+0x%llx", last != nullptr ? last + 1 : path,
-                Wide{address - reinterpret_cast<std::uint64_t>(module)});
-  return true;
-}
 
 void install_crash_handler() {
   start_reporter();
