@@ -33,47 +33,17 @@ foreach(symbol ${SAMPLE_IMPORTS})
   list(APPEND import_flags -U ${symbol})
 endforeach()
 
+# corlib first: assemblies join the domain in link order.
+file(GLOB SAMPLE_SOURCES CONFIGURE_DEPENDS ${SAMPLE_GAME}/*/*.cpp ${SAMPLE_GAME}/*/*.m)
+list(REMOVE_ITEM SAMPLE_SOURCES ${SAMPLE_GAME}/runtime/corlib.cpp)
 add_guest(sample_game LIBCXX
-  SOURCES
-    # corlib first: assemblies join the domain in link order.
-    ${SAMPLE_GAME}/runtime/corlib.cpp
-    ${SAMPLE_GAME}/game/commentary.cpp
-    ${SAMPLE_GAME}/game/controllers.cpp
-    ${SAMPLE_GAME}/game/engine.cpp
-    ${SAMPLE_GAME}/game/game.cpp
-    ${SAMPLE_GAME}/game/progress.m
-    ${SAMPLE_GAME}/game/scoreboard.m
-    ${SAMPLE_GAME}/game/system.cpp
-    ${SAMPLE_GAME}/runtime/absent.cpp
-    ${SAMPLE_GAME}/runtime/classes.cpp
-    ${SAMPLE_GAME}/runtime/domain.cpp
-    ${SAMPLE_GAME}/runtime/exceptions.cpp
-    ${SAMPLE_GAME}/runtime/frames.cpp
-    ${SAMPLE_GAME}/runtime/gc.cpp
-    ${SAMPLE_GAME}/runtime/icalls.cpp
-    ${SAMPLE_GAME}/runtime/invoke.cpp
-    ${SAMPLE_GAME}/runtime/members.cpp
-    ${SAMPLE_GAME}/runtime/monitors.cpp
-    ${SAMPLE_GAME}/runtime/objects.cpp
-    ${SAMPLE_GAME}/runtime/setup.cpp
-    ${SAMPLE_GAME}/runtime/strings.cpp
-    ${SAMPLE_GAME}/runtime/thread_storage.cpp
-    ${SAMPLE_GAME}/runtime/threads.cpp
-    ${SAMPLE_GAME}/runtime/types.cpp
+  SOURCES ${SAMPLE_GAME}/runtime/corlib.cpp ${SAMPLE_SOURCES}
   OUTPUT ${SAMPLE_DIR}/GameAssembly.dylib
   FLAGS -I${SAMPLE_GAME}/include -I${SAMPLE_GAME}
   LINK_FLAGS -exported_symbols_list ${SAMPLE_EXPORTS} -undefined error ${import_flags})
 
-add_executable(SamplePlayer
-  sample/player/crash.cpp
-  sample/player/engine.cpp
-  sample/player/library.cpp
-  sample/player/managed.cpp
-  sample/player/mod.cpp
-  sample/player/player.cpp
-  sample/player/report.cpp
-  sample/player/tour.cpp
-  sample/player/window.cpp)
+file(GLOB SAMPLE_PLAYER_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/player/*.cpp)
+add_executable(SamplePlayer ${SAMPLE_PLAYER_SOURCES})
 target_include_directories(SamplePlayer PRIVATE src include sample/player)
 target_link_libraries(SamplePlayer PRIVATE gdi32)
 set_target_properties(SamplePlayer PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${SAMPLE_DIR})

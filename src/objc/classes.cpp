@@ -90,13 +90,13 @@ const ShimEntry root_class_rows[] = {
 };
 constinit const ShimRows root_class_shims = root_class_rows;
 
-const ShimEntry class_rows[] = {
+const ShimEntry class_symbol_rows[] = {
 #define CLASS(name, superclass, size) \
   {"_OBJC_CLASS_$_" #name, &objc_class_##name}, {"_OBJC_METACLASS_$_" #name, &objc_metaclass_##name},
 #include "objc/class_list.def"
 #undef CLASS
     {"___CFConstantStringClassReference", &objc_class_NSString},
 };
-constinit const ShimRows class_shims = class_rows;
+constinit const ShimRows class_shims = class_symbol_rows;
 
 }  // namespace vlm

@@ -15,6 +15,7 @@
 #include "abi/entries.h"
 #include "diag/log.h"
 #include "objc/categories.h"
+#include "objc/shims.h"
 #include "support/locks.h"
 
 extern "C" constinit std::atomic<const vlm::CachedMethod*> objc_method_cache[METHOD_CACHE_SLOTS] = {};

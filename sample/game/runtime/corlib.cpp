@@ -77,3 +77,5 @@ static Il2CppClass* const classes[] = {&object_class,
 static Il2CppImage image = {"mscorlib.dll", classes};
 static Il2CppAssembly assembly = {"mscorlib", &image};
 static const AssemblyRegistration registration(assembly);
+
+const Il2CppImage* il2cpp_get_corlib() { return object_class.image; }

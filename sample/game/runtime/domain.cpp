@@ -43,8 +43,6 @@ const Il2CppAssembly* il2cpp_domain_assembly_open(Il2CppDomain*, const char* nam
   return nullptr;
 }
 
-const Il2CppImage* il2cpp_get_corlib() { return object_class.image; }
-
 const Il2CppImage* il2cpp_assembly_get_image(const Il2CppAssembly* assembly) { return assembly->image; }
 
 const Il2CppAssembly* il2cpp_image_get_assembly(const Il2CppImage* image) { return image->assembly; }

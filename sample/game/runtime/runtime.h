@@ -28,11 +28,13 @@ class Locked {
 // domain.cpp
 Il2CppDomain& domain();
 
-// setup.cpp
+// callbacks.cpp
 /// One line: to the player's log callback, or to the standard output while there is none.
 void log(const Text& text);
 /// The file name of a native plug-in, as the player knows it. The player's text stays its own.
 const char* find_plugin(const char* name);
+
+// setup.cpp
 struct Settings {
   int argument_count;
   char* data_directory;

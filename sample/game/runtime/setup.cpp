@@ -1,31 +1,8 @@
 // What the player tells the runtime before and after it starts, and the memory that both share.
 #include "runtime/runtime.h"
 
-#include "runtime/thread_storage.h"
-
 Settings settings;
-static void (*log_callback)(const char* message);
-static const char* (*find_plugin_callback)(const char* name);
 static size_t memory_pool_region_size;
-
-void log(const Text& text) {
-  count_event(EVENT_LOG);
-  if (log_callback != nullptr) return log_callback(text.c_str());
-  fprintf(__stdoutp, "%s\n", text.c_str());
-  fflush(__stdoutp);
-}
-
-const char* find_plugin(const char* name) {
-  return find_plugin_callback == nullptr ? name : find_plugin_callback(name);
-}
-
-void il2cpp_register_log_callback(Il2CppCallback callback) {
-  log_callback = reinterpret_cast<decltype(log_callback)>(callback);
-}
-
-void il2cpp_set_find_plugin_callback(Il2CppCallback callback) {
-  find_plugin_callback = reinterpret_cast<decltype(find_plugin_callback)>(callback);
-}
 
 void il2cpp_set_data_dir(const char* path) {
   free(settings.data_directory);
