@@ -4,6 +4,7 @@
 
 #include "binding/shim_table.h"
 #include "cxx/frames.h"
+#include "cxx/stack_walk.h"
 #include "cxx/type_matching.h"
 #include "diag/log.h"
 
@@ -23,8 +24,6 @@ constexpr int max_frames = 4096;
   fatal_error("uncaught C++ exception of type %s", name != nullptr ? name : "?");
 }
 
-std::uint64_t word_at(std::uint64_t address) { return *reinterpret_cast<const std::uint64_t*>(address); }
-
 /// Where the memory of the stack that `rsp` is on ends: the thread's own stack, or one that the game has made.
 std::uint64_t end_of_stack(std::uint64_t rsp) {
   const auto& thread = *reinterpret_cast<const NT_TIB*>(NtCurrentTeb());
@@ -36,81 +35,14 @@ std::uint64_t end_of_stack(std::uint64_t rsp) {
   return reinterpret_cast<std::uint64_t>(region.BaseAddress) + region.RegionSize;
 }
 
-/// A walk from callee to caller, over one stack.
-class StackWalk {
- public:
-  explicit StackWalk(const UnwindContext& start) : at_(start), stack_end_(end_of_stack(start[in_rsp])) {}
-
-  const UnwindContext& at() const { return at_; }
-  std::uint64_t rsp() const { return at_[in_rsp]; }
-  std::uint64_t rip() const { return at_[in_rip]; }
-
-  /// Goes to the caller of a game frame. False when the frame cannot be taken off: an encoding that does not say how,
-  /// which is logged, or registers that do not lie on the stack. The caller's rsp is the frame's CFA.
-  bool step(const Frame& frame) {
-    if (!frame.supported) {
-      log_message(0, "[eh] unsupported unwind encoding 0x%08x at %p", frame.encoding,
-                  reinterpret_cast<void*>(frame.function));
-      return false;
-    }
-    const FrameLayout& layout = frame.layout;
-    const std::uint64_t from = at_[layout.from_rbp ? in_rbp : in_rsp];
-    if (from < rsp() || from > stack_end_ || layout.cfa_offset > stack_end_ - from) return false;
-    const std::uint64_t cfa = from + layout.cfa_offset;
-    const std::uint64_t low = rsp();
-    for (unsigned i = 0; i < layout.saved_count; ++i) {
-      const auto [where, below_cfa] = layout.saved[i];
-      const std::uint64_t place = cfa - below_cfa;
-      if (place < low) return false;
-      at_[where] = word_at(place);
-    }
-    at_[in_rip] = word_at(cfa - 8);
-    at_[in_rsp] = cfa;
-    return true;
+/// Goes to the caller of a game frame; tells which encoding says nothing about its frame.
+bool leave(StackWalk& walk, const Frame& frame) {
+  if (!frame.shape.supported) {
+    log_message(0, "[eh] unsupported unwind encoding 0x%08x at %p", frame.shape.encoding,
+                reinterpret_cast<void*>(frame.shape.function));
   }
-
-  /// Goes to the caller of a Windows frame. False at the end of the stack.
-  bool step_windows() {
-    CONTEXT context{};
-    context.Rip = rip();
-    context.Rsp = rsp();
-    context.Rbp = at_[in_rbp];
-    context.Rbx = at_[in_rbx];
-    context.R12 = at_[in_r12];
-    context.R13 = at_[in_r13];
-    context.R14 = at_[in_r14];
-    context.R15 = at_[in_r15];
-    DWORD64 image_base;
-    HMODULE module;
-    if (PRUNTIME_FUNCTION function = RtlLookupFunctionEntry(context.Rip, &image_base, nullptr)) {
-      void* handler_data;
-      DWORD64 establisher;
-      RtlVirtualUnwind(UNW_FLAG_NHANDLER, image_base, context.Rip, function, &context, &handler_data, &establisher,
-                       nullptr);
-    } else if (GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                                  reinterpret_cast<const wchar_t*>(context.Rip), &module) &&
-               stack_end_ - context.Rsp >= 8) {
-      context.Rip = word_at(context.Rsp);  // a leaf function: Windows has no entry for it
-      context.Rsp += 8;
-    } else {
-      return false;
-    }
-    if (context.Rip == 0 || context.Rsp <= rsp() || context.Rsp > stack_end_) return false;
-    at_[in_rip] = context.Rip;
-    at_[in_rsp] = context.Rsp;
-    at_[in_rbp] = context.Rbp;
-    at_[in_rbx] = context.Rbx;
-    at_[in_r12] = context.R12;
-    at_[in_r13] = context.R13;
-    at_[in_r14] = context.R14;
-    at_[in_r15] = context.R15;
-    return true;
-  }
-
- private:
-  UnwindContext at_;
-  std::uint64_t stack_end_;
-};
+  return walk.step(frame.shape);
+}
 
 struct Handler {
   std::int64_t selector;
@@ -147,10 +79,10 @@ std::optional<Handler> find_handler(const Frame& frame, const ExceptionHeader& e
 }  // namespace
 
 void raise_exception(const UnwindContext& thrower, ExceptionHeader& exception) {
-  StackWalk walk(thrower);
+  StackWalk walk(thrower, end_of_stack(thrower[in_rsp]));
   for (int frames = 0; frames < max_frames; ++frames) {
     const Frame* frame = find_frame(walk.rip());
-    if (!(frame != nullptr ? walk.step(*frame) : walk.step_windows())) report_uncaught(exception);
+    if (!(frame != nullptr ? leave(walk, *frame) : walk.step_windows())) report_uncaught(exception);
     if (frame != nullptr && frame->clause_count != 0 && find_handler(*frame, exception)) {
       exception.handler_cfa = walk.rsp();
       unwind_to_handler(thrower, exception);
@@ -160,7 +92,7 @@ void raise_exception(const UnwindContext& thrower, ExceptionHeader& exception) {
 }
 
 void unwind_to_handler(const UnwindContext& from, ExceptionHeader& exception) {
-  StackWalk walk(from);
+  StackWalk walk(from, end_of_stack(from[in_rsp]));
   for (int frames = 0; frames < max_frames; ++frames) {
     const UnwindContext context = walk.at();
     const Frame* frame = find_frame(context[in_rip]);
@@ -172,7 +104,7 @@ void unwind_to_handler(const UnwindContext& from, ExceptionHeader& exception) {
       if (walk.rsp() == exception.handler_cfa) fatal_error("[eh] handler frame is a Windows frame");
       continue;
     }
-    if (!walk.step(*frame)) report_uncaught(exception);
+    if (!leave(walk, *frame)) report_uncaught(exception);
     const bool handles = walk.rsp() == exception.handler_cfa;
     if (handles) {
       if (const auto handler = find_handler(*frame, exception)) enter_handler(*frame, context, exception, *handler);

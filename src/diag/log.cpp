@@ -26,6 +26,8 @@ constinit INIT_ONCE log_once = INIT_ONCE_STATIC_INIT;
 constinit HANDLE log_file = nullptr;
 constinit ULONGLONG start_tick = 0;
 
+constinit void (*fatal_end_reporter)() = nullptr;  // written by static start-up
+
 /// How many messages of one kind, that is of one format, have come. A game may do in every frame what is logged.
 struct MessageKind {
   std::atomic<const char*> format;
@@ -48,6 +50,12 @@ BOOL CALLBACK open_log(PINIT_ONCE, PVOID, PVOID*) {
                                   CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file != INVALID_HANDLE_VALUE) log_file = file;
   return TRUE;
+}
+
+/// UTF-8 as the wide calls of Windows take it; a character that is cut shows as U+FFFD.
+const wchar_t* to_wide(const char* message, wchar_t (&wide)[message_size]) {
+  if (MultiByteToWideChar(CP_UTF8, 0, message, -1, wide, message_size) == 0) wide[0] = L'\0';
+  return wide;
 }
 
 /// The messages of this kind, the one that comes now included.
@@ -86,11 +94,14 @@ void log_message(int level, const char* format, ...) {
   va_start(arguments, format);
   std::vsnprintf(message, sizeof message, format, arguments);
   va_end(arguments);
-  OutputDebugStringA(message);
+  wchar_t wide[message_size];
+  OutputDebugStringW(to_wide(message, wide));
   const std::uint32_t count = count_message(format);
   if (count <= written_of_a_kind) log_line(message);
   if (count == written_of_a_kind) log_line("(more messages like the last one go to the debugger output only)");
 }
+
+void set_fatal_end_reporter(void (*reporter)()) { fatal_end_reporter = reporter; }
 
 void fatal_error(const char* format, ...) {
   char message[message_size];
@@ -100,7 +111,9 @@ void fatal_error(const char* format, ...) {
   va_end(arguments);
   log_message(0, "FATAL: %s", message);
   std::fflush(nullptr);
-  MessageBoxA(nullptr, message, "Velmora", MB_ICONERROR | MB_TOPMOST);
+  if (fatal_end_reporter != nullptr) fatal_end_reporter();
+  wchar_t wide[message_size];
+  MessageBoxW(nullptr, to_wide(message, wide), L"Velmora", MB_ICONERROR | MB_TOPMOST);
   TerminateProcess(GetCurrentProcess(), 3);
   for (;;) Sleep(INFINITE);
 }

@@ -17,6 +17,9 @@ void log_line(const char* text);
 /// Milliseconds since the log's first line, as its lines show them.
 unsigned long long log_milliseconds();
 
+/// What fatal_error() calls, on its thread, when its message is in the log: it may tell more there.
+void set_fatal_end_reporter(void (*reporter)());
+
 /// Logs "FATAL: " and the message, flushes the C streams, shows the message in a box captioned "Velmora"
 /// and ends the process with code 3.
 [[noreturn, gnu::format(__printf__, 1, 2)]] void fatal_error(const char* format, ...);

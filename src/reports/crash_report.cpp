@@ -12,7 +12,11 @@
 #include <iterator>
 
 #include "diag/log.h"
+#include "reports/memory.h"
+#include "reports/recovery.h"
+#include "reports/stack_report.h"
 #include "reports/symbolize.h"
+#include "reports/trace_log.h"
 #include "support/handles.h"
 #include "support/locks.h"
 
@@ -26,25 +30,16 @@ constexpr std::uint64_t scanned_stack = 4096;  // bytes above rsp
 constexpr int max_stack_lines = 32;
 constexpr DWORD reporter_stack = 64 * 1024;
 constexpr DWORD reporter_patience_ms = 5000;
-constexpr DWORD any_execute = PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
-constexpr DWORD any_read = PAGE_READONLY | PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READ |
-                           PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
 
 struct Crash {
   const EXCEPTION_RECORD* record;
   const CONTEXT* context;
   std::uint64_t stack_base;  // end of the thread's stack
+  DWORD thread;
 };
 
 std::atomic<int> report_count{0};
 std::atomic<DWORD> reporting_threads[max_reports];  // by report; 0 once it is written
-
-/// True when all of the page that holds the address has one of the protections, and reading it has no effect.
-bool is_committed(std::uint64_t address, DWORD protections) {
-  MEMORY_BASIC_INFORMATION region;
-  return VirtualQuery(reinterpret_cast<const void*>(address), &region, sizeof region) != 0 &&
-         region.State == MEM_COMMIT && (region.Protect & protections) != 0 && (region.Protect & PAGE_GUARD) == 0;
-}
 
 void write_stack_lines(const Crash& crash) {
   const std::uint64_t rsp = crash.context->Rsp;
@@ -57,13 +52,13 @@ void write_stack_lines(const Crash& crash) {
     for (const std::uint64_t page :
          {(rsp + offset) & ~std::uint64_t{0xFFF}, (rsp + offset + 7) & ~std::uint64_t{0xFFF}}) {
       if (page == readable_page) continue;
-      if (!is_committed(page, any_read)) return;
+      if (end_of_readable_region(page) == 0) return;
       readable_page = page;
     }
     std::uint64_t word;
     std::memcpy(&word, reinterpret_cast<const void*>(rsp + offset), sizeof word);
     char name[symbol_text_size];
-    if (!is_committed(word, any_execute) || !symbolize_address(word, name)) continue;
+    if (!is_code(word) || !symbolize_address(word, name)) continue;
     char line[640];
     std::snprintf(line, sizeof line, "  stack rsp+0x%03llx %s", Wide{offset}, name);
     log_line(line);
@@ -94,7 +89,10 @@ void write_report(const Crash& crash) {
   std::snprintf(line, sizeof line, "  r8=%llx r9=%llx r10=%llx r11=%llx r12=%llx r13=%llx r14=%llx r15=%llx",
                 context.R8, context.R9, context.R10, context.R11, context.R12, context.R13, context.R14, context.R15);
   log_line(line);
+  log_stack(context, crash.thread, crash.stack_base);
   write_stack_lines(crash);
+  log_last_calls(crash.thread);
+  write_trace_now();
 }
 
 // ---- A thread that has used up its stack ----------------------------------------------------------------------------
@@ -109,12 +107,13 @@ struct {
   EXCEPTION_RECORD record;
   CONTEXT context;
   std::uint64_t stack_base;
+  DWORD thread;
 } reporter;
 
 DWORD WINAPI report_for_others(void*) {
   for (;;) {
     WaitForSingleObject(reporter.crashed, INFINITE);
-    write_report({&reporter.record, &reporter.context, reporter.stack_base});
+    write_report({&reporter.record, &reporter.context, reporter.stack_base, reporter.thread});
     SetEvent(reporter.written);
   }
 }
@@ -132,6 +131,7 @@ void report_by_another_thread(const Crash& crash) {
   reporter.record = *crash.record;
   reporter.context = *crash.context;
   reporter.stack_base = crash.stack_base;
+  reporter.thread = crash.thread;
   SetEvent(reporter.crashed);
   const bool written = WaitForSingleObject(reporter.written, reporter_patience_ms) == WAIT_OBJECT_0;
   if (written) reporter.turn.unlock();  // else the reporter is still at it, and has had its last turn
@@ -147,6 +147,7 @@ bool is_reporting(DWORD thread) {
 bool is_crash(DWORD code) { return code >= 0xC0000000 && (code & 0x20000000) == 0; }
 
 LONG CALLBACK crash_handler(EXCEPTION_POINTERS* exception) {
+  if (recover_report(*exception->ContextRecord)) return EXCEPTION_CONTINUE_EXECUTION;
   const DWORD code = exception->ExceptionRecord->ExceptionCode;
   if (!is_crash(code)) return EXCEPTION_CONTINUE_SEARCH;
   const DWORD thread = GetCurrentThreadId();
@@ -157,7 +158,8 @@ LONG CALLBACK crash_handler(EXCEPTION_POINTERS* exception) {
 
   reporting_threads[report] = thread;
   const Crash crash{exception->ExceptionRecord, exception->ContextRecord,
-                    reinterpret_cast<std::uint64_t>(reinterpret_cast<const NT_TIB*>(NtCurrentTeb())->StackBase)};
+                    reinterpret_cast<std::uint64_t>(reinterpret_cast<const NT_TIB*>(NtCurrentTeb())->StackBase),
+                    thread};
   if (code == EXCEPTION_STACK_OVERFLOW) {
     report_by_another_thread(crash);
   } else {
@@ -167,9 +169,17 @@ LONG CALLBACK crash_handler(EXCEPTION_POINTERS* exception) {
   return EXCEPTION_CONTINUE_SEARCH;
 }
 
+/// Who called what ended the game, and what that thread did before.
+void report_fatal_end() {
+  log_game_callers();
+  log_last_calls(GetCurrentThreadId());
+  write_trace_now();
+}
+
 }  // namespace
 
 void install_crash_handler() {
+  set_fatal_end_reporter(report_fatal_end);
   start_reporter();
   AddVectoredExceptionHandler(0, crash_handler);
 }

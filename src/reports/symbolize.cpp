@@ -26,15 +26,14 @@ void name_module(HMODULE module, char (&name)[MAX_PATH]) {
   }
 }
 
-}  // namespace
-
-bool symbolize_address(std::uint64_t address, char (&text)[symbol_text_size]) {
+/// Names `address` as part of what holds the byte `back` bytes in front of it.
+bool name(std::uint64_t address, std::uint64_t back, char (&text)[symbol_text_size]) {
   for (const MachImage* image : image_list()) {
-    if (!image->contains(address)) continue;
+    if (!image->contains(address - back)) continue;
     index_symbols(*image);
     std::uint64_t distance = 0;
-    if (const char* const symbol = macho_symbol_for_address(*image, address, &distance)) {
-      std::snprintf(text, symbol_text_size, "GameAssembly.dylib!%s+0x%llx", symbol, Wide{distance});
+    if (const char* const symbol = macho_symbol_for_address(*image, address - back, &distance)) {
+      std::snprintf(text, symbol_text_size, "GameAssembly.dylib!%s+0x%llx", symbol, Wide{distance + back});
     } else {
       std::snprintf(text, symbol_text_size, "GameAssembly.dylib+0x%llx", Wide{address - image->base});
     }
@@ -43,13 +42,18 @@ bool symbolize_address(std::uint64_t address, char (&text)[symbol_text_size]) {
   if (address == 0) return false;  // the call below would take it for the program itself
   HMODULE module;
   if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                          reinterpret_cast<const wchar_t*>(address), &module)) {
+                          reinterpret_cast<const wchar_t*>(address - back), &module)) {
     return false;
   }
-  char name[MAX_PATH];
-  name_module(module, name);
-  std::snprintf(text, symbol_text_size, "%s+0x%llx", name, Wide{address - reinterpret_cast<std::uint64_t>(module)});
+  char file[MAX_PATH];
+  name_module(module, file);
+  std::snprintf(text, symbol_text_size, "%s+0x%llx", file, Wide{address - reinterpret_cast<std::uint64_t>(module)});
   return true;
 }
+
+}  // namespace
+
+bool symbolize_address(std::uint64_t address, char (&text)[symbol_text_size]) { return name(address, 0, text); }
+bool symbolize_return_address(std::uint64_t address, char (&text)[symbol_text_size]) { return name(address, 1, text); }
 
 }  // namespace vlm

@@ -12,4 +12,7 @@ inline constexpr std::size_t symbol_text_size = 512;
 /// "module.dll+0x1234". False for an address that neither the game nor a Windows module holds.
 bool symbolize_address(std::uint64_t address, char (&text)[symbol_text_size]);
 
+/// The same for a return address: it is the function's that called, even when the call is its last instruction.
+bool symbolize_return_address(std::uint64_t address, char (&text)[symbol_text_size]);
+
 }  // namespace vlm
