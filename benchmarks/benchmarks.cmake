@@ -15,6 +15,9 @@ foreach(bench c_library cloud controllers files glyphs load stub)
   target_link_libraries(${bench}_bench PRIVATE vlm)
 endforeach()
 target_link_libraries(load_bench PRIVATE psapi)
+# Beside a stand-in for XInput.
+set_target_properties(controllers_bench PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/controllers)
+add_dependencies(controllers_bench xinput_stand_in)
 
 # Game code in the library.
 add_bench(forward_bench benchmarks/bridge_peer.S)

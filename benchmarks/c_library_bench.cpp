@@ -58,6 +58,22 @@ int main() {
   print_row("the same, a thousand blocks in turn", "ns", time.peer / 1'000, time.ours / 1'000, "1.5");
 
   const Function<void*, void*, const void*, std::uint64_t> memcpy_("memcpy");
+  const Function<void*, void*, const void*, std::uint64_t> memmove_("memmove");
+  for (const std::size_t references : {20, 100, 1'000, 3'000}) {
+    const auto list = std::make_unique<void*[]>(references + 1);
+    void** const low = list.get();
+    void** const high = low + 1;
+    const auto row = [&](const char* what, void** to, void** from) {
+      const std::size_t size = references * sizeof(void*);
+      const auto time = compare(
+          rounds, references > 500 ? 200 : 2'000, [&] { memmove_.host(to, from, size); },
+          [&] { memmove_.shim(to, from, size); });
+      const std::string name = "memmove, " + std::to_string(references) + " references one place " + what;
+      print_row(name.c_str(), "ns", time.peer, time.ours, "1.1");
+    };
+    row("down", low, high);
+    row("up", high, low);
+  }
   const Function<std::uint64_t, const char*> strlen_("strlen");
   const Function<int, const char*, const char*> strcmp_("strcmp");
   for (const std::size_t size : {16, 256, 65'536}) {

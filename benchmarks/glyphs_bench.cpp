@@ -30,10 +30,15 @@ void request_all() {
   }
 }
 
-void draw_letters() { seen += vlm::draw_label("RB", 40)[0]; }
+vlm::GlyphMask letters() {
+  vlm::GlyphMask mask{};
+  vlm::draw_label("RB", 40, mask);
+  return mask;
+}
+void draw_letters() { seen += letters()[0]; }
 
 void draw(const vlm::GlyphShape& shape) {
-  vlm::write_png(vlm::glyph_size, vlm::glyph_size, vlm::draw_glyph(shape, vlm::draw_label("RB", 40)), file);
+  vlm::write_png(vlm::glyph_size, vlm::glyph_size, vlm::draw_glyph(shape, letters()), file);
   seen += static_cast<unsigned>(file.back());
 }
 

@@ -31,6 +31,10 @@ foreach(tool inspect tessera)
   target_link_libraries(${tool}_test PRIVATE ${tool}_core)
 endforeach()
 
+# The guest of the same source answers as this machine's C library does. As a guest is: with the calls that it has.
+add_executable(differ tests/guest/differ.cpp)
+target_compile_options(differ PRIVATE -fno-builtin -Wno-conversion -Wno-sign-conversion)
+
 # Writes a guest image's source for the test of Tessera's replacements.
 add_executable(make_gs_cases tests/guest/make_gs_cases.cpp)
 

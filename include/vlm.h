@@ -25,6 +25,15 @@ extern "C" {
 #endif
 
 /*
+ * Exceptions
+ *
+ * An exception of the game that is thrown below a Windows function and caught above it passes that function's frames
+ * without running destructors, handlers or anything else of them. While your function calls the game it must hold
+ * nothing that it would have to give back; call managed code through il2cpp_runtime_invoke(), which hands exceptions
+ * over in its last argument. docs/modding.md says more.
+ */
+
+/*
  * Crossing between the conventions
  *
  * Wrappers forward up to six integer or pointer arguments and the result in rax (and xmm0). Structures by value,
@@ -108,7 +117,8 @@ VLM_API int32_t vlm_is_mac_address(const void* address);
 /**
  * A mod's function. Called on the game's main thread, from inside the managed invocations that the player makes, at
  * most every 15 ms; never before the first scene change and never while it runs already. `called_before` is 0 on the
- * first call and 1 on every later one. It may call il2cpp_* exports.
+ * first call and 1 on every later one. It may call il2cpp_* exports. One that an exception of the game has left is called
+ * again.
  */
 typedef void (*vlm_mod_entry)(int32_t called_before);
 

@@ -12,6 +12,7 @@
 #define O_TRUNC 0x400
 #define O_EXCL 0x800
 #define O_CLOEXEC 0x1000000
+#define F_DUPFD 0
 #define F_GETFD 1
 #define F_SETFD 2
 #define F_GETLK 7

@@ -4,6 +4,8 @@
 #include "sys/types.h"
 
 #define PTHREAD_MUTEX_RECURSIVE 2
+#define PTHREAD_CREATE_DETACHED 2
+#define PTHREAD_CANCEL_DISABLE 1
 #define PTHREAD_MUTEX_INITIALIZER {0x32AAABA7, {0}}
 
 #ifdef __cplusplus
@@ -30,6 +32,12 @@ typedef struct {
 typedef unsigned long pthread_key_t;
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument);
+int pthread_attr_init(pthread_attr_t* attributes);
+int pthread_attr_destroy(pthread_attr_t* attributes);
+int pthread_attr_getdetachstate(const pthread_attr_t* attributes, int* state);
+int pthread_attr_getstacksize(const pthread_attr_t* attributes, size_t* size);
+int pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size);
+int pthread_setcancelstate(int state, int* old);
 int pthread_join(pthread_t thread, void** result);
 int pthread_detach(pthread_t thread);
 pthread_t pthread_self(void);

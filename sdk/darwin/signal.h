@@ -2,6 +2,8 @@
 #pragma once
 #define SIGINT 2
 #define SIGFPE 8
+#define SIGBUS 10
+#define SIGSEGV 11
 #define SIGALRM 14
 #define SIG_DFL ((void (*)(int))0)
 typedef int sig_atomic_t;

@@ -21,6 +21,7 @@ typedef struct {
   long long quot, rem;
 } lldiv_t;
 
+int atexit(void (*function)(void));
 void* malloc(size_t size);
 void* calloc(size_t count, size_t size);
 int posix_memalign(void** block, size_t alignment, size_t size);

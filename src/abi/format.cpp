@@ -197,7 +197,7 @@ void put_float(TextSink& out, const Specification& specification, SysvVaList& ar
   const char lower = static_cast<char>(specification.conversion | 0x20);
   const bool upper = specification.conversion != lower;
   NumberText number;
-  add_sign(number, specification, std::signbit(value));
+  if (!std::isnan(value)) add_sign(number, specification, std::signbit(value));  // macOS's NaN has none
   if (!std::isfinite(value)) {
     number.body = std::isnan(value) ? (upper ? "NAN" : "nan") : (upper ? "INF" : "inf");
     number.body_size = 3;

@@ -4,6 +4,7 @@
 // neither hh nor %a everywhere. So every conversion is rendered here, as C and POSIX define it, with these particulars:
 //
 //   %d ... %c, %e ... %a   a piece (one conversion with its padding) ends after 511 characters
+//   %f of a NaN            "nan", whatever its sign bit and the flags
 //   %p                     "0x" and hexadecimal digits; flags, width and precision do not matter
 //   %s %ls                 null is "(null)"; %ls takes 32-bit characters and gives UTF-8, never half a character
 //   %@                     an object's text, whole

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <string_view>
 
 #include "abi/format_length.h"
 #include "support/characters.h"
@@ -86,14 +87,16 @@ Specification read_specification(const char*& format) {
   return specification;
 }
 
-/// An integer of the base (0: by its prefix) as its 64 bits, clamped where it has more. False when there is none.
+/// An integer of the base (0: by its prefix) as its 64 bits, clamped where it has more. False when there is none. Of a
+/// prefix without digits the zero is the number, and the 'x' stays.
 bool match_integer(Field& field, std::uint32_t base, bool is_signed, std::uint64_t& bits) {
   const bool negative = field.take_sign();
   bool any = false;
   if ((base == 0 || base == 16) && field.take('0')) {
     any = true;
-    if (field.take('x')) {
-      any = false;
+    Field behind = field;
+    if (behind.take('x') && digit_value(behind.peek()) < 16) {
+      field = behind;
       base = 16;
     } else if (base == 0) {
       base = 8;
@@ -125,42 +128,69 @@ struct FloatItem {
   const char* last = nullptr;
 };
 
-/// Takes the longest start of a number; false when that is no number.
+/// Takes all of the word, or nothing.
+bool take_word(Field& field, std::string_view word) {
+  Field behind = field;
+  for (const char c : word) {
+    if (!behind.take(c)) return false;
+  }
+  field = behind;
+  return true;
+}
+
+/// Takes digits of the base and says whether there were any.
+bool take_digits(Field& field, std::uint32_t base) {
+  const char* const start = field.at;
+  while (digit_value(field.peek()) < base) field.skip();
+  return field.at != start;
+}
+
+/// The digits of a number, and its exponent if it is whole.
+bool take_number(Field& field, bool hexadecimal) {
+  const std::uint32_t base = hexadecimal ? 16 : 10;
+  bool any = take_digits(field, base);
+  Field behind = field;
+  if (behind.take('.') && (take_digits(behind, base) || any)) {
+    any = true;
+    field = behind;
+  }
+  behind = field;
+  if (any && behind.take(hexadecimal ? 'p' : 'e')) {
+    behind.take_sign();
+    if (take_digits(behind, 10)) field = behind;
+  }
+  return any;
+}
+
+/// Takes the longest text that is a number; an unfinished tail ("1.5em", "infin", "nan(") stays. False without one.
 bool match_float(Field& field, FloatItem& item) {
   item.negative = field.take_sign();
-  if (field.take('i')) {
+  if (take_word(field, "inf")) {
     item.kind = FloatItem::infinity;
-    if (!field.take('n') || !field.take('f')) return false;
-    if (!field.take('i')) return true;
-    return field.take('n') && field.take('i') && field.take('t') && field.take('y');
+    take_word(field, "inity");
+    return true;
   }
-  if (field.take('n')) {
+  if (take_word(field, "nan")) {
     item.kind = FloatItem::nan;
-    if (!field.take('a') || !field.take('n')) return false;
-    if (!field.take('(')) return true;
-    while (digit_value(field.peek()) < 36 || field.peek() == '_') field.skip();
-    return field.take(')');
+    Field behind = field;
+    if (behind.take('(')) {
+      while (digit_value(behind.peek()) < 36 || behind.peek() == '_') behind.skip();
+      if (behind.take(')')) field = behind;
+    }
+    return true;
   }
-  item.first = field.at;
-  bool any = field.take('0');
-  if (any && field.take('x')) {
-    item.hexadecimal = true;
+  Field behind = field;
+  item.hexadecimal = take_word(behind, "0x");
+  item.first = behind.at;
+  if (item.hexadecimal && take_number(behind, true)) {
+    field = behind;
+  } else {  // "0x" alone is a zero
+    item.hexadecimal = false;
     item.first = field.at;
-    any = false;
-  }
-  const auto take_digits = [&](std::uint32_t base) {
-    for (; digit_value(field.peek()) < base; field.skip()) any = true;
-  };
-  const std::uint32_t base = item.hexadecimal ? 16 : 10;
-  take_digits(base);
-  if (field.take('.')) take_digits(base);
-  if (any && field.take(item.hexadecimal ? 'p' : 'e')) {
-    field.take_sign();
-    any = false;
-    take_digits(10);
+    if (!take_number(field, false)) return false;
   }
   item.last = field.at;
-  return any;
+  return true;
 }
 
 /// The 80-bit value of a finite number, without its sign.
@@ -221,9 +251,10 @@ std::size_t decode_utf8(const char* text, std::uint32_t& value) {
 enum class Match { done, mismatch, end_of_input };
 
 /// %s, %c and %[: characters of the set, as many as the field allows.
-///   to     where they go, a NUL behind them unless `exactly`; null when suppressed
+///   to     where they go; null when suppressed
+///   ends   a NUL is stored behind them
 ///   wide   the input is UTF-8, 32-bit characters are stored, and the width counts characters
-Match match_text(Field& field, const std::bitset<256>& set, bool exactly, bool wide, char* to) {
+Match match_text(Field& field, const std::bitset<256>& set, bool ends, bool wide, char* to) {
   const auto belongs = [&set](char c) { return c != 0 && set.test(static_cast<unsigned char>(c)); };
   std::uint64_t taken = 0;
   const std::size_t unit = wide ? sizeof(std::uint32_t) : 1;
@@ -237,9 +268,8 @@ Match match_text(Field& field, const std::bitset<256>& set, bool exactly, bool w
     field.skip();
     if (to != nullptr) std::memcpy(to + unit * taken, &c, unit);
   }
-  if (exactly) return field.width == 0 ? Match::done : Match::mismatch;
   if (taken == 0) return Match::mismatch;
-  if (to != nullptr) std::memset(to + unit * taken, 0, unit);
+  if (ends && to != nullptr) std::memset(to + unit * taken, 0, unit);
   return Match::done;
 }
 
@@ -265,10 +295,10 @@ Match match_conversion(const char*& input, const Specification& specification, S
   switch (conversion) {
     case 'c':
       if (specification.width == 0) field.width = 1;
-      match = match_text(field, std::bitset<256>().set(), true, wide, place());
+      match = match_text(field, std::bitset<256>().set(), false, wide, place());
       break;
-    case 's': match = match_text(field, set_of_words(), false, wide, place()); break;
-    case '[': match = match_text(field, specification.set, false, wide, place()); break;
+    case 's': match = match_text(field, set_of_words(), true, wide, place()); break;
+    case '[': match = match_text(field, specification.set, true, wide, place()); break;
     case 'd':
     case 'i':
     case 'o':
@@ -301,9 +331,8 @@ Match match_conversion(const char*& input, const Specification& specification, S
 std::int32_t scan_text(const char* input, const char* format, SysvVaList& arguments) {
   if (input == nullptr || format == nullptr) return -1;
   const char* const start = input;
-  bool any_conversion = false;
   std::int32_t stored = 0;
-  const auto at_end_of_input = [&] { return any_conversion ? stored : -1; };
+  const auto at_end_of_input = [&] { return stored > 0 ? stored : -1; };
   while (*format != 0) {
     if (is_space(*format)) {
       while (is_space(*input)) ++input;
@@ -326,13 +355,12 @@ std::int32_t scan_text(const char* input, const char* format, SysvVaList& argume
       if (!specification.suppressed) store_integer(arguments.next<void*>(), count, specification.length);
       continue;
     }
-    // The format ends early, or nobody knows the conversion: nothing more can be matched.
     const char conversion = specification.conversion;
-    if (conversion == 0 || std::strchr("diouxXpaAeEfFgGsc[", conversion) == nullptr) return stored;
+    if (conversion == 0) return -1;  // macOS's answer to a format that ends early
+    if (std::strchr("diouxXpaAeEfFgGsc[", conversion) == nullptr) return stored;
     const Match match = match_conversion(input, specification, arguments);
     if (match == Match::end_of_input) return at_end_of_input();
     if (match == Match::mismatch) return stored;
-    any_conversion = true;
     stored += !specification.suppressed;
   }
   return stored;

@@ -1,8 +1,9 @@
 // The sscanf engine: macOS formats, places to store to from a System V argument list.
 //
 // The host's scanf does not serve (its `long` has 32 bits, its `wchar_t` 16, %lln stores 32, %hh is unknown to it), so
-// the input is matched here, as C defines it: a conversion takes the longest prefix of something that it could match,
-// and fails when that is only a prefix ("100ergs" is no %f, "0xg" no %x).
+// the input is matched here. Where macOS is kinder than C, so is this: a conversion takes the longest text that it can
+// convert and leaves an unfinished tail ("100ergs" is 100 for %f, "0xg" is 0 for %x), and %5c takes three characters
+// when there are no more.
 #pragma once
 
 #include <cstdint>

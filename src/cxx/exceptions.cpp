@@ -46,6 +46,13 @@ void release(ExceptionHeader* header) {
   std::free(header);
 }
 
+/// The pointer that an exception of a pointer's type holds now: the thrown one, or what a handler by reference has put
+/// in its place. The object itself shows the last handler's base.
+std::uint64_t pointer_of(ExceptionHeader& header) {
+  const std::uint64_t in_object = header.pointer_in_object();
+  return in_object != header.unwind_header.handler_value ? in_object : header.unwind_header.thrown_value;
+}
+
 [[noreturn]] void throw_first(const UnwindContext& thrower, ExceptionHeader& header) {
   header.unwind_header.exception_class = exception_class;
   header.unwind_header.thrown_value = is_pointer_type(header.exception_type)
@@ -128,7 +135,9 @@ extern "C" {
   if (header == nullptr) fatal_error("__cxa_rethrow with no active exception");
   header->handler_count = -header->handler_count;
   // The next handler may catch another base.
-  if (is_pointer_type(header->exception_type)) header->pointer_in_object() = header->unwind_header.thrown_value;
+  if (is_pointer_type(header->exception_type)) {
+    header->pointer_in_object() = header->unwind_header.thrown_value = pointer_of(*header);
+  }
   raise_exception(*thrower, *header);
 }
 
@@ -144,7 +153,7 @@ extern "C" {
   header.exception_type = primary.exception_type;
   header.destructor = primary.destructor;
   header.unwind_header.primary = &primary;
-  if (is_pointer_type(primary.exception_type)) header.pointer_in_object() = primary.unwind_header.thrown_value;
+  if (is_pointer_type(primary.exception_type)) header.pointer_in_object() = pointer_of(primary);
   throw_first(*thrower, header);
 }
 

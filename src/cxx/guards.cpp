@@ -4,20 +4,14 @@
 //   byte 1   in progress    a thread runs the initializer
 //   2..7     not touched
 //
-// A guard has no room for its owner, so the initializers that run stand in a list: one that comes back to its own guard
-// would wait for itself for ever.
-#include <windows.h>
-
+// A guard has no room for its owner, so the initializers that run stand in a list.
 #include <atomic>
 #include <cstdint>
-#include <mutex>
-#include <vector>
 
 #include "cxx/shims.h"
 #include "diag/log.h"
-#include "support/locks.h"
+#include "support/running_once.h"
 #include "support/sysv.h"
-#include "tls/game_tls.h"
 
 namespace vlm {
 namespace {
@@ -30,44 +24,14 @@ struct Guard {
 };
 static_assert(sizeof(Guard) == 8);
 
-struct RunningInitializer {
-  const Guard* guard;
-  std::uint32_t thread;
-};
-
-// Not held while an initializer runs: it may come to other guards.
-constinit SrwLock guard_lock;  // guards in_progress of every guard, writes of initialized, and the list; a leaf
-constinit CONDITION_VARIABLE initializer_finished = CONDITION_VARIABLE_INIT;  // signalled by each release and abort
-constinit std::vector<RunningInitializer> running_initializers;               // a few: as many as run at once
-
 bool is_initialized(Guard* guard) { return std::atomic_ref(guard->initialized).load(std::memory_order_acquire) != 0; }
 
-bool runs_here_locked(const Guard* guard) {
-  for (const RunningInitializer& running : running_initializers) {
-    if (running.guard == guard && running.thread == current_thread_id()) return true;
-  }
-  return false;
-}
-
-enum class Turn { run_initializer, initialized, waits_for_itself };
-
-Turn wait_for_turn(Guard* guard) {
-  const std::lock_guard lock(guard_lock);
-  while (!is_initialized(guard) && guard->in_progress != 0) {
-    if (runs_here_locked(guard)) return Turn::waits_for_itself;
-    guard_lock.wait(initializer_finished);
-  }
-  if (is_initialized(guard)) return Turn::initialized;
-  guard->in_progress = 1;
-  running_initializers.push_back({guard, current_thread_id()});
-  return Turn::run_initializer;
-}
-
 [[gnu::noinline]] std::int32_t acquire_uninitialized(Guard* guard) {
-  const Turn turn = wait_for_turn(guard);
+  const auto turn =
+      running_once.begin(guard, 0, [&] { return is_initialized(guard); }, [&] { guard->in_progress = 1; });
   // Not under the lock: the message box lets the player's windows run, which may come to other guards.
-  if (turn == Turn::waits_for_itself) fatal_error("the initializer of a static variable waits for itself");
-  return turn == Turn::run_initializer;
+  if (turn == RunningOnce::Turn::waits_for_itself) fatal_error("the initializer of a static variable waits for itself");
+  return turn == RunningOnce::Turn::run;
 }
 
 /// 1 when the caller is to run the initializer.
@@ -78,13 +42,10 @@ SYSV std::int32_t guard_acquire_(Guard* guard) {
 }
 
 void finish(Guard* guard, bool initialized) {
-  {
-    const std::lock_guard lock(guard_lock);
+  running_once.end(guard, [&] {
     if (initialized) std::atomic_ref(guard->initialized).store(1, std::memory_order_release);
     guard->in_progress = 0;
-    std::erase_if(running_initializers, [guard](const RunningInitializer& running) { return running.guard == guard; });
-  }
-  WakeAllConditionVariable(&initializer_finished);
+  });
 }
 
 SYSV void guard_release_(Guard* guard) { finish(guard, true); }

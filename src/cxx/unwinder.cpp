@@ -2,18 +2,35 @@
 
 #include <windows.h>
 
+#include <algorithm>
+
 #include "binding/shim_table.h"
 #include "cxx/frames.h"
 #include "cxx/stack_walk.h"
 #include "cxx/type_matching.h"
 #include "diag/log.h"
+#include "support/running_once.h"
 
 extern "C" [[noreturn]] void resume_context(const vlm::UnwindContext* context);  // throw_entries.S
 
 namespace vlm {
+
+constinit thread_local std::uint64_t highest_landing = 0;
+
 namespace {
 
 constexpr int max_frames = 4096;
+
+/// The type's name, "?" when it has none.
+const char* type_of(const ExceptionHeader& exception) {
+  const char* const name = type_name(exception.exception_type);
+  return name != nullptr ? name : "?";
+}
+
+[[noreturn]] void report_too_deep(const ExceptionHeader& exception) {
+  fatal_error("uncaught C++ exception of type %s: the search for a handler stopped after %d frames", type_of(exception),
+              max_frames);
+}
 
 [[noreturn]] void report_uncaught(const ExceptionHeader& exception) {
   const char* name = type_name(exception.exception_type);
@@ -21,7 +38,7 @@ constexpr int max_frames = 4096;
     const char* symbol = missing_symbol_name(reinterpret_cast<const void*>(exception.exception_type));
     if (symbol != nullptr) log_message(0, "[eh] the exception's type is the import %s", symbol);
   }
-  fatal_error("uncaught C++ exception of type %s", name != nullptr ? name : "?");
+  fatal_error("uncaught C++ exception of type %s", type_of(exception));
 }
 
 /// Where the memory of the stack that `rsp` is on ends: the thread's own stack, or one that the game has made.
@@ -63,6 +80,7 @@ std::optional<Handler> find_handler(const Frame& frame, const ExceptionHeader& e
   context[in_rax] = reinterpret_cast<std::uint64_t>(&exception.unwind_header);
   context[in_rdx] = static_cast<std::uint64_t>(selector);
   context[in_rip] = frame.landing_pad;
+  highest_landing = std::max(highest_landing, context[in_rsp]);
   resume_context(&context);
 }
 
@@ -85,10 +103,13 @@ void raise_exception(const UnwindContext& thrower, ExceptionHeader& exception) {
     if (!(frame != nullptr ? leave(walk, *frame) : walk.step_windows())) report_uncaught(exception);
     if (frame != nullptr && frame->clause_count != 0 && find_handler(*frame, exception)) {
       exception.handler_cfa = walk.rsp();
+      if (running_once.has_frame_between(thrower[in_rsp], walk.rsp())) {
+        fatal_error("a C++ exception of type %s leaves a dispatch_once function", type_of(exception));
+      }
       unwind_to_handler(thrower, exception);
     }
   }
-  report_uncaught(exception);
+  report_too_deep(exception);
 }
 
 void unwind_to_handler(const UnwindContext& from, ExceptionHeader& exception) {
@@ -112,7 +133,7 @@ void unwind_to_handler(const UnwindContext& from, ExceptionHeader& exception) {
     if (frame->has_cleanup) enter(*frame, context, exception, 0);
     if (handles) fatal_error("[eh] handler frame reached without a landing pad");
   }
-  report_uncaught(exception);
+  report_too_deep(exception);
 }
 
 }  // namespace vlm

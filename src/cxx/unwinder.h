@@ -11,6 +11,10 @@
 
 namespace vlm {
 
+/// The highest stack pointer that an exception of this thread went on with since this was set to 0: frames below are
+/// gone.
+extern constinit thread_local std::uint64_t highest_landing;
+
 /// Finds the handler of an exception whose type, object and thrown value are set, and unwinds to it.
 [[noreturn]] void raise_exception(const UnwindContext& thrower, ExceptionHeader& exception);
 

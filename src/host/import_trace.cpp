@@ -14,6 +14,7 @@
 #include "host/shim_catalogue.h"
 #include "reports/trace_log.h"
 #include "reports/trace_ring.h"
+#include "support/save_directory.h"
 #include "support/text.h"
 
 namespace vlm {
@@ -79,7 +80,7 @@ void start_import_trace() {
   const auto count = std::ranges::count(candidates, true, &Candidate::is_chosen);
   if (count == 0) return;
 
-  const std::wstring path = own_module_directory() + L"PCSaveData\\trace.log";
+  const std::wstring path = make_data_directory() + L"\\trace.log";
   if (!start_trace_log(path)) {
     log_message(0, "[trace] cannot write PCSaveData\\trace.log (error %lu): nothing is traced", GetLastError());
     return;

@@ -75,17 +75,6 @@ const MethodInfo* find_internal_call(Il2CppClass* klass, std::string_view name, 
   return first;
 }
 
-void classify_method(const MethodInfo* method, IcallRecord& record) {
-  std::int32_t count = 0;
-  if (REFLECT(il2cpp_method_is_instance)(method)) record.arguments[count++] = integer_class;
-  const std::uint32_t parameter_count = REFLECT(il2cpp_method_get_param_count)(method);
-  for (std::uint32_t i = 0; i < parameter_count && count < max_managed_arguments; ++i) {
-    record.arguments[count++] = classify_type(REFLECT(il2cpp_method_get_param)(method, i));
-  }
-  record.argument_count = count;
-  record.result = classify_type(REFLECT(il2cpp_method_get_return_type)(method));
-}
-
 }  // namespace
 
 void resolve_icall_record(IcallRecord& record) {

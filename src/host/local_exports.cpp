@@ -124,7 +124,7 @@ EXPORT int il2cpp_init_utf16(const Il2CppChar* domain_name) {
 
 /// The game is not asked to shut down: its threads run on until the process is gone.
 EXPORT void il2cpp_shutdown() {
-  std::fflush(nullptr);
+  vlm::flush_streams();
   TerminateProcess(GetCurrentProcess(), 0);
 }
 

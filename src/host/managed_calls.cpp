@@ -1,5 +1,6 @@
 #include "host/managed_calls.h"
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 #include <new>
@@ -8,12 +9,12 @@
 #include "abi/stubs.h"
 #include "diag/log.h"
 #include "support/locks.h"
+#include "tls/x87.h"
 
 namespace vlm {
 namespace {
 
-/// Held while a record is resolved, and so while the game's reflection functions run: they call no managed code.
-constinit SrwLock dispatch_lock;
+constinit SrwLock dispatch_lock;  // held while a record that is resolved is published; a leaf
 
 const ArgClass* oversized_argument(const IcallRecord& record) {
   for (int i = 0; i < record.argument_count; ++i) {
@@ -23,19 +24,23 @@ const ArgClass* oversized_argument(const IcallRecord& record) {
   return nullptr;
 }
 
-/// The first call of a record, or a call that met the first one. Messages come after the lock: a message box lets the
-/// game's windows go on calling.
+/// The first call of a record, or a call that met the first one. Nothing is held while the game's reflection functions
+/// run, which may throw, and nothing while a message box lets the game's windows go on calling.
 const CallPlan& resolve(IcallRecord& record) {
-  {
-    const std::lock_guard guard(dispatch_lock);
-    if (record.state == 0) {
-      resolve_icall_record(record);
-      if (record.state == 1 && oversized_argument(record) == nullptr) plan_calls(record);
-    }
-  }
-  if (record.state == -1) fatal_error("cannot determine the signature of internal call %s", record.name);
-  if (const ArgClass* const argument = oversized_argument(record)) {
+  IcallRecord found;
+  found.name = record.name;
+  resolve_icall_record(found);
+  if (found.state == -1) fatal_error("cannot determine the signature of internal call %s", record.name);
+  if (const ArgClass* const argument = oversized_argument(found)) {
     fatal_error("struct argument of %u bytes in %s is too large", argument->size, record.name);
+  }
+  const std::lock_guard guard(dispatch_lock);
+  if (record.state == 0) {  // else another thread has come to the same
+    std::ranges::copy(found.arguments, record.arguments);
+    record.argument_count = found.argument_count;
+    record.result = found.result;
+    record.state = 1;
+    plan_calls(record);
   }
   return *record.plan.load(std::memory_order_acquire);
 }
@@ -105,7 +110,10 @@ extern "C" void dispatch_managed_call(vlm::IcallRecord* record, const vlm::Regis
   words[CallPlan::result_word] = words[CallPlan::result_word + 1] = 0;
 
   std::uint64_t returned[2];
-  call_win64(returned, record->target, words, plan.word_count);
+  {
+    const WindowsX87 of_callee;
+    call_win64(returned, record->target, words, plan.word_count);
+  }
   *result = {.rax = returned[0], .rdx = 0, .xmm0 = returned[1], .xmm1 = 0};
 
   const std::uint64_t result_address = registers->gp[0];

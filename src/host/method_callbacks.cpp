@@ -1,6 +1,8 @@
 // Windows functions that game code calls in place of a managed method's code: how a mod hooks a method.
+#include <algorithm>
 #include <mutex>
 #include <shared_mutex>
+#include <span>
 
 #include "abi/callbacks.h"
 #include "host/managed_calls.h"
@@ -32,25 +34,25 @@ bool is_too_large(const ArgClass& class_, std::uint32_t size) {
 bool describe(IcallRecord& record, const MethodInfo* method) {
   // Every method gets its own MethodInfo behind its parameters; with an instance before them it still has to fit.
   constexpr std::uint32_t max_parameters = max_managed_arguments - 2;
-  const std::uint32_t parameter_count = REFLECT(il2cpp_method_get_param_count)(method);
-  if (parameter_count > max_parameters) return false;
-  ArgClass* argument = record.arguments;
-  if (REFLECT(il2cpp_method_is_instance)(method)) *argument++ = integer_class;
-  for (std::uint32_t i = 0; i < parameter_count; ++i) {
-    *argument = classify_type(REFLECT(il2cpp_method_get_param)(method, i));
-    if (is_too_large(*argument++, max_value_argument)) return false;
-  }
-  *argument++ = integer_class;
-  record.argument_count = static_cast<std::int32_t>(argument - record.arguments);
-  record.result = classify_type(REFLECT(il2cpp_method_get_return_type)(method));
-  record.state = 1;
-  return !is_too_large(record.result, max_value_result);
+  if (REFLECT(il2cpp_method_get_param_count)(method) > max_parameters) return false;
+  classify_method(method, record);
+  record.arguments[record.argument_count++] = integer_class;
+  const std::span arguments(record.arguments, static_cast<std::size_t>(record.argument_count));
+  return std::none_of(arguments.begin(), arguments.end(),
+                      [](const ArgClass& argument) { return is_too_large(argument, max_value_argument); }) &&
+         !is_too_large(record.result, max_value_result);
 }
 
 const MethodCallback* find_locked(const void* method, const void* function) {
   const MethodCallback* each = method_callbacks;
   while (each != nullptr && (each->method != method || each->function != function)) each = each->next;
   return each;
+}
+
+void* thunk_of(const void* method, const void* function) {
+  const std::shared_lock guard(method_callbacks_lock);
+  const MethodCallback* const known = find_locked(method, function);
+  return known != nullptr ? known->thunk : nullptr;
 }
 
 /// Null unless the pointer is a thunk of ours.
@@ -70,13 +72,18 @@ extern "C" {
 void* vlm_wrap_method_callback(const void* method, void* function) {
   using namespace vlm;
   if (method == nullptr || function == nullptr || reflection_api.image == nullptr) return nullptr;
+  if (void* const known = thunk_of(method, function)) return known;
+  // With nothing held: the game's reflection functions may throw.
+  IcallRecord described;
+  if (!describe(described, static_cast<const MethodInfo*>(method))) return nullptr;
+
   const std::lock_guard guard(method_callbacks_lock);
   if (const MethodCallback* const known = find_locked(method, function)) return known->thunk;
   IcallRecord* const record = make_record("managed method callback", function);
-  if (!describe(*record, static_cast<const MethodInfo*>(method))) {
-    delete record;
-    return nullptr;
-  }
+  std::ranges::copy(described.arguments, record->arguments);
+  record->argument_count = described.argument_count;
+  record->result = described.result;
+  record->state = 1;
   plan_calls(*record);
   void* const thunk = make_thunk(*record);
   method_callbacks = new MethodCallback{method, function, thunk, method_callbacks};

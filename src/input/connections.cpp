@@ -19,13 +19,16 @@ void set_connection_handlers(ConnectionHandler connected, ConnectionHandler disc
   disconnected_handler = disconnected;
 }
 
-void refresh_connections(bool notify) {
+XInputReadings refresh_connections(bool notify) {
+  XInputReadings readings;
   for (unsigned index = 0; index < controller_count; ++index) {
-    const bool connected = controller_is_connected(index);
+    if (index < first_sony_index) readings[index] = read_xinput_pad(index);
+    const bool connected = index < first_sony_index ? readings[index].has_value() : controller_is_connected(index);
     if (was_connected(index) == connected || announced[index].exchange(connected) == connected || !notify) continue;
     const ConnectionHandler handler = connected ? connected_handler : disconnected_handler;
     if (handler != nullptr) handler(controller_info(index));
   }
+  return readings;
 }
 
 bool was_connected(unsigned index) { return announced[index].load(std::memory_order_relaxed); }

@@ -46,14 +46,14 @@ SYSV void stop_wireless_discovery() {}
 SYSV ControllerState poll_controller(const char* identifier) {
   ControllerState state{};
   const unsigned index = controller_index(identifier);
-  refresh_connections(true);
+  const XInputReadings xinput = refresh_connections(true);
   if (index == controller_count) return state;
   if (index == keyboard_index) {
     read_keyboard(state);
   } else if (index >= first_sony_index) {
     if (const auto input = read_sony_pad(index - first_sony_index)) map_sony_pad(*input, state);
-  } else {
-    if (const auto pad = read_xinput_pad(index)) map_xinput_pad(*pad, state);
+  } else if (xinput[index]) {
+    map_xinput_pad(*xinput[index], state);
   }
   update_pad_summary(index, state);
   return state;

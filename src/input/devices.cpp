@@ -4,12 +4,13 @@
 #include <cstring>
 
 #include "input/keyboard.h"
-#include "support/handles.h"
+#include "tls/thread_record.h"
 
 namespace vlm {
 namespace {
 
-constexpr DWORD rescan_interval_ms = 2000;
+constexpr DWORD xinput_interval_ms = 100;
+constexpr unsigned xinput_looks_per_scan = 20;  // a scan every 2 s
 
 constexpr const char* identifiers[controller_count] = {"xinput-0", "xinput-1", "xinput-2", "xinput-3", "sony-0",
                                                        "sony-1",   "sony-2",   "sony-3",   "keyboard"};
@@ -22,19 +23,20 @@ constinit std::atomic<PadKind> seen_kinds[sony_pad_count] = {};  // of the devic
 /// what these calls wait for may itself wait for that lock.
 DWORD WINAPI watch_devices(void*) {
   load_xinput();
+  look_for_xinput_pads();  // the next step may take long
   const HidSystem* const hid = windows_hid_system();
-  while (hid != nullptr) {
-    scan_hid(*hid);
-    Sleep(rescan_interval_ms);
+  for (unsigned turn = 0;; ++turn) {
+    look_for_xinput_pads();
+    if (hid != nullptr && turn % xinput_looks_per_scan == 0) scan_hid(*hid);
+    Sleep(xinput_interval_ms);
   }
-  return 0;
 }
 
 }  // namespace
 
 void start_controller_input() {
   read_keyboard_setting();
-  UniqueHandle(CreateThread(nullptr, 0, watch_devices, nullptr, 0, nullptr));
+  start_own_thread(watch_devices, nullptr);
 }
 
 unsigned controller_index(const char* identifier) {
@@ -58,7 +60,6 @@ ControllerInfo controller_info(unsigned index) {
 }
 
 bool controller_is_connected(unsigned index) {
-  if (index < first_sony_index) return read_xinput_pad(index).has_value();
   if (index == keyboard_index) return keyboard_is_enabled();
   const PadKind kind = live_sony_pad(index - first_sony_index);
   if (kind == PadKind::none) return false;

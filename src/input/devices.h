@@ -24,7 +24,8 @@ unsigned controller_index(const char* identifier);
 /// The texts are constants. A Sony controller's category and name are those of the device seen last.
 ControllerInfo controller_info(unsigned index);
 
-/// Asks the device itself. Remembers what a Sony controller is.
+/// Of a Sony controller or the keyboard; XInput's are connected while they can be read. Remembers what a Sony
+/// controller is.
 bool controller_is_connected(unsigned index);
 
 }  // namespace vlm

@@ -38,9 +38,8 @@ UniqueGdiObject make_font(int height) {
 
 }  // namespace
 
-GlyphMask draw_label(const char* text, int height) {
+bool draw_label(const char* text, int height, GlyphMask& mask) {
   constexpr int size = glyph_size;
-  GlyphMask mask{};
   BITMAPINFO format{};
   format.bmiHeader.biSize = sizeof(BITMAPINFOHEADER);
   format.bmiHeader.biWidth = size;
@@ -55,7 +54,7 @@ GlyphMask draw_label(const char* text, int height) {
   const UniqueContext context(CreateCompatibleDC(nullptr));
   if (!section || !font || !context) {
     log_message(0, "[pad] label '%s' was not drawn: no bitmap, font or context, error %lu", text, GetLastError());
-    return mask;
+    return false;
   }
   auto* const pixels = static_cast<DibPixel*>(bits);
   std::fill_n(pixels, mask.size(), DibPixel{});
@@ -70,10 +69,11 @@ GlyphMask draw_label(const char* text, int height) {
   SetBkMode(context.get(), TRANSPARENT);
   SetTextColor(context.get(), RGB(255, 255, 255));
   RECT square = {0, 0, size, size};
-  DrawTextA(context.get(), text, -1, &square, DT_CENTER | DT_VCENTER | DT_SINGLELINE);
+  const bool drawn = DrawTextA(context.get(), text, -1, &square, DT_CENTER | DT_VCENTER | DT_SINGLELINE) != 0;
   GdiFlush();
   std::transform(pixels, pixels + mask.size(), mask.begin(), [](DibPixel pixel) { return pixel.green; });
-  return mask;
+  if (!drawn) log_message(0, "[pad] label '%s' was not drawn, error %lu", text, GetLastError());
+  return drawn;
 }
 
 }  // namespace vlm

@@ -5,8 +5,8 @@
 
 namespace vlm {
 
-/// A text in a heavy sans-serif face, in the middle of a glyph. Empty when Windows cannot draw it.
+/// A text in a heavy sans-serif face, in the middle of a glyph. False, and logged, when Windows cannot draw it now.
 ///   height  of a line, in pixels
-GlyphMask draw_label(const char* text, int height);
+bool draw_label(const char* text, int height, GlyphMask& mask);
 
 }  // namespace vlm

@@ -76,12 +76,13 @@ static_assert(sizeof(GlyphFile) == 37028);
 constinit SrwLock cache_lock;
 constinit const GlyphFile* cache[2][glyph_count] = {};  // by sony_style, number; null: not drawn yet
 
-/// Null when memory is out. Not inlined: its pixels make a stack frame of many pages, which every request would probe.
+/// Null when memory is out, or the letters cannot be drawn: without them it is remembered by nobody, and the next
+/// request tries again. Not inlined: its pixels make a stack frame of many pages, which every request would probe.
 [[gnu::noinline]] const GlyphFile* make_file(const Glyph& glyph) {
+  GlyphMask label{};
+  if (glyph.label != nullptr && !draw_label(glyph.label, glyph.label_height, label)) return nullptr;
   auto* const file = new (std::nothrow) GlyphFile;
-  if (file == nullptr) return nullptr;
-  const GlyphMask label = glyph.label != nullptr ? draw_label(glyph.label, glyph.label_height) : GlyphMask{};
-  write_png(glyph_size, glyph_size, draw_glyph(glyph.shape, label), file->bytes);
+  if (file != nullptr) write_png(glyph_size, glyph_size, draw_glyph(glyph.shape, label), file->bytes);
   return file;
 }
 

@@ -8,7 +8,7 @@ namespace vlm {
 inline constexpr std::uint32_t glyph_count = 28;
 
 /// The PNG file of a glyph, drawn on first request; it lives until the process ends. Null, with length 0, for a number
-/// without a glyph.
+/// without a glyph, and when it cannot be drawn now.
 ///   sony_style  as on Sony's controllers, else as on Xbox's
 ///   number      below glyph_count
 ///   length      in bytes

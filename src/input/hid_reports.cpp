@@ -13,18 +13,23 @@ constexpr FieldOffsets dualsense_fields = {4, 5, 7};  // a counter stands betwee
 struct ReportLayout {
   PadKind kind;
   std::uint8_t report_id;
-  std::size_t min_size;  // in bytes, report ID included
-  std::uint8_t start;    // of the left stick's X
+  std::size_t min_size, max_size;  // in bytes, report ID included
+  std::uint8_t start;              // of the left stick's X
   const FieldOffsets& fields;
 };
 
 /// The first that fits counts. A DualSense sends its own layout by cable and, once it was asked for a feature report,
-/// by radio; before that it sends short reports that look like a DualShock 4's.
+/// by radio; before that it sends short reports that look like a DualShock 4's, which Windows fills up to the length of
+/// the longest one, 78 bytes.
+// clang-format off
 constexpr ReportLayout layouts[] = {
-    {PadKind::dualshock4, 0x01, 10, 1, dualshock4_fields}, {PadKind::dualshock4, 0x11, 12, 3, dualshock4_fields},
-    {PadKind::dualsense, 0x01, 64, 1, dualsense_fields},   {PadKind::dualsense, 0x31, 64, 2, dualsense_fields},
-    {PadKind::dualsense, 0x01, 10, 1, dualshock4_fields},
+    {PadKind::dualshock4, 0x01, 10, max_report_size, 1, dualshock4_fields},
+    {PadKind::dualshock4, 0x11, 12, max_report_size, 3, dualshock4_fields},
+    {PadKind::dualsense,  0x01, 64, 64,              1, dualsense_fields},
+    {PadKind::dualsense,  0x31, 64, max_report_size, 2, dualsense_fields},
+    {PadKind::dualsense,  0x01, 10, max_report_size, 1, dualshock4_fields},
 };
+// clang-format on
 
 consteval bool layouts_fit() {
   for (const ReportLayout& layout : layouts) {
@@ -59,7 +64,7 @@ PadKind pad_kind(std::uint16_t vendor_id, std::uint16_t product_id) {
 
 std::optional<PadInput> read_hid_report(PadKind kind, std::span<const std::byte> report) {
   for (const ReportLayout& layout : layouts) {
-    if (layout.kind != kind || report.size() < layout.min_size) continue;
+    if (layout.kind != kind || report.size() < layout.min_size || report.size() > layout.max_size) continue;
     if (static_cast<std::uint8_t>(report[0]) != layout.report_id) continue;
     const auto at = [&](unsigned offset) { return static_cast<std::uint8_t>(report[layout.start + offset]); };
     const FieldOffsets& fields = layout.fields;

@@ -4,11 +4,14 @@
 #include <atomic>
 #include <cwchar>
 #include <iterator>
+#include <map>
 #include <mutex>
 #include <shared_mutex>
+#include <utility>
 
 #include "support/handles.h"
 #include "support/locks.h"
+#include "tls/thread_record.h"
 
 namespace vlm {
 namespace {
@@ -23,8 +26,10 @@ struct PadSlot {
   wchar_t path[max_path_units + 1] = L"";    // guarded by lock
   PadInput input{};                          // guarded by lock
   const HidSystem* hid = nullptr;            // the scan's, for the reader
+  UniqueHandle device;                       // the same
 };
-constinit PadSlot slots[sony_pad_count];
+/// Never destroyed: readers run until the process is gone.
+[[clang::no_destroy]] constinit PadSlot slots[sony_pad_count];
 
 bool holds(PadSlot& slot, const std::wstring& path) {
   std::shared_lock hold(slot.lock);
@@ -58,8 +63,7 @@ void request_full_reports(const HidSystem& hid, HANDLE device, PadKind kind) {
 
 void read_reports(PadSlot& slot) {
   const PadKind kind = slot.kind;
-  const UniqueHandle device = open_device(slot.path);
-  if (device == nullptr) return;
+  const UniqueHandle device = std::move(slot.device);
   request_full_reports(*slot.hid, device.get(), kind);
   std::byte report[max_report_size];
   DWORD size = 0;
@@ -78,28 +82,58 @@ DWORD WINAPI run_reader(void* slot) {
   return 0;
 }
 
-void occupy(PadSlot& slot, const std::wstring& path, PadKind kind, const HidSystem& hid) {
+void occupy(PadSlot& slot, const std::wstring& path, PadKind kind, const HidSystem& hid, UniqueHandle device) {
   {
     std::lock_guard hold(slot.lock);
     std::wmemcpy(slot.path, path.c_str(), path.size() + 1);
     slot.hid = &hid;
+    slot.device = std::move(device);
     slot.kind = kind;
   }
-  const UniqueHandle reader(CreateThread(nullptr, 0, run_reader, &slot, 0, nullptr));
-  if (reader == nullptr) free_slot(slot);
+  if (start_own_thread(run_reader, &slot)) return;
+  slot.device.reset();
+  free_slot(slot);
 }
+
+/// What the devices that are there said they are. Each is asked once, and one that gives no answer a few times: opening
+/// a device wakes some of them up.
+class KnownDevices {
+ public:
+  void forget_all_but(const std::vector<std::wstring>& present) {
+    std::erase_if(devices_,
+                  [&](const auto& device) { return std::ranges::find(present, device.first) == present.end(); });
+  }
+  PadKind kind_of(const std::wstring& path, const HidSystem& hid) {
+    Device& device = devices_[path];
+    if (device.questions == 0) return device.kind;
+    --device.questions;
+    if (const auto id = hid.identify(path.c_str())) device = {pad_kind(id->vendor, id->product), 0};
+    return device.kind;
+  }
+
+ private:
+  struct Device {
+    PadKind kind = PadKind::none;
+    int questions = 3;  // left
+  };
+  std::map<std::wstring, Device> devices_;  // by path
+};
 
 }  // namespace
 
 void scan_hid(const HidSystem& hid) {
-  for (const std::wstring& path : hid.present_paths()) {
+  static KnownDevices& known = *new KnownDevices;  // lives until the process ends
+  const std::vector<std::wstring> present = hid.present_paths();
+  known.forget_all_but(present);
+  for (const std::wstring& path : present) {
     if (path.size() > max_path_units) continue;
     if (std::ranges::any_of(slots, [&](PadSlot& slot) { return holds(slot, path); })) continue;
-    const auto id = hid.identify(path.c_str());
-    const PadKind kind = id ? pad_kind(id->vendor, id->product) : PadKind::none;
+    const PadKind kind = known.kind_of(path, hid);
     if (kind == PadKind::none) continue;
     const auto free = std::ranges::find_if(slots, [](PadSlot& slot) { return slot.kind == PadKind::none; });
-    if (free != std::end(slots)) occupy(*free, path, kind, hid);
+    if (free == std::end(slots)) continue;
+    // One that another program has for itself is tried again by the next scan.
+    if (UniqueHandle device = open_device(path.c_str())) occupy(*free, path, kind, hid, std::move(device));
   }
 }
 

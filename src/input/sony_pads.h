@@ -1,7 +1,6 @@
 // Sony's controllers, read directly as HID devices: four slots, a reader thread for each that is taken.
 //
-//   free --scan_hid() finds a device--> occupied --first report--> live --a read fails--> free
-//                                          '--------the device cannot be opened-----------^
+//   free --scan_hid() opens a device--> occupied --first report--> live --a read fails--> free
 #pragma once
 
 #include <windows.h>
@@ -33,7 +32,8 @@ struct HidSystem {
 /// The real one; null on a system without it.
 const HidSystem* windows_hid_system();
 
-/// Gives every controller that has none a slot and a reader, while slots are free. On one thread only.
+/// Gives every controller that has none and can be opened a slot and a reader, while slots are free. On one thread
+/// only.
 ///   hid  lives until the process ends
 void scan_hid(const HidSystem& hid);
 

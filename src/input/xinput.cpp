@@ -18,16 +18,17 @@ static_assert(sizeof(XInputState) == 16);
 
 using GetState = DWORD WINAPI(DWORD index, XInputState* state);
 
-DWORD WINAPI no_pad(DWORD, XInputState*) { return ERROR_DEVICE_NOT_CONNECTED; }
-DWORD WINAPI load_and_get_state(DWORD index, XInputState* state);
+/// XInputGetState, or null before XInput is loaded, or when there is none.
+constinit std::atomic<GetState*> get_state{nullptr};
 
-// XInputGetState, or what stands for it before XInput is loaded, or when there is none. Threads that load it at the
-// same time find the same function, so nobody waits for another: that could be for Windows' loader lock.
-constinit std::atomic<GetState*> get_state{load_and_get_state};
+/// Set by who looks for controllers, cleared by who finds one gone.
+constinit std::atomic<bool> is_there[xinput_pad_count] = {};
 
-DWORD WINAPI load_and_get_state(DWORD index, XInputState* state) {
-  load_xinput();
-  return get_state.load()(index, state);
+std::optional<XInputGamepad> ask(unsigned index) {
+  XInputState state{};
+  GetState* const function = get_state.load(std::memory_order_acquire);
+  if (function == nullptr || function(index, &state) != ERROR_SUCCESS) return std::nullopt;
+  return state.Gamepad;
 }
 
 }  // namespace
@@ -35,14 +36,20 @@ DWORD WINAPI load_and_get_state(DWORD index, XInputState* state) {
 void load_xinput() {
   HMODULE library = LoadLibraryW(L"xinput1_4.dll");
   if (library == nullptr) library = LoadLibraryW(L"xinput9_1_0.dll");
-  GetState* const found = find_procedure<GetState>(library, "XInputGetState");
-  get_state = found != nullptr ? found : no_pad;
+  get_state = find_procedure<GetState>(library, "XInputGetState");
+}
+
+void look_for_xinput_pads() {
+  for (unsigned index = 0; index < xinput_pad_count; ++index) {
+    if (!is_there[index] && ask(index)) is_there[index] = true;
+  }
 }
 
 std::optional<XInputGamepad> read_xinput_pad(unsigned index) {
-  XInputState state{};
-  if (get_state.load(std::memory_order_acquire)(index, &state) != ERROR_SUCCESS) return std::nullopt;
-  return state.Gamepad;
+  if (!is_there[index].load(std::memory_order_relaxed)) return std::nullopt;
+  const auto pad = ask(index);
+  if (!pad) is_there[index] = false;
+  return pad;
 }
 
 }  // namespace vlm

@@ -9,10 +9,14 @@ namespace vlm {
 
 inline constexpr unsigned xinput_pad_count = 4;
 
-/// Loads XInput, so that no frame of the game has to wait for it. Any thread may, at any time.
+/// Loads XInput. Before that no controller is there.
 void load_xinput();
 
-/// What controller 0 to 3 says now, or nothing when it is not connected. Loads XInput when nobody did so before.
+/// Asks for the controllers that are not there. Windows may take most of a millisecond to say that one still is not, so
+/// that no thread of the game does this.
+void look_for_xinput_pads();
+
+/// What controller 0 to 3 says now, or nothing: it has not been found, or says for the first time that it is gone.
 std::optional<XInputGamepad> read_xinput_pad(unsigned index);
 
 }  // namespace vlm

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <unordered_map>
@@ -16,6 +17,35 @@ namespace {
 
 constexpr char type_text = 's', type_integer = 'i', type_double = 'd';
 constexpr char separator = '\t';
+constexpr std::string_view proof_mark = "#whole ";
+
+/// FNV-1a: says whether bytes and number are those that were written, on a disk that means no harm.
+std::uint64_t hash_of(std::string_view bytes, std::uint64_t number) {
+  std::uint64_t hash = 0xCBF29CE484222325 ^ number;
+  for (const char c : bytes) hash = (hash ^ static_cast<std::uint8_t>(c)) * 0x100000001B3;
+  return hash;
+}
+
+std::string proof_of(std::string_view bytes, std::uint64_t save_number, bool apart) {
+  char line[64];
+  const int length = std::snprintf(line, sizeof line, "%s%llu %016llx%s\n", proof_mark.data(),
+                                   static_cast<unsigned long long>(save_number),
+                                   static_cast<unsigned long long>(hash_of(bytes, save_number)), apart ? " apart" : "");
+  return {line, static_cast<std::size_t>(length)};
+}
+
+/// Whether the file ends in the line that proves it.
+void check_proof(std::string_view bytes, CloudFile& file) {
+  if (!bytes.ends_with('\n')) return;
+  const std::size_t start = bytes.rfind('\n', bytes.size() - 2) + 1;  // of the last line; 0 when it is the only one
+  const std::string_view line = bytes.substr(start);
+  if (!line.starts_with(proof_mark)) return;
+  std::uint64_t number = 0;
+  std::from_chars(line.data() + proof_mark.size(), line.data() + line.size(), number);
+  file.apart = line.ends_with(" apart\n");
+  file.whole = line == proof_of(bytes.substr(0, start), number, file.apart);
+  if (file.whole) file.save_number = number;
+}
 
 std::string unescape(std::string_view escaped) {
   std::string text;
@@ -40,26 +70,32 @@ decltype(CloudEntry::value) value_of(char type, std::string text) {
 
 }  // namespace
 
-std::vector<CloudEntry> read_cloud_file(std::string_view bytes) {
-  std::vector<CloudEntry> entries;
+CloudFile read_cloud_file(std::string_view bytes) {
+  CloudFile file;
+  check_proof(bytes, file);
   std::unordered_map<std::string, std::size_t> places;  // of the entries, by their keys
-  bytes = bytes.substr(0, bytes.find('\0'));
+  const std::size_t end = bytes.find('\0');
+  file.damaged = bytes.empty() || end != bytes.npos;
+  bytes = bytes.substr(0, end);
   while (!bytes.empty()) {
     std::string_view line = take_until(bytes, '\n');
     if (line.ends_with('\r')) line.remove_suffix(1);
     const std::size_t first_tab = line.find(separator);
-    if (first_tab == line.npos || line.find(separator, first_tab + 1) == line.npos) continue;
+    if (first_tab == line.npos || line.find(separator, first_tab + 1) == line.npos) {
+      file.damaged |= !line.empty() && !line.starts_with(proof_mark);
+      continue;
+    }
     const std::string_view type = take_until(line, separator);
     const std::string key = unescape(take_until(line, separator));
     auto value = value_of(type.empty() ? type_integer : type.front(), unescape(line));
-    const auto [place, is_new] = places.try_emplace(key, entries.size());
+    const auto [place, is_new] = places.try_emplace(key, file.entries.size());
     if (is_new) {
-      entries.push_back({key, std::move(value)});
+      file.entries.push_back({key, std::move(value)});
     } else {
-      entries[place->second].value = std::move(value);
+      file.entries[place->second].value = std::move(value);
     }
   }
-  return entries;
+  return file;
 }
 
 void CloudFileWriter::add_text(std::string_view key, std::string_view text) {
@@ -91,6 +127,11 @@ void CloudFileWriter::add_double(std::string_view key, double value) {
     }
   }
   bytes_ += '\n';
+}
+
+const std::string& CloudFileWriter::finish(std::uint64_t save_number, bool apart) {
+  bytes_ += proof_of(bytes_, save_number, apart);
+  return bytes_;
 }
 
 void CloudFileWriter::start_line(char type, std::string_view key) {

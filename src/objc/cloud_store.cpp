@@ -1,20 +1,12 @@
 // NSUbiquitousKeyValueStore: the game's progress, in a file of the save directory instead of Apple's cloud.
 //
-// The file is read once and written anew, whole, with every change:
-//
-//   icloud_kvs.txt.tmp  written first; then takes the place of icloud_kvs.txt in one step, so that a process that is
-//                       killed at any moment leaves the old state or the new one
-//   cannot be created   the store itself is written in place
-//   cannot be moved     its bytes are copied
-//
-// What cannot be saved stays in memory, and the next change tries again. The format is in cloud_file.h.
+// The file is read once and written anew, whole, with every change. What cannot be saved stays in memory, and the next
+// change tries again. How it is kept on the disk: cloud_disk.h; its format: cloud_file.h.
 #include <windows.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -25,28 +17,22 @@
 #include <variant>
 #include <vector>
 
-#include "diag/log.h"
-#include "objc/cloud_file.h"
+#include "objc/cloud_disk.h"
 #include "objc/ns_collections.h"
 #include "objc/ns_number.h"
 #include "objc/ns_string.h"
 #include "objc/shared_instance.h"
-#include "support/handles.h"
 #include "support/locks.h"
 #include "support/save_directory.h"
-#include "support/text.h"
 
 namespace vlm {
 namespace {
 
+/// Read and changed under store_lock.
 struct CloudStore {
-  std::string path, temporary_path;  // with '/', for messages
-  UniqueHeap<wchar_t> host_path, host_temporary_path;
-
-  // Read and changed under store_lock.
+  CloudDisk disk;
   NSCollection* entries;                // an NSMutableDictionary whose keys are strings made here
   std::vector<std::uint32_t> hashes{};  // of the entries' keys: most of a search is done in these
-  std::uint32_t failures = 0;           // told or not
 };
 
 /// Held exclusively while the store is read from its file and from a change to the end of its save, so that the file is
@@ -96,42 +82,14 @@ void append_entry_locked(CloudStore& store, const StoreKey& key, ObjcObject* val
 
 // ---- Loading --------------------------------------------------------------------------------------------------------
 
-/// Opens the store for reading. One that another program keeps for itself (a backup, a virus scanner) is waited for,
-/// two seconds at most: taken for absent, it would be replaced by the next save.
-std::FILE* open_to_read(const wchar_t* path) {
-  for (int attempt = 0;; ++attempt) {
-    std::FILE* const file = _wfopen(path, L"rb");
-    if (file != nullptr || GetLastError() != ERROR_SHARING_VIOLATION || attempt == 40) return file;
-    Sleep(50);
-  }
-}
-
-/// The file's bytes; none when it cannot be opened, which is how every store begins.
-std::string read_file(const wchar_t* path) {
-  std::string bytes;
-  std::FILE* const file = open_to_read(path);
-  if (file == nullptr) return bytes;
-  if (_fseeki64(file, 0, SEEK_END) == 0) {
-    if (const std::int64_t size = _ftelli64(file); size > 0) bytes.resize(static_cast<std::size_t>(size));
-  }
-  std::rewind(file);
-  bytes.resize(std::fread(bytes.data(), 1, bytes.size(), file));
-  std::fclose(file);
-  return bytes;
-}
-
 ObjcObject* object_of(const std::string& text) { return ns_string_new(text.c_str()); }
 ObjcObject* object_of(std::int64_t value) { return ns_number_from_int64(value); }
 ObjcObject* object_of(double value) { return ns_number_from_double(value); }
 
 CloudStore* load_store_locked() {
-  const std::string path = std::string(save_directory()) + "/icloud_kvs.txt";
-  const std::string temporary_path = path + ".tmp";
   auto* const store =
-      new CloudStore{path, temporary_path, to_host_path(path.c_str()), to_host_path(temporary_path.c_str()),
-                     objc_new<NSCollection>(objc_class_NSMutableDictionary)};
-  if (!store->host_path || !store->host_temporary_path) fatal_error("no memory for the cloud store");
-  for (const CloudEntry& entry : read_cloud_file(read_file(store->host_path.get()))) {
+      new CloudStore{CloudDisk(save_directory()), objc_new<NSCollection>(objc_class_NSMutableDictionary)};
+  for (const CloudEntry& entry : store->disk.load()) {
     append_entry_locked(*store, key_of(entry.key.c_str()),
                         std::visit([](const auto& value) { return object_of(value); }, entry.value));
   }
@@ -153,14 +111,9 @@ CloudStore& cloud_store() {
 
 // ---- Saving ---------------------------------------------------------------------------------------------------------
 
-constexpr std::uint32_t told_create_failures = 3, told_failures = 6;
-
-/// Counts a failure; true when fewer than `told` came before, so that a disk that stays full does not fill the log.
-bool is_told_locked(CloudStore& store, std::uint32_t told) { return store.failures++ < told; }
-
 /// A text is read as far as its NUL, wherever its object says it ends: a mutable string in the store may be changed by
 /// another thread meanwhile, and the old text stays where it is.
-std::string file_of_locked(const CloudStore& store) {
+void save_locked(CloudStore& store) {
   CloudFileWriter writer;
   for (std::uint64_t i = 0; i < store.entries->count; ++i) {
     const char* const key = ns_string_utf8(store.entries->items[i]);
@@ -176,63 +129,7 @@ std::string file_of_locked(const CloudStore& store) {
       }
     }  // anything else lives in memory alone
   }
-  return writer.bytes();
-}
-
-/// False when a byte was not written, as far as the host tells.
-bool write_and_close(std::FILE* file, const std::string& bytes) {
-  std::setvbuf(file, nullptr, _IONBF, 0);  // it is all there already
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-  return std::fclose(file) == 0 && written;
-}
-
-void replace_store_locked(CloudStore& store) {
-  const wchar_t* const temporary = store.host_temporary_path.get();
-  const wchar_t* const path = store.host_path.get();
-  if (MoveFileExW(temporary, path, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) return;
-  DWORD error = GetLastError();
-  if (is_told_locked(store, told_failures)) {
-    log_message(0, "[kvs] cannot replace %s (win32 %lu); copying instead", store.path.c_str(), error);
-  }
-  if (!CopyFileW(temporary, path, FALSE)) {
-    error = GetLastError();
-    if (is_told_locked(store, told_failures)) {
-      log_message(0, "[kvs] copy failed too (win32 %lu): cloud save NOT stored", error);
-    }
-  }
-  DeleteFileW(temporary);
-}
-
-void save_locked(CloudStore& store) {
-  const std::string bytes = file_of_locked(store);  // first: a store that is opened in place is empty until written
-  bool in_place = false;
-  std::FILE* file = _wfopen(store.host_temporary_path.get(), L"wb");
-  if (file == nullptr) {
-    const int number = errno;
-    const DWORD error = GetLastError();
-    if (is_told_locked(store, told_create_failures)) {
-      log_message(0, "[kvs] cannot create %s (errno %d, win32 %lu); writing in place", store.temporary_path.c_str(),
-                  number, error);
-    }
-    in_place = true;
-    file = _wfopen(store.host_path.get(), L"wb");
-  }
-  if (file == nullptr) {
-    const int number = errno;
-    const DWORD error = GetLastError();
-    if (is_told_locked(store, told_failures)) {
-      log_message(0, "[kvs] cannot write %s (errno %d, win32 %lu): cloud save NOT stored", store.path.c_str(), number,
-                  error);
-    }
-    return;
-  }
-  const bool written = write_and_close(file, bytes);
-  if (written && !in_place) replace_store_locked(store);
-  if (written) return;
-  if (!in_place) DeleteFileW(store.host_temporary_path.get());  // the store keeps what it had
-  if (is_told_locked(store, told_failures)) {
-    log_message(0, "[kvs] write error while saving %s", store.path.c_str());
-  }
+  store.disk.save(writer);
 }
 
 // ---- Looking up and changing ----------------------------------------------------------------------------------------

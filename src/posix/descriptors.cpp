@@ -15,6 +15,9 @@
 #include "support/sysv.h"
 
 namespace vlm {
+
+constinit StandstillLock append_lock;
+
 namespace {
 
 // <fcntl.h> of macOS.
@@ -25,9 +28,20 @@ constexpr std::uint32_t open_append = 0x8;
 constexpr std::uint32_t open_create = 0x200;
 constexpr std::uint32_t open_truncate = 0x400;
 constexpr std::uint32_t open_exclusive = 0x800;
+constexpr std::int32_t duplicate_from = 0;
 constexpr std::int32_t get_descriptor_flags = 1;
 constexpr std::int32_t get_status_flags = 3;
 constexpr std::int32_t set_status_flags = 4;
+constexpr std::int32_t get_lock = 7;
+constexpr std::int32_t duplicate_from_and_close_on_exec = 67;
+
+/// `struct flock`.
+struct DarwinLock {
+  std::int64_t start, length;
+  std::int32_t process;
+  std::int16_t type, whence;
+};
+constexpr std::int16_t unlocked = 2;
 
 constexpr std::int32_t close_on_exec = 1;
 constexpr DWORD pipe_size = 65536;
@@ -54,9 +68,11 @@ constinit SrwLock table_lock;
 
 bool is_number(std::int32_t number) { return number >= 0 && number < row_count; }
 
-/// Moves a handle into the lowest free row; the caller holds the lock. -1, the handle still the caller's, when full.
-std::int32_t add_descriptor(DescriptorKind kind, UniqueHandle& handle, std::uint32_t flags) {
-  Row* const row = std::find_if(rows + first_free, rows + row_count, [](const Row& candidate) {
+/// Moves a handle into the lowest free row from `lowest` upwards; the caller holds the lock. -1, the handle still the
+/// caller's, when there is none.
+std::int32_t add_descriptor(DescriptorKind kind, UniqueHandle& handle, std::uint32_t flags,
+                            std::int32_t lowest = first_free) {
+  Row* const row = std::find_if(rows + std::max(lowest, first_free), rows + row_count, [](const Row& candidate) {
     return candidate.kind.load(std::memory_order_relaxed) == DescriptorKind::Free;
   });
   if (row == rows + row_count) return fail(DARWIN_EMFILE);
@@ -96,18 +112,25 @@ SYSV std::int64_t read_(std::int32_t number, void* buffer, std::uint64_t count) 
   return error == ERROR_HANDLE_EOF || error == ERROR_BROKEN_PIPE ? 0 : fail_from_win32(error);
 }
 
+/// Writes at the file's end, wherever other threads and programs have moved it, and leaves the position behind that.
+BOOL append(HANDLE file, const void* buffer, DWORD size, DWORD* done) {
+  OVERLAPPED end = {};
+  end.Offset = end.OffsetHigh = 0xFFFF'FFFF;
+  const std::lock_guard hold(append_lock);
+  return WriteFile(file, buffer, size, done, &end);
+}
+
 SYSV std::int64_t write_(std::int32_t number, const void* buffer, std::uint64_t count) {
   const Descriptor descriptor = find_descriptor(number);
   if (!descriptor) return -1;
   if (count == 0) return 0;  // a reader of the pipe would take it for the end
   if (buffer == nullptr) return fail(DARWIN_EFAULT);
-  if ((descriptor.flags & open_append) && can_seek(descriptor)) {
-    if (!SetFilePointerEx(descriptor.handle, {}, nullptr, FILE_END)) return fail_from_win32();
-  }
+  const auto size = static_cast<DWORD>(std::min(count, longest_transfer));
+  const bool appends = (descriptor.flags & open_append) && can_seek(descriptor);
   DWORD done = 0;
-  if (!WriteFile(descriptor.handle, buffer, static_cast<DWORD>(std::min(count, longest_transfer)), &done, nullptr)) {
-    return fail_from_win32();
-  }
+  const BOOL written = appends ? append(descriptor.handle, buffer, size, &done)
+                               : WriteFile(descriptor.handle, buffer, size, &done, nullptr);
+  if (!written) return fail_from_win32();
   return done;
 }
 
@@ -145,13 +168,16 @@ DescriptorKind kind_of_duplicate(const Descriptor& descriptor) {
   return descriptor.kind == DescriptorKind::Standard ? DescriptorKind::File : descriptor.kind;
 }
 
-SYSV std::int32_t dup_(std::int32_t number) {
-  const Descriptor descriptor = find_descriptor(number);
-  if (!descriptor) return -1;
+std::int32_t duplicate_upwards(const Descriptor& descriptor, std::int32_t lowest) {
   UniqueHandle copy = duplicate(descriptor);
   if (!copy) return fail(DARWIN_EBADF);
   const std::lock_guard hold(table_lock);
-  return add_descriptor(kind_of_duplicate(descriptor), copy, descriptor.flags);
+  return add_descriptor(kind_of_duplicate(descriptor), copy, descriptor.flags, lowest);
+}
+
+SYSV std::int32_t dup_(std::int32_t number) {
+  const Descriptor descriptor = find_descriptor(number);
+  return descriptor ? duplicate_upwards(descriptor, first_free) : -1;
 }
 
 SYSV std::int32_t dup2_(std::int32_t number, std::int32_t target) {
@@ -295,12 +321,23 @@ extern "C" SYSV std::int32_t fcntl_body(std::int32_t number, std::int32_t comman
   const Descriptor descriptor = find_descriptor(number);
   if (!descriptor) return -1;
   switch (command) {
+    case duplicate_from:
+    case duplicate_from_and_close_on_exec: {
+      const auto lowest = arguments->next<std::int32_t>();
+      return is_number(lowest) ? duplicate_upwards(descriptor, lowest) : fail(DARWIN_EINVAL);
+    }
     case get_descriptor_flags: return close_on_exec;
     case get_status_flags: return static_cast<std::int32_t>(descriptor.flags);
     case set_status_flags: {
       const std::lock_guard hold(table_lock);
       if (!find_descriptor(number)) return -1;
       rows[number].flags.store(arguments->next<std::uint32_t>(), std::memory_order_relaxed);
+      return 0;
+    }
+    case get_lock: {  // nobody is kept from any part of a file
+      auto* const lock = arguments->next<DarwinLock*>();
+      if (lock == nullptr) return fail(DARWIN_EFAULT);
+      lock->type = unlocked;
       return 0;
     }
     default: return 0;

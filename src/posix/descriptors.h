@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "support/handles.h"
+#include "support/locks.h"
 
 namespace vlm {
 
@@ -22,6 +23,10 @@ struct Descriptor {
 
 /// The open descriptor of a number, or a free one with shim_errno EBADF. Takes no lock.
 Descriptor find_descriptor(std::int32_t number);
+
+/// Held while a file is appended to: Windows finds the end and writes there in one step, Wine in two. A leaf. Nobody is
+/// stopped while he holds it.
+extern StandstillLock append_lock;
 
 /// Puts the process's standard handles behind 0, 1 and 2. Part of static start-up.
 void set_up_standard_descriptors();

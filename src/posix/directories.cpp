@@ -13,6 +13,7 @@
 #include "posix/error_numbers.h"
 #include "posix/host_path.h"
 #include "posix/shims.h"
+#include "support/rename.h"
 #include "support/sysv.h"
 #include "support/text.h"
 
@@ -138,11 +139,20 @@ SYSV std::int32_t unlink_(const char* game_path) {
   return DeleteFileW(path.c_str()) ? 0 : fail_from_win32();
 }
 
+/// In one step also over a file that somebody has open, where the host can.
 SYSV std::int32_t rename_(const char* old_path, const char* new_path) {
   const HostPath from(old_path);
   if (!from) return -1;
   const HostPath to(new_path);
   if (!to) return -1;
+  // Not every host refuses to replace a file by a directory.
+  const DWORD old_attributes = GetFileAttributesW(from.c_str());
+  const DWORD new_attributes = GetFileAttributesW(to.c_str());
+  if (old_attributes != INVALID_FILE_ATTRIBUTES && new_attributes != INVALID_FILE_ATTRIBUTES &&
+      (old_attributes & FILE_ATTRIBUTE_DIRECTORY) && !(new_attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+    return fail(DARWIN_ENOTDIR);
+  }
+  if (rename_as_posix(from.c_str(), to.c_str())) return 0;
   const DWORD how = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED;
   return MoveFileExW(from.c_str(), to.c_str(), how) ? 0 : fail_from_win32();
 }

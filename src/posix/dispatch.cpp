@@ -4,14 +4,12 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
-#include <mutex>
 
 #include "diag/log.h"
 #include "posix/shims.h"
 #include "posix/time.h"
-#include "support/locks.h"
+#include "support/running_once.h"
 #include "support/sysv.h"
-#include "tls/game_tls.h"
 
 namespace vlm {
 namespace {
@@ -22,65 +20,32 @@ constexpr std::int64_t once_done = -1;
 
 using OnceFunction = SYSV void (*)(void* context);
 
-/// A once function that runs now, on its thread's stack.
-struct RunningOnce {
-  const std::int64_t* predicate;
-  std::uint32_t thread;
-  RunningOnce* next;
-};
-
-// Not held while a once function runs: a function may come to another predicate, on its own thread or by waiting for
-// a thread that does.
-SrwLock once_lock;                                           // guards the list; a leaf
-CONDITION_VARIABLE once_finished = CONDITION_VARIABLE_INIT;  // signalled whenever an entry leaves the list
-RunningOnce* running_onces = nullptr;
-
-const RunningOnce* running_locked(const std::int64_t* predicate) {
-  const RunningOnce* entry = running_onces;
-  while (entry != nullptr && entry->predicate != predicate) entry = entry->next;
-  return entry;
-}
-
 bool is_done(std::int64_t* predicate) {
   return std::atomic_ref(*predicate).load(std::memory_order_acquire) == once_done;
 }
 
-/// Enters the function into the list; false when another thread has completed it meanwhile.
-bool begin_once(std::int64_t* predicate, RunningOnce& mine) {
-  const std::lock_guard guard(once_lock);
-  while (const RunningOnce* running = running_locked(predicate)) {
-    if (running->thread == mine.thread) fatal_error("a dispatch_once function waits for itself");
-    once_lock.wait(once_finished);
+/// An exception that would leave the function ends the process: see raise_exception().
+[[gnu::noinline]] void run_once(std::int64_t* predicate, void* context, OnceFunction function) {
+  const auto frame = reinterpret_cast<std::uint64_t>(__builtin_frame_address(0));
+  switch (running_once.begin(predicate, frame, [&] { return is_done(predicate); }, [] {})) {
+    case RunningOnce::Turn::done: return;
+    case RunningOnce::Turn::waits_for_itself: fatal_error("a dispatch_once function waits for itself");
+    case RunningOnce::Turn::run: break;
   }
-  if (is_done(predicate)) return false;
-  mine.next = running_onces;
-  running_onces = &mine;
-  return true;
-}
-
-void end_once(std::int64_t* predicate, RunningOnce& mine) {
-  const std::lock_guard guard(once_lock);
-  std::atomic_ref(*predicate).store(once_done, std::memory_order_seq_cst);
-  RunningOnce** link = &running_onces;
-  while (*link != &mine) link = &(*link)->next;
-  *link = mine.next;
-  WakeAllConditionVariable(&once_finished);
+  function(context);
+  running_once.end(predicate, [&] { std::atomic_ref(*predicate).store(once_done, std::memory_order_seq_cst); });
 }
 
 SYSV void dispatch_once_f_(std::int64_t* predicate, void* context, OnceFunction function) {
   if (is_done(predicate)) [[likely]]
     return;
-  RunningOnce mine{predicate, current_thread_id(), nullptr};
-  if (!begin_once(predicate, mine)) return;
-  function(context);
-  end_once(predicate, mine);
+  run_once(predicate, context, function);
 }
 
 // ---- Time and semaphores --------------------------------------------------------------------------------------------
 
 constexpr std::uint64_t DISPATCH_TIME_NOW = 0;
 constexpr std::uint64_t DISPATCH_TIME_FOREVER = ~std::uint64_t{0};
-constexpr std::uint64_t nanoseconds_per_millisecond = 1'000'000;
 constexpr std::int64_t KERN_OPERATION_TIMED_OUT = 49;
 constexpr std::uint64_t semaphore_signature = 0x53454D41;
 
@@ -89,18 +54,12 @@ struct Semaphore {
   HANDLE handle;
 };
 
+/// A time before the clock's start is the clock's start, and not the far future.
 SYSV std::uint64_t dispatch_time_(std::uint64_t base, std::int64_t delta) {
   if (base == DISPATCH_TIME_FOREVER) return base;
-  return (base == DISPATCH_TIME_NOW ? monotonic_nanoseconds() : base) + static_cast<std::uint64_t>(delta);
-}
-
-DWORD wait_until(std::uint64_t deadline) {
-  if (deadline == DISPATCH_TIME_FOREVER) return INFINITE;
-  if (deadline == DISPATCH_TIME_NOW) return 0;
-  const std::uint64_t now = monotonic_nanoseconds();
-  if (deadline <= now) return 0;
-  const std::uint64_t milliseconds = (deadline - now) / nanoseconds_per_millisecond;
-  return milliseconds < INFINITE ? static_cast<DWORD>(milliseconds) : INFINITE - 1;
+  const std::uint64_t from = base == DISPATCH_TIME_NOW ? monotonic_nanoseconds() : base;
+  if (delta < 0 && from <= 0 - static_cast<std::uint64_t>(delta)) return DISPATCH_TIME_NOW + 1;
+  return from + static_cast<std::uint64_t>(delta);
 }
 
 SYSV Semaphore* dispatch_semaphore_create_(std::int64_t value) {
@@ -114,7 +73,13 @@ SYSV Semaphore* dispatch_semaphore_create_(std::int64_t value) {
 }
 
 SYSV std::int64_t dispatch_semaphore_wait_(Semaphore* semaphore, std::uint64_t deadline) {
-  return WaitForSingleObject(semaphore->handle, wait_until(deadline)) == WAIT_OBJECT_0 ? 0 : KERN_OPERATION_TIMED_OUT;
+  const auto wait = [semaphore](DWORD milliseconds) {
+    if (WaitForSingleObject(semaphore->handle, milliseconds) == WAIT_OBJECT_0) return true;
+    if (milliseconds == 0) SwitchToThread();
+    return false;
+  };
+  const bool taken = deadline == DISPATCH_TIME_FOREVER ? wait(INFINITE) : wait_until(deadline, wait);
+  return taken ? 0 : KERN_OPERATION_TIMED_OUT;
 }
 
 SYSV std::int64_t dispatch_semaphore_signal_(Semaphore* semaphore) {

@@ -66,7 +66,6 @@ FILETIME file_time(DarwinTimeval time) {
 }
 
 std::uint16_t darwin_mode(DWORD attributes) {
-  if (attributes & FILE_ATTRIBUTE_REPARSE_POINT) return mode_link;
   if (attributes & FILE_ATTRIBUTE_DIRECTORY) return mode_directory;
   return attributes & FILE_ATTRIBUTE_READONLY ? mode_read_only : mode_regular;
 }
@@ -98,15 +97,43 @@ std::uint64_t path_hash(const char* path) {
   return hash;
 }
 
-SYSV std::int32_t stat_(const char* game_path, DarwinStat* result) {
+/// A file without a descriptor, for what its attributes say. Nobody is kept from it, and nobody keeps it from us.
+UniqueHandle open_to_look(const wchar_t* path, DWORD flags = 0) {
+  return own_handle(CreateFileW(path, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr));
+}
+
+/// What the host calls a reparse point is a link, or a file that some service keeps elsewhere: a synchronised folder's
+/// files are none to a game. A host that does not tell has links alone.
+bool is_link(const wchar_t* path) {
+  const UniqueHandle file = open_to_look(path, FILE_FLAG_OPEN_REPARSE_POINT);
+  FILE_ATTRIBUTE_TAG_INFO info{};
+  if (!file || !GetFileInformationByHandleEx(file.get(), FileAttributeTagInfo, &info, sizeof info)) return true;
+  return info.ReparseTag == 0 || IsReparseTagNameSurrogate(info.ReparseTag);
+}
+
+std::int32_t stat_path(const char* game_path, DarwinStat* result, bool follow) {
   const HostPath path(game_path);
   if (!path) return -1;
   if (result == nullptr) return fail(DARWIN_EFAULT);
   WIN32_FILE_ATTRIBUTE_DATA host;
   if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &host)) return fail_from_win32();
   *result = darwin_stat(host, path_hash(game_path));
+  if (!(host.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT)) return 0;
+  if (!follow && is_link(path.c_str())) {
+    result->mode = mode_link;
+    return 0;
+  }
+  // What is behind it.
+  const UniqueHandle file = open_to_look(path.c_str());
+  BY_HANDLE_FILE_INFORMATION target;
+  if (!file || !GetFileInformationByHandle(file.get(), &target)) return fail_from_win32();
+  *result = darwin_stat(target, std::uint64_t{target.nFileIndexHigh} << 32 | target.nFileIndexLow);
   return 0;
 }
+
+SYSV std::int32_t stat_(const char* path, DarwinStat* result) { return stat_path(path, result, true); }
+SYSV std::int32_t lstat_(const char* path, DarwinStat* result) { return stat_path(path, result, false); }
 
 SYSV std::int32_t fstat_(std::int32_t number, DarwinStat* result) {
   const Descriptor descriptor = find_descriptor(number);
@@ -157,9 +184,9 @@ SYSV std::int32_t utimes_(const char* game_path, const DarwinTimeval* times) {
 }  // namespace
 
 const ShimEntry file_status_rows[] = {
-    {"_stat$INODE64", shim(stat_)}, {"_lstat$INODE64", shim(stat_)}, {"_fstat$INODE64", shim(fstat_)},
-    {"_stat", shim(stat_)},         {"_lstat", shim(stat_)},         {"_fstat", shim(fstat_)},
-    {"_access", shim(access_)},     {"_chmod", shim(chmod_)},        {"_lchflags", shim(lchflags_)},
+    {"_stat$INODE64", shim(stat_)}, {"_lstat$INODE64", shim(lstat_)}, {"_fstat$INODE64", shim(fstat_)},
+    {"_stat", shim(stat_)},         {"_lstat", shim(lstat_)},         {"_fstat", shim(fstat_)},
+    {"_access", shim(access_)},     {"_chmod", shim(chmod_)},         {"_lchflags", shim(lchflags_)},
     {"_utimes", shim(utimes_)},
 };
 constinit const ShimRows file_status_shims = file_status_rows;

@@ -25,15 +25,11 @@ class LockedStream {
   LockedStream& operator=(const LockedStream&) = delete;
 
   void write(const char* text, std::uint64_t size) {
-    if (std::fwrite(text, 1, size, stream_) == size) return;
-    shim_errno = errno_from_crt(errno);
-    failed_ = true;
+    if (std::fwrite(text, 1, size, stream_) != size) shim_errno = errno_from_crt(errno);
   }
-  bool failed() const { return failed_; }
 
  private:
   std::FILE* stream_;
-  bool failed_ = false;
 };
 
 }  // namespace
@@ -45,7 +41,8 @@ SYSV std::int32_t vsnprintf_body(char* buffer, std::uint64_t size, const char* f
   return printf_result(format_text(buffer, size, format, list));
 }
 
-/// Long texts go out in parts of the buffer, so that no length asks for memory.
+/// Long texts go out in parts of the buffer, so that no length asks for memory. What is returned is the text's length,
+/// also when the stream takes none of it: a player without a console prints to such a one.
 SYSV std::int32_t fprintf_body(void* stream, const char* format, SysvVaList* arguments) {
   const auto file = static_cast<std::FILE*>(stream);
   LockedStream locked(file);
@@ -58,7 +55,7 @@ SYSV std::int32_t fprintf_body(void* stream, const char* format, SysvVaList* arg
   format_text(out, format, list);
   locked.write(buffer, out.held());
   if (file == stderr) std::fflush(file);
-  return locked.failed() ? -1 : printf_result(out.count());
+  return printf_result(out.count());
 }
 
 SYSV std::int32_t sscanf_body(const char* input, const char* format, SysvVaList* arguments) {

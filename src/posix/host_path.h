@@ -1,31 +1,18 @@
-// A game's path in the form that the host's file calls take.
+// A game's path for the host's file calls, in a shim.
 #pragma once
 
-#include <windows.h>
-
-#include <cstddef>
-
-#include "support/handles.h"
+#include "posix/error_numbers.h"
+#include "support/windows_path.h"
 
 namespace vlm {
 
-/// Empty, with shim_errno set, for a null path (EFAULT), an empty one (ENOENT) and one with a name of more than 255
-/// characters (ENAMETOOLONG). Lives on the stack of one call: only a path that is too long for the host's plain form
-/// takes memory, once.
-class HostPath {
+/// Empty, with shim_errno set, for a null path (EFAULT), an empty one (ENOENT), one with a name of more than 255
+/// characters (ENAMETOOLONG) and one that no file can have.
+class HostPath : public WindowsPath {
  public:
-  explicit HostPath(const char* game_path);
-  HostPath(const HostPath&) = delete;
-
-  explicit operator bool() const { return text_ != nullptr; }
-  const wchar_t* c_str() const { return text_; }
-
- private:
-  void use_long_form(const char* game_path);
-
-  wchar_t short_[MAX_PATH];
-  UniqueHeap<wchar_t> long_;
-  const wchar_t* text_ = nullptr;
+  explicit HostPath(const char* game_path) : WindowsPath(game_path) {
+    if (!*this) shim_errno = game_path == nullptr ? DARWIN_EFAULT : errno_from_win32(error());
+  }
 };
 
 }  // namespace vlm

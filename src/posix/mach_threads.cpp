@@ -2,12 +2,15 @@
 // it.
 #include <windows.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 
 #include "diag/log.h"
+#include "posix/descriptors.h"
+#include "posix/mapping.h"
 #include "posix/shims.h"
+#include "support/locks.h"
 #include "support/sysv.h"
 #include "tls/thread_record.h"
 
@@ -31,8 +34,6 @@ static_assert(x86_THREAD_STATE64_COUNT == 42 && offsetof(ThreadState64, rsp) == 
 /// What Mach calls a task: this process.
 const std::uint32_t task_self = 0x103;
 
-bool has_ended(const ThreadRecord& thread) { return WaitForSingleObject(thread.handle, 0) == WAIT_OBJECT_0; }
-
 SYSV std::uint32_t mach_thread_self_() {
   const ThreadRecord* self = register_current_thread();
   return self != nullptr ? self->port : 0;
@@ -40,16 +41,22 @@ SYSV std::uint32_t mach_thread_self_() {
 
 SYSV std::int32_t mach_port_deallocate_(std::uint32_t, std::uint32_t) { return KERN_SUCCESS; }
 
-// Registers of threads that game code has stopped, by port. A collector stops a thread and then asks for its registers,
-// and each look at another thread is a long way through the system: the look that makes a suspension take effect also
-// answers the question. Written by thread_suspend, valid until the next thread_resume.
+/// Held around a stop: every lock that may be wanted while others stand still, so that none of them stands with one.
+class StandstillGuard {
+  const std::lock_guard<StandstillLock> mappings_{mapping_lock}, registry_{registry_lock}, appends_{append_lock},
+      log_{log_lock};
+};
+
+// Registers of threads that game code has stopped, by place. A collector stops a thread and then asks for its
+// registers, and each look at another thread is a long way through the system: the look that makes a suspension take
+// effect also answers the question. Guarded by registry_lock.
 struct StoppedState {
-  std::atomic<bool> valid;
+  std::uint32_t life;  // of the place when it was stopped; 0 when it runs
   ThreadState64 state;
 };
 StoppedState stopped_states[max_threads];
 
-StoppedState& stopped_state(std::uint32_t port) { return stopped_states[port - first_thread_port]; }
+StoppedState& stopped_state(const ThreadRecord& thread) { return stopped_states[thread.port - first_thread_port]; }
 
 bool read_state(const ThreadRecord& thread, ThreadState64& state) {
   CONTEXT context;
@@ -61,52 +68,72 @@ bool read_state(const ThreadRecord& thread, ThreadState64& state) {
   return true;
 }
 
-SYSV std::int32_t thread_suspend_(std::uint32_t port) {
-  const ThreadRecord* thread = thread_record_of_port(port);
-  if (thread == nullptr) return KERN_INVALID_ARGUMENT;
-  // A thread that has ended cannot be suspended; asking only then spares every other call a wait.
-  if (SuspendThread(thread->handle) == ~DWORD{0}) {
-    const DWORD error = GetLastError();
-    if (has_ended(*thread)) return KERN_SUCCESS;
-    log_message(0, "[mach] thread_suspend(tid %lu) failed: %lu", static_cast<unsigned long>(thread->thread_id), error);
-    return KERN_FAILURE;
-  }
-  // Windows suspends in its own time; reading the registers waits until it has. A thread that suspends itself comes
-  // here when it runs again.
-  StoppedState& stopped = stopped_state(port);
-  if (thread->thread_id != GetCurrentThreadId() && read_state(*thread, stopped.state)) {
-    stopped.valid.store(true, std::memory_order_release);
-  }
-  return KERN_SUCCESS;
+/// Windows lets a thread that is ending not be stopped any more; it is gone in a moment.
+bool ends_soon(const ThreadRecord& thread, DWORD error) {
+  constexpr DWORD patience_ms = 100;
+  const bool is_stopped_too_often = error == ERROR_SIGNAL_REFUSED;
+  return WaitForSingleObject(thread.handle, is_stopped_too_often ? 0 : patience_ms) == WAIT_OBJECT_0;
 }
 
-SYSV std::int32_t thread_resume_(std::uint32_t port) {
-  const ThreadRecord* thread = thread_record_of_port(port);
-  if (thread == nullptr) return KERN_INVALID_ARGUMENT;
-  stopped_state(port).valid.store(false, std::memory_order_relaxed);
-  if (ResumeThread(thread->handle) != ~DWORD{0} || has_ended(*thread)) return KERN_SUCCESS;
+SYSV std::int32_t thread_suspend_(std::uint32_t port) {
+  if (const ThreadRecord* self = register_current_thread(); self != nullptr && self->port == port && port != 0) {
+    return SuspendThread(GetCurrentThread()) != ~DWORD{0} ? KERN_SUCCESS : KERN_FAILURE;  // when it runs again
+  }
+  DWORD thread_id, error;
+  {
+    const StandstillGuard guard;
+    const ThreadRecord* const thread = thread_record_of_port_locked(port);
+    if (thread == nullptr) return KERN_INVALID_ARGUMENT;
+    if (SuspendThread(thread->handle) != ~DWORD{0}) {
+      // Windows suspends in its own time; reading the registers waits until it has.
+      StoppedState& stopped = stopped_state(*thread);
+      stopped.life = read_state(*thread, stopped.state) ? thread->life : 0;
+      return KERN_SUCCESS;
+    }
+    error = GetLastError();
+    if (ends_soon(*thread, error)) return KERN_SUCCESS;
+    thread_id = thread->thread_id;
+  }
+  log_message(0, "[mach] thread_suspend(tid %lu) failed: %lu", static_cast<unsigned long>(thread_id), error);
   return KERN_FAILURE;
+}
+
+/// A thread that is not stopped is refused.
+SYSV std::int32_t thread_resume_(std::uint32_t port) {
+  const std::lock_guard guard(registry_lock);
+  const ThreadRecord* const thread = thread_record_of_port_locked(port);
+  if (thread == nullptr) return KERN_INVALID_ARGUMENT;
+  stopped_state(*thread).life = 0;
+  const DWORD stops = ResumeThread(thread->handle);
+  return (stops != 0 && stops != ~DWORD{0}) || has_ended(*thread) ? KERN_SUCCESS : KERN_FAILURE;
+}
+
+std::int32_t state_of(std::uint32_t port, ThreadState64& state) {
+  const std::lock_guard guard(registry_lock);
+  const ThreadRecord* const thread = thread_record_of_port_locked(port);
+  if (thread == nullptr) return KERN_INVALID_ARGUMENT;
+  const StoppedState& stopped = stopped_state(*thread);
+  if (has_ended(*thread)) {
+    state = {};  // to a collector, a stack without any frame
+    state.rsp = thread->stack_high;
+  } else if (stopped.life == thread->life) {
+    state = stopped.state;
+  } else if (!read_state(*thread, state)) {
+    return KERN_FAILURE;
+  }
+  return KERN_SUCCESS;
 }
 
 SYSV std::int32_t thread_get_state_(std::uint32_t port, std::int32_t flavor, ThreadState64* state,
                                     std::uint32_t* count) {
-  const ThreadRecord* thread = thread_record_of_port(port);
-  if (thread == nullptr) return KERN_INVALID_ARGUMENT;
   if (flavor != x86_THREAD_STATE64 || *count < x86_THREAD_STATE64_COUNT) {
-    log_message(0, "[mach] thread_get_state flavor %d count %u unsupported", flavor, *count);
+    static constinit MessageLimit limit;
+    if (limit.take()) log_message(0, "[mach] thread_get_state flavor %d count %u unsupported", flavor, *count);
     return KERN_INVALID_ARGUMENT;
   }
-  const StoppedState& stopped = stopped_state(port);
-  if (stopped.valid.load(std::memory_order_acquire)) {
-    *state = stopped.state;
-  } else if (has_ended(*thread)) {
-    *state = {};  // to a collector, a stack without any frame
-    state->rsp = thread->stack_high;
-  } else if (!read_state(*thread, *state)) {
-    return KERN_FAILURE;
-  }
-  *count = x86_THREAD_STATE64_COUNT;
-  return KERN_SUCCESS;
+  const std::int32_t result = state_of(port, *state);
+  if (result == KERN_SUCCESS) *count = x86_THREAD_STATE64_COUNT;
+  return result;
 }
 
 }  // namespace

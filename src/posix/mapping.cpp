@@ -1,6 +1,8 @@
 // Mapped files and anonymous memory. macOS maps and unmaps any pages; Windows releases only whole reservations and
 // views. So each mapping keeps a record, a part of an anonymous one is given up by decommitting its pages, and a new
 // mapping over an old one (MAP_FIXED) makes fresh pages in place.
+#include "posix/mapping.h"
+
 #include <windows.h>
 
 #include <algorithm>
@@ -14,10 +16,12 @@
 #include "posix/descriptors.h"
 #include "posix/shims.h"
 #include "support/darwin_errno.h"
-#include "support/locks.h"
 #include "support/sysv.h"
 
 namespace vlm {
+
+constinit StandstillLock mapping_lock;
+
 namespace {
 
 // <sys/mman.h> of macOS.
@@ -30,27 +34,62 @@ void* const map_failed = reinterpret_cast<void*>(~std::uintptr_t{0});
 
 constexpr std::uintptr_t page_size = 4096;
 
+struct Mapping;
+struct MappingDeleter {
+  void operator()(Mapping* mapping) const noexcept;
+};
+using UniqueMapping = std::unique_ptr<Mapping, MappingDeleter>;
+
 struct Mapping {
   std::uintptr_t address = 0;
   std::uint64_t length = 0;
   UniqueHandle section;  // of a file mapping
-  std::unique_ptr<Mapping> next;
+  UniqueMapping next;
 
   bool contains(std::uintptr_t where) const { return where - address < length; }
 };
 
-constinit SrwLock mapping_lock;  // held across every call of this file
+// All guarded by mapping_lock.
+
 /// Never destroyed: when the process ends, threads of the game still use what it maps.
-[[clang::no_destroy]] constinit std::unique_ptr<Mapping> newest;
+[[clang::no_destroy]] constinit UniqueMapping newest;
+
+/// Room for records. It does not come from the heap: a collector maps memory while others stand still, and one of them
+/// may hold the heap's lock.
+union FreeRecord {
+  FreeRecord* next;
+  alignas(Mapping) std::byte room[sizeof(Mapping)];
+};
+constinit FreeRecord* free_records = nullptr;
+
+void add_free_record(void* place) { free_records = new (place) FreeRecord{.next = free_records}; }
+
+void MappingDeleter::operator()(Mapping* mapping) const noexcept {
+  mapping->~Mapping();
+  add_free_record(mapping);
+}
+
+/// Null when memory is out.
+UniqueMapping make_mapping() {
+  if (free_records == nullptr) {
+    constexpr std::size_t block = 65536;  // what Windows reserves at least
+    auto* const fresh = static_cast<std::byte*>(VirtualAlloc(nullptr, block, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+    if (fresh == nullptr) return nullptr;
+    for (std::size_t at = 0; at + sizeof(FreeRecord) <= block; at += sizeof(FreeRecord)) add_free_record(fresh + at);
+  }
+  void* const place = free_records;
+  free_records = free_records->next;
+  return UniqueMapping(new (place) Mapping);
+}
 
 /// The place in the list that holds the newest mapping around an address; one that is null when there is none.
-std::unique_ptr<Mapping>& find_mapping(std::uintptr_t address) {
+UniqueMapping& find_mapping(std::uintptr_t address) {
   auto* place = &newest;
   while (*place && !(*place)->contains(address)) place = &(*place)->next;
   return *place;
 }
 
-void add_mapping(std::unique_ptr<Mapping> mapping) {
+void add_mapping(UniqueMapping mapping) {
   mapping->next = std::move(newest);
   newest = std::move(mapping);
 }
@@ -108,7 +147,7 @@ void* fail_to_map(std::int32_t darwin_error) {
   return map_failed;
 }
 
-void* map_file(std::unique_ptr<Mapping> mapping, std::uint64_t length, std::int32_t protection, std::int32_t flags,
+void* map_file(UniqueMapping mapping, std::uint64_t length, std::int32_t protection, std::int32_t flags,
                std::int32_t number, std::int64_t offset) {
   const Descriptor descriptor = find_descriptor(number);
   if (!descriptor) return map_failed;
@@ -134,7 +173,9 @@ void* map_file(std::unique_ptr<Mapping> mapping, std::uint64_t length, std::int3
     if (view == nullptr) error = GetLastError();
   }
   if (view == nullptr) {
-    log_message(0, "[mm] file mmap fd=%d len=%zu failed (%lu)", number, static_cast<std::size_t>(length), error);
+    static constinit MessageLimit limit;
+    if (limit.take())
+      log_message(0, "[mm] file mmap fd=%d len=%zu failed (%lu)", number, static_cast<std::size_t>(length), error);
     return fail_to_map(DARWIN_ENOMEM);
   }
   mapping->address = reinterpret_cast<std::uintptr_t>(view);
@@ -145,9 +186,9 @@ void* map_file(std::unique_ptr<Mapping> mapping, std::uint64_t length, std::int3
 SYSV void* mmap_(void* wanted, std::uint64_t length, std::int32_t protection, std::int32_t flags, std::int32_t number,
                  std::int64_t offset) {
   if (length == 0 || offset < 0) return fail_to_map(DARWIN_EINVAL);
-  std::unique_ptr<Mapping> mapping(new (std::nothrow) Mapping);
-  if (!mapping) return fail_to_map(DARWIN_ENOMEM);
   const std::lock_guard hold(mapping_lock);
+  UniqueMapping mapping = make_mapping();
+  if (!mapping) return fail_to_map(DARWIN_ENOMEM);
   if (!(flags & map_anonymous)) return map_file(std::move(mapping), length, protection, flags, number, offset);
 
   const DWORD pages = host_protection(protection);

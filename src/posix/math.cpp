@@ -43,6 +43,12 @@ SYSV T binary(T x, T y) {
   return function(x, y);
 }
 
+/// Under Wine 8 the host's answers 1 + x to -10,000, say.
+SYSV double exp_(double x) {
+  constexpr double underflows_below = -746;
+  return x < underflows_below ? 0 : __imp_exp(x);
+}
+
 /// Whatever y is, and whatever x is: C defines these as 1, NaN included, where a host may answer NaN.
 template <class T>
 bool power_is_one(T x, T y) {
@@ -94,7 +100,7 @@ const ShimEntry math_rows[] = {
     {"_sinf", shim(imported<float, __imp_sinf>)},
     {"_tan", shim(imported<double, __imp_tan>)},
     {"_tanf", shim(imported<float, __imp_tanf>)},
-    {"_exp", shim(imported<double, __imp_exp>)},
+    {"_exp", shim(exp_)},
     {"_expf", shim(imported<float, __imp_expf>)},
     {"_exp2f", shim(unary<float, ::exp2f>)},
     {"___exp10f", shim(exp10f_)},

@@ -42,17 +42,17 @@ Number read_number(const char* text, std::uint32_t base) {
   return number;
 }
 
-/// False, with Darwin's error number, for a base that there is not.
-bool base_exists(std::int32_t base) {
-  if (base == 0 || (base >= 2 && base <= 36)) return true;
-  shim_errno = DARWIN_EINVAL;
-  return false;
+/// What both conversions have in common. A text without a number is an error on macOS, as is a base that there is not.
+Number convert(const char* text, const char** end, std::int32_t base) {
+  Number number = {text, 0, false, false};
+  if (base == 0 || (base >= 2 && base <= 36)) number = read_number(text, static_cast<std::uint32_t>(base));
+  if (number.end == text) shim_errno = DARWIN_EINVAL;
+  if (end != nullptr) *end = number.end;
+  return number;
 }
 
 SYSV std::int64_t strtol_(const char* text, const char** end, std::int32_t base) {
-  Number number = {text, 0, false, false};
-  if (base_exists(base)) number = read_number(text, static_cast<std::uint32_t>(base));
-  if (end != nullptr) *end = number.end;
+  Number number = convert(text, end, base);
   constexpr std::uint64_t largest = std::numeric_limits<std::int64_t>::max();
   if (number.too_large || number.magnitude > largest + number.negative) {
     shim_errno = DARWIN_ERANGE;
@@ -63,9 +63,7 @@ SYSV std::int64_t strtol_(const char* text, const char** end, std::int32_t base)
 
 /// A sign negates in unsigned arithmetic: "-1" is the largest value, without an error.
 SYSV std::uint64_t strtoul_(const char* text, const char** end, std::int32_t base) {
-  Number number = {text, 0, false, false};
-  if (base_exists(base)) number = read_number(text, static_cast<std::uint32_t>(base));
-  if (end != nullptr) *end = number.end;
+  const Number number = convert(text, end, base);
   if (number.too_large) {
     shim_errno = DARWIN_ERANGE;
     return std::numeric_limits<std::uint64_t>::max();

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
@@ -58,7 +57,7 @@ SYSV std::int32_t atexit_(SYSV void (*function)(void*)) {
 
 SYSV void exit_(std::int32_t code) {
   while (const auto handler = take_exit_handler()) handler->function(handler->argument);
-  std::fflush(nullptr);
+  flush_streams();
   ExitProcess(static_cast<UINT>(code));
 }
 

@@ -1,8 +1,8 @@
 #include "posix/streams.h"
 
+#include <windows.h>
 #include <fcntl.h>
 #include <io.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,6 +14,7 @@
 #include "posix/error_numbers.h"
 #include "posix/host_path.h"
 #include "posix/shims.h"
+#include "support/handles.h"
 #include "support/sysv.h"
 
 namespace vlm {
@@ -32,16 +33,31 @@ Result with_host_errno(Result result, bool failed) {
   return result;
 }
 
-/// Mode "x", which not every host runtime knows: the file must not exist.
-std::FILE* create_stream(const wchar_t* path, const wchar_t* mode, bool updates) {
-  const int number =
-      _wopen(path, _O_CREAT | _O_EXCL | _O_BINARY | (updates ? _O_RDWR : _O_WRONLY), _S_IREAD | _S_IWRITE);
-  if (number < 0) return nullptr;
-  std::FILE* const stream = _wfdopen(number, mode);
-  if (stream == nullptr) _close(number);
-  return stream;
+/// How the host opens a file for a stream: as fopen's modes say.
+struct StreamMode {
+  DWORD access, disposition;
+  int flags;  // of the C runtime's descriptor
+  wchar_t text[4];
+};
+
+/// Of the further letters only '+' and 'x' mean the same to the host; its text mode ('t') must not be reached.
+StreamMode stream_mode(const char* mode) {
+  const std::size_t length = strnlen(mode, longest_mode);
+  const auto has = [&](char letter) { return std::memchr(mode, letter, length) != nullptr; };
+  const bool updates = has('+');
+  StreamMode result{0, 0, _O_BINARY, {static_cast<wchar_t>(*mode), L'b', updates ? L'+' : L'\0', L'\0'}};
+  result.access = updates ? GENERIC_READ | GENERIC_WRITE : *mode == 'r' ? GENERIC_READ : GENERIC_WRITE;
+  result.disposition = *mode == 'r'   ? OPEN_EXISTING
+                       : *mode == 'a' ? OPEN_ALWAYS
+                       : has('x')     ? CREATE_NEW
+                                      : CREATE_ALWAYS;
+  if (*mode == 'r' && !updates) result.flags |= _O_RDONLY;
+  if (*mode == 'a') result.flags |= _O_APPEND;
+  return result;
 }
 
+/// A stream shares deletion, as descriptors do, which the host's own opening does not: a game replaces a file that it
+/// reads.
 SYSV std::FILE* fopen_(const char* game_path, const char* mode) {
   const HostPath path(game_path);
   if (!path) return nullptr;
@@ -49,13 +65,21 @@ SYSV std::FILE* fopen_(const char* game_path, const char* mode) {
     shim_errno = DARWIN_EINVAL;
     return nullptr;
   }
-  // Of the further letters only '+' means the same to the host; its text mode ('t') must not be reached.
-  const std::size_t mode_length = strnlen(mode, longest_mode);
-  const bool updates = std::memchr(mode, '+', mode_length) != nullptr;
-  const bool is_new = *mode == 'w' && std::memchr(mode, 'x', mode_length) != nullptr;
-  const wchar_t host_mode[] = {static_cast<wchar_t>(*mode), L'b', updates ? L'+' : L'\0', L'\0'};
-  std::FILE* const stream = is_new ? create_stream(path.c_str(), host_mode, updates) : _wfopen(path.c_str(), host_mode);
-  return with_host_errno(stream, stream == nullptr);
+  const StreamMode how = stream_mode(mode);
+  UniqueHandle handle =
+      own_handle(CreateFileW(path.c_str(), how.access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                             how.disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!handle) {
+    fail_from_win32();
+    return nullptr;
+  }
+  const int number = _open_osfhandle(reinterpret_cast<std::intptr_t>(handle.get()), how.flags);
+  if (number < 0) return with_host_errno<std::FILE*>(nullptr, true);
+  handle.release();  // the number's
+  std::FILE* const stream = _wfdopen(number, how.text);
+  with_host_errno(stream, stream == nullptr);
+  if (stream == nullptr) _close(number);
+  return stream;
 }
 
 SYSV std::int32_t fclose_(std::FILE* stream) {

@@ -4,11 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 
 #include "posix/shims.h"
 #include "posix/time.h"
 #include "support/darwin_errno.h"
 #include "support/sysv.h"
+#include "support/text.h"
 
 namespace vlm {
 namespace {
@@ -126,17 +128,23 @@ struct SystemName {
 };
 static_assert(sizeof(SystemName) == 1280);
 
+/// The host's name in UTF-8. False, with nothing written, when it is not known or does not fit.
+bool host_name(char* buffer, std::uint64_t capacity) {
+  wchar_t wide[256];
+  DWORD size = std::size(wide);
+  const auto name = GetComputerNameW(wide, &size) ? utf8_from_utf16(wide) : nullptr;
+  if (!name || std::strlen(name.get()) >= capacity) return false;
+  std::strcpy(buffer, name.get());
+  return true;
+}
+
 SYSV std::int32_t uname_(SystemName* result) {
   *result = {"Darwin", "", "21.6.0", "Darwin Kernel Version 21.6.0", "x86_64"};
-  DWORD size = sizeof result->nodename;
-  if (!GetComputerNameA(result->nodename, &size)) result->nodename[0] = '\0';
+  host_name(result->nodename, sizeof result->nodename);
   return 0;
 }
 
-SYSV std::int32_t gethostname_(char* buffer, std::uint64_t length) {
-  DWORD size = length > MAXDWORD ? MAXDWORD : static_cast<DWORD>(length);
-  return GetComputerNameA(buffer, &size) ? 0 : -1;
-}
+SYSV std::int32_t gethostname_(char* buffer, std::uint64_t length) { return host_name(buffer, length) ? 0 : -1; }
 
 /// `struct rlimit`, <sys/resource.h>.
 struct ResourceLimit {

@@ -4,19 +4,20 @@
 // by key: the same memory that patched game code reaches through gs, so inlined and called accesses agree.
 #include <windows.h>
 
+#include <atomic>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <mutex>
+#include <memory>
+#include <new>
 
+#include "diag/log.h"
 #include "posix/shims.h"
 #include "support/darwin_errno.h"
-#include "support/handles.h"
-#include "support/locks.h"
 #include "support/procedures.h"
 #include "support/sysv.h"
 #include "support/text.h"
 #include "tls/game_tls.h"
+#include "tls/x87.h"
 
 namespace vlm {
 namespace {
@@ -32,18 +33,18 @@ using KeyDestructor = SYSV void (*)(void*);
 constexpr std::uint64_t key_count = thread_storage_slots;
 constexpr int destructor_passes = 4;
 
+/// Without a lock, so that a collector may make a key while others stand still. A thread's values are touched by that
+/// thread alone.
 struct Key {
-  std::uint32_t in_use;
-  KeyDestructor destructor;
+  std::atomic<bool> in_use;
+  std::atomic<KeyDestructor> destructor;
 };
-SrwLock key_lock;     // taken by key creation only; a thread's values are touched by that thread alone
 Key keys[key_count];  // key 0 is never handed out
 
 SYSV std::int32_t pthread_key_create_(std::uint64_t* key, KeyDestructor destructor) {
-  const std::lock_guard guard(key_lock);
   for (std::uint64_t i = 1; i < key_count; ++i) {
-    if (keys[i].in_use) continue;
-    keys[i] = {1, destructor};
+    if (keys[i].in_use.exchange(true)) continue;
+    keys[i].destructor = destructor;
     *key = i;
     return 0;
   }
@@ -51,7 +52,7 @@ SYSV std::int32_t pthread_key_create_(std::uint64_t* key, KeyDestructor destruct
 }
 
 SYSV std::int32_t pthread_key_delete_(std::uint64_t key) {
-  if (key < key_count) keys[key].in_use = 0;
+  if (key < key_count) keys[key].in_use = false;
   return 0;
 }
 
@@ -95,9 +96,11 @@ void destroy_values(ThreadRecord* record) {
     bool called = false;
     for (std::uint64_t i = 0; i < key_count; ++i) {
       void* const value = record->storage[i];
-      if (!keys[i].in_use || keys[i].destructor == nullptr || value == nullptr) continue;
+      if (value == nullptr || !keys[i].in_use) continue;
+      const KeyDestructor destructor = keys[i].destructor;
+      if (destructor == nullptr) continue;
       record->storage[i] = nullptr;
-      keys[i].destructor(value);
+      destructor(value);
       called = true;
     }
     if (!called) return;
@@ -106,48 +109,42 @@ void destroy_values(ThreadRecord* record) {
 
 // ---- Threads --------------------------------------------------------------------------------------------------------
 
-/// On the creator's stack; the creator waits until the new thread has read it.
 struct StartBlock {
-  ThreadRecord* record;
   StartRoutine start;
   void* argument;
-  HANDLE ready;
 };
 
 DWORD WINAPI thread_procedure(void* parameter) {
   const StartBlock block = *static_cast<StartBlock*>(parameter);
-  game_tls_set(block.record);  // in place of the record that the attach callback made
-  set_stack_limits(block.record, current_teb());
-  SetEvent(block.ready);
-  block.record->exit_value = block.start(block.argument);
-  destroy_values(block.record);
+  delete static_cast<StartBlock*>(parameter);
+  const std::uint16_t windows_word = x87_control_word();
+  set_x87_control_word(macos_x87_control_word);
+  block.start(block.argument);
+  destroy_values(register_current_thread());
+  set_x87_control_word(windows_word);  // for what else hears of the thread's end
   return 0;
 }
 
+/// One line in the log, however often a game tries.
 std::int32_t creation_failed() {
+  static constinit std::atomic<bool> told = false;
+  if (!told.exchange(true)) {
+    log_message(0, "[thread] no thread can be made (win32 %lu); at most %u are alive at once", GetLastError(),
+                max_threads);
+  }
   shim_errno = DARWIN_EAGAIN;
   return DARWIN_EAGAIN;
 }
 
+/// The id stands where the caller wants it before the thread runs.
 SYSV std::int32_t pthread_create_(ThreadRecord** thread, const void*, StartRoutine start, void* argument) {
-  ThreadRecord* record = make_thread_record();
+  std::unique_ptr<StartBlock> block(new (std::nothrow) StartBlock{start, argument});
+  if (!block) return creation_failed();
+  ThreadRecord* const record = make_suspended_thread(game_stack_size, thread_procedure, block.get());
   if (record == nullptr) return creation_failed();
-  if (!register_thread_record(record)) {
-    std::free(record);  // nobody has seen it
-    return creation_failed();
-  }
-  const UniqueHandle ready(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-  if (!ready) return creation_failed();
-  StartBlock block{record, start, argument, ready.get()};
-  // Suspended until its record is whole: whoever learns its port may use the handle.
-  DWORD thread_id = 0;
-  const HANDLE handle = CreateThread(nullptr, game_stack_size, thread_procedure, &block, CREATE_SUSPENDED, &thread_id);
-  if (handle == nullptr) return creation_failed();
-  record->handle = handle;
-  record->thread_id = thread_id;
-  ResumeThread(handle);
-  WaitForSingleObject(ready.get(), INFINITE);
+  block.release();
   *thread = record;
+  ResumeThread(record->handle);
   return 0;
 }
 

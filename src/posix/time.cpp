@@ -65,9 +65,12 @@ SYSV std::int64_t time_(std::int64_t* result) {
   return now;
 }
 
-/// The zone is a relic that macOS leaves alone, too.
+/// The zone is a relic that macOS leaves alone, too; so is what lies behind the microseconds.
 SYSV std::int32_t gettimeofday_(DarwinTimeval* result, void* zone) {
-  if (result != nullptr) *result = timeval_of_ticks(file_time_now() - file_time_of_1970);
+  if (result == nullptr) return 0;
+  const DarwinTimeval now = timeval_of_ticks(file_time_now() - file_time_of_1970);
+  result->tv_sec = now.tv_sec;
+  result->tv_usec = now.tv_usec;
   return 0;
 }
 
@@ -79,16 +82,17 @@ SYSV std::uint64_t clock_() {
 
 SYSV std::int32_t nanosleep_(const DarwinTimespec* request, DarwinTimespec* remainder) {
   if (request->tv_sec < 0 || request->tv_nsec < 0 || request->tv_nsec >= 1'000'000'000) return fail(DARWIN_EINVAL);
-  // Ends in some hundred million years at the latest, which keeps the product in range.
-  const auto seconds = std::min(static_cast<std::uint64_t>(request->tv_sec), std::uint64_t{1} << 53);
-  std::uint64_t milliseconds = seconds * 1000 + static_cast<std::uint64_t>(request->tv_nsec) / 1'000'000;
-  if (milliseconds == 0 && request->tv_nsec != 0) {
-    SwitchToThread();
-  } else {
-    constexpr std::uint64_t longest = INFINITE - 1;  // what one call of the system can sleep
-    for (; milliseconds > longest; milliseconds -= longest) Sleep(longest);
-    Sleep(static_cast<DWORD>(milliseconds));
-  }
+  // Ends in some hundred years at the latest, which keeps the sum in range.
+  const auto seconds = std::min(static_cast<std::uint64_t>(request->tv_sec), std::uint64_t{1} << 33);
+  const std::uint64_t length = seconds * 1'000'000'000 + static_cast<std::uint64_t>(request->tv_nsec);
+  wait_until(monotonic_nanoseconds() + length, [length](DWORD milliseconds) {
+    if (milliseconds > 0 || length == 0) {
+      Sleep(milliseconds);
+    } else {
+      SwitchToThread();  // a sleep would be too long
+    }
+    return false;
+  });
   if (remainder != nullptr) *remainder = {};  // nothing interrupts a sleep
   return 0;
 }

@@ -1,6 +1,7 @@
 // macOS's records of time, and the calendar behind them.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -68,6 +69,19 @@ void set_up_time_base();
 
 /// Nanoseconds since the machine started: what mach_absolute_time, monotonic clocks and dispatch count in.
 std::uint64_t monotonic_nanoseconds();
+
+/// Calls `wait` with whole milliseconds, 0 for less than one, until it is true or the moment of monotonic_nanoseconds()
+/// has come; at least once. The host's waits may end a tick early, and none is longer than 49 days.
+template <class Wait>
+bool wait_until(std::uint64_t moment, Wait wait) {
+  constexpr std::uint64_t longest = 0xFFFF'FFFE;  // one more is INFINITE
+  for (;;) {
+    const std::uint64_t now = monotonic_nanoseconds();
+    const std::uint64_t left = moment > now ? moment - now : 0;
+    if (wait(static_cast<std::uint32_t>(std::min(left / 1'000'000, longest)))) return true;
+    if (left == 0) return false;
+  }
+}
 
 /// Rounds down, whatever the sign; calendars need it. `by` is above 0.
 constexpr std::int64_t floor_divide(std::int64_t value, std::int64_t by) { return value / by - (value % by < 0); }

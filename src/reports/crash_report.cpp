@@ -12,13 +12,13 @@
 #include <iterator>
 
 #include "diag/log.h"
+#include "reports/crash_dump.h"
 #include "reports/memory.h"
 #include "reports/recovery.h"
 #include "reports/stack_report.h"
 #include "reports/symbolize.h"
 #include "reports/trace_log.h"
-#include "support/handles.h"
-#include "support/locks.h"
+#include "tls/thread_record.h"
 
 namespace vlm {
 namespace {
@@ -28,8 +28,9 @@ using Wide = unsigned long long;  // what %llx prints
 constexpr int max_reports = 8;
 constexpr std::uint64_t scanned_stack = 4096;  // bytes above rsp
 constexpr int max_stack_lines = 32;
-constexpr DWORD reporter_stack = 64 * 1024;
+constexpr DWORD reporter_stack = 1024 * 1024;  // reserved; the system's dump writer needs some
 constexpr DWORD reporter_patience_ms = 5000;
+constexpr DWORD dump_patience_ms = 60'000;
 
 struct Crash {
   const EXCEPTION_RECORD* record;
@@ -61,7 +62,7 @@ void write_stack_lines(const Crash& crash) {
     if (!is_code(word) || !symbolize_address(word, name)) continue;
     char line[640];
     std::snprintf(line, sizeof line, "  stack rsp+0x%03llx %s", Wide{offset}, name);
-    log_line(line);
+    log_line(line, crash.thread);
     ++lines;
   }
 }
@@ -73,7 +74,7 @@ void write_report(const Crash& crash) {
   if (!symbolize_address(context.Rip, name)) std::strcpy(name, "unknown code");
   char line[1024];
   std::snprintf(line, sizeof line, "EXCEPTION 0x%08lx at 0x%llx %s", record.ExceptionCode, Wide{context.Rip}, name);
-  log_line(line);
+  log_line(line, crash.thread);
   if (record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION && record.NumberParameters >= 2) {
     const ULONG_PTR kind = record.ExceptionInformation[0];
     std::snprintf(line, sizeof line, "  %s address 0x%llx",
@@ -81,14 +82,14 @@ void write_report(const Crash& crash) {
                   : kind == 1 ? "write"
                               : "execute",
                   Wide{record.ExceptionInformation[1]});
-    log_line(line);
+    log_line(line, crash.thread);
   }
   std::snprintf(line, sizeof line, "  rax=%llx rbx=%llx rcx=%llx rdx=%llx rsi=%llx rdi=%llx rbp=%llx rsp=%llx",
                 context.Rax, context.Rbx, context.Rcx, context.Rdx, context.Rsi, context.Rdi, context.Rbp, context.Rsp);
-  log_line(line);
+  log_line(line, crash.thread);
   std::snprintf(line, sizeof line, "  r8=%llx r9=%llx r10=%llx r11=%llx r12=%llx r13=%llx r14=%llx r15=%llx",
                 context.R8, context.R9, context.R10, context.R11, context.R12, context.R13, context.R14, context.R15);
-  log_line(line);
+  log_line(line, crash.thread);
   log_stack(context, crash.thread, crash.stack_base);
   write_stack_lines(crash);
   log_last_calls(crash.thread);
@@ -98,43 +99,49 @@ void write_report(const Crash& crash) {
 // ---- A thread that has used up its stack ----------------------------------------------------------------------------
 
 /// The thread that reports for others. It exists beforehand: a thread without stack cannot make one. One crash at a
-/// time; a second stack overflow meanwhile waits its turn.
+/// time; a second stack overflow meanwhile waits for its turn, but not for ever.
 struct {
+  HANDLE turn = nullptr;     // automatic: signalled while nobody has the turn
   HANDLE crashed = nullptr;  // automatic: what follows describes a crash
   HANDLE written = nullptr;  // automatic: the report is written
-  SrwLock turn;
   // Copies: the crashed thread may be gone before the report is written.
   EXCEPTION_RECORD record;
   CONTEXT context;
   std::uint64_t stack_base;
   DWORD thread;
+  bool writes_report;  // else a dump only
 } reporter;
 
 DWORD WINAPI report_for_others(void*) {
   for (;;) {
     WaitForSingleObject(reporter.crashed, INFINITE);
-    write_report({&reporter.record, &reporter.context, reporter.stack_base, reporter.thread});
+    if (reporter.writes_report) {
+      write_report({&reporter.record, &reporter.context, reporter.stack_base, reporter.thread});
+    }
+    if (wants_crash_dump()) write_crash_dump(reporter.thread, reporter.record, reporter.context);
     SetEvent(reporter.written);
   }
 }
 
 void start_reporter() {
+  reporter.turn = CreateEventW(nullptr, FALSE, TRUE, nullptr);
   reporter.crashed = CreateEventW(nullptr, FALSE, FALSE, nullptr);
   reporter.written = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-  UniqueHandle(
-      CreateThread(nullptr, reporter_stack, report_for_others, nullptr, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr));
+  start_own_thread(report_for_others, nullptr, reporter_stack);
 }
 
 /// Waits for a while only: the crashed thread may hold a lock that the reporter needs.
-void report_by_another_thread(const Crash& crash) {
-  reporter.turn.lock();
+void report_by_another_thread(const Crash& crash, bool writes_report) {
+  if (WaitForSingleObject(reporter.turn, reporter_patience_ms) != WAIT_OBJECT_0) return;
   reporter.record = *crash.record;
   reporter.context = *crash.context;
   reporter.stack_base = crash.stack_base;
   reporter.thread = crash.thread;
+  reporter.writes_report = writes_report;
   SetEvent(reporter.crashed);
-  const bool written = WaitForSingleObject(reporter.written, reporter_patience_ms) == WAIT_OBJECT_0;
-  if (written) reporter.turn.unlock();  // else the reporter is still at it, and has had its last turn
+  const DWORD patience = wants_crash_dump() ? dump_patience_ms : reporter_patience_ms;
+  const bool written = WaitForSingleObject(reporter.written, patience) == WAIT_OBJECT_0;
+  if (written) SetEvent(reporter.turn);  // else the reporter is still at it, and has had its last turn
 }
 
 // ---- The handler ----------------------------------------------------------------------------------------------------
@@ -161,9 +168,10 @@ LONG CALLBACK crash_handler(EXCEPTION_POINTERS* exception) {
                     reinterpret_cast<std::uint64_t>(reinterpret_cast<const NT_TIB*>(NtCurrentTeb())->StackBase),
                     thread};
   if (code == EXCEPTION_STACK_OVERFLOW) {
-    report_by_another_thread(crash);
+    report_by_another_thread(crash, true);
   } else {
     write_report(crash);
+    if (wants_crash_dump()) report_by_another_thread(crash, false);
   }
   reporting_threads[report] = 0;
   return EXCEPTION_CONTINUE_SEARCH;
@@ -180,6 +188,7 @@ void report_fatal_end() {
 
 void install_crash_handler() {
   set_fatal_end_reporter(report_fatal_end);
+  set_up_crash_dump();
   start_reporter();
   AddVectoredExceptionHandler(0, crash_handler);
 }

@@ -126,20 +126,20 @@ class ReportedStack {
   bool is_first_ = true;
 };
 
-void log_frame(std::size_t number, std::uint64_t rip, bool is_return_address) {
+void log_frame(std::size_t number, std::uint64_t rip, bool is_return_address, DWORD thread) {
   char name[symbol_text_size] = "unknown code";
   try_in_report([&] { is_return_address ? symbolize_return_address(rip, name) : symbolize_address(rip, name); });
   char line[640];
   std::snprintf(line, sizeof line, "  frame %zu %s", number, name);
-  log_line(line);
+  log_line(line, thread);
 }
 
 /// Names the frame where the walk is and all behind it.
-void log_frames(ReportedStack& stack) {
+void log_frames(ReportedStack& stack, DWORD thread) {
   std::array<std::uint64_t, last_frames> last{};
   std::size_t count = 0;
   do {
-    if (count < first_frames) log_frame(count, stack.rip(), !stack.is_first());
+    if (count < first_frames) log_frame(count, stack.rip(), !stack.is_first(), thread);
     last[count % last_frames] = stack.rip();
     ++count;
   } while (count < max_frames && stack.step());
@@ -147,9 +147,9 @@ void log_frames(ReportedStack& stack) {
   if (from > first_frames && count > first_frames) {
     char line[64];
     std::snprintf(line, sizeof line, "  ... %zu more frames ...", from - first_frames);
-    log_line(line);
+    log_line(line, thread);
   }
-  for (std::size_t number = from; number < count; ++number) log_frame(number, last[number % last_frames], true);
+  for (std::size_t number = from; number < count; ++number) log_frame(number, last[number % last_frames], true, thread);
 }
 
 /// "thread 1234 "Finalizer"", as Windows knows the name.
@@ -170,7 +170,7 @@ void log_thread(DWORD thread) {
   char line[256];
   std::snprintf(line, sizeof line, name[0] != '\0' ? "  stack of thread %lu \"%s\":" : "  stack of thread %lu:", thread,
                 name);
-  log_line(line);
+  log_line(line, thread);
 }
 
 }  // namespace
@@ -178,7 +178,7 @@ void log_thread(DWORD thread) {
 void log_stack(const CONTEXT& context, DWORD thread, std::uint64_t stack_base) {
   log_thread(thread);
   ReportedStack stack(context, end_of_stack(context.Rsp, stack_base));
-  log_frames(stack);
+  log_frames(stack, thread);
 }
 
 void log_game_callers() {
@@ -194,7 +194,7 @@ void log_game_callers() {
   log_thread(GetCurrentThreadId());
   ReportedStack stack(context, end);
   while (before-- > 1) stack.step();
-  log_frames(stack);
+  log_frames(stack, GetCurrentThreadId());
 }
 
 }  // namespace vlm

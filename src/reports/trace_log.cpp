@@ -11,8 +11,8 @@
 #include "diag/log.h"
 #include "reports/symbolize.h"
 #include "reports/trace_ring.h"
-#include "support/handles.h"
 #include "support/locks.h"
+#include "tls/thread_record.h"
 
 namespace vlm {
 namespace {
@@ -176,7 +176,7 @@ bool start_trace_log(const std::wstring& path) {
   QueryPerformanceFrequency(&per_second);
   frequency = per_second.QuadPart;
   zero = now.QuadPart - static_cast<std::int64_t>(log_milliseconds()) * frequency / 1000;
-  UniqueHandle(CreateThread(nullptr, 0, write_continually, nullptr, 0, nullptr));
+  start_own_thread(write_continually, nullptr);
   std::atexit(write_rest);
   return true;
 }
@@ -196,7 +196,7 @@ void log_last_calls(DWORD thread) {
   for (const TraceRing* ring = first_trace_ring(); ring != nullptr; ring = ring->next) {
     const std::uint64_t end = ring->recorded();
     if (end == 0 || !ring->copy(end - 1, call) || call.thread != thread) continue;
-    log_line("  last traced calls of this thread:");
+    log_line("  last traced calls of this thread:", thread);
     for (std::uint64_t number = end - std::min(end, calls_in_report); number < end; ++number) {
       if (!ring->copy(number, call) || call.thread != thread) continue;
       Line line;
@@ -204,7 +204,7 @@ void log_last_calls(DWORD thread) {
       add_time(line, call.time);
       line.add(" ");
       add_call(line, call);
-      log_line(line.text());
+      log_line(line.text(), thread);
     }
     return;
   }

@@ -16,47 +16,95 @@ namespace {
 bool has_avx2() { return __builtin_cpu_supports("avx2"); }
 
 // ---- Copying --------------------------------------------------------------------------------------------------------
+//
+// A collector may stop a thread in the middle of a move and look for references; it sees memory and the general
+// registers. So a word is never in a vector register alone: where the places overlap, stores come in the order of the
+// move, each a single instruction, and nothing is overwritten before it has been stored where it goes to.
 
-/// Copies `size` bytes, from one to two times those of Part, as its first and its last ones; both are read before
-/// anything is written, so the places may overlap.
+/// So many bytes in a vector register.
+template <std::size_t Bytes>
+using Vector = unsigned char __attribute__((vector_size(Bytes)));
+
+/// Whether the first bytes go first, or the last ones: those that are overwritten first.
+enum class Order { up, down };
+
+Order order_of_move(const std::byte* to, const std::byte* from, std::uint64_t size) {
+  return static_cast<std::uint64_t>(to - from) < size ? Order::down : Order::up;
+}
+
+/// Bytes in several vector registers.
+template <std::size_t Bytes, std::size_t Count>
+struct Group {
+  static constexpr std::size_t size = Bytes * Count;
+
+  [[gnu::always_inline]] void load(const std::byte* from) {
+#pragma clang loop unroll(full)
+    for (std::size_t i = 0; i < Count; ++i) std::memcpy(&parts[i], from + i * Bytes, Bytes);
+  }
+
+  template <Order order>
+  [[gnu::always_inline]] void store(std::byte* to) const {
+#pragma clang loop unroll(full)
+    for (std::size_t i = 0; i < Count; ++i) {
+      const std::size_t part = order == Order::up ? i : Count - 1 - i;
+      std::memcpy(to + part * Bytes, &parts[part], Bytes);
+      asm volatile("" ::: "memory");  // the compiler keeps the order
+    }
+  }
+
+  Vector<Bytes> parts[Count];
+};
+
+/// Copies `size` bytes, from one to two times those of Part, as its first and its last ones.
 template <class Part>
-[[gnu::always_inline]] inline void copy_ends(std::byte* to, const std::byte* from, std::uint64_t size) {
-  Part first, last;
+[[gnu::always_inline]] inline void copy_words(std::byte* to, const std::byte* from, std::uint64_t size) {
+  Part first, last;  // general registers: their order is nobody's concern
   std::memcpy(&first, from, sizeof(Part));
   std::memcpy(&last, from + size - sizeof(Part), sizeof(Part));
   std::memcpy(to, &first, sizeof(Part));
   std::memcpy(to + size - sizeof(Part), &last, sizeof(Part));
 }
 
-/// So many bytes in vector registers; all sixteen are free to use here, two parts of 128 bytes fill them.
-template <std::size_t Bytes>
-using Vector = unsigned char __attribute__((vector_size(Bytes)));
-
-using Chunk = Vector<128>;
-
-[[gnu::always_inline]] inline void copy_chunk(std::byte* to, const std::byte* from) {
-  Chunk chunk;
-  std::memcpy(&chunk, from, sizeof chunk);
-  std::memcpy(to, &chunk, sizeof chunk);
+template <Order order, class Part>
+[[gnu::always_inline]] inline void copy_ends(std::byte* to, const std::byte* from, std::uint64_t size) {
+  Part first, last;
+  first.load(from);
+  last.load(from + size - Part::size);
+  if constexpr (order == Order::up) first.template store<order>(to);
+  last.template store<order>(to + size - Part::size);
+  if constexpr (order == Order::down) first.template store<order>(to);
 }
 
-/// More than two chunks. The first and the last are read before anything is written, and written after all others;
-/// those between lie aligned where they go to.
+/// More than two chunks. All but the ends lie aligned where they go to; the chunk beside the first end, which overlaps
+/// it, is read before that end is written.
+template <Order order, class Chunk, std::size_t Bytes>
 [[gnu::always_inline]] inline void copy_chunks(std::byte* to, const std::byte* from, std::uint64_t size) {
-  const std::uint64_t behind = size - sizeof(Chunk);
-  const std::uint64_t start = -reinterpret_cast<std::uintptr_t>(to) % 32;
-  Chunk first, last;
-  std::memcpy(&first, from, sizeof first);
-  std::memcpy(&last, from + behind, sizeof last);
-  if (static_cast<std::uint64_t>(to - from) >= size) {  // going up, nothing is written that is still to be read
-    for (std::uint64_t at = start; at < behind; at += sizeof(Chunk)) copy_chunk(to + at, from + at);
-  } else {
-    for (std::uint64_t left = (behind - start + sizeof(Chunk) - 1) / sizeof(Chunk); left-- > 0;) {
-      copy_chunk(to + start + left * sizeof(Chunk), from + start + left * sizeof(Chunk));
+  const std::uint64_t behind = size - Chunk::size;
+  Chunk low, high, next;
+  low.load(from);
+  high.load(from + behind);
+  if constexpr (order == Order::up) {
+    std::uint64_t at = Chunk::size - reinterpret_cast<std::uintptr_t>(to) % Bytes;
+    next.load(from + at);
+    low.template store<order>(to);
+    next.template store<order>(to + at);
+    for (at += Chunk::size; at < behind; at += Chunk::size) {
+      next.load(from + at);
+      next.template store<order>(to + at);
     }
+    high.template store<order>(to + behind);
+  } else {
+    std::uint64_t at = behind - Chunk::size + -reinterpret_cast<std::uintptr_t>(to + behind) % Bytes;
+    next.load(from + at);
+    high.template store<order>(to + behind);
+    next.template store<order>(to + at);
+    while (at > Chunk::size) {
+      at -= Chunk::size;
+      next.load(from + at);
+      next.template store<order>(to + at);
+    }
+    low.template store<order>(to);
   }
-  std::memcpy(to, &first, sizeof first);
-  std::memcpy(to + behind, &last, sizeof last);
 }
 
 /// Apart, so that no other way of a copy needs a frame for the host's convention.
@@ -64,30 +112,38 @@ using Chunk = Vector<128>;
   return std::memmove(to, from, size);
 }
 
-/// More than 32 bytes.
+/// More than 32 bytes, in vectors of so many.
+template <Order order, std::size_t Bytes>
+[[gnu::always_inline]] inline void copy_in_order(std::byte* to, const std::byte* from, std::uint64_t size) {
+  if (size <= 64) {
+    copy_ends<order, Group<Bytes, 32 / Bytes>>(to, from, size);
+  } else if (size <= 128) {
+    copy_ends<order, Group<Bytes, 64 / Bytes>>(to, from, size);
+  } else if (size <= 256) {
+    copy_ends<order, Group<Bytes, 128 / Bytes>>(to, from, size);
+  } else {
+    copy_chunks<order, Group<Bytes, 4>, Bytes>(to, from, size);
+  }
+}
+
+template <std::size_t Bytes>
 [[gnu::always_inline]] inline void* copy_vectors(std::byte* to, const std::byte* from, std::uint64_t size) {
   constexpr std::uint64_t left_to_the_host = 32768;  // where memory sets the pace, the host's way is as good
-  if (size <= 256) [[likely]] {
-    if (size > 128) {
-      copy_ends<Chunk>(to, from, size);
-    } else if (size > 64) {
-      copy_ends<Vector<64>>(to, from, size);
-    } else {
-      copy_ends<Vector<32>>(to, from, size);
-    }
-  } else if (size < left_to_the_host) {
-    copy_chunks(to, from, size);
+  if (order_of_move(to, from, size) == Order::down) {
+    copy_in_order<Order::down, Bytes>(to, from, size);
+  } else if (size < left_to_the_host || static_cast<std::uint64_t>(from - to) < size) {
+    copy_in_order<Order::up, Bytes>(to, from, size);
   } else {
-    return copy_by_host(to, from, size);
+    return copy_by_host(to, from, size);  // nothing is overwritten that is still to be read
   }
   return to;
 }
 
 [[gnu::noinline]] SYSV void* copy_vectors_of_16(void* to, const void* from, std::uint64_t size) {
-  return copy_vectors(static_cast<std::byte*>(to), static_cast<const std::byte*>(from), size);
+  return copy_vectors<16>(static_cast<std::byte*>(to), static_cast<const std::byte*>(from), size);
 }
 [[gnu::noinline, gnu::target("avx2")]] SYSV void* copy_vectors_of_32(void* to, const void* from, std::uint64_t size) {
-  return copy_vectors(static_cast<std::byte*>(to), static_cast<const std::byte*>(from), size);
+  return copy_vectors<32>(static_cast<std::byte*>(to), static_cast<const std::byte*>(from), size);
 }
 
 // ---- Searching ------------------------------------------------------------------------------------------------------
@@ -152,13 +208,17 @@ SYSV void* copy_bytes(void* to_, const void* from_, std::uint64_t size) {
     [[clang::musttail]] return copy_vectors_of_16(to_, from_, size);
   }
   if (size >= 16) {
-    copy_ends<Vector<16>>(to, from, size);
+    if (order_of_move(to, from, size) == Order::up) {
+      copy_ends<Order::up, Group<16, 1>>(to, from, size);
+    } else {
+      copy_ends<Order::down, Group<16, 1>>(to, from, size);
+    }
   } else if (size >= 8) {
-    copy_ends<std::uint64_t>(to, from, size);
+    copy_words<std::uint64_t>(to, from, size);
   } else if (size >= 4) {
-    copy_ends<std::uint32_t>(to, from, size);
+    copy_words<std::uint32_t>(to, from, size);
   } else if (size >= 2) {
-    copy_ends<std::uint16_t>(to, from, size);
+    copy_words<std::uint16_t>(to, from, size);
   } else if (size == 1) {
     *to = *from;
   }

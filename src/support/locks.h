@@ -2,6 +2,9 @@
 #pragma once
 
 #include <windows.h>
+#include <immintrin.h>
+
+#include <atomic>
 
 namespace vlm {
 
@@ -23,6 +26,31 @@ class SrwLock {
 
  private:
   SRWLOCK srw_ = SRWLOCK_INIT;
+};
+
+/// For what may run while game code has stopped other threads (see docs/architecture.md). Those who wait for it stand
+/// in no queue: a thread that is stopped while it waits is nobody's concern. Held for a moment only; not recursive.
+class StandstillLock {
+ public:
+  constexpr StandstillLock() = default;
+  StandstillLock(const StandstillLock&) = delete;
+  StandstillLock& operator=(const StandstillLock&) = delete;
+
+  void lock() {
+    for (unsigned tries = 0; taken_.exchange(true, std::memory_order_acquire); ++tries) {
+      if (tries < 100) {
+        _mm_pause();
+      } else if (tries < 200) {
+        SwitchToThread();
+      } else {
+        Sleep(1);  // the holder may have a lower priority
+      }
+    }
+  }
+  void unlock() { taken_.store(false, std::memory_order_release); }
+
+ private:
+  std::atomic<bool> taken_ = false;
 };
 
 }  // namespace vlm

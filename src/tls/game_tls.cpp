@@ -25,16 +25,6 @@ volatile std::uint64_t* slot_of(std::uint64_t teb) {
   return reinterpret_cast<volatile std::uint64_t*>(teb + game_storage_offset);
 }
 
-/// Gives a thread an expansion array as Windows would on the thread's first use of one; the thread may be doing just
-/// that, and the first array installed stays.
-void install_expansion_array(std::uint64_t teb) {
-  const HANDLE heap = GetProcessHeap();  // where Windows frees the array from
-  void* array = HeapAlloc(heap, HEAP_ZERO_MEMORY, teb_tls_expansion_slot_count * sizeof(void*));
-  if (array == nullptr) return;
-  auto* field = reinterpret_cast<void* volatile*>(teb + TEB_TLS_EXPANSION_SLOTS);
-  if (InterlockedCompareExchangePointer(field, array, nullptr) != nullptr) HeapFree(heap, 0, array);
-}
-
 }  // namespace
 
 std::uint64_t current_teb() { return reinterpret_cast<std::uint64_t>(NtCurrentTeb()); }
@@ -54,7 +44,7 @@ void game_tls_announce() {
   log_message(0, "using TLS expansion slot %lu", static_cast<unsigned long>(game_tls_index));
 }
 
-void game_tls_set(ThreadRecord* record) { TlsSetValue(game_tls_index, record->storage); }
+void game_tls_set(ThreadRecord* record) { TlsSetValue(game_tls_index, record != nullptr ? record->storage : nullptr); }
 
 ThreadRecord* game_tls_get() {
   if (game_tls_index == no_tls_index) return nullptr;
@@ -68,9 +58,23 @@ std::uint64_t game_tls_read_teb(std::uint64_t teb) {
   return slot != nullptr ? *slot : 0;
 }
 
+ExpansionArray make_expansion_array() {
+  if (game_tls_expansion == 0) return nullptr;
+  // Windows frees it from this heap when the thread ends.
+  return ExpansionArray(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, teb_tls_expansion_slot_count * sizeof(void*)));
+}
+
+bool game_tls_prepare_teb(std::uint64_t teb, ExpansionArray& spare) {
+  if (slot_of(teb) != nullptr) return true;
+  if (spare == nullptr) return false;
+  // The thread may be making one at this moment; the first that is installed stays.
+  auto* const field = reinterpret_cast<void* volatile*>(teb + TEB_TLS_EXPANSION_SLOTS);
+  if (InterlockedCompareExchangePointer(field, spare.get(), nullptr) == nullptr) spare.release();
+  return true;
+}
+
 void game_tls_write_teb(std::uint64_t teb, ThreadRecord* record) {
-  if (slot_of(teb) == nullptr) install_expansion_array(teb);
-  if (auto* slot = slot_of(teb)) *slot = reinterpret_cast<std::uint64_t>(record->storage);
+  *slot_of(teb) = reinterpret_cast<std::uint64_t>(record->storage);
 }
 
 void thread_stack_commit(std::uint64_t teb) {

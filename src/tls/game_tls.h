@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "tls/thread_record.h"
 
@@ -62,7 +63,7 @@ void game_tls_init();
 /// Logs an index among the expansion slots, which debugging patched code needs to know. Called once by static start-up.
 void game_tls_announce();
 
-/// Puts the record's storage into the calling thread's slot.
+/// Puts the record's storage into the calling thread's slot; null empties it.
 void game_tls_set(ThreadRecord* record);
 
 /// The calling thread's record, or null when it has none.
@@ -80,7 +81,21 @@ inline void** game_storage() {
 /// Another thread's slot value, read from its environment block: 0 when it has no storage yet.
 std::uint64_t game_tls_read_teb(std::uint64_t teb);
 
-/// Puts the record's storage into another thread's slot. Without memory for an expansion array nothing is written.
+struct ProcessHeapDeleter {
+  void operator()(void* block) const noexcept { HeapFree(GetProcessHeap(), 0, block); }
+};
+/// An array of expansion slots for a thread that has none, as Windows would give it on the thread's first use of one.
+using ExpansionArray = std::unique_ptr<void, ProcessHeapDeleter>;
+
+/// To be called while the other thread still runs: once it stands, it may hold the heap's lock. Null where slots are in
+/// the environment block itself, and when memory is out.
+ExpansionArray make_expansion_array();
+
+/// Sees to it that another thread's slot can be written, with an array if it has none; that one is taken then. False
+/// when there is none to give.
+bool game_tls_prepare_teb(std::uint64_t teb, ExpansionArray& spare);
+
+/// Puts the record's storage into another thread's slot, which is prepared.
 void game_tls_write_teb(std::uint64_t teb, ThreadRecord* record);
 
 /// Commits all of a thread's stack but its lowest 16 KiB. Game code touches its stack out of order, as macOS allows;

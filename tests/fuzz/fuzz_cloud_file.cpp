@@ -26,13 +26,13 @@ bool is_same_value(const vlm::CloudEntry& before, const vlm::CloudEntry& after) 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto bytes = std::make_unique<char[]>(size);  // no byte longer, and no NUL behind it: a read too far shows
   std::copy_n(data, size, bytes.get());
-  const auto entries = vlm::read_cloud_file({bytes.get(), size});
+  const auto entries = vlm::read_cloud_file({bytes.get(), size}).entries;
   std::set<std::string_view> keys;
   for (const vlm::CloudEntry& entry : entries) {
     if (entry.key.contains('\0') || !keys.insert(entry.key).second) std::abort();
   }
-  const auto again = vlm::read_cloud_file(vlm::test::file_of(entries));
-  if (again.size() != entries.size()) std::abort();
+  const auto [again, whole, number, apart, damaged] = vlm::read_cloud_file(vlm::test::file_of(entries));
+  if (again.size() != entries.size() || !whole || damaged) std::abort();
   for (std::size_t i = 0; i < entries.size(); ++i) {
     if (again[i].key != entries[i].key || !is_same_value(entries[i], again[i])) std::abort();
   }

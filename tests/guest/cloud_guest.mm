@@ -11,14 +11,15 @@ static const char *store_path() {
   return path;
 }
 
-/// What the store's file holds; null when there is none.
+/// The entries in the store's file, without its last line; null when there is no file.
 static const char *file_bytes() {
   static char bytes[4096];
   FILE *const file = fopen(store_path(), "r");
   if (file == nullptr) return nullptr;
   bytes[fread(bytes, 1, sizeof bytes - 1, file)] = 0;
   fclose(file);
-  return bytes;
+  char *const proof = strstr(bytes, "#whole ");
+  return proof != nullptr ? (*proof = 0, bytes) : "no proof";
 }
 
 /// Whether the file is written anew meanwhile.
@@ -40,28 +41,26 @@ GUEST_TEST(a_store_that_is_only_allocated_has_what_the_file_has) {
 }
 
 GUEST_TEST(values_are_read_as_the_kind_that_is_asked_for) {
-  const auto reads_as = [](bool is_text, double number, long long integer, bool truth) {
-    CHECK(([store() stringForKey:@"key"] != nil) == is_text);
-    CHECK([store() doubleForKey:@"key"] == number && [store() longLongForKey:@"key"] == integer);
-    CHECK([store() boolForKey:@"key"] == (truth ? YES : NO));
-  };
-  [store() setBool:YES forKey:@"key"];
-  reads_as(false, 1, 1, true);
-  [store() setBool:NO forKey:@"key"];
-  reads_as(false, 0, 0, false);
-  [store() setDouble:0.5 forKey:@"key"];
-  reads_as(false, 0.5, 0, false);
-  [store() setLongLong:-(1l << 62) forKey:@"key"];
-  reads_as(false, -0x1p62, -(1l << 62), true);
-  [store() setString:@"12" forKey:@"key"];
-  reads_as(true, 0, 0, false);
   NSArray *array = [NSArray arrayWithObject:@"12"];
+  const struct {
+    NSObject *value;
+    bool is_text;
+    double number;
+    long long integer;
+  } rows[] = {{[NSNumber numberWithBool:YES], false, 1, 1},
+              {[NSNumber numberWithDouble:0.5], false, 0.5, 0},
+              {[NSNumber numberWithLongLong:-(1l << 62)], false, -0x1p62, -(1l << 62)},
+              {@"12", true, 0, 0},
+              {array, false, 0, 0},
+              {nil, false, 0, 0}};
+  for (const auto &row : rows) {
+    [store() setObject:row.value forKey:@"key"];
+    CHECK(([store() stringForKey:@"key"] != nil) == row.is_text && [store() boolForKey:@"key"] == (row.integer != 0));
+    CHECK([store() doubleForKey:@"key"] == row.number && [store() longLongForKey:@"key"] == row.integer);
+  }
   [store() setObject:array forKey:@"key"];
-  reads_as(false, 0, 0, false);
-  CHECK([store() objectForKey:@"key"] == array);
-  [store() setObject:nil forKey:@"key"];
-  reads_as(false, 0, 0, false);
-  CHECK([store() objectForKey:@"key"] == nil && [store() synchronize] == YES);
+  CHECK([store() objectForKey:@"key"] == array && [store() synchronize] == YES);
+  [store() removeObjectForKey:@"key"];
 }
 
 GUEST_TEST(only_a_change_writes_the_file) {
@@ -71,11 +70,8 @@ GUEST_TEST(only_a_change_writes_the_file) {
   CHECK(!writes(^{ [store() setLongLong:1 forKey:@"n"]; }));
   CHECK(!writes(^{ [store() setBool:YES forKey:[NSString stringWithUTF8String:"n"]]; }));
   CHECK(writes(^{ [store() setDouble:1 forKey:@"n"]; }));
-  CHECK(!writes(^{ [store() setObject:[NSNumber numberWithDouble:1] forKey:@"n"]; }));
   CHECK(writes(^{ [store() setString:@"1" forKey:@"n"]; }));
   CHECK(!writes(^{ [store() setObject:[NSString stringWithUTF8String:"1"] forKey:@"n"]; }));
-  CHECK(writes(^{ [store() setDouble:__builtin_nan("") forKey:@"n"]; }));
-  CHECK(writes(^{ [store() setDouble:__builtin_nan("") forKey:@"n"]; }));  // is not even equal to itself
   CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }));
   [text appendString:@"d"];
   CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }) && is_text([store() stringForKey:@"n"], "abcd"));
@@ -83,8 +79,6 @@ GUEST_TEST(only_a_change_writes_the_file) {
   CHECK(writes(^{ [store() setString:ball forKey:ball]; }));
   CHECK(!writes(^{ [store() setString:[ball copy] forKey:[ball copy]]; }));
   CHECK(is_text([store() stringForKey:ball], "ボール"));
-  CHECK(writes(^{ [store() setObject:nil forKey:ball]; }));
-  CHECK(!writes(^{ [store() removeObjectForKey:ball]; }));
   CHECK(!writes(^{ [store() removeObjectForKey:nil]; }));
   CHECK(writes(^{ [store() removeObjectForKey:@"n"]; }));
 }
@@ -115,9 +109,7 @@ GUEST_TEST(the_file_holds_every_entry_in_its_order) {
   CHECK(is_text([store() stringForKey:@"NUL\0another"], "cut"));
 
   NSDictionary *all = [store() dictionaryRepresentation];
-  CHECK([all isKindOfClass:[NSDictionary class]] && [all count] == 7);
-  CHECK(is_text([[all allKeys] objectAtIndex:2], "in memory alone"));
-  CHECK([all objectForKey:@"again"] == [store() objectForKey:@"again"]);
+  CHECK([all count] == 7 && is_text([[all allKeys] objectAtIndex:2], "in memory alone"));
   [store() removeObjectForKey:@"again"];
   CHECK([all objectForKey:@"again"] != nil);  // a copy
 }
@@ -166,40 +158,21 @@ GUEST_TEST(managed_code_reaches_the_store_through_the_plug_in) {
   remove_all();
   CHECK(call<int32>("QKCloud_Synchronize") == 1);
   CHECK(gives("", "QKCloud_RetrieveAllCloudKeys", ";"));
-  call<void>("QKCloud_InitializeWithGameObjectName", "Cloud");
   call<void>("QKCloud_SetIntForKey", -5, "a");
   call<void>("QKCloud_SetFloatForKey", 0.1f, "b");
   call<void>("QKCloud_SetStringForKey", "text", "c");
   call<void>("QKCloud_SetBoolForKey", 256, "d");
   CHECK(call<int64>("QKCloud_IntForKey", "a") == -5 && call<float>("QKCloud_FloatForKey", "b") == 0.1f);
   CHECK(gives("text", "QKCloud_StringForKey", "c") && call<int32>("QKCloud_BoolForKey", "d") == 1);
-  CHECK(call<char *>("QKCloud_StringForKey", "a") == nullptr);
-  CHECK(call<char *>("QKCloud_StringForKey", "none") == nullptr);
-  CHECK(call<int64>("QKCloud_IntForKey", "none") == 0 && call<int32>("QKCloud_BoolForKey", "none") == 0);
+  CHECK(call<char *>("QKCloud_StringForKey", "a") == nullptr && call<int64>("QKCloud_IntForKey", "none") == 0);
   CHECK(same(file_bytes(), "i\ta\t-5\nd\tb\t0.10000000149011612\ns\tc\ttext\ni\td\t1\n"));
   call<void>("QKCloud_RemoveForKey", "c");
-  call<void>("QKCloud_CloudDidChange");
   CHECK(gives("a;b;d", "QKCloud_RetrieveAllCloudKeys", ";"));
-  CHECK(gives("abd", "QKCloud_RetrieveAllCloudKeys", (const char *)nullptr));
   static char separator[1000], joined[2100];
   for (char &c : separator) c = '-';
   separator[sizeof separator - 1] = 0;
   snprintf(joined, sizeof joined, "a%sb%sd", separator, separator);
   CHECK(gives(joined, "QKCloud_RetrieveAllCloudKeys", separator));
-}
-
-GUEST_TEST(the_plug_in_knows_one_language) {
-  static constexpr const char *texts[][2] = {{"Unity_GetLanguageCode", "en"},
-                                             {"Unity_GetISO2CountryCode", "US"},
-                                             {"Unity_GetLocaleString", "en_US"},
-                                             {"Unity_GetDeviceOS", "macOS 13.0"}};
-  for (const auto &[name, text] : texts) {
-    char *const first = call<char *>(name);
-    first[0] = '-';  // is the caller's
-    CHECK(gives(text, name));
-    free(first);
-  }
-  call<void>("Unity_LogToDeviceConsole", "dropped");
 }
 
 // ---- Probes ---------------------------------------------------------------------------------------------------------
@@ -216,8 +189,7 @@ extern "C" int64 change_once() {
 }
 
 extern "C" int64 change_ten_times() {
-  if (change_once() != 0) return 1;
-  for (int64 i = 1; i < 10; ++i) {
+  for (int64 i = 0; i < 10; ++i) {
     [store() setLongLong:i forKey:@"change"];
     if ([store() longLongForKey:@"change"] != i) return 1;
   }
@@ -225,23 +197,25 @@ extern "C" int64 change_ten_times() {
 }
 
 /// Changes one key of 40 after the other, each to a text that begins with the number of the step, and tells each step
-/// that is saved. Goes on where the file ends.
+/// that is saved. Goes on where the store ends, which has to be as a step left it.
 extern "C" int64 save_until_killed() {
-  int64 step = -1;
-  NSDictionary *all = [store() dictionaryRepresentation];
-  for (NSString *key in [all allKeys]) {
-    const int64 last = [[store() stringForKey:key] longLongValue];
-    if (last > step) step = last;
-  }
   static char padding[970];
   for (char &c : padding) c = 'x';
-  fprintf(stdout, "%ld\n", step);
-  fflush(stdout);
-  for (;;) {
-    ++step;
-    [store() setString:[NSString stringWithFormat:@"%ld %.*s", step, (int)(step % 97 * 10), padding]
-                forKey:[NSString stringWithFormat:@"level_%02ld", step % 40]];
+  const auto text_of = [](int64 step) {
+    return [NSString stringWithFormat:@"%ld %.*s", step, (int)(step % 97 * 10), padding];
+  };
+  const auto key_of = [](int64 step) { return [NSString stringWithFormat:@"level_%02ld", step % 40]; };
+  int64 step = -1;
+  for (int64 key = 0; key < 40; ++key) {
+    const int64 last = [store() stringForKey:key_of(key)] ? [[store() stringForKey:key_of(key)] longLongValue] : -1;
+    if (last > step) step = last;
+  }
+  for (int64 kept = step; kept >= 0 && kept > step - 40; --kept) {
+    if (!is_text([store() stringForKey:key_of(kept)], [text_of(kept) UTF8String])) fprintf(stdout, "broken\n");
+  }
+  for (;; ++step) {
     fprintf(stdout, "%ld\n", step);
     fflush(stdout);
+    [store() setString:text_of(step + 1) forKey:key_of(step + 1)];
   }
 }

@@ -1,15 +1,13 @@
-// The file of the cloud store, as processes of the game find it and leave it: cloud_guest.mm in folders of its own,
-// with disks that fail, and killed while it saves.
+// The file of the cloud store, as processes of the game find it and leave it: cloud_guest.mm in a folder of its own,
+// with files that are damaged, disks that fail and programs that hold files, and killed while it saves.
 #define DOCTEST_CONFIG_NO_MULTITHREADING
 #define DOCTEST_CONFIG_IMPLEMENT_WITH_MAIN
 #include <doctest/doctest.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <cstdio>
+#include <atomic>
 #include <cstdlib>
 #include <random>
-#include <string>
+#include <regex>
 
 #include "told_process.h"
 
@@ -20,166 +18,201 @@ namespace {
 
 const std::wstring save_folder = program_folder() + L"cloud.tmp";
 const std::wstring store_path = save_folder + L"\\icloud_kvs.txt";
-const std::wstring temporary_path = store_path + L".tmp";
+const std::wstring temporary_path = store_path + L".tmp", other_temporary_path = store_path + L".tmp2";
+const std::wstring bad_path = store_path + L".bad";
 
-/// An empty folder for the game, with a store of these bytes when there are some.
-void begin_with(const std::string& store) {
-  CreateDirectoryW(save_folder.c_str(), nullptr);
-  RemoveDirectoryW(temporary_path.c_str());
-  DeleteFileW(temporary_path.c_str());
-  DeleteFileW(store_path.c_str());
-  if (!store.empty()) REQUIRE(write_file(store_path, store));
+bool exists(const std::wstring& path) { return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES; }
+
+void remove(const std::wstring& path) {
+  SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+  if (!DeleteFileW(path.c_str())) RemoveDirectoryW(path.c_str());
 }
 
-Ending run_guest(const wchar_t* probe, const std::wstring& folder = save_folder) {
-  const std::wstring image = program_folder() + L"guests\\cloud_guest.dylib";
-  return run_game_process(program_folder(), L"guest_driver.exe", L"\"" + image + L"\" " + probe,
-                          {{L"VLM_SAVE_DIR", folder}});
+/// A folder for the game that is empty but for its store.
+void begin_with(const std::string& store) {
+  CreateDirectoryW(save_folder.c_str(), nullptr);
+  for (const auto& path : {store_path, temporary_path, other_temporary_path, bad_path, store_path + L".bad2"}) {
+    remove(path);
+  }
+  REQUIRE(write_file(store_path, store));
+}
+
+UniqueHandle hold(const std::wstring& path) {
+  return own_handle(CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
 /// The log's lines about the store, without their time and thread, the folder left out.
-std::string messages_of(const Ending& ending, std::wstring folder = save_folder) {
-  std::ranges::replace(folder, L'\\', L'/');
-  const std::string prefix = std::string(folder.begin(), folder.end()) + "/";
+std::string run_guest(const std::wstring& probe, std::wstring folder = save_folder) {
+  const std::wstring image = program_folder() + L"guests\\cloud_guest.dylib";
+  const Ending ending = run_game_process(program_folder(), L"guest_driver.exe", L"\"" + image + L"\" " + probe,
+                                         {{L"VLM_SAVE_DIR", folder}});
+  CHECK_EQ(ending.exit_code, 0);  // the driver has printed the checks that failed
   std::string messages;
   for (std::size_t at = 0; (at = ending.log.find("[kvs] ", at)) != std::string::npos; ++at) {
-    std::string line = ending.log.substr(at, ending.log.find("\r\n", at) - at) + "\n";
-    if (const std::size_t path = line.find(prefix); path != std::string::npos) line.erase(path, prefix.size());
-    messages += line;
+    messages += std::regex_replace(ending.log.substr(at, ending.log.find("\r\n", at) - at) + "\n",
+                                   std::regex(R"(\S*/(icloud_kvs))"), "$1");
   }
   return messages;
 }
 
 std::string repeat(int times, const std::string& text) {
-  std::string all;
-  while (times-- > 0) all += text;
-  return all;
+  return times > 0 ? text + repeat(times - 1, text) : std::string();
 }
 
-const std::string after_ten_changes = "s\tlarge\t" + std::string((1 << 20) - 1, 'x') + "\ni\tchange\t9\n";
+/// The entries of a file that is whole.
+std::string entries_of(const std::wstring& path) {
+  const std::string bytes = read_file(path);
+  const std::size_t proof = bytes.rfind("#whole ");
+  return proof != std::string::npos && bytes.ends_with('\n') ? bytes.substr(0, proof) : "not whole: " + bytes;
+}
+
+/// Runs on a thread of its own while this lives.
+template <class Work>
+class OnThread {
+ public:
+  explicit OnThread(Work work) : work_(work), thread_(CreateThread(nullptr, 0, run, &work_, 0, nullptr)) {}
+  ~OnThread() { CHECK_EQ(WaitForSingleObject(thread_.get(), 30'000), WAIT_OBJECT_0); }
+
+ private:
+  static DWORD WINAPI run(void* work) { return (*static_cast<Work*>(work))(), 0; }
+  Work work_;
+  UniqueHandle thread_;
+};
+
+const std::string old_state = "s\told\tstate\n", changed = "i\tchange\t9\n";
 
 }  // namespace
 
 TEST_CASE("the store and its plug-in functions do what game code expects") {
   begin_with("i\tgames\t41\r\ns\tname\ta\\tb\r\nd\tratio\t0.1\r\n");
-  const Ending ending = run_guest(L"");
-  CHECK_EQ(ending.exit_code, 0);  // the driver has printed the checks that failed
-  CHECK_EQ(messages_of(ending), "");
-  CHECK_EQ(GetFileAttributesW(temporary_path.c_str()), INVALID_FILE_ATTRIBUTES);
+  CHECK_EQ(run_guest(L""), "");
+  CHECK_FALSE(exists(temporary_path));
+}
+
+TEST_CASE("what is not understood is kept beside the store") {
+  static const std::string cases[][2] = {
+      {old_state, old_state},  // all of it is
+      {old_state + "#whole 3 0123456789abcdef\n", old_state},
+      {old_state + "s\tcu", old_state},
+      {old_state + std::string(300, '\0'), old_state},
+      {std::string(4096, '\0'), ""},
+      {"", ""},
+  };
+  for (const auto& [store, understood] : cases) {
+    CAPTURE(store);
+    begin_with(store);
+    const bool all = &understood - cases[0] < 4;
+    CHECK_EQ(
+        run_guest(L"change_ten_times"),
+        all ? "" : "[kvs] kept icloud_kvs.txt as icloud_kvs.txt.bad: it is damaged or could not be read (win32 0)\n");
+    CHECK_EQ(entries_of(store_path), understood + changed);
+    CHECK_EQ(exists(bad_path), !all);
+    if (!all) CHECK_EQ(read_file(bad_path), store);
+  }
+  remove(store_path);
+  REQUIRE(CreateDirectoryW(store_path.c_str(), nullptr));  // beside the .bad of the last case
+  CHECK_EQ(run_guest(L"change_ten_times"),
+           "[kvs] kept icloud_kvs.txt as icloud_kvs.txt.bad2: it is damaged or could not be read (win32 5)\n");
+  CHECK_EQ(entries_of(store_path), changed);
+  CHECK((GetFileAttributesW((bad_path + L"2").c_str()) & FILE_ATTRIBUTE_DIRECTORY) != 0);
 }
 
 TEST_CASE("a change that a disk refuses stays in memory, and the log tells of the first ones") {
-  begin_with("s\told\tstate\n");
-  SUBCASE("a whole disk") {
-    const Ending ending = run_guest(L"change_ten_times");
-    CHECK_EQ(ending.exit_code, 0);
-    CHECK_EQ(messages_of(ending), "");
-    CHECK(read_file(store_path) == "s\told\tstate\n" + after_ten_changes);
+  begin_with(old_state);
+  SUBCASE("a store that is read-only") {
+    SetFileAttributesW(store_path.c_str(), FILE_ATTRIBUTE_READONLY);
+    CHECK_EQ(run_guest(L"change_ten_times"), "");
+    CHECK_EQ(entries_of(store_path), old_state + changed);
   }
   SUBCASE("the temporary name is taken") {
     REQUIRE(CreateDirectoryW(temporary_path.c_str(), nullptr));
-    const Ending ending = run_guest(L"change_ten_times");
-    CHECK_EQ(ending.exit_code, 0);
-    CHECK_EQ(messages_of(ending),
+    CHECK_EQ(run_guest(L"change_ten_times"),
              repeat(3, "[kvs] cannot create icloud_kvs.txt.tmp (errno 13, win32 5); writing in place\n"));
-    CHECK(read_file(store_path) == "s\told\tstate\n" + after_ten_changes);
+    CHECK_EQ(entries_of(store_path), old_state + changed);
   }
   SUBCASE("there is no folder") {
-    const std::wstring nowhere = save_folder + L"\\none\\none";
-    const Ending ending = run_guest(L"change_ten_times", nowhere);
-    CHECK_EQ(ending.exit_code, 0);
     const std::string create = "[kvs] cannot create icloud_kvs.txt.tmp (errno 2, win32 3); writing in place\n";
     const std::string write = "[kvs] cannot write icloud_kvs.txt (errno 2, win32 3): cloud save NOT stored\n";
-    CHECK_EQ(messages_of(ending, nowhere), create + write + create + write + write);
+    CHECK_EQ(run_guest(L"change_ten_times", save_folder + L"\\none\\none"), create + write + create + write + write);
   }
   SUBCASE("the disk is full") {
     // A pipe in the place of the temporary file, whose other end closes when some of the bytes are written.
     const std::wstring pipes = LR"(\\.\pipe\vlm_cloud_test)";
-    const std::wstring pipe_path = pipes + L"\\icloud_kvs.txt.tmp";
-    const auto pipe =
-        own_handle(CreateNamedPipeW(pipe_path.c_str(), PIPE_ACCESS_INBOUND, PIPE_TYPE_BYTE, 1, 0, 4096, 0, nullptr));
+    const auto pipe = own_handle(CreateNamedPipeW((pipes + L"\\icloud_kvs.txt.tmp").c_str(), PIPE_ACCESS_INBOUND,
+                                                  PIPE_TYPE_BYTE, 1, 0, 4096, 0, nullptr));
     REQUIRE(pipe);
-    const auto take_some = [](void* end) -> DWORD {
+    const OnThread disk([&] {
       char bytes[16];
       DWORD size;
-      ConnectNamedPipe(end, nullptr);
-      ReadFile(end, bytes, sizeof bytes, &size, nullptr);
-      DisconnectNamedPipe(end);
-      return 0;
-    };
-    const UniqueHandle thread(CreateThread(nullptr, 0, take_some, pipe.get(), 0, nullptr));
-    const Ending ending = run_guest(L"change_once", pipes);
-    CHECK_EQ(ending.exit_code, 0);
-    CHECK_EQ(messages_of(ending, pipes), "[kvs] write error while saving icloud_kvs.txt\n");
-    own_handle(CreateFileW(pipe_path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));  // if nobody came
-    CHECK_EQ(WaitForSingleObject(thread.get(), 5000), WAIT_OBJECT_0);
+      ConnectNamedPipe(pipe.get(), nullptr);
+      ReadFile(pipe.get(), bytes, sizeof bytes, &size, nullptr);
+      DisconnectNamedPipe(pipe.get());
+    });
+    CHECK_EQ(run_guest(L"change_once", pipes), "[kvs] write error while saving icloud_kvs.txt\n");
+    own_handle(CreateFileW((pipes + L"\\icloud_kvs.txt.tmp").c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0,
+                           nullptr));  // if nobody came
   }
-  SUBCASE("another program holds the store") {
-    auto held = own_handle(CreateFileW(store_path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    REQUIRE(held);
-    const Ending ending = run_guest(L"change_ten_times");
-    CHECK_EQ(ending.exit_code, 0);
-    CHECK_EQ(messages_of(ending), repeat(3,
-                                         "[kvs] cannot replace icloud_kvs.txt (win32 5); copying instead\n"
-                                         "[kvs] copy failed too (win32 32): cloud save NOT stored\n"));
-    CHECK_EQ(GetFileAttributesW(temporary_path.c_str()), INVALID_FILE_ATTRIBUTES);
+  SUBCASE("another program holds the store, and the next start takes the state beside it") {
+    UniqueHandle held = hold(store_path);
+    const std::string kept =
+        "[kvs] cannot replace icloud_kvs.txt (win32 32): the cloud save is kept in icloud_kvs.txt.";
+    CHECK_EQ(run_guest(L"change_ten_times"), repeat(3, kept + "tmp\n" + kept + "tmp2\n"));
     held.reset();
-    CHECK_EQ(read_file(store_path), "s\told\tstate\n");
+    CHECK_EQ(read_file(store_path), old_state);
+    CHECK_EQ(run_guest(L"change_ten_times"),
+             "[kvs] took the newer state in icloud_kvs.txt.tmp2\n"
+             "[kvs] kept icloud_kvs.txt as icloud_kvs.txt.bad: it is damaged or could not be read (win32 0)\n");
+    CHECK_EQ(entries_of(store_path), changed);
+    CHECK_EQ(read_file(bad_path), old_state);
+    CHECK_FALSE((exists(temporary_path) || exists(other_temporary_path)));
   }
   SUBCASE("another program lets the store go while the game starts") {
-    HANDLE const held = CreateFileW(store_path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    REQUIRE(held != INVALID_HANDLE_VALUE);
-    const auto let_go = [](void* file) -> DWORD {
-      Sleep(1000);
-      CloseHandle(file);
-      return 0;
-    };
-    const UniqueHandle thread(CreateThread(nullptr, 0, let_go, held, 0, nullptr));
-    CHECK_EQ(run_guest(L"change_ten_times").exit_code, 0);
-    CHECK(read_file(store_path) == "s\told\tstate\n" + after_ten_changes);
+    UniqueHandle held = hold(store_path);
+    const OnThread thread([&] { Sleep(1000), held.reset(); });
+    CHECK_EQ(run_guest(L"change_ten_times"), "");
+    CHECK_EQ(entries_of(store_path), old_state + changed);
   }
 }
 
-// ---- Killed while it saves ------------------------------------------------------------------------------------------
-
-namespace {
-
-/// The store after this step of save_until_killed.
-std::string state_after(std::int64_t step) {
-  std::string state;
-  for (std::int64_t key = 0; key < 40 && key <= step; ++key) {
-    const std::int64_t last = step - (step - key) % 40;
-    char line[64];
-    std::snprintf(line, sizeof line, "s\tlevel_%02d\t%lld ", static_cast<int>(key), static_cast<long long>(last));
-    state += line + std::string(static_cast<std::size_t>(last % 97 * 10), 'x') + "\n";
+TEST_CASE("the folder has a long name in any script") {
+  std::wstring folder = LR"(\\?\)" + save_folder;
+  for (int depth = 0; depth < 5; ++depth) {
+    CreateDirectoryW(folder.c_str(), nullptr);
+    folder += L"\\Größe ボール \xD83C\xDFAE " + std::wstring(60, L'n');
   }
-  return state;
+  CHECK_EQ(run_guest(L"change_ten_times", folder.substr(4)), "");
+  CHECK_EQ(entries_of(folder + L"\\icloud_kvs.txt"), changed);
+  remove(folder + L"\\icloud_kvs.txt");
+  for (; folder.size() > save_folder.size() + 4; folder.resize(folder.rfind(L'\\'))) remove(folder);
 }
 
-}  // namespace
-
-TEST_CASE("a game that is killed while it saves leaves the old state or the new one") {
-  begin_with("");
+TEST_CASE("a game that is killed while it saves leaves the old state or the new one, whoever holds the store") {
+  remove(store_path);
+  for (const auto& path : {temporary_path, other_temporary_path}) remove(path);
   SetEnvironmentVariableW(L"VLM_SAVE_DIR", save_folder.c_str());
-  std::mt19937 random(84);
+  const char* const rounds = std::getenv("VLM_TEST_KILLS");
+  std::mt19937 random(84), held_random(85);
   std::int64_t kept = -1;
   int unfinished = 0;
-  for (int round = 0; round < 200; ++round) {
+  std::atomic<bool> ended = false;
+  const OnThread other_program([&] {
+    for (; !ended; Sleep(held_random() % 40)) {
+      const UniqueHandle held = hold(store_path);
+      Sleep(held_random() % 40);
+    }
+  });
+  for (int round = 0; round < (rounds != nullptr ? std::atoi(rounds) : 60); ++round) {
     CAPTURE(round);
-    const ToldProcess game = run_and_kill(L"cloud_guest", L"save_until_killed", "\n", random() % 12);
+    const ToldProcess game = run_and_kill(L"cloud_guest", L"save_until_killed", "\n", random() % 60);
     CHECK_EQ(game.exit_code, ToldProcess::killed);
-    REQUIRE(!last_line(game.told).empty());
-    const std::int64_t last = std::atoll(last_line(game.told).c_str());
-    REQUIRE_GE(last, kept);  // went on from what was kept
-    const std::string state = read_file(store_path);
-    const bool is_old = state == state_after(last), is_new = state == state_after(last + 1);
-    REQUIRE((is_old || is_new));
-    kept = is_new ? last + 1 : last;
-    unfinished += GetFileAttributesW(temporary_path.c_str()) != INVALID_FILE_ATTRIBUTES;
+    const std::int64_t first = std::atoll(game.told.c_str());
+    CHECK_FALSE(game.told.contains("broken"));
+    CHECK((first == kept || first == kept + 1));  // went on from what was kept, or from what was being saved
+    kept = std::atoll(last_line(game.told).c_str());
+    unfinished += exists(temporary_path) || exists(other_temporary_path);
   }
+  ended = true;
   SetEnvironmentVariableW(L"VLM_SAVE_DIR", nullptr);
   MESSAGE(kept << " saves, " << unfinished << " temporary files left");
   CHECK_GT(unfinished, 0);  // the kills hit what they were aimed at
-  for (const std::wstring& path : {store_path, temporary_path}) DeleteFileW(path.c_str());
-  CHECK(RemoveDirectoryW(save_folder.c_str()));
 }

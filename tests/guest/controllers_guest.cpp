@@ -59,32 +59,46 @@ auto library_function(const char* name) { return windows_function<int32 WINDOWS(
 
 StandInPad* pads() { return (StandInPad*)windows_symbol("xinput1_4.dll", "stand_in_pads"); }
 
-/// At the start of a test: all controllers are gone, and the game knows.
-struct NoPads {
-  NoPads() {
-    memset(pads(), 0, 4 * sizeof(StandInPad));
-    static const char* const identifiers[] = {"xinput-0", "xinput-1", "xinput-2", "xinput-3"};
-    for (const char* identifier : identifiers) PollController(identifier);
-  }
-};
+void press(int32 index, unsigned short buttons, short left_x = 0) {
+  pads()[index] = {1, 0, buttons, 0, 0, left_x, 0, 0, 0};
+}
 
-// What the handlers were last told.
 struct Announcement {
   int32 calls = 0;
   ControllerInfo info{};
   void* thread = nullptr;
-} connected, disconnected;
-void note(Announcement& announcement, ControllerInfo info) {
-  ++announcement.calls;
-  announcement.info = info;
-  announcement.thread = pthread_self();
-}
-void on_connected(ControllerInfo info) { note(connected, info); }
-void on_disconnected(ControllerInfo info) { note(disconnected, info); }
+} connected, disconnected;  // what the handlers were last told
+void on_connected(ControllerInfo info) { connected = {connected.calls + 1, info, pthread_self()}; }
+void on_disconnected(ControllerInfo info) { disconnected = {disconnected.calls + 1, info, pthread_self()}; }
 
-bool is(const ControllerInfo& info, const char* identifier, const char* category, const char* vendor, uint64 flags) {
-  return strcmp(info.identifier, identifier) == 0 && strcmp(info.product_category, category) == 0 &&
+/// Polls until what the library's own thread finds shows.
+template <class Condition>
+bool soon(Condition condition) {
+  for (int32 tries = 0; tries < 500; ++tries) {
+    PollController("sony-0");
+    if (condition()) return true;
+    usleep(10'000);
+  }
+  return false;
+}
+
+/// At the start of a test: these pads are there, a bit for each, no others, and the game knows.
+void begin_with(uint32 there) {
+  static const char* const identifiers[] = {"xinput-0", "xinput-1", "xinput-2", "xinput-3"};
+  memset(pads(), 0, 4 * sizeof(StandInPad));
+  for (const char* identifier : identifiers) PollController(identifier);
+  SetConnectionHandlers(on_connected, on_disconnected);
+  connected = disconnected = {};
+  for (int32 index = 0; index < 4; ++index) pads()[index].connected = there >> index & 1;
+  CHECK(soon([&] { return connected.calls == __builtin_popcount(there); }) && disconnected.calls == 0);
+}
+
+bool is(const ControllerInfo& info, const char* identifier, const char* vendor, uint64 flags) {
+  return strcmp(info.identifier, identifier) == 0 && strcmp(info.product_category, "Xbox One") == 0 &&
          strcmp(info.vendor_name, vendor) == 0 && info.flags == flags;
+}
+bool is_xbox(const ControllerInfo& info, const char* identifier) {
+  return is(info, identifier, "Xbox Wireless Controller", 0x01000000);
 }
 
 /// A record between canaries, as a caller's stack holds one.
@@ -92,22 +106,14 @@ struct Guarded {
   uint64 before = 0x1111222233334444;
   ControllerState state;
   uint64 after = 0x5555666677778888;
-  explicit Guarded(const char* identifier) {
-    memset(&state, 0xEE, sizeof state);
-    state = PollController(identifier);
+  explicit Guarded(const char* identifier) : state(PollController(identifier)) {
+    CHECK(before == 0x1111222233334444 && after == 0x5555666677778888 && state.one == 1.0f && state.two == 2);
   }
-  /// Nothing but the inputs differs from a cleared record.
-  bool sound() const {
-    bool zero = true;
-    for (uint8 byte : state.zeros) zero = zero && byte == 0;
-    return before == 0x1111222233334444 && after == 0x5555666677778888 && zero && state.one == 1.0f && state.two == 2;
+  bool released() const {
+    static const char zeros[96] = {};
+    return memcmp(&state, zeros, sizeof zeros) == 0;
   }
 };
-
-bool released(const ControllerState& state) {
-  static const char zeros[96] = {};
-  return memcmp(&state, zeros, sizeof zeros) == 0;
-}
 
 }  // namespace
 
@@ -116,171 +122,127 @@ GUEST_TEST(what_is_there_at_the_start_is_announced_by_the_first_refresh) {
   static bool completed = false;
   SetConnectionHandlers(on_connected, on_disconnected);
   StartWirelessDiscovery([] { completed = true; });
-  CHECK(completed);
-  CHECK(connected.calls == 1);
-  CHECK(is(connected.info, "keyboard", "Xbox One", "Keyboard", 0));
+  CHECK(completed && connected.calls == 1 && is(connected.info, "keyboard", "Keyboard", 0));
   StartWirelessDiscovery(nullptr);
   StopWirelessDiscovery();
   CHECK(connected.calls == 1 && disconnected.calls == 0);
-}
-
-GUEST_TEST(there_are_neither_lights_nor_haptics) {
   SetControllerLightColor("xinput-0", 1, 1, 1);
   CHECK(CreateHapticsEngine("xinput-0") == nullptr);
 }
 
 GUEST_TEST(handlers_get_the_controller_by_value_on_the_thread_that_polls) {
-  NoPads no_pads;
-  connected = disconnected = {};
-  pads()[2].connected = 1;
-  PollController("sony-0");
-  CHECK(connected.calls == 1 && disconnected.calls == 0);
-  CHECK(connected.thread == pthread_self());
-  CHECK(is(connected.info, "xinput-2", "Xbox One", "Xbox Wireless Controller", 0x01000000));
-  PollController("xinput-2");
-  CHECK(connected.calls == 1);
-
+  begin_with(1u << 2);
+  CHECK(connected.thread == pthread_self() && is_xbox(connected.info, "xinput-2"));
   pads()[2].connected = 0;
   PollController(nullptr);
-  CHECK(connected.calls == 1 && disconnected.calls == 1);
-  CHECK(is(disconnected.info, "xinput-2", "Xbox One", "Xbox Wireless Controller", 0x01000000));
-
+  CHECK(connected.calls == 1 && disconnected.calls == 1 && is_xbox(disconnected.info, "xinput-2"));
   SetConnectionHandlers(nullptr, nullptr);
-  pads()[2].connected = 1;
-  PollController("xinput-2");
+  press(2, 0x1000);
+  CHECK(soon([] { return PollController("xinput-2").a == 1; }));
   SetConnectionHandlers(on_connected, on_disconnected);
   PollController("xinput-2");  // it was there when nobody listened
   CHECK(connected.calls == 1);
 }
 
+GUEST_TEST(only_controllers_that_are_there_are_asked_by_the_game) {
+  *(uint32*)windows_symbol("xinput1_4.dll", "stand_in_game_thread") =
+      windows_function<uint32 WINDOWS()>("kernel32.dll", "GetCurrentThreadId")();
+  const auto calls_of_100_polls = [] {
+    for (int32 i = 0; i < 4; ++i) pads()[i].calls = 0;
+    for (int32 i = 0; i < 100; ++i) PollController("xinput-1");
+    return pads()[0].calls + pads()[1].calls + pads()[2].calls + pads()[3].calls;
+  };
+  begin_with(0);
+  CHECK(calls_of_100_polls() == 0);
+  begin_with(1u << 1);
+  CHECK(calls_of_100_polls() == 100);
+
+  // And by other native code once in half a second.
+  const auto refresh = library_function("pc_pad_refresh");
+  refresh();
+  usleep(550'000);
+  pads()[1].calls = 0;
+  refresh();
+  refresh();
+  CHECK(pads()[1].calls == 1);
+}
+
 GUEST_TEST(the_list_holds_copies_and_announces_nothing) {
-  NoPads no_pads;
-  connected = disconnected = {};
-  ControllerList list = GetConnectedControllers();
-  CHECK(list.controllers != nullptr && list.count == 1);
-  const char* const first_text = list.controllers[0].identifier;
+  begin_with(0);
+  const ControllerList first = GetConnectedControllers();
+  CHECK(first.controllers != nullptr && first.count == 1 && is(first.controllers[0], "keyboard", "Keyboard", 0));
   pads()[1].connected = pads()[3].connected = 1;
-  const ControllerList more = GetConnectedControllers();
-  CHECK(more.count == 3);
-  CHECK(is(more.controllers[0], "xinput-1", "Xbox One", "Xbox Wireless Controller", 0x01000000));
-  CHECK(is(more.controllers[1], "xinput-3", "Xbox One", "Xbox Wireless Controller", 0x01000000));
-  CHECK(is(more.controllers[2], "keyboard", "Xbox One", "Keyboard", 0));
-  CHECK(more.controllers[2].identifier != first_text);
+  ControllerList list = first;
+  for (int32 tries = 0; tries < 500 && list.count < 3; ++tries, usleep(10'000)) list = GetConnectedControllers();
+  CHECK(list.count == 3 && is_xbox(list.controllers[0], "xinput-1") && is_xbox(list.controllers[1], "xinput-3"));
+  CHECK(list.controllers[2].identifier != first.controllers[0].identifier);
   PollController("xinput-1");
   CHECK(connected.calls == 0);
-  const ControllerList lists[] = {list, more};
-  for (const ControllerList& taken : lists) {
-    for (int32 i = 0; i < taken.count; ++i) {
-      free((void*)taken.controllers[i].identifier);
-      free((void*)taken.controllers[i].product_category);
-      free((void*)taken.controllers[i].vendor_name);
-    }
-    free(taken.controllers);
-  }
+  free((void*)list.controllers[0].identifier);
+  free(list.controllers);
 }
 
 GUEST_TEST(every_input_of_an_xinput_pad_has_its_field) {
-  NoPads no_pads;
-  StandInPad& pad = pads()[0];
-  pad.connected = 1;
-  static const struct {
-    uint16_t button;
-    float ControllerState::* field;
-    float value;
-  } buttons[] = {
-      {0x0001, &ControllerState::dpad_y, 1},
-      {0x0002, &ControllerState::dpad_y, -1},
-      {0x0004, &ControllerState::dpad_x, -1},
-      {0x0008, &ControllerState::dpad_x, 1},
-      {0x0010, &ControllerState::menu, 1},
-      {0x0020, &ControllerState::options, 1},
-      {0x0040, &ControllerState::left_stick, 1},
-      {0x0080, &ControllerState::right_stick, 1},
-      {0x0100, &ControllerState::left_shoulder, 1},
-      {0x0200, &ControllerState::right_shoulder, 1},
-      {0x1000, &ControllerState::a, 1},
-      {0x2000, &ControllerState::b, 1},
-      {0x4000, &ControllerState::x, 1},
-      {0x8000, &ControllerState::y, 1},
-  };
-  for (const auto& button : buttons) {
-    pad.buttons = button.button;
+  using State = ControllerState;
+  begin_with(1);
+  static float State::* const fields[] = {&State::dpad_y,
+                                          &State::dpad_y,
+                                          &State::dpad_x,
+                                          &State::dpad_x,
+                                          &State::menu,
+                                          &State::options,
+                                          &State::left_stick,
+                                          &State::right_stick,
+                                          &State::left_shoulder,
+                                          &State::right_shoulder,
+                                          nullptr,
+                                          nullptr,
+                                          &State::a,
+                                          &State::b,
+                                          &State::x,
+                                          &State::y};
+  for (int32 bit = 0; bit < 16; ++bit) {
+    pads()[0].buttons = (unsigned short)(1 << bit);
     Guarded polled("xinput-0");
-    CHECK(polled.sound());
-    CHECK(polled.state.*button.field == button.value);
-    polled.state.*button.field = 0;
-    CHECK(released(polled.state));
+    if (fields[bit] != nullptr) {
+      CHECK(polled.state.*fields[bit] == (bit == 1 || bit == 2 ? -1 : 1));
+      polled.state.*fields[bit] = 0;
+    }
+    CHECK(polled.released());
   }
-  pad.buttons = 0x000F;  // both ends of both axes
-  CHECK(released(PollController("xinput-0")));
-
-  pad = {1, 0, 0, 30, 31, 20000, 0, 0, -32768};
-  const Guarded polled("xinput-0");
-  CHECK(polled.state.left_trigger == 0 && polled.state.right_trigger == 31 / 255.0f);
-  CHECK(polled.state.left_x == (20000.0f - 7849) / 24918 && polled.state.left_y == 0);
-  CHECK(polled.state.right_x == 0 && polled.state.right_y == -1);
-}
-
-GUEST_TEST(an_absent_or_unknown_controller_has_nothing_pressed) {
-  NoPads no_pads;
-  static const char* const identifiers[] = {"xinput-1", "sony-2", "xinput-4", "sony-", "", nullptr};
-  for (const char* identifier : identifiers) {
-    const Guarded polled(identifier);
-    CHECK(polled.sound() && released(polled.state));
-  }
+  pads()[0] = {1, 0, 0x000F, 0, 31, 20000, 0, 0, -32768};  // both ends of both axes of the directional pad
+  const State state = PollController("xinput-0");
+  CHECK(state.dpad_x == 0 && state.dpad_y == 0 && state.left_trigger == 0 && state.right_trigger == 31 / 255.0f);
+  CHECK(state.left_x == (20000.0f - 7849) / 24918 && state.left_y == 0 && state.right_x == 0 && state.right_y == -1);
+  static const char* const absent[] = {"xinput-1", "sony-2", "xinput-4", "sony-", "", nullptr};
+  for (const char* identifier : absent) CHECK(Guarded(identifier).released());
 }
 
 GUEST_TEST(other_native_code_sees_a_summary) {
-  NoPads no_pads;
   const auto north = library_function("pc_pad_north_held"), south = library_function("pc_pad_south_held"),
              shoulder = library_function("pc_pad_right_shoulder_held");
   const auto lateral = windows_function<float WINDOWS()>("GameAssembly.dll", "pc_pad_lateral");
-  CHECK(north() == 0 && south() == 0 && shoulder() == 0 && lateral() == 0);
-  for (int32 i = 0; i < 4; ++i) pads()[i].connected = 1;
-  pads()[1] = {1, 0, 0x8000, 0, 0, -32767, 0, 0, 0};  // Y
-  pads()[2] = {1, 0, 0x1200, 0, 0, 32767, 0, 0, 0};   // A, right shoulder
-  PollController("xinput-2");
-  CHECK(north() == 0 && south() == 1 && shoulder() == 1 && lateral() == 1);
-  PollController("xinput-1");
-  CHECK(north() == 1 && lateral() == -1);  // of equals, the lower index
-  PollController("xinput-9");
-  CHECK(north() == 1 && south() == 1);
-  pads()[1] = {1, 0, 0x0008, 0, 0, -20000, 0, 0, 0};  // the d-pad is farther out than the stick
-  PollController("xinput-1");
-  CHECK(north() == 0 && lateral() == 1);
+  const auto sees = [&](const char* polled, int32 north_held, int32 south_held, float sideways) {
+    PollController(polled);
+    CHECK(north() == north_held && south() == south_held && shoulder() == south_held && lateral() == sideways);
+  };
+  begin_with(1u << 1 | 1u << 2);
+  press(1, 0x8000, -32767);  // Y
+  press(2, 0x1200, 32767);   // A, right shoulder
+  sees("sony-0", 0, 0, 0);
+  sees("xinput-2", 0, 1, 1);
+  sees("xinput-1", 1, 1, -1);  // of equals, the lower index
+  press(1, 0x0008, -20000);    // the d-pad is farther out than the stick
+  sees("xinput-1", 0, 1, 1);
   pads()[1].connected = pads()[2].connected = 0;
-  PollController("xinput-1");
-  CHECK(lateral() == 1);
-  PollController("xinput-2");
-  CHECK(south() == 0 && shoulder() == 0 && lateral() == 0);
-}
-
-GUEST_TEST(refreshing_for_other_native_code_is_limited_and_calls_the_handlers) {
-  NoPads no_pads;
-  const auto refresh = library_function("pc_pad_refresh");
-  const auto sleep = windows_function<void WINDOWS(uint32)>("kernel32.dll", "Sleep");
-  refresh();
-  sleep(550);
-  connected = {};
-  pads()[3].connected = 1;
-  const uint32 calls = pads()[0].calls;
-  refresh();
-  CHECK(pads()[0].calls == calls + 1);
-  CHECK(connected.calls == 1 && strcmp(connected.info.identifier, "xinput-3") == 0);
-  pads()[3].connected = 0;
-  refresh();
-  CHECK(pads()[0].calls == calls + 1 && pads()[3].calls > 0);
+  sees("xinput-1", 0, 1, 1);
+  sees("xinput-2", 0, 0, 0);
 }
 
 GUEST_TEST(a_glyph_has_the_style_of_its_controller) {
-  static const Glyph none{};
-  const Glyph sony = GetSymbolForInputName("sony-0", 3), xbox = GetSymbolForInputName("xinput-0", 3);
-  CHECK(sony.width == 96 && sony.height == 96 && sony.length > 0 && sony.zero == 0);
-  CHECK(sony.data != xbox.data);
-  CHECK(GetSymbolForInputName("sony-3", 3).data == sony.data);
-  CHECK(GetSymbolForInputName("keyboard", 3).data == xbox.data);
-  CHECK(GetSymbolForInputName("sony", 3).data == xbox.data);
-  CHECK(GetSymbolForInputName(nullptr, 3).data == xbox.data);
+  const Glyph sony = GetSymbolForInputName("sony-0", 3), xbox = GetSymbolForInputName("xinput-0", 3), none{};
+  CHECK(sony.width == 96 && sony.height == 96 && sony.length > 0 && sony.zero == 0 && sony.data != xbox.data);
+  CHECK(GetSymbolForInputName("sony-3", 3).data == sony.data && GetSymbolForInputName(nullptr, 3).data == xbox.data);
   for (int32 number = -1; number <= 28; number += 29) {
     const Glyph glyph = GetSymbolForInputName("sony-0", number);
     CHECK(memcmp(&glyph, &none, sizeof none) == 0);

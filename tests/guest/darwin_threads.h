@@ -22,10 +22,7 @@ struct SignalAction {
 
 uint8* pthread_get_stackaddr_np(Thread*);
 int32 pthread_setname_np(const char*);
-int32 pthread_setcancelstate(int32, int32*);
 int32 pthread_atfork(void (*)(), void (*)(), void (*)());
-int32 pthread_attr_init(void*);
-int32 pthread_attr_destroy(void*);
 uint32 mach_thread_self();
 extern uint32 mach_task_self_;
 int32 mach_port_deallocate(uint32, uint32);

@@ -28,8 +28,10 @@ const wchar_t* find_plugin(const wchar_t* name) {
 long long add(long long a, long long b) { return a * 10 + b; }
 
 std::vector<std::int32_t> mod_calls;
+bool mod_throws = false;
 void mod_entry(std::int32_t called_before) {
   mod_calls.push_back(called_before);
+  if (mod_throws) call_game<void>("throw_number");
   // The mod's own invocations do not call it again, however long it takes.
   if (called_before == 1) Sleep(20);
   library_function<void* (*)(void*, void*, void**, void**)>("il2cpp_runtime_invoke")(nullptr, nullptr, nullptr,
@@ -96,6 +98,36 @@ TEST_CASE("the mod is called at its pace, on the main thread, once a scene is ac
   CHECK_EQ(exception, &library);
   CHECK_EQ(mod_calls.size(), 2);
   game_variable<void*>("pending_exception") = nullptr;
+}
+
+TEST_CASE("a game exception leaves nothing behind that it leaves the library's frames with") {
+  const auto throws = [](std::int64_t (*function)(), bool in_reflection) {
+    return call_game<std::int64_t>("throws", callback(function), std::int64_t{in_reflection}) % 256 != 0;
+  };
+  const auto invoke_update = []() -> std::int64_t { return invoke("Update", library) != nullptr; };
+  const std::size_t calls = mod_calls.size();
+  for (const bool mod_throws_now : {true, true, false}) {
+    Sleep(40);
+    mod_throws = mod_throws_now;
+    CHECK_EQ(throws(invoke_update, false), mod_throws_now);
+  }
+  CHECK_EQ(mod_calls.size(), calls + 3);
+  CHECK_EQ(game_variable<int>("handles_alive"), 0);
+
+  library_function<void (*)(const char*, void*)>("il2cpp_add_internal_call")("UnityEngine.Transform::Called",
+                                                                             reinterpret_cast<void*>(&add));
+  const auto wrap_callback = []() -> std::int64_t {
+    const void* const method = game_variable<const void*>("known_method");
+    return library_function<decltype(&vlm_wrap_method_callback)>("vlm_wrap_method_callback")(
+               method, reinterpret_cast<void*>(&add)) != nullptr;
+  };
+  const auto call_internal = []() -> std::int64_t {
+    return call_game<std::int64_t>("call_internal", "UnityEngine.Transform::Called", 3ll, 4ll);
+  };
+  for (const auto& function : {+wrap_callback, +call_internal}) {
+    CHECK(throws(function, true));
+    CHECK_FALSE(throws(function, false));  // no lock was left behind
+  }
 }
 
 TEST_CASE("internal calls: the game gets a function of its own convention, the player its own back") {

@@ -5,8 +5,8 @@
 // ---- One engine assembly and one game assembly ---------------------------------------------------------------------
 
 static constexpr Method internal_methods[] = {{"Managed", false, 0, 0, nullptr, nullptr},
-                                              {"Called", false, 0x1000, 0, nullptr, nullptr},
-                                              {"Known", false, 0x1080, 0, nullptr, nullptr}};
+                                              {"Called", false, 0x1000, 0, nullptr, &TypeOf<int>::get},
+                                              {"Known", false, 0x1080, 0, nullptr, &TypeOf<int>::get}};
 static constexpr Class internal_class(const char* name, const char* name_space = "", const Class* outer = nullptr) {
   return {.name = name, .name_space = name_space, .methods = internal_methods, .method_count = 3, .outer = outer};
 }
@@ -40,6 +40,21 @@ int64 call_internal(const char* name, int64 a, int64 b) {
   return function ? reinterpret_cast<int64 (*)(int64, int64)>(function)(a, b) : -1;
 }
 const char* il2cpp_string_new(const char* text) { return strdup(text); }
+
+/// Whether the function throws, with reflection that throws on request.
+bool throws(int64 (*function)(), bool in_reflection) {
+  reflection::throws = in_reflection;
+  bool thrown = false;
+  try {
+    function();
+  } catch (...) {
+    thrown = true;
+  }
+  reflection::throws = false;
+  return thrown;
+}
+[[noreturn]] int64 throw_number() { throw 1; }
+[[gnu::used]] const void* const known_method = &internal_methods[2];
 
 // ---- Init, invocation, handles
 // ---------------------------------------------------------------------------------------

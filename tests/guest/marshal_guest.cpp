@@ -2,6 +2,11 @@
 // or any code, with the arguments of a case.
 #include "reflection_runtime.h"
 
+#include "darwin_threads.h"
+
+guest_test::Report guest_test::report;
+int64 guest_test::checks;
+
 // ---- The cases as methods, and how to call them --------------------------------------------------------------------
 
 template <unsigned I, class Positions>
@@ -108,6 +113,17 @@ uint32 call_with_float(const char* name, uint32 bits) {
 }
 uint32 call_with_int(const char* name, uint32 value) {
   return reinterpret_cast<uint32 (*)(uint32)>(il2cpp_resolve_icall(name))(value);
+}
+/// Calls from a thread of the game; the function says which control word of the x87 it finds.
+uint32 call_on_game_thread(const char* name) {
+  uint32 found = 0;
+  run_on_threads(1, [&](int64) {
+    found = call_with_int(name, 0);
+    short word;
+    asm volatile("fnstcw %0" : "=m"(word));
+    if (word != 0x037F) found = ~0u;
+  });
+  return found;
 }
 struct Huge {
   int64 words[9];

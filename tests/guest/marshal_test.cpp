@@ -184,6 +184,16 @@ TEST_CASE("names find nested classes and overloads; the player gets its own func
   }
 }
 
+TEST_CASE("on a thread of the game, Windows code finds its own precision of the x87") {
+  const auto control_word = [](std::uint32_t) -> std::uint32_t {
+    std::uint16_t word;
+    asm volatile("fnstcw %0" : "=m"(word));
+    return word;
+  };
+  add_internal_call("Game.Space.Outer::Overloaded", reinterpret_cast<void*>(+control_word));
+  CHECK_EQ(call_game<std::uint32_t>("call_on_game_thread", "Game.Space.Outer::Overloaded"), 0x027F);
+}
+
 TEST_CASE("a value type that contains itself does not keep the library busy for ever") {
   add_internal_call("Game.Space.Outer::Endless", reinterpret_cast<void*>(&twice));
   call_game<std::uint32_t>("call_with_int", "Game.Space.Outer::Endless", 1u);

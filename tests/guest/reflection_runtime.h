@@ -34,6 +34,7 @@ struct Class {
   const char* name;
   const char* name_space = "";
   bool value_type = false;
+  int32 flags = 0;
   uint32 size = 8, alignment = 8;
   const Type* underlying = nullptr;  // of an enum
   FieldInfo fields[9] = {};
@@ -65,6 +66,10 @@ SCALAR(float, "System.Single", 12)
 SCALAR(double, "System.Double", 13)
 SCALAR(void*, "System.IntPtr", 24)
 SCALAR(Object*, "System.Object", 28)
+SCALAR(Array*, "System.Single[]", 29)
+inline constexpr Class generic_class = {.name = "List`1"};
+template <>
+constexpr Type scalar<Generic*> = {"List`1", 21, false, &generic_class};
 
 struct FieldAdder {
   Class& klass;
@@ -98,6 +103,7 @@ struct TypeOf {
  private:
   static Class make_class() {
     Class made = {.name = "Struct", .value_type = true, .size = sizeof(T), .alignment = alignof(T)};
+    if constexpr (requires { typename T::IsExplicit; }) made.flags = 0x10;
     // A static field is in no value.
     made.fields[made.field_count++] = {TypeOf<double>::get(), 16, 0x10};
     T::each(FieldAdder{made});
@@ -127,6 +133,7 @@ struct Image {
   const char* name = "";
 };
 extern const Image* assemblies[];
+inline bool throws = false;  // instead of an answer
 
 template <class T>
 static const T* next(const T* rows, uint64 count, void** position) {
@@ -189,6 +196,7 @@ const FieldInfo* il2cpp_class_get_fields(const Class* klass, void** position) {
 }
 bool il2cpp_class_is_enum(const Class* klass) { return klass->underlying != nullptr; }
 const Type* il2cpp_class_enum_basetype(const Class* klass) { return klass->underlying; }
+int32 il2cpp_class_get_flags(const Class* klass) { return klass->flags; }
 bool il2cpp_class_is_valuetype(const Class* klass) { return klass->value_type; }
 int32 il2cpp_class_value_size(const Class* klass, uint32* alignment) {
   *alignment = klass->alignment;
@@ -196,7 +204,10 @@ int32 il2cpp_class_value_size(const Class* klass, uint32* alignment) {
 }
 const Class* il2cpp_class_from_type(const Type* type) { return type->klass; }
 const char* il2cpp_method_get_name(const Method* method) { return method->name; }
-uint32 il2cpp_method_get_param_count(const Method* method) { return method->count; }
+uint32 il2cpp_method_get_param_count(const Method* method) {
+  if (throws) throw 1;
+  return method->count;
+}
 const Type* il2cpp_method_get_param(const Method* method, uint32 index) { return method->parameters[index](); }
 const Type* il2cpp_method_get_return_type(const Method* method) { return method->result(); }
 bool il2cpp_method_is_instance(const Method* method) { return method->instance; }

@@ -37,7 +37,9 @@ enum class Tiny : signed char {};
 enum class Small : unsigned short {};
 enum class Plain : int {};
 enum class Large : long long {};
-struct Object;  // passed by reference alone
+struct Object;   // passed by reference alone, as are
+struct Array;    // arrays, which values hold by reference, and
+struct Generic;  // classes that are instances of a generic type
 
 // Struct templates: S1<int>, S3<float, float, float>, ... list their fields to v.template field<T>(offset). P2 is
 // packed; G2 is an instance of a generic type as far as metadata is concerned.
@@ -64,17 +66,64 @@ STRUCT(S2, , (class A, class B), MEMBERS_2)
 STRUCT(G2, , (class A, class B), MEMBERS_2)
 STRUCT(P2, __attribute__((packed)), (class A, class B), MEMBERS_2)
 STRUCT(A2, alignas(16), (class A, class B), MEMBERS_2)
+STRUCT(A4, alignas(16), (class A, class B, class C, class D), MEMBERS_4)
 STRUCT(S3, , (class A, class B, class C), MEMBERS_3)
 STRUCT(S4, , (class A, class B, class C, class D), MEMBERS_4)
 STRUCT(S8, , (class A, class B, class C, class D, class E, class F, class G, class H), MEMBERS_8)
+
+// What compiled C# makes of explicit layout: a union of the fields, each behind bytes of padding.
+template <class T, unsigned Offset>
+struct __attribute__((packed)) At {
+  Byte before[Offset];
+  T field;
+};
+template <class T>
+struct __attribute__((packed)) At<T, 0> {
+  T field;
+};
+constexpr unsigned max(unsigned a, unsigned b) { return a > b ? a : b; }
+template <class A, unsigned AtA, class B, unsigned AtB, class C, unsigned AtC>
+union alignas(max(alignof(A), max(alignof(B), alignof(C)))) Explicit {
+  At<A, AtA> a;
+  At<B, AtB> b;
+  At<C, AtC> c;
+  using IsStruct = int;
+  using IsExplicit = int;
+  template <class V>
+  static void each(V&& v) {
+    v.template field<A>(AtA);
+    v.template field<B>(AtB);
+    v.template field<C>(AtC);
+  }
+};
+// And of a size that is more than the field needs: an array in a value. Without a field: an empty struct.
+template <class A, unsigned Size>
+union Sized {
+  A a;
+  Byte bytes[Size];
+  using IsStruct = int;
+  template <class V>
+  static void each(V&& v) {
+    v.template field<A>(0);
+  }
+};
+struct Empty {
+  Byte byte;
+  using IsStruct = int;
+  template <class V>
+  static void each(V&&) {}
+};
 
 using Bytes3 = S3<Byte, Byte, Byte>;
 using Vector2 = S2<float, float>;
 using Vector3 = S3<float, float, float>;
 using Wrapped = S1<S1<float>>;
-using Fields = List<bool, char16_t, signed char, Byte, short, unsigned short, int, unsigned, long long,
-                    unsigned long long, float, float, float, double, double, void*, Tiny, Plain, Object*, Vector2,
-                    Vector3, Wrapped, Bytes3, S2<double, char>, S2<int, float>>;
+using TwoFloats = Explicit<float, 0, float, 4, float, 0>;
+using Quad = A4<float, float, float, float>;
+using Fields =
+    List<bool, char16_t, signed char, Byte, short, unsigned short, int, unsigned, long long, unsigned long long, float,
+         float, float, double, double, void*, Tiny, Plain, Object*, Vector2, Vector3, Wrapped, Bytes3, S2<double, char>,
+         S2<int, float>, Generic*, Array*, TwoFloats, Empty, Sized<float, 8>, P2<char, float>, Quad>;
 
 // Structs of random fields, of at most 64 bytes.
 template <unsigned K, unsigned J>
@@ -84,28 +133,36 @@ using Random8 =
     S8<Field<K, 0>, Field<K, 1>, Field<K, 2>, Field<K, 3>, Field<K, 4>, Field<K, 5>, Field<K, 6>, Field<K, 7>>;
 template <unsigned K>
 using Random4 = S4<Field<K, 0>, Field<K, 1>, Field<K, 2>, Field<K, 3>>;
-template <unsigned K>
-using Random8 =
-    S8<Field<K, 0>, Field<K, 1>, Field<K, 2>, Field<K, 3>, Field<K, 4>, Field<K, 5>, Field<K, 6>, Field<K, 7>>;
+// One field in eight lies where it is not aligned.
+template <unsigned K, unsigned J, unsigned Range>
+constexpr unsigned offset =
+    hash(K, 40 + J) % Range / (hash(K, J) % 8 ? alignof(Field<K, J>) : 1) * (hash(K, J) % 8 ? alignof(Field<K, J>) : 1);
+template <unsigned K, unsigned Range>
+using RandomExplicit =
+    Explicit<Field<K, 0>, offset<K, 0, Range>, Field<K, 1>, offset<K, 1, Range>, Field<K, 2>, offset<K, 2, Range>>;
 template <unsigned K>
 struct Random {
   using Largest = typename If<sizeof(Random8<K>) <= slot_size, Random8<K>, Random4<K>>::Type;
   using Type = typename List<Largest, S1<Field<K, 0>>, S2<Field<K, 0>, Field<K, 1>>,
-                             S3<Field<K, 0>, Field<K, 1>, Field<K, 2>>, Random4<K>>::template At<hash(K, 50)>;
+                             S3<Field<K, 0>, Field<K, 1>, Field<K, 2>>, Random4<K>, RandomExplicit<K, 12>,
+                             RandomExplicit<K, 12>, RandomExplicit<K, 48>>::template At<hash(K, 50)>;
 };
 constexpr unsigned random_structs = 192;
 
-using Scalars =
-    List<bool, char16_t, signed char, Byte, short, unsigned short, int, unsigned, long long, unsigned long long, float,
-         float, float, double, double, void*, Tiny, Small, Plain, Large, Object*, int*, float*, Vector3*>;
+using Scalars = List<bool, char16_t, signed char, Byte, short, unsigned short, int, unsigned, long long,
+                     unsigned long long, float, float, float, double, double, void*, Tiny, Small, Plain, Large, Object*,
+                     Generic*, Array*, int*, float*, Vector3*>;
 // Shapes that the random ones may miss: each odd size, both classes in either order, alignments.
 using Chosen =
     List<Vector2, Vector3, S4<float, float, float, float>, Bytes3, S2<Bytes3, S2<Byte, Byte>>, S2<Bytes3, Bytes3>,
          S2<Bytes3, S4<Byte, Byte, Byte, Byte>>, S4<Byte, Byte, Byte, Byte>, S2<long long, double>,
          S2<double, long long>, S2<double, double>, S2<float, double>, S3<int, float, double>, S2<Wrapped, Wrapped>,
          S3<Vector2, float, short>, S3<double, double, double>, P2<char, float>, P2<char, double>, P2<int, short>,
-         P2<short, Vector2>, P2<float, Bytes3>, A2<long long, double>, A2<Vector3, Vector3>, A2<long long, long long>,
-         G2<float, float>, G2<int, double>, S2<G2<float, float>, float>,
+         P2<short, Vector2>, P2<float, Bytes3>, TwoFloats, Explicit<float, 0, double, 8, float, 4>,
+         Explicit<double, 0, float, 8, Empty, 12>, Explicit<int, 1, float, 0, float, 0>, Sized<float, 16>,
+         Sized<double, 16>, S2<Sized<float, 8>, double>, Empty, S2<Empty, float>, S2<double, Empty>,
+         S2<Generic*, double>, S2<TwoFloats, TwoFloats>, Quad, S2<Quad, float>, A2<long long, double>,
+         A2<Vector3, Vector3>, A2<long long, long long>, G2<float, float>, G2<int, double>, S2<G2<float, float>, float>,
          S8<double, double, double, double, double, double, double, double>, S4<Vector3, Vector3, Vector3, Vector3>>;
 
 template <class T>

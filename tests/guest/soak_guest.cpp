@@ -1,15 +1,10 @@
-// Game threads that do everything at once for as long as soak_test says: blocks, files, messages, exceptions, locks
+// Game threads that do everything at once for as long as soak_test says: blocks, files, exceptions, locks
 // and conditions, internal calls; while threads come and go, and a collector stops the others now and then.
-//
-// Thread records live until the process ends, so the threads that ended are counted.
 #include "reflection_runtime.h"
 
 #include "darwin_threads.h"
 
 extern "C" {
-void make_objects(int64 set);  // soak_messages.mm
-bool send_messages(int64 set, uint64 random);
-
 /// Set by the program: takes the state of the process; false when the time is over.
 bool (*go_on)(int64 ended_threads) = nullptr;
 /// Set by the program: tells what went wrong.
@@ -96,8 +91,6 @@ void use_files(Worker& self) {
   self.check(memcmp(text, found, size) == 0 && unlink(name) == 0);
 }
 
-void send_to_objects(Worker& self) { self.check(send_messages(self.number, self.random)); }
-
 struct Thrown {
   int64 depth;
 };
@@ -160,7 +153,6 @@ constexpr struct {
   void (*run)(Worker&);
 } steps[] = {{"blocks", use_blocks},
              {"files", use_files},
-             {"messages", send_to_objects},
              {"exceptions", throw_across_frames},
              {"internal calls", call_the_player},
              {"a mutex", lock_and_count}};
@@ -183,16 +175,15 @@ void work(Worker& self) {
   pthread_mutex_unlock(&pair.mutex);
 }
 
-/// Between the stop and the go nothing is allocated: the stopped thread may hold the heap's lock.
+/// Between the stop and the go no heap is used: the stopped thread may hold its lock.
 void stop_and_look(Worker& worker) {
   ThreadState state;
   uint32 count = 42;
   const uint32 port = __atomic_load_n(&worker.port, __ATOMIC_ACQUIRE);
   if (port == 0) return;
-  const bool stopped = thread_suspend(port) == 0;
-  const bool seen = thread_get_state(port, x86_thread_state64, &state, &count) == 0 && state.rsp != 0;
-  const bool resumed = thread_resume(port) == 0;
-  if (!stopped || !seen || !resumed) report(worker.number, "suspension");
+  const bool right = thread_suspend(port) == 0 && thread_get_state(port, x86_thread_state64, &state, &count) == 0 &&
+                     state.rsp != 0 && munmap(mmap(nullptr, 4096, 3, MAP_ANON | MAP_PRIVATE, -1, 0), 4096) == 0;
+  if (thread_resume(port) != 0 || !right) report(worker.number, "suspension");
 }
 
 void start_and_wait_for_a_thread() {
@@ -222,7 +213,6 @@ int64 run_soak() {
     worker.number = i;
     worker.random = i + 1;
     worker.step = "its start";
-    make_objects(i);
   }
   // Never taken down: a worker that stands still would hold its end up.
   auto& crew = *new Crew(worker_count, [](int64 i) { work(workers[i]); });

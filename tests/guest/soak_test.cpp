@@ -4,8 +4,6 @@
 //
 // After a quarter of the time for the warm-up, samples are taken each second. The median of the last third of them may
 // lie above the median of the first third by no more than the slack below: a leak of any step would be far beyond it.
-// What lives until the process ends is taken off: for each thread that ended two records of about 4 KiB and two
-// handles, as one is made when Windows tells of a new thread and one by its creator.
 #include <windows.h>
 
 #include <psapi.h>
@@ -20,8 +18,6 @@ using namespace vlm::test;
 
 namespace {
 
-constexpr std::int64_t bytes_per_thread = 9 * 1024;
-constexpr std::int64_t handles_per_thread = 2;
 constexpr std::int64_t byte_slack = 3 << 20;
 constexpr std::int64_t handle_slack = 8;
 constexpr std::size_t least_samples = 6;  // on a busy machine it takes longer
@@ -51,10 +47,9 @@ bool go_on(std::int64_t ended_threads) {
   if (passed > length_ms / 4) {
     PROCESS_MEMORY_COUNTERS counters{};
     GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
-    samples.push_back({static_cast<std::int64_t>(counters.PagefileUsage) - ended_threads * bytes_per_thread,
-                       count_open_handles() - ended_threads * handles_per_thread});
+    samples.push_back({static_cast<std::int64_t>(counters.PagefileUsage), count_open_handles()});
     if (samples.size() % 30 == 1) {
-      std::printf("%llu s: %zu KiB private, %lld threads ended, %lld other handles\n", passed / 1000,
+      std::printf("%llu s: %zu KiB private, %lld threads ended, %lld handles\n", passed / 1000,
                   static_cast<std::size_t>(counters.PagefileUsage / 1024), static_cast<long long>(ended_threads),
                   static_cast<long long>(samples.back().handles));
       std::fflush(stdout);

@@ -48,12 +48,19 @@ void wait_for_game_title(HWND window) {
 int live_with_the_library() {
   const HWND hidden = open_window(L"hidden", WS_OVERLAPPEDWINDOW);
   const HWND owned = open_window(L"owned", WS_POPUP | WS_CAPTION | WS_VISIBLE, hidden);
-  const auto others_are_left_alone = [=] { return title_of(hidden) == L"hidden" && title_of(owned) == L"owned"; };
+  const HWND splash = open_window(L"splash", WS_POPUP | WS_VISIBLE);
+  const auto others_are_left_alone = [=] {
+    return title_of(hidden) == L"hidden" && title_of(owned) == L"owned" && title_of(splash) == L"splash";
+  };
   if (LoadLibraryW((program_folder() + L"GameAssembly.dll").c_str()) == nullptr) return NO_LIBRARY;
   pump_for(300);  // several looks at the windows
   if (!others_are_left_alone()) return WRONG_WINDOW_TAKEN;
 
-  const HWND main_window = open_window(L"Player", WS_OVERLAPPEDWINDOW | WS_VISIBLE);
+  HWND main_window = open_window(L"Player", WS_OVERLAPPEDWINDOW | WS_VISIBLE);
+  wait_for_game_title(main_window);
+  DestroyWindow(main_window);  // players make theirs anew
+  pump_for(500);
+  main_window = open_window(L"Player", WS_OVERLAPPEDWINDOW | WS_VISIBLE);
   wait_for_game_title(main_window);
   for (const std::wstring& foreign : {std::wstring(), game_title + L" 2", game_title + std::wstring(100, L' ')}) {
     SetWindowTextW(main_window, foreign.c_str());

@@ -55,6 +55,10 @@ int uncaught_in_thread() {
 int uncaught_in_depth() {
   return beneath_a_handler([] { descend(5000); });
 }
+int leave_once() {
+  static int64 predicate;
+  return beneath_a_handler([] { dispatch_once_f(&predicate, nullptr, [](void*) { throw Escaped(); }); });
+}
 void escape_noexcept() noexcept { throw_escaped(); }
 void rethrow_nothing() { throw; }
 void rethrow_null_pointer() { std::rethrow_exception({}); }

@@ -1,5 +1,7 @@
 // pthread_join, which the game's library does not have: threads made with create_joinable_thread tell when they end.
 #undef pthread_create
+#undef pthread_join
+#undef pthread_detach
 #include <pthread.h>
 #include <stdlib.h>
 #include <time.h>
@@ -12,7 +14,8 @@ struct thread {
   _Atomic int ended;
   struct thread* next;
 };
-static struct thread* threads;  // of the one thread that creates and joins
+static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+static struct thread* threads;  // guarded by the lock; those that nobody has joined
 
 static void* run(void* given) {
   struct thread* const self = given;
@@ -25,19 +28,30 @@ int create_joinable_thread(pthread_t* id, const pthread_attr_t* attributes, void
   struct thread* const made = calloc(1, sizeof *made);
   made->start = start;
   made->argument = argument;
+  pthread_mutex_lock(&lock);
   const int failed = pthread_create(&made->id, attributes, run, made);
-  if (failed) return failed;
-  *id = made->id;
-  made->next = threads;
-  threads = made;
-  return 0;
+  if (failed) {
+    free(made);
+  } else {
+    *id = made->id;
+    made->next = threads;
+    threads = made;
+  }
+  pthread_mutex_unlock(&lock);
+  return failed;
 }
 
+/// The newest of that id: an older one has ended, and its id is used again.
 int pthread_join(pthread_t id, void** result) {
-  struct thread* joined = threads;
-  while (joined->id != id) joined = joined->next;
+  pthread_mutex_lock(&lock);
+  struct thread** place = &threads;
+  while ((*place)->id != id) place = &(*place)->next;
+  struct thread* const joined = *place;
+  *place = joined->next;
+  pthread_mutex_unlock(&lock);
   const struct timespec millisecond = {0, 1000000};
   while (!joined->ended) nanosleep(&millisecond, 0);
   if (result) *result = joined->result;
+  free(joined);
   return pthread_detach(id);
 }

@@ -1,5 +1,5 @@
 // SQLite on the game's library: what a database promises, over files of the real file system.
-#include "darwin_threads.h"
+#include "darwin.h"
 #include "sqlite3.h"
 
 namespace {
@@ -144,52 +144,4 @@ GUEST_TEST(a_mapped_file_grows) {
   }
   database.run("PRAGMA mmap_size=0; DELETE FROM t WHERE id > 5000; VACUUM");  // Windows cuts no file that is mapped
   CHECK(database.says(sum, filled) && database.says(check_all, "ok"));
-}
-
-GUEST_TEST(sorting_spills_into_files_that_go_away) {
-  Database database("sorted.db");
-  database.run("PRAGMA temp_store=file; PRAGMA cache_size=10");
-  database.run(fill);
-  database.run(
-      "CREATE TABLE sorted AS SELECT a.word AS word, b.size AS size FROM t AS a, t AS b WHERE b.id < 20"
-      " ORDER BY b.word DESC, a.word");
-  CHECK(
-      database.says("SELECT count(*) FROM sorted AS l, sorted AS r WHERE r.rowid = l.rowid + 1 AND l.size = r.size"
-                    " AND l.word > r.word",
-                    "0"));
-  CHECK(database.says("SELECT count(*) FROM sorted", "95000"));
-}
-
-GUEST_TEST(values_survive_the_file) {
-  constexpr const char* values = "SELECT group_concat(quote(x), ' ') FROM v";
-  constexpr const char* expected =
-      "-9223372036854775808 9223372036854775807 1.0e-300 -4.94065645841247e-324 1.79769313486231562234e+308 "
-      "'\u00e4\u20ac\U0001F600' X'00FF00' NULL 0.1";
-  {
-    Database database("values.db");
-    database.run("PRAGMA encoding='UTF-16be'");
-    database.run(
-        "CREATE TABLE v(x); INSERT INTO v VALUES(-9223372036854775808), (9223372036854775807), (1e-300),"
-        "(-4.9406564584124654e-324), (1.7976931348623157e308), ('\u00e4\u20ac\U0001F600'), (x'00ff00'), (NULL), (0.1)");
-  }
-  Database again("values.db");
-  CHECK(again.says(values, expected));
-  CHECK(again.says("SELECT datetime(1700000000, 'unixepoch', 'localtime', 'utc')", "2023-11-14 22:13:20"));
-  CHECK(again.says("SELECT abs(strftime('%s') - strftime('%s', 'now', 'localtime', 'utc')) < 2", "1"));
-}
-
-GUEST_TEST(threads_share_a_connection) {
-  CHECK(sqlite3_threadsafe() == 1);
-  Database database("shared.db");
-  database.run("PRAGMA synchronous=OFF; CREATE TABLE t(who, number)");
-  run_on_threads(4, [&](int64 who) {
-    char sql[96];
-    for (int i = 0; i < 250; ++i) {
-      snprintf(sql, sizeof sql, "INSERT INTO t VALUES(%ld, %d); SELECT count(*) FROM t WHERE who = %ld", who, i, who);
-      CHECK(database.try_to_run(sql) == SQLITE_OK);
-    }
-  });
-  CHECK(database.says("SELECT group_concat(n) FROM (SELECT count(DISTINCT number) AS n FROM t GROUP BY who)",
-                      "250,250,250,250"));
-  CHECK(database.says(check_all, "ok"));
 }

@@ -8,7 +8,7 @@
 
 namespace vlm::test {
 
-inline std::string file_of(const std::vector<CloudEntry>& entries) {
+inline std::string file_of(const std::vector<CloudEntry>& entries, std::uint64_t save_number = 0) {
   CloudFileWriter writer;
   for (const auto& [key, value] : entries) {
     if (const auto* const text = std::get_if<std::string>(&value)) {
@@ -19,7 +19,7 @@ inline std::string file_of(const std::vector<CloudEntry>& entries) {
       writer.add_double(key, std::get<double>(value));
     }
   }
-  return writer.bytes();
+  return writer.finish(save_number);
 }
 
 }  // namespace vlm::test

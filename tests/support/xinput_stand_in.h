@@ -6,7 +6,7 @@
 
 struct StandInPad {
   uint32_t connected;
-  uint32_t calls;  // of XInputGetState
+  uint32_t calls;  // of XInputGetState on the game's thread
   // XINPUT_GAMEPAD
   uint16_t buttons;
   uint8_t left_trigger, right_trigger;

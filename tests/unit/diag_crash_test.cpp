@@ -51,16 +51,3 @@ TEST_CASE("alone: eight errors are reported" * doctest::skip()) {
 TEST_CASE("eight errors are reported; breakpoints and a program's own codes are not, and do not count") {
   CHECK(run_alone("alone: eight errors are reported"));
 }
-
-TEST_CASE("addresses of Windows modules are named by file and offset, others not at all") {
-  const auto address = reinterpret_cast<std::uint64_t>(reinterpret_cast<void*>(&GetTickCount64));
-  const auto module = reinterpret_cast<std::uint64_t>(GetModuleHandleA("kernel32.dll"));
-  char text[symbol_text_size], wanted[64];
-  REQUIRE(symbolize_address(module + 0x1234, text));
-  std::snprintf(wanted, sizeof wanted, "kernel32.dll+0x%x", 0x1234);
-  CHECK_EQ(std::string(text), wanted);
-  REQUIRE(symbolize_address(address, text));
-  for (const std::uint64_t nowhere : {std::uint64_t{0}, std::uint64_t{0x10}, ~std::uint64_t{0}}) {
-    CHECK_FALSE(symbolize_address(nowhere, text));
-  }
-}

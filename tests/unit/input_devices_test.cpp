@@ -1,9 +1,8 @@
-// Sony's controllers from the scan to the game's plug-in. A named pipe is read like a device; which
-// devices there are and what they call themselves is told through a HidSystem of the test's own.
+// Sony's controllers from the scan to the game's plug-in, and glyphs. A named pipe is read like a device; which devices
+// there are and what they call themselves is told through a HidSystem of the test's own.
 #include <windows.h>
 #include <doctest/doctest.h>
 
-#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -11,50 +10,41 @@
 #include <vector>
 
 #include "input/connections.h"
-#include "input/controller_plugin.h"
 #include "input/devices.h"
+#include "input/glyphs.h"
+#include "input/pad_mapping.h"
+#include "support/handles.h"
 #include "support/locks.h"
 #include "support/sysv.h"
-#include "vlm.h"
 
 using namespace vlm;
 
 namespace {
 
-constexpr HidId dualshock4 = {0x054C, 0x09CC}, dualsense = {0x054C, 0x0CE6};
-constexpr HidId older_sony = {0x054C, 0x0268}, other_maker = {0x046D, 0x0CE6};
+constexpr HidId dualshock4 = {0x054C, 0x09CC}, dualsense = {0x054C, 0x0CE6}, unreadable = {};
 
-struct Attributes {
-  HidId id;
-  bool readable = true;
-};
-std::vector<std::pair<std::wstring, Attributes>> present;  // changed between scans only
-std::map<std::wstring, int> identified;                    // how often each device was asked what it is
-
-std::vector<std::wstring> present_paths() {
-  std::vector<std::wstring> paths;
-  for (const auto& [path, attributes] : present) paths.push_back(path);
-  return paths;
-}
-std::optional<HidId> identify(const wchar_t* path) {
-  ++identified[path];
-  for (const auto& [present_path, attributes] : present) {
-    if (present_path == path && attributes.readable) return attributes.id;
-  }
-  return std::nullopt;
-}
-
-// What the readers ask for, in order.
+std::map<std::wstring, HidId> present;   // changed between scans only
+std::map<std::wstring, int> identified;  // how often each device was asked what it is
 SrwLock features_lock;
-std::vector<std::string> features;  // guarded by features_lock
-BOOLEAN WINAPI get_feature(HANDLE, void* buffer, ULONG size) {
-  std::lock_guard hold(features_lock);
-  features.emplace_back(static_cast<const char*>(buffer), size);
-  return FALSE;
-}
-/// The request for a feature report.
-std::string request(char id, std::size_t size) { return id + std::string(size - 1, 0); }
-const HidSystem fake_hid = {present_paths, identify, get_feature};
+std::vector<std::string> features;  // that the readers asked for; guarded by features_lock
+
+const HidSystem fake_hid = {
+    [] {
+      std::vector<std::wstring> paths;
+      for (const auto& [path, id] : present) paths.push_back(path);
+      return paths;
+    },
+    [](const wchar_t* path) {
+      ++identified[path];
+      const HidId id = present[path];
+      return id.vendor != unreadable.vendor ? std::optional(id) : std::nullopt;
+    },
+    [](HANDLE, void* buffer, ULONG size) WINAPI -> BOOLEAN {
+      const std::lock_guard hold(features_lock);
+      features.emplace_back(static_cast<const char*>(buffer), size);
+      return FALSE;
+    },
+};
 
 template <class Condition>
 bool soon(Condition condition) {
@@ -65,60 +55,40 @@ bool soon(Condition condition) {
 /// A device that is plugged in while this lives.
 class FakePad {
  public:
-  FakePad(const std::wstring& name, HidId id, DWORD direction = PIPE_ACCESS_DUPLEX) : path_(L"\\\\.\\pipe\\" + name) {
-    pipe_ = CreateNamedPipeW(path_.c_str(), direction, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, 1, 4096,
+  FakePad(const std::wstring& name, HidId id, DWORD direction = PIPE_ACCESS_DUPLEX) : path(L"\\\\.\\pipe\\" + name) {
+    pipe_ = CreateNamedPipeW(path.c_str(), direction, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, 1, 4096,
                              4096, 0, nullptr);
     REQUIRE_NE(pipe_, INVALID_HANDLE_VALUE);
-    present.push_back({path_, {id}});
+    present[path] = id;
   }
   ~FakePad() {
-    std::erase_if(present, [&](const auto& device) { return device.first == path_; });
+    present.erase(path);
     CloseHandle(pipe_);
   }
   FakePad(const FakePad&) = delete;
 
   /// Waits until the reader has taken the report: its end of the pipe would let two of them run together.
-  void send(std::vector<unsigned char> report, std::size_t size = 0) {
-    if (size != 0) report.resize(size);
+  void send(std::vector<unsigned char> report, std::size_t size) {
+    report.resize(size);
     if (!ConnectNamedPipe(pipe_, nullptr)) REQUIRE_EQ(GetLastError(), ERROR_PIPE_CONNECTED);
     DWORD written;
-    REQUIRE(WriteFile(pipe_, report.data(), static_cast<DWORD>(report.size()), &written, nullptr));
+    REQUIRE(WriteFile(pipe_, report.data(), static_cast<DWORD>(size), &written, nullptr));
     REQUIRE(FlushFileBuffers(pipe_));
   }
-  const std::wstring& path() const { return path_; }
+
+  /// For the next who opens it.
+  void be_free() { REQUIRE(DisconnectNamedPipe(pipe_)); }
+
+  const std::wstring path;
 
  private:
-  std::wstring path_;
   HANDLE pipe_;
 };
 
 bool live(unsigned slot) { return live_sony_pad(slot) != PadKind::none; }
 
 /// Left X, as a DualShock 4 sends it by cable.
-std::vector<unsigned char> stick_report(unsigned char x) { return {0x01, x, 128, 128, 128, 0x28, 0, 0, 0, 0}; }
-
-template <class Function>
-Function plugin_function(const char* name) {
-  for (const PluginSymbol* symbol = controller_plugin_symbols; symbol->name != nullptr; ++symbol) {
-    if (std::strcmp(symbol->name, name) == 0) {
-      return reinterpret_cast<Function>(const_cast<void*>(symbol->address));
-    }
-  }
-  return nullptr;
-}
-ControllerState poll(const char* identifier) {
-  return plugin_function<SYSV ControllerState (*)(const char*)>("GameControllerWrapper_PollController")(identifier);
-}
-
-/// At a test's end: everything is unplugged, and the readers have noticed.
-struct AllFree {
-  ~AllFree() {
-    present.clear();
-    CHECK(soon([] { return !live(0) && !live(1) && !live(2) && !live(3); }));
-    set_connection_handlers(nullptr, nullptr);
-    for (const char* identifier : {"sony-0", "sony-1", "sony-2", "sony-3"}) poll(identifier);
-  }
-};
+std::vector<unsigned char> stick(unsigned char x) { return {0x01, x, 128, 128, 128, 0x28}; }
 
 std::string told;  // by the game's handlers
 SYSV void on_connected(ControllerInfo info) {
@@ -131,99 +101,72 @@ SYSV void on_disconnected(ControllerInfo info) {
 }  // namespace
 
 TEST_CASE("a Sony controller is found, read, announced and let go") {
-  AllFree all_free;
-  told.clear();
-  identified.clear();
-  features.clear();
   set_connection_handlers(on_connected, on_disconnected);
   {
-    FakePad pad(L"vlm-pad", dualsense);
-    FakePad others[] = {{L"vlm-older", older_sony}, {L"vlm-other", other_maker}};
-    present.push_back({L"\\\\.\\pipe\\vlm-mute", {dualsense, false}});
-    scan_hid(fake_hid);
-    CHECK(std::string(controller_info(first_sony_index).productCategory) == "Xbox One");
-    poll("sony-0");
+    FakePad pad(L"vlm-pad", dualsense), older(L"vlm-older", {0x054C, 0x0268}), other(L"vlm-other", {0x046D, 0x0CE6});
+    present[L"\\\\.\\pipe\\vlm-mute"] = unreadable;
+    present[L"\\\\.\\pipe\\" + std::wstring(503, L'x')] = dualsense;  // an endless name
+    for (int scan = 0; scan < 5; ++scan) scan_hid(fake_hid);
+    for (const auto& [path, times] : identified) CHECK_EQ(times, path.ends_with(L"mute") ? 3 : 1);
+    CHECK_EQ(identified.size(), 4);
+    refresh_connections(true);
     CHECK_EQ(told, "");  // nothing is known of it before its first report
 
-    pad.send(stick_report(200));  // by radio, before it is asked for more
+    pad.send(stick(200), 78);  // by radio, before it is asked for more
     REQUIRE(soon([] { return live(0); }));
-    ControllerState state = poll("sony-0");
+    refresh_connections(true);
     CHECK_EQ(told, "+sony-0 DualSense, DualSense Wireless Controller; ");
-    CHECK_EQ(state.leftThumbstickX, 72.5f / 127.5f);
-    CHECK_EQ(state.buttonA, 1.0f);
-    CHECK_EQ(pc_pad_south_held(), 1);
-    CHECK_EQ(pc_pad_lateral(), 72.5f / 127.5f);
-
+    CHECK((read_sony_pad(0)->leftX == 200 && read_sony_pad(0)->buttons0 == 0x28));
     pad.send({0x31, 0, 0, 128, 128, 128, 21, 0, 0, 8}, 78);  // full report: left X 0
     REQUIRE(soon([] { return read_sony_pad(0)->leftX == 0; }));
     pad.send({0x31, 0, 77}, 63);  // too short
     pad.send({0x42, 77}, 64);     // of no known ID
-    pad.send({0x31, 0, 1, 128, 128, 128, 21, 0, 0, 8}, 600);
+    pad.send({0x31, 0, 1, 128, 128, 128, 22}, 600);
     REQUIRE(soon([] { return read_sony_pad(0)->leftX == 1; }));
-    state = poll("sony-0");
-    CHECK_EQ(state.leftThumbstickX, -126.5f / 127.5f);
-    CHECK_EQ(state.leftTrigger, 21 / 255.0f);
-    CHECK_EQ(pc_pad_south_held(), 0);
-
-    scan_hid(fake_hid);
-    CHECK_EQ(identified[pad.path()], 1);  // one that has a slot is left in peace
-    for (const FakePad& other : others) CHECK_EQ(identified[other.path()], 2);
-    CHECK((features == std::vector{request(0x05, 41)}));
+    CHECK_EQ(read_sony_pad(0)->leftTrigger, 22);
   }
+  present.clear();
   REQUIRE(soon([] { return !live(0); }));
-  const ControllerState state = poll("sony-0");
-  CHECK_EQ(state.leftThumbstickX, 0);
+  refresh_connections(true);
   CHECK(told.ends_with("; -sony-0 DualSense; "));
-  CHECK_EQ(pc_pad_lateral(), 0);
+  CHECK_FALSE(read_sony_pad(0));
 
-  // The next device in the slot is another one, which cannot be written to.
+  // The next device in the slot is another one, which cannot be written to; a program lets it go after two scans.
   told.clear();
-  FakePad pad(L"vlm-pad", dualshock4, PIPE_ACCESS_OUTBOUND);
-  present[0].second.id = dualshock4;
-  REQUIRE(soon([&] {
-    scan_hid(fake_hid);
-    return identified[pad.path()] > 1;
-  }));
-  pad.send(stick_report(0));
+  FakePad pad(L"vlm-next", dualshock4, PIPE_ACCESS_OUTBOUND);
+  UniqueHandle other(CreateFileW(pad.path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  for (int scan = 0; scan < 2; ++scan) scan_hid(fake_hid);
+  other.reset();
+  pad.be_free();
+  scan_hid(fake_hid);
+  CHECK_EQ(identified[pad.path], 1);
+  pad.send(stick(0), 10);
   REQUIRE(soon([] { return live(0); }));
-  poll("keyboard");
+  refresh_connections(true);
   CHECK_EQ(told, "+sony-0 DualShock 4, Wireless Controller; ");
-  CHECK((features.back() == request(0x02, 37)));
+  const auto request = [](char id, std::size_t size) { return id + std::string(size - 1, 0); };
+  CHECK((features == std::vector{request(0x05, 41), request(0x02, 37)}));
+  set_connection_handlers(nullptr, nullptr);
 }
 
 TEST_CASE("a fifth controller waits until a slot is free") {
-  AllFree all_free;
+  REQUIRE(soon([] { return !live(0); }));
   std::vector<std::unique_ptr<FakePad>> pads;
   for (int i = 0; i < 5; ++i) pads.push_back(std::make_unique<FakePad>(L"vlm-pad-" + std::to_wstring(i), dualshock4));
-  scan_hid(fake_hid);
+  // A reader may have a moment left before its slot is free.
+  REQUIRE(soon([&] { return scan_hid(fake_hid), WaitNamedPipeW(pads[3]->path.c_str(), 1) == 0; }));
   for (unsigned i = 0; i < 4; ++i) {
-    pads[i]->send(stick_report(static_cast<unsigned char>(10 + i)));
+    pads[i]->send(stick(static_cast<unsigned char>(10 + i)), 10);
     REQUIRE(soon([&] { return live(i); }));
     CHECK_EQ(read_sony_pad(i)->leftX, 10 + i);
   }
   pads[2].reset();
-  REQUIRE(soon([] { return !live(2); }));
-  // The reader may have a moment left before its slot is free.
-  REQUIRE(soon([&] {
-    scan_hid(fake_hid);
-    return WaitNamedPipeW(pads[4]->path().c_str(), 1) == 0;  // its only instance is taken
-  }));
-  pads[4]->send(stick_report(14));
+  REQUIRE(soon([&] { return scan_hid(fake_hid), WaitNamedPipeW(pads[4]->path.c_str(), 1) == 0; }));
+  pads[4]->send(stick(14), 10);
   REQUIRE(soon([] { return live(2); }));
   CHECK_EQ(read_sony_pad(2)->leftX, 14);
-  CHECK_EQ(poll("sony-2").leftThumbstickX, -113.5f / 127.5f);
-}
-
-TEST_CASE("a device that cannot be opened or has an endless name takes no slot for good") {
-  AllFree all_free;
-  identified.clear();
-  present = {{L"\\\\.\\pipe\\vlm-gone", {dualsense}}, {L"\\\\.\\pipe\\" + std::wstring(503, L'x'), {dualsense}}};
-  REQUIRE(soon([] {
-    scan_hid(fake_hid);
-    return identified[present[0].first] > 1;  // its slot was free again
-  }));
-  CHECK_EQ(identified.count(present[1].first), 0);
-  CHECK_FALSE(live(0));
+  pads.clear();
+  REQUIRE(soon([] { return !live(0) && !live(1) && !live(2) && !live(3); }));
 }
 
 TEST_CASE("Windows' own list of devices can be read") {
@@ -234,4 +177,14 @@ TEST_CASE("Windows' own list of devices can be read") {
     hid->identify(path.c_str());
   }
   CHECK_FALSE(hid->identify(L"\\\\.\\pipe\\vlm-absent"));
+}
+
+TEST_CASE("a glyph whose letters cannot be drawn is drawn by a later request") {
+  std::vector<HGDIOBJ> all;  // that Windows gives a process
+  while (const HGDIOBJ object = CreateSolidBrush(static_cast<COLORREF>(all.size()))) all.push_back(object);
+  std::uint32_t length = 1;
+  CHECK((glyph_png(true, 0, &length) == nullptr && length == 0));
+  for (const HGDIOBJ object : all) DeleteObject(object);
+  const void* const drawn = glyph_png(true, 0, &length);
+  CHECK((drawn != nullptr && length == 37028 && glyph_png(true, 0, &length) == drawn));
 }

@@ -2,8 +2,10 @@
 #pragma once
 #include "types.h"
 
+#define PROT_NONE 0
 #define PROT_READ 1
 #define PROT_WRITE 2
+#define PROT_EXEC 4
 #define MAP_SHARED 1
 #define MAP_PRIVATE 2
 #define MAP_FIXED 0x10
