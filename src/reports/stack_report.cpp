@@ -99,6 +99,19 @@ class ReportedStack {
 
   bool leave_caller(FrameShape shape) {
     if (!shape.supported && sets_frame_pointer(shape.function)) shape = with_frame_pointer(shape.function);
+    return walk_.step(shape) || (shape.layout.from_rbp && follow_to_other_stack(shape));
+  }
+
+  /// A function that has gone on with another stack, one that the game has made, has its frame on the first one.
+  bool follow_to_other_stack(const FrameShape& shape) {
+    constexpr int most = 16;
+    UnwindContext at = walk_.at();
+    const std::uint64_t end = end_of_readable_region(at[in_rbp]);
+    if (end == 0 || ++stacks_ > most) return false;
+    for (unsigned i = 0; i < shape.layout.saved_count; ++i) {
+      at[in_rsp] = std::min(i == 0 ? at[in_rbp] : at[in_rsp], at[in_rbp] + 16 - shape.layout.saved[i].below_cfa);
+    }
+    walk_ = StackWalk(at, end);
     return walk_.step(shape);
   }
 
@@ -124,6 +137,7 @@ class ReportedStack {
 
   StackWalk walk_;
   bool is_first_ = true;
+  int stacks_ = 1;
 };
 
 void log_frame(std::size_t number, std::uint64_t rip, bool is_return_address, DWORD thread) {
