@@ -154,9 +154,9 @@ bool is_reporting(DWORD thread) {
 bool is_crash(DWORD code) { return code >= 0xC0000000 && (code & 0x20000000) == 0; }
 
 LONG CALLBACK crash_handler(EXCEPTION_POINTERS* exception) {
-  if (recover_report(*exception->ContextRecord)) return EXCEPTION_CONTINUE_EXECUTION;
   const DWORD code = exception->ExceptionRecord->ExceptionCode;
   if (!is_crash(code)) return EXCEPTION_CONTINUE_SEARCH;
+  if (recover_report(*exception->ContextRecord)) return EXCEPTION_CONTINUE_EXECUTION;
   const DWORD thread = GetCurrentThreadId();
   if (is_reporting(thread)) return EXCEPTION_CONTINUE_SEARCH;  // an exception within a report
   if (report_count.load(std::memory_order_relaxed) >= max_reports) return EXCEPTION_CONTINUE_SEARCH;

@@ -40,6 +40,9 @@ class Line {
     va_end(arguments);
     size_ = std::min(size_ + static_cast<std::size_t>(std::max(size, 0)), text_.size() - 1);
   }
+  void put(char c) {
+    if (size_ < text_.size() - 1) text_[size_++] = c, text_[size_] = '\0';
+  }
   const char* text() const { return text_.data(); }
   std::size_t size() const { return size_; }
 
@@ -57,7 +60,7 @@ void add_text(Line& line, std::string_view text, bool is_cut) {
       case '\t': line.add("\\t"); break;
       case '"':
       case '\\': line.add("\\%c", c); break;
-      default: line.add("%c", c);
+      default: line.put(c);
     }
   }
   line.add(is_cut ? "\"..." : "\"");
