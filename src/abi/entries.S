@@ -151,6 +151,37 @@
         message_send objc_msgSend_entry, %rdi, %rsi
         message_send objc_msgSend_stret_entry, %rsi, %rdx
 
+# trace_entry: game code called an import that is traced. Records the call and goes on to the implementation with every
+# argument, the stack and the count of vector registers of a variadic call exactly as the caller left them.
+#   in   r11  TracedImport, put there by the transparent stub
+#
+#   rbp+0x08  return address into the game
+#   rbp+0x00  caller's rbp
+#             alignment, unused
+#   rsp+0xd8  r10
+#   rsp+0xd0  rax
+#   rsp+0x20  RegisterSaveArea, 176 bytes
+#   rsp+0x00  shadow space, 32 bytes
+#define TRACE_REGISTERS 0x20
+#define TRACE_RAX (TRACE_REGISTERS + SAVE_AREA_SIZE)
+#define TRACE_R10 (TRACE_RAX + 8)
+        begin   trace_entry
+        enter_aligned 0xe0
+        save_arguments TRACE_REGISTERS
+        movq    %rax, TRACE_RAX(%rsp)
+        movq    %r10, TRACE_R10(%rsp)
+        movq    %r11, %rcx
+        leaq    TRACE_REGISTERS(%rsp), %rdx
+        movq    8(%rbp), %r8
+        callq   record_import_call
+        movq    %rax, %r11
+        restore_arguments TRACE_REGISTERS
+        movq    TRACE_RAX(%rsp), %rax
+        movq    TRACE_R10(%rsp), %r10
+        leave
+        .byte   0x49, 0xff, 0xe3        # as in message_send
+        .seh_endproc
+
 # variadic: turns a variadic System V call into a call of \body (System V) with a va_list.
 #   in   \named integer or pointer arguments in their registers, then the unnamed ones wherever the ABI puts them
 #   out  \list, the register of the argument after the named ones: the va_list

@@ -47,6 +47,7 @@ extern "C" {
 // Not functions to call from C++: addresses to put into stubs and shim rows.
 void trap_entry();   // record in rax -> trap_unimplemented
 void icall_entry();  // record in rax -> dispatch_managed_call
+void trace_entry();  // record in r11 -> record_import_call, then the import's implementation
 void objc_msgSend_entry();
 void objc_msgSend_stret_entry();
 void objc_null_method();  // every result register zero

@@ -59,6 +59,7 @@ struct StubKind {
 };
 constexpr StubKind callback_stub = {44, 48, &callback_unwind};
 constexpr StubKind record_stub = {24, 32, nullptr};
+constexpr std::size_t transparent_stub_size = 24;  // cut like record stubs
 constexpr StubKind sysv_function_stub = {128, 128, &sysv_function_unwind};
 
 /// What lies behind a chunk's stubs. Addresses in it count from the chunk's start.
@@ -179,6 +180,16 @@ void write_record_stub(void* place, const void* record, const void* entry) {
 void* make_record_stub(const void* record, const void* entry) {
   void* stub = pool.take(record_stub, record_stub_size);
   write_record_stub(stub, record, entry);
+  return stub;
+}
+
+void* make_transparent_stub(const void* record, const void* entry) {
+  void* stub = pool.take(record_stub, transparent_stub_size);
+  CodeWriter(stub)
+      .code({0x49, 0xBB})
+      .address(record)                             // mov r11, record
+      .code({0xFF, 0x25, 0x00, 0x00, 0x00, 0x00})  // jmp [rip]
+      .address(entry);
   return stub;
 }
 

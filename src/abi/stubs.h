@@ -3,6 +3,7 @@
 //   callback stub         game code -> Windows function     up to six integer or pointer arguments
 //   System V stub         Windows code -> game function     up to six integer or pointer arguments
 //   record stub           game code -> a fixed entry, with the address of a record in rax
+//   transparent stub      the same, with the record in r11
 //
 // Stubs live in 1 MiB chunks of executable memory, are 16-byte aligned and are never freed. Stubs that have a frame
 // are described to Windows, so a stack walk crosses them. Any thread may make stubs.
@@ -24,6 +25,9 @@ void write_record_stub(void* place, const void* record, const void* entry);
 
 /// A record stub from the stub pool: game code that calls it arrives at `entry` with `record` in rax.
 void* make_record_stub(const void* record, const void* entry);
+
+/// The same for an entry that has to find every register but r11 as the caller left it: the record is in r11.
+void* make_transparent_stub(const void* record, const void* entry);
 
 /// The record of a record stub made for `entry`, or null when `address` is none. Probes memory before it reads.
 void* record_of_stub(const void* address, const void* entry);

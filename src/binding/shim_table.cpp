@@ -62,6 +62,14 @@ void sort_rows() {
   shim_table.sorted = true;
 }
 
+ShimEntry* find_row(const char* name) {
+  if (!shim_table.sorted) sort_rows();
+  const auto rows = std::span(shim_table.rows, shim_table.count);
+  const auto found = std::ranges::lower_bound(
+      rows, name, [](const char* a, const char* b) { return std::strcmp(a, b) < 0; }, &ShimEntry::name);
+  return found != rows.end() && std::strcmp(found->name, name) == 0 ? &*found : nullptr;
+}
+
 [[noreturn]] void out_of_memory(const char* name) { fatal_error("out of memory while binding %s", name); }
 
 char* copy_text(const char* text, const char* name) {
@@ -123,11 +131,12 @@ void register_shims(ShimRows rows) {
 }
 
 const void* lookup_shim(const char* library, const char* name) {
-  if (!shim_table.sorted) sort_rows();
-  const auto rows = std::span(shim_table.rows, shim_table.count);
-  const auto found = std::ranges::lower_bound(
-      rows, name, [](const char* a, const char* b) { return std::strcmp(a, b) < 0; }, &ShimEntry::name);
-  return found != rows.end() && std::strcmp(found->name, name) == 0 ? found->address : nullptr;
+  const ShimEntry* const row = find_row(name);
+  return row != nullptr ? row->address : nullptr;
+}
+
+void replace_shim(const char* name, const void* address) {
+  if (ShimEntry* const row = find_row(name)) row->address = address;
 }
 
 const void* make_missing_symbol(const char* library, const char* name) {

@@ -33,6 +33,9 @@ void register_shims(ShimRows rows);
 /// The implementation of a symbol, or null. Names are global: the library label is not part of the search.
 const void* lookup_shim(const char* library, const char* name);
 
+/// Gives a symbol that has an implementation another one. Before the game's image is bound.
+void replace_shim(const char* name, const void* address);
+
 /// What an import without a row is bound to: a zeroed 512-byte object for data-like names, else a trap stub
 /// that reports the first call. Never null.
 const void* make_missing_symbol(const char* library, const char* name);

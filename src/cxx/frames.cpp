@@ -48,6 +48,16 @@ bool has_personality(const MachImage& image, std::uint32_t slot) {
   return *reinterpret_cast<const std::uint64_t*>(image.base + slot) != 0;
 }
 
+FrameShape shape_of(const MachImage& image, const UnwindEntry& entry) {
+  const std::uint64_t function = image.base + entry.function;
+  std::span<const std::byte> code;
+  if (image.contains(function)) {
+    code = {reinterpret_cast<const std::byte*>(function), image.base + image.extent() - function};
+  }
+  const auto layout = decode_compact(entry.encoding, code);
+  return {function, entry.encoding, layout.has_value(), layout.value_or(FrameLayout{})};
+}
+
 const Frame* decode(const MachImage& image, const UnwindSection& section, std::uint64_t return_address) {
   const std::uint64_t instruction = return_address - 1;  // the call: what follows may belong to another function
   const auto found = section.find(static_cast<std::uint32_t>(instruction - image.base));
@@ -55,15 +65,10 @@ const Frame* decode(const MachImage& image, const UnwindSection& section, std::u
   if (!found || !*found) return nullptr;
   const UnwindEntry& entry = **found;
 
-  const std::uint64_t function = image.base + entry.function;
-  std::span<const std::byte> code;
-  if (image.contains(function)) {
-    code = {reinterpret_cast<const std::byte*>(function), image.base + image.extent() - function};
-  }
-  const auto layout = decode_compact(entry.encoding, code);
+  const FrameShape shape = shape_of(image, entry);
   std::optional<LandingPad> pad;
-  if (layout && entry.lsda != 0 && has_personality(image, entry.personality)) {
-    auto read = find_landing_pad(image, image.base + entry.lsda, function, instruction);
+  if (shape.supported && entry.lsda != 0 && has_personality(image, entry.personality)) {
+    auto read = find_landing_pad(image, image.base + entry.lsda, shape.function, instruction);
     if (!read) fatal_error("%s", read.error().text.c_str());
     pad = std::move(*read);
   }
@@ -74,11 +79,11 @@ const Frame* decode(const MachImage& image, const UnwindSection& section, std::u
   auto* frame = new (block) Frame{.return_address = return_address,
                                   .next = nullptr,
                                   .landing_pad = pad ? pad->address : 0,
-                                  .layout = layout.value_or(FrameLayout{}),
+                                  .layout = shape.layout,
                                   .clause_count = static_cast<std::uint32_t>(clauses),
                                   .has_cleanup = pad && pad->has_cleanup,
-                                  .supported = layout.has_value(),
-                                  .function = function,
+                                  .supported = shape.supported,
+                                  .function = shape.function,
                                   .encoding = entry.encoding,
                                   .clauses = {}};
   if (pad) std::ranges::copy(pad->clauses, frame->clauses);
@@ -99,6 +104,20 @@ const Frame* decode_frame(std::uint64_t return_address) {
     return decode(*images[i], section_of(*images[i], sections[i]), return_address);
   }
   return nullptr;
+}
+
+std::optional<FrameShape> find_shape(std::uint64_t instruction) {
+  for (const MachImage* image : macho_images()) {
+    if (!image->contains(instruction)) continue;
+    const MachSection* const found = macho_find_section(*image, "__TEXT", "__unwind_info");
+    if (found == nullptr) return std::nullopt;
+    const auto section = UnwindSection::open({reinterpret_cast<const std::byte*>(found->addr), found->size});
+    if (!section) return std::nullopt;
+    const auto entry = section->find(static_cast<std::uint32_t>(instruction - image->base));
+    if (!entry || !*entry) return std::nullopt;
+    return shape_of(*image, **entry);
+  }
+  return std::nullopt;
 }
 
 }  // namespace vlm

@@ -5,12 +5,21 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 
 #include "cxx/compact_unwind.h"
 #include "cxx/lsda.h"
 #include "support/hash.h"
 
 namespace vlm {
+
+/// How the frame of a function lies on the stack.
+struct FrameShape {
+  std::uint64_t function;  // run-time address of its first instruction
+  std::uint32_t encoding;
+  bool supported;  // else the encoding does not describe the frame, and layout is empty
+  FrameLayout layout;
+};
 
 /// Immutable once made; lives until the process ends, as images do. An exception that passes by reads one cache line.
 struct alignas(64) Frame {
@@ -46,5 +55,9 @@ inline const Frame* find_frame(std::uint64_t return_address) {
   while (frame != nullptr && frame->return_address != return_address) frame = frame->next;
   return frame != nullptr ? frame : decode_frame(return_address);
 }
+
+/// The shape of the frame of the function that holds an instruction, or nothing when no image has unwind information
+/// for it. For reports: allocates nothing, and nothing is fatal.
+std::optional<FrameShape> find_shape(std::uint64_t instruction);
 
 }  // namespace vlm

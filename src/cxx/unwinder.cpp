@@ -6,6 +6,7 @@
 
 #include "binding/shim_table.h"
 #include "cxx/frames.h"
+#include "cxx/stack_walk.h"
 #include "cxx/type_matching.h"
 #include "diag/log.h"
 #include "support/pages.h"
@@ -20,14 +21,6 @@ constinit thread_local std::uint64_t highest_landing = 0;
 namespace {
 
 constexpr int max_frames = 4096;
-
-/// The registers that a Windows frame keeps for its caller, as far as game code keeps them too.
-constexpr struct {
-  UnwindRegister ours;
-  DWORD64 CONTEXT::* windows;
-} registers_of_windows[] = {{in_rip, &CONTEXT::Rip}, {in_rsp, &CONTEXT::Rsp}, {in_rbp, &CONTEXT::Rbp},
-                            {in_rbx, &CONTEXT::Rbx}, {in_r12, &CONTEXT::R12}, {in_r13, &CONTEXT::R13},
-                            {in_r14, &CONTEXT::R14}, {in_r15, &CONTEXT::R15}};
 
 /// The type's name, "?" when it has none.
 const char* type_of(const ExceptionHeader& exception) {
@@ -49,8 +42,6 @@ const char* type_of(const ExceptionHeader& exception) {
   fatal_error("uncaught C++ exception of type %s", type_of(exception));
 }
 
-std::uint64_t word_at(std::uint64_t address) { return *reinterpret_cast<const std::uint64_t*>(address); }
-
 /// Where the memory of the stack that `rsp` is on ends: the thread's own stack, or one that the game has made.
 std::uint64_t end_of_stack(std::uint64_t rsp) {
   const auto& thread = *reinterpret_cast<const NT_TIB*>(NtCurrentTeb());
@@ -60,76 +51,14 @@ std::uint64_t end_of_stack(std::uint64_t rsp) {
   return std::max(rsp, end_of(region_at(rsp)));
 }
 
-/// A walk from callee to caller, over one stack.
-class StackWalk {
- public:
-  explicit StackWalk(const UnwindContext& start) : at_(start), stack_end_(end_of_stack(start[in_rsp])) {}
-
-  const UnwindContext& at() const { return at_; }
-  std::uint64_t rsp() const { return at_[in_rsp]; }
-  std::uint64_t rip() const { return at_[in_rip]; }
-
-  /// Goes to the caller of a game frame. False when the frame cannot be taken off: an encoding that does not say how,
-  /// which is logged, or registers that do not lie on the stack. The caller's rsp is the frame's CFA.
-  bool step(const Frame& frame) {
-    if (!frame.supported) {
-      log_message(0, "[eh] unsupported unwind encoding 0x%08x at %p", frame.encoding,
-                  reinterpret_cast<void*>(frame.function));
-      return false;
-    }
-    const FrameLayout& layout = frame.layout;
-    const std::uint64_t low = rsp();
-    const std::uint64_t from = layout.from_rbp ? at_[in_rbp] : low;
-    if (from < low || from > stack_end_ || layout.cfa_offset > stack_end_ - from) return false;
-    // Frames of rbp are chained by constants, so that the processor takes them off while it waits for the cache.
-    const std::uint64_t cfa = layout.from_rbp ? from + 16 : from + layout.cfa_offset;
-    if (cfa - low < layout.deepest) return false;
-    const auto restore = [&](UnwindRegister where) {
-      if (layout.below_cfa[where] != 0) at_[where] = word_at(cfa - layout.below_cfa[where]);
-    };
-    restore(in_rbx);
-    restore(in_r12);
-    restore(in_r13);
-    restore(in_r14);
-    restore(in_r15);
-    if (layout.from_rbp) {
-      at_[in_rbp] = word_at(from);
-    } else {
-      restore(in_rbp);
-    }
-    at_[in_rip] = word_at(cfa - 8);
-    at_[in_rsp] = cfa;
-    return true;
-  }
-
-  /// Goes to the caller of a Windows frame. False at the end of the stack.
-  bool step_windows() {
-    CONTEXT context{};
-    for (const auto& [ours, windows] : registers_of_windows) context.*windows = at_[ours];
-    DWORD64 image_base;
-    HMODULE module;
-    if (PRUNTIME_FUNCTION function = RtlLookupFunctionEntry(context.Rip, &image_base, nullptr)) {
-      void* handler_data;
-      DWORD64 establisher;
-      RtlVirtualUnwind(UNW_FLAG_NHANDLER, image_base, context.Rip, function, &context, &handler_data, &establisher,
-                       nullptr);
-    } else if (GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                                  reinterpret_cast<const wchar_t*>(context.Rip), &module) &&
-               stack_end_ - context.Rsp >= 8) {
-      context.Rip = word_at(context.Rsp);  // a leaf function: Windows has no entry for it
-      context.Rsp += 8;
-    } else {
-      return false;
-    }
-    if (context.Rip == 0 || context.Rsp <= rsp() || context.Rsp > stack_end_) return false;
-    for (const auto& [ours, windows] : registers_of_windows) at_[ours] = context.*windows;
-    return true;
-  }
-
- private:
-  UnwindContext at_;
-  std::uint64_t stack_end_;
-};
+/// Goes to the caller of a game frame; tells which encoding says nothing about its frame.
+bool leave(StackWalk& walk, const Frame& frame) {
+  if (frame.supported) [[likely]]
+    return walk.step(frame.layout);
+  log_message(0, "[eh] unsupported unwind encoding 0x%08x at %p", frame.encoding,
+              reinterpret_cast<void*>(frame.function));
+  return false;
+}
 
 struct Handler {
   std::int64_t selector;
@@ -223,7 +152,7 @@ constinit thread_local Stops thread_stops;
 void raise_exception(const UnwindContext& thrower, ExceptionHeader& exception) {
   Stops& stops = thread_stops;
   stops.begin(exception);
-  StackWalk walk(thrower);
+  StackWalk walk(thrower, end_of_stack(thrower[in_rsp]));
   for (int frames = 0; frames < max_frames; ++frames) {
     const Frame* frame = find_frame(walk.rip());
     if (frame == nullptr) {
@@ -235,7 +164,7 @@ void raise_exception(const UnwindContext& thrower, ExceptionHeader& exception) {
       stops.candidate() = walk.at();
       prepare_entry(stops.candidate(), *frame, exception, 0);
     }
-    if (!walk.step(*frame)) report_uncaught(exception);
+    if (!leave(walk, *frame)) report_uncaught(exception);
     if (!may_stop) continue;
     if (frame->clause_count != 0) {
       if (const auto handler = find_handler(*frame, exception)) {
@@ -254,7 +183,7 @@ void raise_exception(const UnwindContext& thrower, ExceptionHeader& exception) {
 
 void unwind_to_handler(const UnwindContext& from, ExceptionHeader& exception) {
   thread_stops.go_on(from, exception);
-  StackWalk walk(from);
+  StackWalk walk(from, end_of_stack(from[in_rsp]));
   for (int frames = 0; frames < max_frames; ++frames) {
     UnwindContext context = walk.at();
     const Frame* frame = find_frame(context[in_rip]);
@@ -266,7 +195,7 @@ void unwind_to_handler(const UnwindContext& from, ExceptionHeader& exception) {
       if (walk.rsp() == exception.handler_cfa) fatal_error("[eh] handler frame is a Windows frame");
       continue;
     }
-    if (!walk.step(*frame)) report_uncaught(exception);
+    if (!leave(walk, *frame)) report_uncaught(exception);
     const bool handles = walk.rsp() == exception.handler_cfa;
     if (handles) {
       if (const auto handler = find_handler(*frame, exception)) {

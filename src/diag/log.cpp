@@ -25,6 +25,8 @@ constinit INIT_ONCE log_once = INIT_ONCE_STATIC_INIT;
 constinit HANDLE log_file = nullptr;
 constinit ULONGLONG start_tick = 0;
 
+constinit void (*fatal_end_reporter)() = nullptr;  // written by static start-up
+
 BOOL CALLBACK open_log(PINIT_ONCE, PVOID, PVOID*) {
   start_tick = GetTickCount64();
   const std::wstring folder = make_data_directory();
@@ -36,6 +38,12 @@ BOOL CALLBACK open_log(PINIT_ONCE, PVOID, PVOID*) {
                                   nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (file != INVALID_HANDLE_VALUE) log_file = file;
   return TRUE;
+}
+
+/// UTF-8 as the wide calls of Windows take it; a character that is cut shows as U+FFFD.
+const wchar_t* to_wide(const char* message, wchar_t (&wide)[message_size]) {
+  if (MultiByteToWideChar(CP_UTF8, 0, message, -1, wide, message_size) == 0) wide[0] = L'\0';
+  return wide;
 }
 
 /// A whole line, written at once.
@@ -57,6 +65,11 @@ DWORD WINAPI flush(void*) {
 
 }  // namespace
 
+unsigned long long log_milliseconds() {
+  InitOnceExecuteOnce(&log_once, open_log, nullptr, nullptr);
+  return GetTickCount64() - start_tick;
+}
+
 constinit StandstillLock log_lock;  // a leaf: nothing is taken under it
 
 void log_line(const char* text, unsigned long thread) {
@@ -72,9 +85,10 @@ void log_message(int level, const char* format, ...) {
   va_start(arguments, format);
   std::vsnprintf(message, sizeof message, format, arguments);
   va_end(arguments);
+  wchar_t wide[message_size];
   InitOnceExecuteOnce(&log_once, open_log, nullptr, nullptr);
   const std::lock_guard guard(log_lock);
-  OutputDebugStringA(message);  // takes a lock of all programs: another reason not to be stopped here
+  OutputDebugStringW(to_wide(message, wide));  // takes a lock of all programs: another reason not to be stopped here
   write_line_locked(message, 0);
 }
 
@@ -84,6 +98,8 @@ void flush_streams() {
   if (flusher) WaitForSingleObject(flusher.get(), patience_ms);
 }
 
+void set_fatal_end_reporter(void (*reporter)()) { fatal_end_reporter = reporter; }
+
 void fatal_error(const char* format, ...) {
   char message[message_size];
   va_list arguments;
@@ -92,7 +108,9 @@ void fatal_error(const char* format, ...) {
   va_end(arguments);
   log_message(0, "FATAL: %s", message);
   flush_streams();
-  MessageBoxA(nullptr, message, "Velmora", MB_ICONERROR | MB_TOPMOST);
+  if (fatal_end_reporter != nullptr) fatal_end_reporter();
+  wchar_t wide[message_size];
+  MessageBoxW(nullptr, to_wide(message, wide), L"Velmora", MB_ICONERROR | MB_TOPMOST);
   TerminateProcess(GetCurrentProcess(), 3);
   for (;;) Sleep(INFINITE);
 }

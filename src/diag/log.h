@@ -34,6 +34,12 @@ extern StandstillLock log_lock;
 /// Writes out what C streams still hold, within two seconds: another thread may hold a stream while it waits for input.
 void flush_streams();
 
+/// Milliseconds since the log's first line, as its lines show them.
+unsigned long long log_milliseconds();
+
+/// What fatal_error() calls, on its thread, when its message is in the log: it may tell more there.
+void set_fatal_end_reporter(void (*reporter)());
+
 /// Logs "FATAL: " and the message, flushes the C streams, shows the message in a box captioned "Velmora"
 /// and ends the process with code 3.
 [[noreturn, gnu::format(__printf__, 1, 2)]] void fatal_error(const char* format, ...);

@@ -7,6 +7,7 @@
 #include "binding/shim_table.h"
 #include "diag/log.h"
 #include "host/forward_table.h"
+#include "host/import_trace.h"
 #include "host/paths.h"
 #include "host/reflection.h"
 #include "macho/load.h"
@@ -50,6 +51,7 @@ BOOL CALLBACK startup_driver(PINIT_ONCE, PVOID, PVOID*) {
   log_message(0, "adopting existing threads");
   adopt_existing_threads();
 
+  start_import_trace();
   log_message(0, "loading %s", image_path.c_str());
   game_image = macho_load(image_path.c_str(), {lookup_shim, make_missing_symbol, finish_game_image});
   if (game_image == nullptr) {

@@ -67,6 +67,8 @@ static_assert(std::string_view(shim_section) == ".shims");
 
 }  // namespace
 
+std::span<const ShimFamily> shim_families() { return families; }
+
 void register_shim_families() {
   for (const ShimFamily& family : families) register_shims(*family.rows);
 }

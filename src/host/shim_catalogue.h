@@ -18,6 +18,9 @@ static_assert(sizeof(ShimRows) == 16 && std::is_trivially_copyable_v<ShimRows>, 
 
 inline constexpr char shim_section[] = ".shims";
 
+/// All families, in the order of registration.
+std::span<const ShimFamily> shim_families();
+
 /// Registers the rows of all families. Part of static start-up.
 void register_shim_families();
 

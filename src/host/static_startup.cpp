@@ -2,7 +2,6 @@
 #include <windows.h>
 
 #include "diag/log.h"
-#include "host/crash_report.h"
 #include "host/shim_catalogue.h"
 #include "host/title_keeper.h"
 #include "input/devices.h"
@@ -12,6 +11,7 @@
 #include "posix/descriptors.h"
 #include "posix/streams.h"
 #include "posix/time.h"
+#include "reports/crash_report.h"
 #include "support/procedures.h"
 #include "tls/game_tls.h"
 

@@ -16,6 +16,7 @@ class SrwLock {
   SrwLock& operator=(const SrwLock&) = delete;
 
   void lock() { AcquireSRWLockExclusive(&srw_); }
+  bool try_lock() { return TryAcquireSRWLockExclusive(&srw_) != 0; }
   void unlock() { ReleaseSRWLockExclusive(&srw_); }
   void lock_shared() { AcquireSRWLockShared(&srw_); }
   void unlock_shared() { ReleaseSRWLockShared(&srw_); }

@@ -1,5 +1,4 @@
-// Crash reports: what an exception of the processor looks like in the log, with addresses named. Reporting changes
-// nothing: the process ends, or goes on, as it would without.
+// Names of code addresses, for reports.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +12,7 @@ inline constexpr std::size_t symbol_text_size = 512;
 /// "module.dll+0x1234". False for an address that neither the game nor a Windows module holds.
 bool symbolize_address(std::uint64_t address, char (&text)[symbol_text_size]);
 
-/// Reports the first eight exceptions from here on. Part of static start-up.
-void install_crash_handler();
+/// The same for a return address: it is the function's that called, even when the call is its last instruction.
+bool symbolize_return_address(std::uint64_t address, char (&text)[symbol_text_size]);
 
 }  // namespace vlm

@@ -1,7 +1,7 @@
 // A vectored handler: Windows calls it on the thread that went wrong, before any other handler. That thread may have no
 // stack left, a stack pointer that points anywhere, or a broken heap. So nothing is read before it is known to be
 // readable, nothing is allocated from the heap, and a thread without stack is reported by another one.
-#include "host/crash_report.h"
+#include "reports/crash_report.h"
 
 #include <windows.h>
 
@@ -12,9 +12,12 @@
 #include <iterator>
 
 #include "diag/log.h"
-#include "macho/image.h"
-#include "macho/queries.h"
-#include "macho/symbol_index.h"
+#include "reports/crash_dump.h"
+#include "reports/memory.h"
+#include "reports/recovery.h"
+#include "reports/stack_report.h"
+#include "reports/symbolize.h"
+#include "reports/trace_log.h"
 #include "support/pages.h"
 #include "tls/thread_record.h"
 
@@ -26,11 +29,9 @@ using Wide = unsigned long long;  // what %llx prints
 constexpr int max_reports = 8;
 constexpr std::uint64_t scanned_stack = 4096;  // bytes above rsp
 constexpr int max_stack_lines = 32;
-constexpr DWORD reporter_stack = 64 * 1024;
+constexpr DWORD reporter_stack = 1024 * 1024;  // reserved; the system's dump writer needs some
 constexpr DWORD reporter_patience_ms = 5000;
-constexpr DWORD any_execute = PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
-constexpr DWORD any_read = PAGE_READONLY | PAGE_READWRITE | PAGE_WRITECOPY | PAGE_EXECUTE_READ |
-                           PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+constexpr DWORD dump_patience_ms = 60'000;
 
 struct Crash {
   const EXCEPTION_RECORD* record;
@@ -41,12 +42,6 @@ struct Crash {
 
 std::atomic<int> report_count{0};
 std::atomic<DWORD> reporting_threads[max_reports];  // by report; 0 once it is written
-
-/// True when all of the page that holds the address has one of the protections, and reading it has no effect.
-bool is_committed(std::uint64_t address, DWORD protections) {
-  const MEMORY_BASIC_INFORMATION region = region_at(address);
-  return region.State == MEM_COMMIT && (region.Protect & protections) != 0 && (region.Protect & PAGE_GUARD) == 0;
-}
 
 void write_stack_lines(const Crash& crash) {
   const std::uint64_t rsp = crash.context->Rsp;
@@ -59,13 +54,13 @@ void write_stack_lines(const Crash& crash) {
     for (const std::uint64_t byte : {rsp + offset, rsp + offset + 7}) {
       const std::uint64_t page = byte - byte % page_size;
       if (page == readable_page) continue;
-      if (!is_committed(page, any_read)) return;
+      if (end_of_readable_region(page) == 0) return;
       readable_page = page;
     }
     std::uint64_t word;
     std::memcpy(&word, reinterpret_cast<const void*>(rsp + offset), sizeof word);
     char name[symbol_text_size];
-    if (!is_committed(word, any_execute) || !symbolize_address(word, name)) continue;
+    if (!is_code(word) || !symbolize_address(word, name)) continue;
     char line[640];
     std::snprintf(line, sizeof line, "  stack rsp+0x%03llx %s", Wide{offset}, name);
     log_line(line, crash.thread);
@@ -96,7 +91,10 @@ void write_report(const Crash& crash) {
   std::snprintf(line, sizeof line, "  r8=%llx r9=%llx r10=%llx r11=%llx r12=%llx r13=%llx r14=%llx r15=%llx",
                 context.R8, context.R9, context.R10, context.R11, context.R12, context.R13, context.R14, context.R15);
   log_line(line, crash.thread);
+  log_stack(context, crash.thread, crash.stack_base);
   write_stack_lines(crash);
+  log_last_calls(crash.thread);
+  write_trace_now();
 }
 
 // ---- A thread that has used up its stack ----------------------------------------------------------------------------
@@ -112,12 +110,16 @@ struct {
   CONTEXT context;
   std::uint64_t stack_base;
   DWORD thread;
+  bool writes_report;  // else a dump only
 } reporter;
 
 DWORD WINAPI report_for_others(void*) {
   for (;;) {
     WaitForSingleObject(reporter.crashed, INFINITE);
-    write_report({&reporter.record, &reporter.context, reporter.stack_base, reporter.thread});
+    if (reporter.writes_report) {
+      write_report({&reporter.record, &reporter.context, reporter.stack_base, reporter.thread});
+    }
+    if (wants_crash_dump()) write_crash_dump(reporter.thread, reporter.record, reporter.context);
     SetEvent(reporter.written);
   }
 }
@@ -130,14 +132,16 @@ void start_reporter() {
 }
 
 /// Waits for a while only: the crashed thread may hold a lock that the reporter needs.
-void report_by_another_thread(const Crash& crash) {
+void report_by_another_thread(const Crash& crash, bool writes_report) {
   if (WaitForSingleObject(reporter.turn, reporter_patience_ms) != WAIT_OBJECT_0) return;
   reporter.record = *crash.record;
   reporter.context = *crash.context;
   reporter.stack_base = crash.stack_base;
   reporter.thread = crash.thread;
+  reporter.writes_report = writes_report;
   SetEvent(reporter.crashed);
-  const bool written = WaitForSingleObject(reporter.written, reporter_patience_ms) == WAIT_OBJECT_0;
+  const DWORD patience = wants_crash_dump() ? dump_patience_ms : reporter_patience_ms;
+  const bool written = WaitForSingleObject(reporter.written, patience) == WAIT_OBJECT_0;
   if (written) SetEvent(reporter.turn);  // else the reporter is still at it, and has had its last turn
 }
 
@@ -153,6 +157,7 @@ bool is_crash(DWORD code) { return code >= 0xC0000000 && (code & 0x20000000) == 
 LONG CALLBACK crash_handler(EXCEPTION_POINTERS* exception) {
   const DWORD code = exception->ExceptionRecord->ExceptionCode;
   if (!is_crash(code)) return EXCEPTION_CONTINUE_SEARCH;
+  if (recover_report(*exception->ContextRecord)) return EXCEPTION_CONTINUE_EXECUTION;
   const DWORD thread = GetCurrentThreadId();
   if (is_reporting(thread)) return EXCEPTION_CONTINUE_SEARCH;  // an exception within a report
   if (report_count.load(std::memory_order_relaxed) >= max_reports) return EXCEPTION_CONTINUE_SEARCH;
@@ -164,44 +169,27 @@ LONG CALLBACK crash_handler(EXCEPTION_POINTERS* exception) {
                     reinterpret_cast<std::uint64_t>(reinterpret_cast<const NT_TIB*>(NtCurrentTeb())->StackBase),
                     thread};
   if (code == EXCEPTION_STACK_OVERFLOW) {
-    report_by_another_thread(crash);
+    report_by_another_thread(crash, true);
   } else {
     write_report(crash);
+    if (wants_crash_dump()) report_by_another_thread(crash, false);
   }
   reporting_threads[report] = 0;
   return EXCEPTION_CONTINUE_SEARCH;
 }
 
-}  // namespace
-
-bool symbolize_address(std::uint64_t address, char (&text)[symbol_text_size]) {
-  for (const MachImage* image : macho_images()) {
-    if (!image->contains(address)) continue;
-    macho_index_symbols(*image);
-    std::uint64_t distance = 0;
-    if (const char* const symbol = macho_symbol_for_address(*image, address, &distance)) {
-      std::snprintf(text, symbol_text_size, "GameAssembly.dylib!%s+0x%llx", symbol, Wide{distance});
-    } else {
-      std::snprintf(text, symbol_text_size, "GameAssembly.dylib+0x%llx", Wide{address - image->base});
-    }
-    return true;
-  }
-  if (address == 0) return false;  // the call below would take it for the program itself
-  HMODULE module;
-  if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                          reinterpret_cast<const wchar_t*>(address), &module)) {
-    return false;
-  }
-  char path[MAX_PATH];
-  if (GetModuleFileNameA(module, path, MAX_PATH) == 0) std::strcpy(path, "?");
-  path[MAX_PATH - 1] = '\0';
-  const char* const last = std::strrchr(path, '\\');
-  std::snprintf(text, symbol_text_size, "%s+0x%llx", last != nullptr ? last + 1 : path,
-                Wide{address - reinterpret_cast<std::uint64_t>(module)});
-  return true;
+/// Who called what ended the game, and what that thread did before.
+void report_fatal_end() {
+  log_game_callers();
+  log_last_calls(GetCurrentThreadId());
+  write_trace_now();
 }
 
+}  // namespace
+
 void install_crash_handler() {
+  set_fatal_end_reporter(report_fatal_end);
+  set_up_crash_dump();
   start_reporter();
   AddVectoredExceptionHandler(0, crash_handler);
 }

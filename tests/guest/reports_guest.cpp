@@ -1,0 +1,121 @@
+// Game code that crashes in places that are hard to reach, and tells beforehand who called whom; and code whose calls
+// of imports are traced.
+#include "reflection_runtime.h"
+
+guest_test::Report guest_test::report;
+int64 guest_test::checks;
+
+static constexpr const Type* (*int_type[])() = {&TypeOf<int>::get};
+static const Method methods[] = {{"Call", false, 0x1000, 1, int_type, &TypeOf<int>::get}};
+static const Class outer = {.name = "Outer", .name_space = "Game", .methods = methods, .method_count = 1};
+static const Image image = {{&outer, nullptr}};
+const Image* reflection::assemblies[] = {&image, nullptr};
+
+// Frames that no compiler makes for macOS: without a frame pointer, and on another stack.
+asm(R"(
+        .text
+        .globl _frameless_leaf
+_frameless_leaf:
+        .cfi_startproc
+        movq    (%rdi), %rax
+        retq
+        .cfi_endproc
+        .globl _frameless
+_frameless:
+        .cfi_startproc
+        pushq   %rbx
+        .cfi_def_cfa_offset 16
+        .cfi_offset %rbx, -16
+        subq    $0x20, %rsp
+        .cfi_def_cfa_offset 48
+        movq    %rdi, %rbx
+        callq   _frameless_leaf
+        addq    $0x20, %rsp
+        popq    %rbx
+        retq
+        .cfi_endproc
+        .globl _on_stack
+_on_stack:
+        .cfi_startproc
+        pushq   %rbp
+        .cfi_def_cfa_offset 16
+        .cfi_offset %rbp, -16
+        movq    %rsp, %rbp
+        .cfi_def_cfa_register %rbp
+        movq    %rsi, %rsp
+        callq   *%rdi
+        leave
+        retq
+        .cfi_endproc
+)");
+
+extern "C" {
+
+int64 frameless(const int64* from);
+void on_stack(void (*function)(), void* stack_end);
+
+// Given by the host.
+int64 (*call_on_windows)(void* guest_function, int64 argument) = nullptr;
+int64 (*method_callback)(int32 value, const void* method) = nullptr;
+
+int32 il2cpp_init(const char*) { return 0; }
+const Method* call_method() { return &methods[0]; }
+
+/// Writes down that the function of this name is called next.
+void enter(const char* name) {
+  const int32 file = open("callers.tmp", O_WRONLY | O_CREAT | O_APPEND, 0644);
+  write(file, name, strlen(name));
+  write(file, "\n", 1);
+  close(file);
+}
+// A function with a frame of its own, which calls `next` from its middle.
+#define CALLER(name, next)                 \
+  __attribute__((noinline)) int64 name() { \
+    enter("_" #name);                      \
+    const int64 result = next;             \
+    asm volatile("");                      \
+    return result + 1;                     \
+  }
+
+CALLER(leaf_crash, (enter("_frameless"), enter("_frameless_leaf"), frameless(reinterpret_cast<const int64*>(0x10))))
+
+CALLER(inner_callback, *reinterpret_cast<volatile int64*>(0x10))
+CALLER(outer_callback, call_on_windows(reinterpret_cast<void*>(&inner_callback), 0))
+CALLER(callback_crash, call_on_windows(reinterpret_cast<void*>(&outer_callback), 0))
+
+CALLER(bad_strlen, static_cast<int64>(strlen(reinterpret_cast<const char*>(0x10))))
+CALLER(shim_crash, method_callback(1, &methods[0]))
+
+CALLER(internal_call_crash, reinterpret_cast<int32 (*)(int32)>(il2cpp_resolve_icall("Game.Outer::Call"))(1))
+
+void crash_there() {
+  enter("_crash_there");
+  *reinterpret_cast<volatile int64*>(0x10) = 1;
+}
+CALLER(own_stack_crash, (enter("_on_stack"), on_stack(&crash_there, static_cast<char*>(malloc(0x10000)) + 0xFFF0), 0))
+
+int64 recurse(int64 depth) {
+  volatile int64 frame[64] = {depth};
+  return recurse(depth + 1) + frame[depth % 64];
+}
+CALLER(overflow_crash, (enter("_recurse"), recurse(0)))
+
+CALLER(jump_crash, reinterpret_cast<int64 (*)()>(0x1230)())
+CALLER(fatal_end, (abort(), 0))
+
+// ---- Traced calls ---------------------------------------------------------------------------------------------------
+
+int64 traced_calls() {
+  open("ordner/\xC3\xBC-\xE3\x83\x95\xE3\x82\xA1.txt", O_RDONLY);
+  rename("a \"b\"", "c\\d");
+  char text[64];
+  snprintf(text, sizeof text, "%s %d %.2f %s", "one", 2, 3.5, "four");
+  return strcmp(text, "one 2 3.50 four");
+}
+
+/// More calls than a ring holds, faster than anything writes them.
+int64 many_traced_calls() {
+  for (int64 i = 0; i < 300'000; ++i) rename(nullptr, nullptr);
+  abort();
+}
+}

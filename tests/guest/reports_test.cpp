@@ -1,0 +1,134 @@
+// What reports say about a game that ended, and the trace of imports: against what the game's own code wrote down.
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <doctest/doctest.h>
+#include "support/game.h"
+#include "support/game_process.h"
+#include "support/host_program.h"
+
+using namespace vlm::test;
+
+HOST_SUITE(reports)
+
+namespace {
+
+std::int64_t call_on_windows(void* function, std::int64_t argument) {
+  return game_function<std::int64_t, std::int64_t>(function)(argument);
+}
+std::int64_t method_callback(int, const void*) { return call_game<std::int64_t>("bad_strlen"); }
+int internal_call(int) { return *reinterpret_cast<volatile int*>(0x10); }
+
+LONG CALLBACK end_when_crashed(EXCEPTION_POINTERS* exception) {
+  const DWORD code = exception->ExceptionRecord->ExceptionCode;
+  if (code >= 0xC0000000) TerminateProcess(GetCurrentProcess(), code);
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines;
+  for (std::size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
+    lines.push_back(text.substr(at, end - at - (end > at && text[end - 1] == '\r')));
+  }
+  return lines;
+}
+
+Ending run(const wchar_t* probe, const Environment& environment = {}) {
+  return run_host(std::wstring(L"report_probe guests\\reports_guest.dylib ") + probe, environment);
+}
+
+/// The game's functions in the report's stack, innermost first; one that calls itself is told once.
+std::vector<std::string> game_frames(const std::string& log) {
+  const std::string mark = " GameAssembly.dylib!";
+  std::vector<std::string> names;
+  for (const std::string& line : lines_of(log)) {
+    const std::size_t at = line.find(mark);
+    if (line.find("   frame ") == std::string::npos || at == std::string::npos) continue;
+    const std::string name = line.substr(at + mark.size(), line.find('+', at) - at - mark.size());
+    if (names.empty() || names.back() != name) names.push_back(name);
+  }
+  return names;
+}
+
+std::string trace() { return read_file(program_folder() + L"PCSaveData\\trace.log"); }
+
+}  // namespace
+
+HOST_PROGRAM(report_probe) {
+  load_library(argv[1]);
+  AddVectoredExceptionHandler(0, end_when_crashed);
+  start_game();
+  game_variable<void*>("call_on_windows") = callback(&call_on_windows);
+  game_variable<void*>("method_callback") = library_function<decltype(&vlm_wrap_method_callback)>(
+      "vlm_wrap_method_callback")(call_game<void*>("call_method"), reinterpret_cast<void*>(&method_callback));
+  library_function<void (*)(const char*, void*)>("il2cpp_add_internal_call")("Game.Outer::Call",
+                                                                             reinterpret_cast<void*>(&internal_call));
+  leave(call_game<std::int64_t>(argv[2]) == 0 ? 0 : 2);
+}
+
+TEST_CASE("a report names the callers, in order, none missing") {
+  static constexpr struct {
+    const wchar_t* probe;
+    DWORD code;
+    const char* first;  // frame 0, when it is none of the game's own functions
+  } cases[] = {
+      {L"leaf_crash", 0xC0000005, ""},
+      {L"callback_crash", 0xC0000005, ""},
+      {L"shim_crash", 0xC0000005, "GameAssembly.dll+0x"},
+      {L"internal_call_crash", 0xC0000005, "host.exe+0x"},
+      {L"own_stack_crash", 0xC0000005, ""},
+      {L"overflow_crash", 0xC00000FD, ""},
+      {L"jump_crash", 0xC0000005, "unknown code"},
+      {L"fatal_end", 3, "GameAssembly.dll+0x"},
+  };
+  for (const auto& c : cases) {
+    CAPTURE(std::string(c.probe, c.probe + std::wcslen(c.probe)));
+    DeleteFileW(L"callers.tmp");
+    const Ending ending = run(c.probe);
+    const std::string log = ending.log.substr(std::min(ending.log.find("il2cpp_init returned"), ending.log.size()));
+    CAPTURE(log);
+    CHECK_EQ(ending.exit_code, c.code);
+    std::vector<std::string> called = lines_of(read_file(L"callers.tmp"));
+    std::ranges::reverse(called);
+    CHECK_EQ(game_frames(log), called);
+    CHECK(log.find(std::string("  frame 0 ") + (*c.first != '\0' ? c.first : "GameAssembly.dylib!" + called[0])) !=
+          std::string::npos);
+  }
+}
+
+TEST_CASE("a trace tells calls in order, with their texts, and changes none") {
+  const Ending ending =
+      run(L"traced_calls", {{L"VLM_TRACE", L"_open, _rename,formatted text,-_sscanf,_none,__DefaultRuneLocale"}});
+  CHECK_EQ(ending.exit_code, 0);
+  CHECK(ending.log.find("[trace] no import and no family of imports has the name _none\r\n") != std::string::npos);
+  CHECK(ending.log.find("[trace] __DefaultRuneLocale is data, which is read and not called\r\n") != std::string::npos);
+  const std::string told = trace();
+  CAPTURE(told);
+  std::size_t at = 0;
+  for (const char* part : {"_open(0x", " \"ordner/\xC3\xBC-\xE3\x83\x95\xE3\x82\xA1.txt\", 0x0, ", " _rename(0x",
+                           " \"a \\\"b\\\"\", 0x", " \"c\\\\d\", ", " _snprintf(0x", ", 0x40, 0x",
+                           " \"%s %d %.2f %s\", 0x", " \"one\", 0x2, ", ") from GameAssembly.dylib!_traced_calls+0x"}) {
+    CAPTURE(part);
+    at = told.find(part, at);
+    REQUIRE(at != std::string::npos);
+  }
+}
+
+TEST_CASE("a full ring loses its oldest calls and says how many; a fatal end tells the last ones") {
+  const Ending ending = run(L"many_traced_calls", {{L"VLM_TRACE", L"_rename,_abort"}});
+  CHECK_EQ(ending.exit_code, 3);
+  std::uint64_t written = 0, lost = 0;
+  for (const std::string& line : lines_of(trace())) {
+    written += line.find(" _rename(0x0, 0x0, ") != std::string::npos;
+    if (const std::size_t at = line.find("] ("); at != std::string::npos) lost += std::stoull(line.substr(at + 3));
+  }
+  CHECK_EQ(written + lost, 300'000);
+  CHECK(lost > 0);
+  const std::size_t report = ending.log.find("  last traced calls of this thread:\r\n");
+  REQUIRE(report != std::string::npos);
+  const auto lines = lines_of(ending.log.substr(report));
+  REQUIRE_EQ(lines.size(), 65);
+  CHECK(lines.back().find(" _abort(") != std::string::npos);
+}
