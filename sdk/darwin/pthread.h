@@ -8,13 +8,13 @@
 #define PTHREAD_CREATE_DETACHED 2
 #define PTHREAD_CANCEL_DISABLE 1
 // As macOS compiles it into programs: the handlers of a thread hang at the second word of its pthread_t.
-#define pthread_cleanup_push(function, argument)                                                              \
-  {                                                                                                           \
+#define pthread_cleanup_push(function, argument)                                                               \
+  {                                                                                                            \
     struct cleanup_handler cleanup_ = {(function), (argument), ((struct cleanup_handler**)pthread_self())[1]}; \
     ((struct cleanup_handler**)pthread_self())[1] = &cleanup_;
-#define pthread_cleanup_pop(execute)                                          \
-    ((struct cleanup_handler**)pthread_self())[1] = cleanup_.next;            \
-    if (execute) cleanup_.function(cleanup_.argument);                        \
+#define pthread_cleanup_pop(execute)                             \
+  ((struct cleanup_handler**)pthread_self())[1] = cleanup_.next; \
+  if (execute) cleanup_.function(cleanup_.argument);             \
   }
 #define PTHREAD_MUTEX_INITIALIZER {0x32AAABA7, {0}}
 

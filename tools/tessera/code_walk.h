@@ -137,11 +137,11 @@ class CodeWalk {
   CodeRange range_ = {};
   std::span<const std::byte> bytes_;
   const CodeSection* section_ = nullptr;
-  Bits starts_, covered_;               // first bytes of instructions; all their bytes
-  std::vector<std::uint32_t> pending_;  // places to decode from, a heap with the lowest first
+  Bits starts_, covered_;                       // first bytes of instructions; all their bytes
+  std::vector<std::uint32_t> pending_;          // places to decode from, a heap with the lowest first
   std::map<std::uint32_t, LocalTable> tables_;  // by their beginnings
   std::set<std::uint32_t> open_tables_;         // with entries that were not looked at
-  std::vector<std::uint32_t> names_;    // addresses that it computes
+  std::vector<std::uint32_t> names_;            // addresses that it computes
   std::vector<GsSite> sites_;
   std::vector<CodeRange> failed_;
   std::uint32_t gap_at_ = 0;         // no gap begins before it
