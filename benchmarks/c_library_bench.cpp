@@ -4,7 +4,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <numeric>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "host/shim_catalogue.h"
 #include "report.h"
@@ -26,6 +29,64 @@ struct Function {
         shim(("_" + name).c_str()) {}
   Host volatile host;  // no call is foreseen or left out
   Shim<Result(A...)> shim;
+};
+
+template <class Compare>
+SYSV int compare_for_guest(const void* a, const void* b) {
+  return Compare::compare(a, b);
+}
+
+/// Sorts numbers by a comparison of this kind, in either convention.
+template <class Compare>
+void row_of_sorting(const char* name, int rounds, std::uint32_t count, Compare, const char* goal) {
+  const Function<void, void*, std::uint64_t, std::uint64_t, const void*> qsort_("qsort");
+  std::vector<std::uint32_t> unsorted(count);
+  Compare::fill(unsorted);
+  std::vector<std::uint32_t> numbers;
+  const auto sort = [&](const auto& function, auto compare) {
+    numbers = unsorted;
+    Compare::begin(count);
+    function(numbers.data(), count, 4, reinterpret_cast<const void*>(compare));
+  };
+  const auto time = vlm::bench::compare(
+      rounds, 1, [&] { sort(qsort_.host, Compare::compare); }, [&] { sort(qsort_.shim, compare_for_guest<Compare>); });
+  print_row(name, "us", time.peer / 1e3, time.ours / 1e3, goal);
+}
+
+struct ByValue {
+  static void begin(std::uint32_t) {}
+  static int compare(const void* a, const void* b) {
+    const auto left = *static_cast<const std::uint32_t*>(a), right = *static_cast<const std::uint32_t*>(b);
+    return (left > right) - (left < right);
+  }
+};
+struct Random : ByValue {
+  static void fill(std::vector<std::uint32_t>& numbers) {
+    std::mt19937 random(1);
+    for (auto& number : numbers) number = static_cast<std::uint32_t>(random());
+  }
+};
+struct InOrder : ByValue {
+  static void fill(std::vector<std::uint32_t>& numbers) { std::iota(numbers.begin(), numbers.end(), 0); }
+};
+
+/// Decides on an order while it is asked, so that each pivot turns out among the smallest: M. D. McIlroy, "A Killer
+/// Adversary for Quicksort".
+struct Adversary : InOrder {
+  static constexpr std::uint32_t undecided = ~0u;
+  static inline std::vector<std::uint32_t> order;  // by number
+  static inline std::uint32_t decided, candidate;
+  static void begin(std::uint32_t count) {
+    order.assign(count, undecided);
+    decided = candidate = 0;
+  }
+  static int compare(const void* a, const void* b) {
+    const auto left = *static_cast<const std::uint32_t*>(a), right = *static_cast<const std::uint32_t*>(b);
+    if (order[left] == undecided && order[right] == undecided) order[left == candidate ? left : right] = decided++;
+    if (order[left] == undecided) candidate = left;
+    if (order[right] == undecided) candidate = right;
+    return ByValue::compare(&order[left], &order[right]);
+  }
 };
 
 }  // namespace
@@ -92,4 +153,7 @@ int main() {
     row("strlen", [&] { strlen_.host(a); }, [&] { strlen_.shim(a); });
     row("strcmp", [&] { strcmp_.host(a, b); }, [&] { strcmp_.shim(a, b); });
   }
+  row_of_sorting("qsort, 10000 random numbers", 101, 10'000, Random(), "1.1");
+  row_of_sorting("qsort, 10000 numbers in order", 101, 10'000, InOrder(), "1.1");
+  row_of_sorting("qsort, 10000 numbers, an adversary compares", 5, 10'000, Adversary(), "0.10");
 }

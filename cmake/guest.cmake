@@ -13,15 +13,15 @@ set(GUEST_LIBCXX_FLAGS -fno-sized-deallocation -fno-aligned-allocation
     -isystem /usr/lib/llvm-19/include/c++/v1
     -isystem ${GUEST_SDK}/darwin)
 
-# add_guest(name SOURCES a.cpp b.m c.s [LIBCXX] [OUTPUT path] [FLAGS ...] [LINK_FLAGS ...] [DEPENDS ...])
+# add_guest(name SOURCES a.cpp b.m c.s [OBJECTS x.o] [LIBCXX] [OUTPUT path] [FLAGS ...] [LINK_FLAGS ...] [DEPENDS ...])
 # Builds a Mach-O dylib; the target <name> makes it and the property GUEST_IMAGE of <name> is its path. With LIBCXX
 # its C++ sources may include <string>, <vector> and their like.
 function(add_guest name)
-  cmake_parse_arguments(G "LIBCXX" "OUTPUT" "SOURCES;FLAGS;LINK_FLAGS;DEPENDS" ${ARGN})
+  cmake_parse_arguments(G "LIBCXX" "OUTPUT" "SOURCES;OBJECTS;FLAGS;LINK_FLAGS;DEPENDS" ${ARGN})
   if(NOT G_OUTPUT)
     set(G_OUTPUT ${CMAKE_BINARY_DIR}/guests/${name}.dylib)
   endif()
-  set(objects)
+  set(objects ${G_OBJECTS})
   foreach(source ${G_SOURCES})
     get_filename_component(source ${source} ABSOLUTE)
     file(RELATIVE_PATH flat ${CMAKE_SOURCE_DIR} ${source})

@@ -4,7 +4,7 @@ include(tools/tools.cmake)
 
 # The core's own sources are looked at in the Windows build.
 include(cmake/tidy.cmake)
-add_tidy(tessera_core tessera inspect_core inspect)
+add_tidy(tessera_core tessera inspect_core inspect port_core port)
 
 # ---- Tests ---------------------------------------------------------------------------------------------------------
 # The sources of the portable core once more, watched by the sanitizers; any report ends the program.
@@ -14,9 +14,9 @@ target_compile_options(vlm_core_checked PUBLIC -g -fsanitize=address,undefined,f
                                                -fno-sanitize-recover=all)
 target_link_options(vlm_core_checked PUBLIC -fsanitize=address,undefined)
 
-# Compares compact unwind information, as read here, with the listing of another reader.
+# Prints compact unwind information as read here, to be compared with another reader's.
 add_executable(unwind_info_test tests/unit-native/unwind_info_test.cpp)
-target_link_libraries(unwind_info_test PRIVATE vlm_core)
+target_link_libraries(unwind_info_test PRIVATE tessera_core)
 
 # Compares the button glyphs, as libpng reads them, with their geometry.
 add_executable(glyphs_test tests/unit-native/glyphs_test.cpp)
@@ -53,6 +53,7 @@ endforeach()
 
 # The inspector with everything below it: any bytes as an image, and as a library.
 target_sources(fuzz_inspect PRIVATE ${INSPECT_SOURCES} ${TESSERA_SOURCES})
+set_target_properties(fuzz_inspect PROPERTIES EXPORT_COMPILE_COMMANDS OFF)  # clang-tidy looks at the tools' own
 target_include_directories(fuzz_inspect PRIVATE tools)
 target_link_libraries(fuzz_inspect PRIVATE Zydis)
 

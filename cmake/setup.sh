@@ -5,7 +5,8 @@ build=$root/build
 
 # program or file that shows the package is there : Debian package
 needs=(
-  clang-19:clang-19 clang++-19:clang-19 ld64.lld-19:lld-19 llvm-ar-19:llvm-19 clang-tidy-19:clang-tidy-19 cmake:cmake ninja:ninja-build
+  clang-19:clang-19 clang++-19:clang-19 ld64.lld-19:lld-19 llvm-ar-19:llvm-19 clang-tidy-19:clang-tidy-19 clang-format-19:clang-format-19
+  cmake:cmake ninja:ninja-build
   /usr/lib/llvm-19/lib/clang/19/lib/linux/libclang_rt.asan-x86_64.a:libclang-rt-19-dev
   /usr/x86_64-w64-mingw32/include/windows.h:mingw-w64-x86-64-dev
   x86_64-w64-mingw32-g++:g++-mingw-w64-x86-64
@@ -46,6 +47,11 @@ set_up() {
     echo "Install them and run this command again." >&2
     exit 1
   fi
+}
+
+# The formatter's own complaints say where.
+check_format() {
+  git -C "$root" ls-files -z '*.cpp' '*.h' | (cd "$root" && xargs -0 clang-format-19 --dry-run --Werror)
 }
 
 build_all() {

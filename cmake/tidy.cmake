@@ -11,7 +11,7 @@ function(add_tidy)
       get_filename_component(folder ${stamp} DIRECTORY)
       file(MAKE_DIRECTORY ${folder})
       add_custom_command(OUTPUT ${stamp}
-        COMMAND ${CLANG_TIDY} -p ${CMAKE_BINARY_DIR} --quiet ${CMAKE_SOURCE_DIR}/${source}
+        COMMAND ${CMAKE_SOURCE_DIR}/cmake/quiet-tidy ${CLANG_TIDY} -p ${CMAKE_BINARY_DIR} --quiet ${CMAKE_SOURCE_DIR}/${source}
         COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
         DEPENDS ${CMAKE_BINARY_DIR}/CMakeFiles/${target}.dir/${source}${CMAKE_CXX_OUTPUT_EXTENSION}
                 ${CMAKE_SOURCE_DIR}/.clang-tidy VERBATIM)

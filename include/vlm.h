@@ -117,8 +117,8 @@ VLM_API int32_t vlm_is_mac_address(const void* address);
 /**
  * A mod's function. Called on the game's main thread, from inside the managed invocations that the player makes, at
  * most every 15 ms; never before the first scene change and never while it runs already. `called_before` is 0 on the
- * first call and 1 on every later one. It may call il2cpp_* exports. One that an exception of the game has left is called
- * again.
+ * first call and 1 on every later one. It may call il2cpp_* exports. One that an exception of the game has left is
+ * called again.
  */
 typedef void (*vlm_mod_entry)(int32_t called_before);
 

@@ -7,7 +7,7 @@
 set(SAMPLE_DIR ${CMAKE_BINARY_DIR}/sample)
 set(SAMPLE_GAME ${CMAKE_CURRENT_LIST_DIR}/game)
 
-# The image exports the interface and nothing else; every exported name has to be defined.
+# The image exports the interface and nothing else.
 set(SAMPLE_EXPORTS ${CMAKE_BINARY_DIR}/guests/sample_exports.txt)
 file(STRINGS ${CMAKE_SOURCE_DIR}/src/host/il2cpp_exports.def rows REGEX "^IL2CPP_[A-Z]+\\(")
 list(TRANSFORM rows REPLACE "^[^,]*, (il2cpp_[a-z0-9_]+).*" "_\\1" OUTPUT_VARIABLE export_names)
@@ -39,7 +39,7 @@ list(REMOVE_ITEM SAMPLE_SOURCES ${SAMPLE_GAME}/runtime/corlib.cpp)
 add_guest(sample_game LIBCXX
   SOURCES ${SAMPLE_GAME}/runtime/corlib.cpp ${SAMPLE_SOURCES}
   OUTPUT ${SAMPLE_DIR}/GameAssembly.dylib
-  FLAGS -I${SAMPLE_GAME}/include -I${SAMPLE_GAME}
+  FLAGS -I${SAMPLE_GAME} -Wmissing-prototypes
   LINK_FLAGS -exported_symbols_list ${SAMPLE_EXPORTS} -undefined error ${import_flags})
 
 file(GLOB SAMPLE_PLAYER_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/player/*.cpp)

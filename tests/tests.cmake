@@ -29,177 +29,201 @@ add_test(NAME unit COMMAND unit_tests)
 set_tests_properties(unit PROPERTIES TIMEOUT 300)
 
 # ---- Guest tests -----------------------------------------------------------------------------------------------------
-foreach(guest c_library c_memory cxx_runtime files start store echo local marshal system threads time)
-  add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
-endforeach()
+# One host program runs them. Its list of cases is made here, so that it can also run them all by itself.
+file(GLOB host_sources CONFIGURE_DEPENDS tests/guest/*_test.cpp)
+add_windows_test_program(host tests/guest/host.cpp tests/guest/driver.cpp tests/guest/damage_start.cpp ${host_sources}
+  tests/support/damage.cpp tests/support/game_process.cpp tests/support/machine.S)
+target_link_libraries(host PRIVATE vlm psapi)
 
+# host_case(name [FOLDER folder] [PROGRAM program] [words...]): the test guest.<name>.
+#   FOLDER   where the library lies, below the host program's folder; that folder when there is none
+#   PROGRAM  of the host program's; <name> when there is none
+#   words    for the program; an image is a path below the host program's folder
+function(host_case name)
+  cmake_parse_arguments(C "" "FOLDER;PROGRAM" "" ${ARGN})
+  if(NOT C_PROGRAM)
+    set(C_PROGRAM ${name})
+  endif()
+  list(JOIN C_UNPARSED_ARGUMENTS "\", \"" words)
+  set_property(GLOBAL APPEND_STRING PROPERTY HOST_CASES
+    "    {\"${name}\", \"${C_FOLDER}\", {\"${C_PROGRAM}\", \"${words}\"}},\n")
+  game_test(guest.${name} host ${name})
+endfunction()
+
+# checked_case(name): the same in the checked library.
+function(checked_case name)
+  game_test(checked.${name} host --in checked ${name})
+endfunction()
+
+# guest_image(name [LIBCXX] [OUTPUT path] [SOURCES more...]): <name>_guest of game code, tests/guest/<name>_guest.cpp or
+# .mm and what else there is.
+function(guest_image name)
+  cmake_parse_arguments(G "LIBCXX" "OUTPUT" "SOURCES" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS tests/guest/${name}_guest.cpp tests/guest/${name}_guest.mm)
+  list(TRANSFORM G_SOURCES PREPEND tests/guest/ REGEX "^[^/]")
+  if(G_LIBCXX)
+    set(libcxx LIBCXX)
+  endif()
+  add_guest(${name}_guest SOURCES ${sources} ${G_SOURCES} ${libcxx} OUTPUT ${G_OUTPUT}
+    FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -I${CMAKE_SOURCE_DIR}/tests
+          -Wno-unused-command-line-argument -Wno-infinite-recursion)
+  set_property(GLOBAL APPEND PROPERTY TEST_IMAGES $<TARGET_PROPERTY:${name}_guest,GUEST_IMAGE>)
+endfunction()
+
+# guest_test(name [LIBCXX] [NOT_CHECKED] [HOST] [SOURCES more...]): an image and the test of it, in both libraries.
+#   NOT_CHECKED  not in the checked one: what has little of the library in it for its time, or is about the way a
+#                process ends
+#   HOST         the host program's part of the test is a program of this name, else what the guest tests itself is run
+function(guest_test name)
+  cmake_parse_arguments(G "NOT_CHECKED;HOST" "" "" ${ARGN})
+  guest_image(${name} ${G_UNPARSED_ARGUMENTS})
+  if(NOT G_HOST)
+    set(program PROGRAM guest)
+  endif()
+  host_case(${name} ${program} guests/${name}_guest.dylib)
+  if(NOT G_NOT_CHECKED)
+    checked_case(${name})
+  endif()
+endfunction()
+
+# patched_guest(name [SOURCES ...]): an image in a folder of its own beside the library that is fitted to it.
+function(patched_guest name)
+  guest_image(${name} OUTPUT ${CMAKE_BINARY_DIR}/${name}/GameAssembly.dylib ${ARGN})
+  fit_library(${CMAKE_BINARY_DIR}/${name} ${name}_guest)
+  add_custom_target(${name} ALL DEPENDS ${CMAKE_BINARY_DIR}/${name}/GameAssembly.dll)
+endfunction()
+
+guest_test(c_library)
+guest_test(c_memory)
+guest_test(cxx_runtime)
+guest_test(cxx_strings LIBCXX)
+guest_test(exceptions LIBCXX)
+guest_test(files)
+guest_test(foundation_system)
+guest_test(foundation_values)
+guest_test(frames SOURCES frame_cases.S)
+guest_test(objc SOURCES objc_relative_class.S)
+guest_test(start)
+guest_test(system)
+guest_test(threads)
+guest_test(time)
 # For what files_guest.cpp looks at.
 file(CREATE_LINK ${CMAKE_BINARY_DIR}/guests ${CMAKE_BINARY_DIR}/link_to_guests SYMBOLIC)
 
-# C++ with the headers of libc++.
-foreach(guest cxx_strings exceptions)
-  add_guest(${guest}_guest LIBCXX SOURCES tests/guest/${guest}_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
-endforeach()
-
-add_guest(objc_guest SOURCES tests/guest/objc_guest.mm tests/guest/objc_relative_class.S
-  FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
-
-add_guest(uncaught_guest SOURCES tests/guest/uncaught_guest.cpp tests/guest/uncaught_frames.S
-  FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
-foreach(guest foundation_values foundation_system)
-  add_guest(${guest}_guest SOURCES tests/guest/${guest}_guest.mm FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
-endforeach()
-add_guest(cloud_guest SOURCES tests/guest/cloud_guest.mm FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
-
-add_guest(frames_guest SOURCES tests/guest/frames_guest.cpp tests/guest/frame_cases.S
-  FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-unused-command-line-argument)
-
-add_windows_test_program(guest_driver tests/guest/driver.cpp)
-foreach(guest c_library c_memory cxx_runtime cxx_strings exceptions files foundation_system foundation_values frames start system threads time objc)
-  game_test(guest.${guest} guest_driver $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
-endforeach()
-
 # The C library's answers to generated input, ours against this machine's.
 add_guest(differ_guest SOURCES tests/guest/differ.cpp FLAGS -isystem ${CMAKE_SOURCE_DIR}/sdk/darwin)
+set_property(GLOBAL APPEND PROPERTY TEST_IMAGES $<TARGET_PROPERTY:differ_guest,GUEST_IMAGE>)
 game_test(guest.differ bash -o pipefail -c "$0 $1 $2 print_answers | $3" ${CMAKE_SOURCE_DIR}/cmake/wine-run
-  $<TARGET_FILE:guest_driver> $<TARGET_PROPERTY:differ_guest,GUEST_IMAGE> ${VLM_NATIVE_DIR}/differ)
+  $<TARGET_FILE:host> $<TARGET_PROPERTY:differ_guest,GUEST_IMAGE> ${VLM_NATIVE_DIR}/differ)
 
-add_windows_test_program(forwarders_test tests/guest/forwarders_test.cpp tests/support/machine.S
-  tests/support/game_process.cpp)
-game_test(guest.forwarders forwarders_test $<TARGET_PROPERTY:echo_guest,GUEST_IMAGE>)
-add_windows_test_program(local_exports_test tests/guest/local_exports_test.cpp)
-game_test(guest.local_exports local_exports_test $<TARGET_PROPERTY:local_guest,GUEST_IMAGE>)
-
-add_windows_test_program(marshal_test tests/guest/marshal_test.cpp tests/support/game_process.cpp)
-game_test(guest.marshal marshal_test $<TARGET_PROPERTY:marshal_guest,GUEST_IMAGE>)
-
-add_windows_test_program(missing_export tests/guest/missing_export.cpp)
-add_windows_test_program(endings_test tests/guest/endings_test.cpp tests/support/game_process.cpp)
-target_link_libraries(endings_test PRIVATE vlm)
-game_test(guest.endings endings_test)
-add_guest(crash_guest SOURCES tests/guest/crash_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -Wno-infinite-recursion)
-add_windows_test_program(crash_test tests/guest/crash_test.cpp tests/support/game_process.cpp)
-game_test(guest.crashes crash_test $<TARGET_PROPERTY:crash_guest,GUEST_IMAGE>)
-add_guest(reports_guest SOURCES tests/guest/reports_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest
-  -Wno-infinite-recursion)
-add_windows_test_program(reports_test tests/guest/reports_test.cpp tests/support/game_process.cpp)
-game_test(guest.reports reports_test $<TARGET_PROPERTY:reports_guest,GUEST_IMAGE>)
-# Every import traced: registers, results, exceptions and jumps are as without.
-foreach(guest exceptions c_memory format objc)
-  game_test(traced.${guest} guest_driver $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
-  set_tests_properties(traced.${guest} PROPERTIES ENVIRONMENT VLM_TRACE=all)
-endforeach()
-add_windows_test_program(store_test tests/guest/store_test.cpp tests/support/game_process.cpp)
-add_dependencies(store_test guest_driver store_guest)
-game_test(guest.store store_test)
-add_windows_test_program(cloud_test tests/guest/cloud_test.cpp tests/support/game_process.cpp)
-add_dependencies(cloud_test guest_driver cloud_guest)
-game_test(guest.cloud cloud_test)
-add_test(NAME long.cloud CONFIGURATIONS long COMMAND cloud_test)
-set_tests_properties(long.cloud PROPERTIES RESOURCE_LOCK game ENVIRONMENT VLM_TEST_KILLS=500 TIMEOUT 900)
-add_windows_test_program(title_test tests/guest/title_test.cpp tests/support/game_process.cpp)
-game_test(guest.title title_test)
-add_windows_test_program(damaged_images_test tests/guest/damaged_images_test.cpp tests/support/game_process.cpp)
-game_test(guest.damaged_images damaged_images_test)
+guest_image(echo)
+host_case(forwarders guests/echo_guest.dylib)
+checked_case(forwarders)
+guest_image(local)
+host_case(local_exports guests/local_guest.dylib)
+checked_case(local_exports)
+guest_image(uncaught SOURCES uncaught_frames.S)
+host_case(endings)
+host_case(title)
 
 # Thousands of damaged files in ./test --long, else a few. They need no turn: each process has a folder of its own and
 # takes no notice of other games.
-add_windows_test_program(damage_start tests/guest/damage_start.cpp)
-add_windows_test_program(damage_test tests/guest/damage_test.cpp tests/support/damage.cpp tests/support/game_process.cpp)
-target_link_libraries(damage_test PRIVATE vlm)
-add_dependencies(damage_test damage_start)
-set(damage_test damage_test $<TARGET_FILE:GameAssembly> $<TARGET_PROPERTY:uncaught_guest,GUEST_IMAGE>)
-add_test(NAME guest.damage COMMAND ${damage_test} 0 120)
-add_test(NAME long.damage CONFIGURATIONS long COMMAND ${damage_test} 0 10000)
-add_test(NAME checked.damage COMMAND damage_test $<TARGET_FILE:GameAssemblyChecked>
-  $<TARGET_PROPERTY:uncaught_guest,GUEST_IMAGE> 200 80)
+function(damage_test name library)
+  add_test(NAME ${name} COMMAND host damage ${library} guests/uncaught_guest.dylib ${ARGN})
+endfunction()
+damage_test(guest.damage GameAssembly.dll 0 120)
+damage_test(checked.damage checked/GameAssembly.dll 200 80)
+add_test(NAME long.damage CONFIGURATIONS long COMMAND host damage GameAssembly.dll guests/uncaught_guest.dylib 0 10000)
 set_tests_properties(long.damage PROPERTIES TIMEOUT 3600)
 
+guest_test(marshal HOST)
+guest_image(crash)
+host_case(crashes)
+guest_image(reports)
+host_case(reports)
+# Every import traced: registers, results, exceptions and jumps are as without.
+foreach(guest exceptions c_memory objc)
+  game_test(traced.${guest} host ${guest})
+  set_tests_properties(traced.${guest} PROPERTIES ENVIRONMENT VLM_TRACE=all)
+endforeach()
+guest_image(store)
+host_case(store)
+guest_image(cloud)
+host_case(cloud)
+add_test(NAME long.cloud CONFIGURATIONS long COMMAND host cloud)
+set_tests_properties(long.cloud PROPERTIES RESOURCE_LOCK game ENVIRONMENT VLM_TEST_KILLS=500 TIMEOUT 900)
+
 # Seconds of play.
-add_guest(soak_guest SOURCES tests/guest/soak_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest)
-add_windows_test_program(soak_test tests/guest/soak_test.cpp)
-target_link_libraries(soak_test PRIVATE psapi)
-game_test(guest.soak soak_test $<TARGET_PROPERTY:soak_guest,GUEST_IMAGE> 10)
-add_test(NAME long.soak CONFIGURATIONS long COMMAND soak_test $<TARGET_PROPERTY:soak_guest,GUEST_IMAGE> 600)
+guest_image(soak)
+host_case(soak guests/soak_guest.dylib 10)
+add_test(NAME long.soak CONFIGURATIONS long COMMAND host soak guests/soak_guest.dylib 600)
 set_tests_properties(long.soak PROPERTIES RESOURCE_LOCK game TIMEOUT 900)
 
 # Controllers, in a folder where a stand-in for XInput lies beside the library.
-set(CONTROLLERS_DIR ${CMAKE_BINARY_DIR}/controllers)
-add_guest(controllers_guest SOURCES tests/guest/controllers_guest.cpp
-  FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -I${CMAKE_SOURCE_DIR}/tests)
+guest_image(controllers)
 add_library(xinput_stand_in SHARED tests/support/xinput_stand_in.cpp)
 target_include_directories(xinput_stand_in PRIVATE tests)
 set_target_properties(xinput_stand_in PROPERTIES PREFIX "" OUTPUT_NAME xinput1_4
-  RUNTIME_OUTPUT_DIRECTORY ${CONTROLLERS_DIR})
-add_windows_test_program(controllers_driver tests/guest/driver.cpp)
-set_target_properties(controllers_driver PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CONTROLLERS_DIR})
-add_custom_command(OUTPUT ${CONTROLLERS_DIR}/GameAssembly.dll
-  COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:GameAssembly> ${CONTROLLERS_DIR}/GameAssembly.dll
+  RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/controllers)
+add_custom_command(OUTPUT ${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll
+  COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:GameAssembly> ${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll
   DEPENDS GameAssembly VERBATIM)
-add_custom_target(controllers ALL DEPENDS ${CONTROLLERS_DIR}/GameAssembly.dll)
-game_test(guest.controllers controllers_driver $<TARGET_PROPERTY:controllers_guest,GUEST_IMAGE>)
-game_test(guest.no_keyboard controllers_driver $<TARGET_PROPERTY:controllers_guest,GUEST_IMAGE> keyboard_is_absent)
+add_custom_target(controllers ALL DEPENDS ${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll)
+host_case(controllers FOLDER controllers PROGRAM guest guests/controllers_guest.dylib)
+host_case(no_keyboard FOLDER controllers PROGRAM guest guests/controllers_guest.dylib keyboard_is_absent)
 # Wine has an XInput of its own, which it would load first.
 set_tests_properties(guest.controllers PROPERTIES ENVIRONMENT "WINEDLLOVERRIDES=xinput1_4=n;VLM_KEYBOARD=1")
 set_tests_properties(guest.no_keyboard PROPERTIES ENVIRONMENT WINEDLLOVERRIDES=xinput1_4=n)
 
-# The image with thread storage has a folder of its own, as a playable copy has.
-set(STORAGE_DIR ${CMAKE_BINARY_DIR}/storage)
-add_guest(storage_guest SOURCES tests/guest/storage_guest.cpp FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest
-  OUTPUT ${STORAGE_DIR}/GameAssembly.dylib)
-fit_library(${STORAGE_DIR} storage_guest)
-add_custom_target(storage ALL DEPENDS ${STORAGE_DIR}/GameAssembly.dll)
-add_windows_test_program(storage_test tests/guest/storage_test.cpp)
-set_target_properties(storage_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${STORAGE_DIR})
-game_test(guest.storage storage_test)
-game_test(guest.storage_expansion storage_test expansion)
-
-# Some thousand functions around gs accesses, patched, against the same functions with plain memory.
+# Some thousand functions around gs accesses, and switches in every form that clang gives them, patched, against the
+# same functions with plain memory: in an image whose jump tables the linker names, and in one where it does not.
 set(GS_CASES_DIR ${CMAKE_BINARY_DIR}/gs_cases)
 add_custom_command(OUTPUT ${GS_CASES_DIR}/cases.S
   COMMAND ${CMAKE_COMMAND} -E make_directory ${GS_CASES_DIR}
   COMMAND ${VLM_NATIVE_DIR}/make_gs_cases ${GS_CASES_DIR}/cases.S
   DEPENDS ${VLM_NATIVE_DIR}/make_gs_cases VERBATIM)
-add_guest(gs_cases_guest SOURCES ${GS_CASES_DIR}/cases.S FLAGS -Wno-unused-command-line-argument
-  OUTPUT ${GS_CASES_DIR}/GameAssembly.dylib)
-fit_library(${GS_CASES_DIR} gs_cases_guest)
-add_custom_target(gs_cases ALL DEPENDS ${GS_CASES_DIR}/GameAssembly.dll)
-add_windows_test_program(gs_cases_test tests/guest/gs_cases_test.cpp tests/support/machine.S)
-set_target_properties(gs_cases_test PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${GS_CASES_DIR})
-game_test(guest.gs_cases gs_cases_test)
-game_test(guest.gs_cases_expansion gs_cases_test expansion)
-add_test(NAME native.tessera_check COMMAND ${VLM_NATIVE_DIR}/tessera ${GS_CASES_DIR}/GameAssembly.dylib
-  --library ${GS_CASES_DIR}/GameAssembly.dll --check)
+set(switch_objects)
+foreach(level O0 O1 O2 O3)
+  foreach(model "" _large)
+    set(object ${GS_CASES_DIR}/switch_${level}${model}.o)
+    set(model_flag)
+    if(model)
+      set(model_flag -mcmodel=large)
+    endif()
+    add_custom_command(OUTPUT ${object}
+      COMMAND clang-19 ${GUEST_FLAGS} -${level} ${model_flag} -DFORM=${level}${model}
+        -c ${CMAKE_SOURCE_DIR}/tests/guest/switch_cases.c -o ${object}
+      DEPENDS ${CMAKE_SOURCE_DIR}/tests/guest/switch_cases.c VERBATIM)
+    list(APPEND switch_objects ${object})
+  endforeach()
+endforeach()
+foreach(kind named unnamed)
+  set(folder ${GS_CASES_DIR}/${kind})
+  set(link_flags)
+  if(kind STREQUAL unnamed)
+    set(link_flags -no_data_in_code_info)
+  endif()
+  add_guest(gs_cases_${kind}_guest SOURCES ${GS_CASES_DIR}/cases.S OBJECTS ${switch_objects}
+    FLAGS -Wno-unused-command-line-argument LINK_FLAGS ${link_flags} OUTPUT ${folder}/GameAssembly.dylib)
+  fit_library(${folder} gs_cases_${kind}_guest)
+  add_custom_target(gs_cases_${kind} ALL DEPENDS ${folder}/GameAssembly.dll)
+  set_property(GLOBAL APPEND PROPERTY TEST_IMAGES $<TARGET_PROPERTY:gs_cases_${kind}_guest,GUEST_IMAGE>)
+  add_test(NAME native.tessera_check_${kind} COMMAND ${VLM_NATIVE_DIR}/tessera ${folder}/GameAssembly.dylib
+    --library ${folder}/GameAssembly.dll --check)
+endforeach()
+host_case(gs_cases FOLDER gs_cases/unnamed)
+host_case(gs_cases_expansion FOLDER gs_cases/named PROGRAM gs_cases expansion)
 
+get_property(host_cases GLOBAL PROPERTY HOST_CASES)
+file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/include/host_cases.inc CONTENT "${host_cases}" @ONLY)
+
+# ---- The sample ------------------------------------------------------------------------------------------------------
 game_test(sample ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePlayer> --frames 60)
 set_tests_properties(sample PROPERTIES FAIL_REGULAR_EXPRESSION "there is no mod")
 # The crash report names the game's function. The exit code does not count: it is the exception's.
 game_test(sample_crash ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePlayer> --crash)
 set_tests_properties(sample_crash PROPERTIES FAIL_REGULAR_EXPRESSION "player: ERROR" PASS_REGULAR_EXPRESSION
   "EXCEPTION 0xc0000005 at 0x[0-9a-f]+ GameAssembly.dylib![^ ]*Game_Crash[^\n]*\n[^\n]*  read address 0x0")
-
-# ---- The checked library ---------------------------------------------------------------------------------------------
-# In a folder of its own with the programs that drive it. What is left out has little of the library in it for its time
-# (the collector's stress) or is about the way a process ends.
-set(checked_files)
-foreach(program guest_driver forwarders_test marshal_test local_exports_test)
-  add_custom_command(OUTPUT ${VLM_CHECKED_DIR}/${program}.exe
-    COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:${program}> ${VLM_CHECKED_DIR}/${program}.exe
-    DEPENDS ${program} VERBATIM)
-  list(APPEND checked_files ${VLM_CHECKED_DIR}/${program}.exe)
-endforeach()
-add_custom_target(checked_programs ALL DEPENDS ${checked_files})
-
-function(checked_test name program guest)
-  game_test(checked.${name} ${CMAKE_SOURCE_DIR}/cmake/wine-run ${VLM_CHECKED_DIR}/${program}.exe
-    $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
-endfunction()
-foreach(guest c_library c_memory cxx_runtime cxx_strings exceptions files foundation_system foundation_values frames start system threads time objc)
-  checked_test(${guest} guest_driver ${guest})
-endforeach()
-checked_test(forwarders forwarders_test echo)
-checked_test(local_exports local_exports_test local)
-checked_test(marshal marshal_test marshal)
 
 # The archive that ./test has made before.
 add_test(NAME package COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_package
@@ -209,21 +233,18 @@ add_test(NAME package COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_package
 add_test(NAME native.arrows COMMAND ${CMAKE_SOURCE_DIR}/tests/arrows)
 add_test(NAME native.messages COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_messages)
 add_test(NAME native.tessera COMMAND ${VLM_NATIVE_DIR}/tessera_test)
+add_test(NAME native.port COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_port ${VLM_NATIVE_DIR}/tessera
+  $<TARGET_FILE:GameAssembly> $<TARGET_PROPERTY:sample_game,GUEST_IMAGE> ${VLM_NATIVE_DIR}/port)
 add_test(NAME native.mutate_images COMMAND ${VLM_NATIVE_DIR}/mutate_images)
-set_tests_properties(native.tessera native.mutate_images PROPERTIES TIMEOUT 60)
+set_tests_properties(native.tessera native.port native.mutate_images PROPERTIES TIMEOUT 60)
 
 # Two readers of compact unwind information agree about every address.
 foreach(guest frames uncaught exceptions cxx_strings)
-  add_test(NAME native.unwind_info_${guest} COMMAND bash -o pipefail -c
-    "llvm-objdump-19 --macho --unwind-info $0 | $1 $0" $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>
-    ${VLM_NATIVE_DIR}/unwind_info_test)
+  add_test(NAME native.unwind_info_${guest} COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_unwind_info
+    ${VLM_NATIVE_DIR}/unwind_info_test $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
 endforeach()
 
-set(images)
-foreach(guest c_library c_memory cloud cxx_runtime cxx_strings exceptions files foundation_system
-        foundation_values frames objc start storage system threads time)
-  list(APPEND images $<TARGET_PROPERTY:${guest}_guest,GUEST_IMAGE>)
-endforeach()
+get_property(images GLOBAL PROPERTY TEST_IMAGES)
 add_test(NAME native.rows COMMAND ${VLM_NATIVE_DIR}/rows_test $<TARGET_FILE:GameAssembly> ${images})
 
 # The inspector agrees with other readers about real images, and says what is wrong with each.
@@ -241,13 +262,13 @@ inspect_check(start $<TARGET_PROPERTY:start_guest,GUEST_IMAGE> 1
 inspect_check(exceptions $<TARGET_PROPERTY:exceptions_guest,GUEST_IMAGE> 1 ".unwind.opaque == []")
 inspect_check(uncaught $<TARGET_PROPERTY:uncaught_guest,GUEST_IMAGE> 1
   "[.unwind.opaque[].function | split(\" \")[1]] == [\"(_throw_from_dwarf_frame)\", \"(_throw_from_seven_registers)\"]")
-inspect_check(storage $<TARGET_PROPERTY:storage_guest,GUEST_IMAGE> 1 ".thread_storage.sites > 5")
+inspect_check(gs_cases $<TARGET_PROPERTY:gs_cases_named_guest,GUEST_IMAGE> 1 ".thread_storage.sites > 5")
 # A library that was fitted to an image, with that image and with another one.
 add_test(NAME native.inspect_fitted COMMAND bash -ec
   "$0 $1 --library $3 --json | jq -e '.status == 1 and .thread_storage.list == \"fits\"'
    $0 $2 --library $3 --json | jq -e '.status == 2 and .thread_storage.list == \"differs\"'" ${VLM_NATIVE_DIR}/inspect
-  $<TARGET_PROPERTY:storage_guest,GUEST_IMAGE> $<TARGET_PROPERTY:gs_cases_guest,GUEST_IMAGE>
-  ${STORAGE_DIR}/GameAssembly.dll)
+  $<TARGET_PROPERTY:gs_cases_named_guest,GUEST_IMAGE> $<TARGET_PROPERTY:start_guest,GUEST_IMAGE>
+  ${GS_CASES_DIR}/named/GameAssembly.dll)
 
 # The button glyphs as the library draws them, read by another's reader.
 set(GLYPHS_DIR ${CMAKE_BINARY_DIR}/glyphs)

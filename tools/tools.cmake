@@ -19,8 +19,13 @@ set(TESSERA_SOURCES
   tools/shared/command_line.cpp
   tools/shared/console.cpp
   tools/shared/files.cpp
+  tools/shared/mapped_file.cpp
+  tools/shared/portable_executable.cpp
+  tools/shared/text.cpp
+  tools/shared/workers.cpp
   tools/tessera/check_list.cpp
-  tools/tessera/code_ranges.cpp
+  tools/tessera/code_map.cpp
+  tools/tessera/code_walk.cpp
   tools/tessera/gs_sites.cpp
   tools/tessera/instruction.cpp
   tools/tessera/library_file.cpp
@@ -32,6 +37,7 @@ target_link_libraries(tessera_core PUBLIC vlm_core Zydis)
 
 # What an image would meet here, before it is run.
 set(INSPECT_SOURCES
+  tools/inspect/call_rank.cpp
   tools/inspect/format.cpp
   tools/inspect/gather.cpp
   tools/inspect/initializers.cpp
@@ -40,10 +46,13 @@ set(INSPECT_SOURCES
   tools/inspect/linkage.cpp
   tools/inspect/names.cpp
   tools/inspect/objective_c.cpp
-  tools/inspect/portable_executable.cpp
   tools/inspect/text_report.cpp
   tools/inspect/thread_storage.cpp
   tools/inspect/unwind.cpp
   tools/inspect/verdict.cpp)
 add_tool(inspect ${INSPECT_SOURCES})
 target_link_libraries(inspect_core PUBLIC tessera_core)
+
+# One step from a Mac application to a player that is ready to start.
+add_tool(port tools/port/player_folder.cpp tools/port/put_in_place.cpp)
+target_link_libraries(port_core PUBLIC inspect_core)

@@ -4,14 +4,29 @@
 #include "sys/types.h"
 
 #define PTHREAD_MUTEX_RECURSIVE 2
+#define PTHREAD_CREATE_JOINABLE 1
 #define PTHREAD_CREATE_DETACHED 2
 #define PTHREAD_CANCEL_DISABLE 1
+// As macOS compiles it into programs: the handlers of a thread hang at the second word of its pthread_t.
+#define pthread_cleanup_push(function, argument)                                                               \
+  {                                                                                                            \
+    struct cleanup_handler cleanup_ = {(function), (argument), ((struct cleanup_handler**)pthread_self())[1]}; \
+    ((struct cleanup_handler**)pthread_self())[1] = &cleanup_;
+#define pthread_cleanup_pop(execute)                             \
+  ((struct cleanup_handler**)pthread_self())[1] = cleanup_.next; \
+  if (execute) cleanup_.function(cleanup_.argument);             \
+  }
 #define PTHREAD_MUTEX_INITIALIZER {0x32AAABA7, {0}}
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 typedef struct _opaque_pthread_t* pthread_t;
+struct cleanup_handler {
+  void (*function)(void*);
+  void* argument;
+  struct cleanup_handler* next;
+};
 typedef struct {
   long signature;
   char opaque[56];
@@ -50,6 +65,7 @@ int pthread_mutex_lock(pthread_mutex_t* mutex);
 int pthread_mutex_trylock(pthread_mutex_t* mutex);
 int pthread_mutex_unlock(pthread_mutex_t* mutex);
 int pthread_cond_init(pthread_cond_t* condition, const void* attributes);
+int pthread_cond_destroy(pthread_cond_t* condition);
 int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex);
 int pthread_cond_signal(pthread_cond_t* condition);
 int pthread_cond_broadcast(pthread_cond_t* condition);

@@ -7,6 +7,8 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+void bcopy(const void* from, void* to, size_t size);
+void bzero(void* to, size_t size);
 void* memcpy(void* to, const void* from, size_t size);
 void* memmove(void* to, const void* from, size_t size);
 void* memset(void* to, int value, size_t size);

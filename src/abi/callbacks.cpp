@@ -1,8 +1,8 @@
 // The exports that let function pointers cross between the conventions, and pages near an image. See include/vlm.h.
 //
 // Wrapped callbacks are remembered in a registry of 1024 pairs, in creation order. Two hash indices over the pairs
-// answer "the stub of this function" and "the function of this stub"; both are read without a lock, so wrapping a
-// function that is known and unwrapping any pointer cost a few loads, however many callbacks there are.
+// answer "the stub of this function" and "the function of this stub". Both are read without a lock: to wrap a known
+// function or to unwrap a pointer costs a few loads, however many callbacks there are.
 #include "abi/callbacks.h"
 
 #include <windows.h>
@@ -12,22 +12,23 @@
 
 #include "abi/stubs.h"
 #include "macho/load.h"
+#include "support/hash.h"
 #include "support/locks.h"
+#include "support/pages.h"
 #include "vlm.h"
 
 namespace vlm {
 namespace {
 
 constexpr std::size_t max_callbacks = 1024;
-constexpr std::size_t trampoline_page_size = 4096;
 
 struct CallbackPair {
   void* target;
   void* stub;
 };
 
-/// Finds pairs by one of their two addresses: open addressing at half load or less. One writer at a time; readers
-/// take no lock, because a place changes once, from free to a pair that is complete.
+/// Finds pairs by one of their two addresses. Open addressing, at most half full. One writer at a time; readers take no
+/// lock, because a place changes only once, from free to a complete pair.
 template <void* CallbackPair::* Key>
 class PairIndex {
  public:
@@ -39,7 +40,7 @@ class PairIndex {
     }
   }
 
-  /// Makes a written pair visible. Of two pairs with one key the first stays the one that is found.
+  /// Makes a written pair visible. When two pairs have the same key, the first is found.
   void publish(const CallbackPair* pairs, std::size_t index) {
     const void* key = pairs[index].*Key;
     if (find(pairs, key) != nullptr) return;
@@ -49,10 +50,7 @@ class PairIndex {
   }
 
  private:
-  /// Fibonacci hashing: the upper bits of the product depend on every bit of the address.
-  static std::size_t hash(const void* key) {
-    return reinterpret_cast<std::uint64_t>(key) * 0x9E3779B97F4A7C15 >> (64 - 11);
-  }
+  static std::size_t hash(const void* key) { return hash_address(reinterpret_cast<std::uint64_t>(key), 11); }
 
   std::atomic<std::uint16_t> places_[2 * max_callbacks] = {};  // number of the pair, from 1; 0 is free
   static_assert(2 * max_callbacks == 1 << 11, "hash() yields a place");
@@ -68,7 +66,8 @@ void remember(void* target, void* stub) {
   const std::lock_guard guard(registry_lock);
   if (registry_count == max_callbacks) return;
   registry[registry_count] = {target, stub};
-  pairs_by_stub.publish(registry, registry_count);  // first: who is given a stub can unwrap it
+  // Stubs first: as soon as pairs_by_target has this one, another thread may be given it and ask what is behind it.
+  pairs_by_stub.publish(registry, registry_count);
   pairs_by_target.publish(registry, registry_count);
   ++registry_count;
 }
@@ -104,10 +103,10 @@ void* vlm_allocate_trampoline(void* address) {
   for (int i = 0; i < vlm::hook_arena_count; ++i) {
     vlm::HookArena& arena = vlm::hook_arenas[i];
     if (place < arena.image_base || place - arena.image_base >= arena.image_size) continue;
-    if (arena.used + vlm::trampoline_page_size > vlm::hook_arena_size) return nullptr;
-    void* page = VirtualAlloc(reinterpret_cast<void*>(arena.arena_start + arena.used), vlm::trampoline_page_size,
-                              MEM_COMMIT, PAGE_EXECUTE_READWRITE);
-    if (page != nullptr) arena.used += vlm::trampoline_page_size;
+    if (arena.used + vlm::page_size > vlm::hook_arena_size) return nullptr;
+    void* page = VirtualAlloc(reinterpret_cast<void*>(arena.arena_start + arena.used), vlm::page_size, MEM_COMMIT,
+                              PAGE_EXECUTE_READWRITE);
+    if (page != nullptr) arena.used += vlm::page_size;
     return page;
   }
   return nullptr;

@@ -14,7 +14,7 @@ namespace vlm {
 namespace {
 
 constexpr std::uint64_t piece_limit = 511;
-/// Widths and precisions end here: one more than an int holds, so that a text of that width cannot be reported either.
+/// The largest width or precision: one more than an int holds, so that the length of such a text cannot be returned.
 constexpr std::int64_t number_limit = std::int64_t{1} << 31;
 
 /// What stands between '%' and the conversion character.
@@ -132,7 +132,7 @@ void make_upper(char* text, std::uint64_t size) {
   }
 }
 
-/// The argument as the type that the length says, its bits in 64.
+/// The argument, read as the type that the length modifier says and widened to 64 bits.
 template <class Char, class Short, class Int>
 std::uint64_t next_integer(Length length, SysvVaList& arguments) {
   const auto word = arguments.next<std::uint64_t>();
@@ -160,7 +160,7 @@ void put_integer(TextSink& out, const Specification& specification, SysvVaList& 
   }
   constexpr std::uint64_t most_digits = 22;  // 64 bits in octal
 
-  // The everyday %d goes straight into its place: to copy digits that were just written stalls the processor.
+  // The common %d is written straight to its place: copying digits that were just written stalls the processor.
   if (specification.is_plain() && conversion != 'X') {
     if (char* const place = out.place(1 + most_digits)) {
       *place = '-';
@@ -252,7 +252,7 @@ template <class Put>
 std::uint64_t each_utf8(const char* text, std::uint64_t limit, Put put) {
   std::uint64_t total = 0;
   for (;; text += sizeof(std::uint32_t)) {
-    if (total == limit) return total;  // the character behind the last one need not be readable
+    if (total == limit) return total;  // nothing behind the last character may be read
     std::uint32_t c;
     std::memcpy(&c, text, sizeof c);
     if (c == 0) return total;

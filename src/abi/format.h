@@ -21,7 +21,8 @@
 
 namespace vlm {
 
-/// Where text goes: a buffer that either ends (what does not fit is counted and dropped) or is drained when full.
+/// Where text goes: a buffer. When it is full, it is either drained, or the rest of the text is dropped and only
+/// counted.
 class TextSink {
  public:
   /// Takes the `size` bytes that the buffer holds; the buffer is then filled anew.

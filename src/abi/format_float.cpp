@@ -12,7 +12,7 @@
 namespace vlm {
 namespace {
 
-// The lowest bit of a double is 2^-1074, so no digit further behind the point is other than zero.
+// The lowest bit of a double is 2^-1074: all digits further behind the point are zero.
 constexpr std::int64_t last_digit = 1074;
 
 void put(FloatText& text, char c) { text.body[text.size++] = c; }
@@ -97,7 +97,7 @@ constexpr auto powers_of_ten = [] {
   return powers;
 }();
 
-/// The everyday %.3f: value * 10^precision as an exact fraction of 2^shift that fits into 128 bits. False when the
+/// The common case, %.3f: value * 10^precision as an exact fraction of 2^shift that fits into 128 bits. False when the
 /// value or the precision is beyond that; then nothing is rendered.
 bool render_short_fixed(FloatText& text, double value, std::int64_t precision) {
   const auto bits = std::bit_cast<std::uint64_t>(value);

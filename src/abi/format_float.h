@@ -19,11 +19,11 @@ struct FloatText {
 /// Renders `value`, finite and not negative, as e, f, g or a (lower-case) does.
 ///   precision   digits after the point (g: significant ones); negative means not given
 ///   alternate   the flag '#': a point always, and g keeps its zeros
-/// %a has its "0x" in the caller's hand: zero padding goes between it and the body.
+/// For %a the caller writes the "0x", since zeros that pad go between it and the body.
 void render_float(FloatText& text, double value, char conversion, std::int64_t precision, bool alternate);
 
 /// An 80-bit extended value (10 bytes: significand, then exponent and sign) rounded once to the nearest double.
-/// Unnormal encodings count as what their bits say, though the processor refuses them.
+/// Encodings that the processor refuses ("unnormal" ones) have the value that their bits say.
 double double_from_extended(const std::byte* extended);
 
 }  // namespace vlm

@@ -10,13 +10,14 @@
 
 #include "abi/format_length.h"
 #include "support/characters.h"
+#include "support/utf8.h"
 
 namespace vlm {
 namespace {
 
 char to_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
 
-/// The input as one conversion sees it: it ends at the NUL or where the field's width does.
+/// The input of one conversion: it ends at the NUL, or where the width of the field ends.
 struct Field {
   const char* at;
   std::uint64_t width;  // characters left
@@ -26,7 +27,7 @@ struct Field {
     ++at;
     --width;
   }
-  /// Takes the character when it is `c`, a lower-case letter or no letter at all, in either case.
+  /// Takes the next character when it is `c`, in upper or lower case. `c` itself is no upper-case letter.
   bool take(char c) {
     if (to_lower(peek()) != c) return false;
     skip();
@@ -103,19 +104,12 @@ bool match_integer(Field& field, std::uint32_t base, bool is_signed, std::uint64
     }
   }
   if (base == 0) base = 10;
-  std::uint64_t magnitude = 0;
-  bool too_large = false;
-  for (; digit_value(field.peek()) < base; field.skip()) {
+  IntegerText integer{.negative = negative};
+  for (std::uint32_t digit; (digit = digit_value(field.peek())) < base; field.skip()) {
     any = true;
-    too_large |= __builtin_mul_overflow(magnitude, std::uint64_t{base}, &magnitude);
-    too_large |= __builtin_add_overflow(magnitude, std::uint64_t{digit_value(field.peek())}, &magnitude);
+    integer.append(digit, base);
   }
-  const std::uint64_t most = is_signed ? (std::uint64_t{1} << 63) - !negative : UINT64_MAX;
-  if (too_large || magnitude > most) {
-    bits = most;
-  } else {
-    bits = negative ? 0 - magnitude : magnitude;
-  }
+  bits = is_signed ? static_cast<std::uint64_t>(integer.clamped_signed()) : integer.clamped_unsigned();
   return any;
 }
 
@@ -231,23 +225,6 @@ void store_float(void* to, const FloatItem& item, Length length) {
   }
 }
 
-/// Bytes of the UTF-8 character at `text` and its value; 0 when it is ill-formed.
-std::size_t decode_utf8(const char* text, std::uint32_t& value) {
-  const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  value = byte(0);
-  if (value < 0x80) return 1;
-  const std::size_t size = value < 0xC0 ? 0 : value < 0xE0 ? 2 : value < 0xF0 ? 3 : value < 0xF8 ? 4 : 0;
-  if (size == 0) return 0;
-  value &= 0x7Fu >> size;
-  for (std::size_t i = 1; i < size; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;  // a NUL, too
-    value = value << 6 | (byte(i) & 0x3F);
-  }
-  static constexpr std::uint32_t least[] = {0x80, 0x800, 0x10000};
-  const bool surrogate = value >= 0xD800 && value < 0xE000;
-  return value < least[size - 2] || value > 0x10FFFF || surrogate ? 0 : size;
-}
-
 enum class Match { done, mismatch, end_of_input };
 
 /// %s, %c and %[: characters of the set, as many as the field allows.
@@ -261,7 +238,7 @@ Match match_text(Field& field, const std::bitset<256>& set, bool ends, bool wide
   for (; belongs(field.peek()); ++taken) {
     std::uint32_t c = static_cast<unsigned char>(*field.at);
     if (wide) {
-      const std::size_t size = decode_utf8(field.at, c);
+      const std::size_t size = decode_utf8({field.at, strnlen(field.at, 4)}, c);
       if (size == 0) return Match::end_of_input;  // an encoding error ends the input
       field.at += size - 1;
     }
@@ -287,7 +264,7 @@ Match match_conversion(const char*& input, const Specification& specification, S
     while (is_space(*input)) ++input;
   }
   if (*input == 0) return Match::end_of_input;
-  // The place is taken when there is something to store there, so a list may be shorter than its format.
+  // The argument is taken only when there is something to store: a list may be shorter than its format.
   const auto place = [&] { return specification.suppressed ? nullptr : arguments.next<char*>(); };
   Field field{input, specification.width > 0 ? specification.width : UINT64_MAX};
   const bool wide = specification.length == Length::wide;

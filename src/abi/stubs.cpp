@@ -6,8 +6,8 @@
 //   chunk                                    +1 MiB
 //   | stub | stub | ...  -> free             | UnwindInfo, UnwindInfo | RUNTIME_FUNCTION, ... -> free |
 //
-// Record stubs have no entry there: they touch neither the stack nor a register that is kept, and Windows takes a
-// function that it knows nothing about for exactly that.
+// Record stubs have no entry there. They use neither the stack nor a register that must be kept, and that is what
+// Windows assumes of a function without an entry.
 #include "abi/stubs.h"
 
 #include <windows.h>
@@ -18,6 +18,7 @@
 #include "abi/entries.h"
 #include "diag/log.h"
 #include "support/locks.h"
+#include "support/pages.h"
 #include "support/procedures.h"
 
 namespace vlm {
@@ -72,7 +73,7 @@ struct ChunkTail {
 using AddGrowableFunctionTable = DWORD NTAPI(void**, RUNTIME_FUNCTION*, DWORD, DWORD, ULONG_PTR, ULONG_PTR);
 using GrowFunctionTable = void NTAPI(void*, DWORD);
 
-/// The chunk that stubs are cut from. Constant-initialised: static start-up of any file may make stubs.
+/// The chunk that stubs are cut from. Constant-initialised, because constructors of other files may make stubs.
 struct StubPool {
   SrwLock lock;  // guards all below; a leaf, but for the lock inside Windows' function tables
   std::byte* chunk = nullptr;
@@ -150,15 +151,11 @@ class CodeWriter {
 };
 
 bool is_readable(const void* address, std::size_t size) {
-  const auto end = reinterpret_cast<std::uintptr_t>(address) + size;
-  if (end < size) return false;
-  for (auto at = reinterpret_cast<std::uintptr_t>(address); at < end;) {
-    MEMORY_BASIC_INFORMATION region;
-    if (VirtualQuery(reinterpret_cast<const void*>(at), &region, sizeof region) == 0) return false;
-    if (region.State != MEM_COMMIT || (region.Protect & (PAGE_NOACCESS | PAGE_GUARD | PAGE_EXECUTE)) != 0) return false;
-    at = reinterpret_cast<std::uintptr_t>(region.BaseAddress) + region.RegionSize;
-  }
-  return true;
+  return for_each_region(reinterpret_cast<std::uintptr_t>(address), size,
+                         [](const MEMORY_BASIC_INFORMATION& region, std::uintptr_t, std::uint64_t) {
+                           return region.State == MEM_COMMIT &&
+                                  (region.Protect & (PAGE_NOACCESS | PAGE_GUARD | PAGE_EXECUTE)) == 0;
+                         });
 }
 
 }  // namespace

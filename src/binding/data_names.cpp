@@ -13,6 +13,7 @@ constexpr std::string_view data_prefixes[] = {
 }  // namespace
 
 bool is_data_name(std::string_view name) {
+  if (name.starts_with("__ZNK")) return false;  // a const member function, whatever its name ends in
   if (std::ranges::any_of(data_prefixes, [&](std::string_view prefix) { return name.starts_with(prefix); }))
     return true;
   return name.size() >= 5 && name.ends_with("2idE");  // a static member `id`: the C++ library's locale facets

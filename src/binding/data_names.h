@@ -5,11 +5,12 @@
 
 namespace vlm {
 
-/// True for a symbol that is data by its spelling: a zeroed object that game code may read is safer than a stub that it
-/// would read as data.
+/// True for a symbol whose name says that it is data. For such an import a zeroed object is safer than a stub, whose
+/// code the game would read as data.
 bool is_data_name(std::string_view name);
 
-/// True for what every image imports to bind its lazy pointers with: they are bound already when it starts.
+/// True for the function that binds lazy pointers. Every image imports it, but the loader has bound them all before the
+/// image runs.
 constexpr bool is_lazy_binder(std::string_view name) { return name == "dyld_stub_binder"; }
 
 }  // namespace vlm

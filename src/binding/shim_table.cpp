@@ -93,7 +93,7 @@ const void* make_trap(const char* library, const char* name) {
   return stub;
 }
 
-/// A line that says how many there are, then the names, each once, in lines of many.
+/// Logs a line that says how many there are, then all names in a few long lines.
 void log_names(const char* what, std::vector<std::string_view> names) {
   if (names.empty()) return;
   std::ranges::sort(names);

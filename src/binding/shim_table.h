@@ -43,7 +43,7 @@ const void* make_missing_symbol(const char* library, const char* name);
 /// The symbol that make_missing_symbol() answered with the zeroed object at this address, or null.
 const char* missing_symbol_name(const void* object);
 
-/// Logs the names that make_missing_symbol() answered, so that a log tells what a game may miss before it misses it.
+/// Logs the names that make_missing_symbol() was asked for. The log then tells what a game lacks before it needs it.
 void log_missing_symbols();
 
 /// One import without an implementation; lives until the process ends.

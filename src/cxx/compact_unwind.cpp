@@ -260,13 +260,14 @@ constexpr UnwindRegister register_of_number[] = {in_rax, in_rbx, in_r12, in_r13,
 
 /// rbp's frame: five places above a base below rbp, each with a register or none. rbp itself is always saved.
 std::optional<FrameLayout> decode_rbp_frame(std::uint32_t encoding) {
-  FrameLayout layout{16, true, 1, {{in_rbp, 16}}};
+  FrameLayout layout{.cfa_offset = 16, .below_cfa = {}, .deepest = 0, .from_rbp = true};
+  layout.save(in_rbp, 16);
   const unsigned base = 16 + 8 * (encoding >> 16 & 0xFF);
   for (unsigned place = 0; place < 5; ++place) {
     const unsigned number = encoding >> (3 * place) & 7;
     if (number == 0 || number >= rbp_number) continue;
     if (base < 24 + 8 * place) return std::nullopt;  // it would lie over rbp or the return address
-    layout.saved[layout.saved_count++] = {register_of_number[number], static_cast<std::uint16_t>(base - 8 * place)};
+    layout.save(register_of_number[number], base - 8 * place);
   }
   return layout;
 }
@@ -303,11 +304,8 @@ std::optional<FrameLayout> decode_frameless(std::uint32_t encoding, std::span<co
   unsigned numbers[6];
   if (count > 6 || !decode_permutation(count, encoding & 0x3FF, numbers)) return std::nullopt;
   if (size < 8 * (count + 1) || size > 0xFFFFFFFF) return std::nullopt;  // less than what it says to hold
-  FrameLayout layout{static_cast<std::uint32_t>(size), false, 0, {}};
-  for (unsigned i = 0; i < count; ++i) {
-    layout.saved[layout.saved_count++] = {register_of_number[numbers[i]],
-                                          static_cast<std::uint16_t>(8 + 8 * (count - i))};
-  }
+  FrameLayout layout{.cfa_offset = static_cast<std::uint32_t>(size), .below_cfa = {}, .deepest = 0, .from_rbp = false};
+  for (unsigned i = 0; i < count; ++i) layout.save(register_of_number[numbers[i]], 8 + 8 * (count - i));
   return layout;
 }
 

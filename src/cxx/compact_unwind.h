@@ -8,6 +8,7 @@
 // Function, LSDA and personality offsets count from the image's base; the others from the section's or page's start.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -81,14 +82,15 @@ enum UnwindRegister : std::uint8_t { in_rax, in_rdx, in_rbx, in_rbp, in_rsp, in_
 /// A frame ready to be taken off: where its canonical frame address lies (the caller's rsp after the return; the
 /// return address is in the word below) and which words below that hold registers of the caller.
 struct FrameLayout {
-  struct Saved {
-    UnwindRegister where;
-    std::uint16_t below_cfa;  // bytes
-  };
-  std::uint32_t cfa_offset;  // from rbp or rsp, in bytes
-  bool from_rbp;
-  std::uint8_t saved_count;
-  Saved saved[6];
+  std::uint32_t cfa_offset;     // from rbp or rsp, in bytes; 16 from rbp
+  std::uint16_t below_cfa[10];  // by UnwindRegister: bytes down to its word; 0: it is not saved
+  std::uint16_t deepest;        // the largest of them
+  bool from_rbp;                // which is then saved in the word that it points at
+
+  void save(UnwindRegister where, unsigned bytes) {
+    below_cfa[where] = static_cast<std::uint16_t>(bytes);
+    deepest = std::max(deepest, below_cfa[where]);
+  }
 };
 
 /// The layout that an encoding describes, or nothing when it is none that describes a frame completely.

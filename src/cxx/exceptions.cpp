@@ -1,6 +1,7 @@
 // The C++ exception ABI of game code: making and throwing exceptions, catching them, std::exception_ptr.
 #include <cstdlib>
 
+#include "cxx/exception_memory.h"
 #include "cxx/exception_object.h"
 #include "cxx/shims.h"
 #include "cxx/type_matching.h"
@@ -22,7 +23,7 @@ constinit thread_local ExceptionHeader* caught_exceptions = nullptr;  // the inn
 
 ExceptionHeader* make_header(std::uint64_t object_size) {
   void* block = nullptr;
-  if (object_size <= PTRDIFF_MAX) block = std::calloc(1, sizeof(ExceptionHeader) + object_size);  // 16-byte aligned
+  if (object_size <= PTRDIFF_MAX) block = allocate_exception_memory(sizeof(ExceptionHeader) + object_size);
   if (block == nullptr) {
     fatal_error("out of memory: cannot allocate an exception object of %llu bytes",
                 static_cast<unsigned long long>(object_size));
@@ -38,12 +39,12 @@ void add_reference(ExceptionHeader& header) { __atomic_fetch_add(&header.referen
 void release(ExceptionHeader* header) {
   if (static_cast<std::int32_t>(__atomic_fetch_sub(&header->reference_count, 1, __ATOMIC_ACQ_REL)) > 1) return;
   if (ExceptionHeader* const primary = header->unwind_header.primary) {
-    std::free(header);
+    free_exception_memory(header);
     release(primary);
     return;
   }
   if (header->destructor != nullptr) header->destructor(header + 1);
-  std::free(header);
+  free_exception_memory(header);
 }
 
 /// The pointer that an exception of a pointer's type holds now: the thrown one, or what a handler by reference has put
@@ -65,7 +66,7 @@ std::uint64_t pointer_of(ExceptionHeader& header) {
 SYSV void* allocate_exception_(std::uint64_t size) { return make_header(size) + 1; }
 
 SYSV void free_exception_(void* object) {
-  if (object != nullptr) std::free(ExceptionHeader::of_object(object));
+  if (object != nullptr) free_exception_memory(ExceptionHeader::of_object(object));
 }
 
 SYSV void* begin_catch_(void* unwind_header) {

@@ -11,19 +11,14 @@
 #include "macho/queries.h"
 
 namespace vlm {
-namespace {
 
-// Lists by hash; frames are only ever put in front. Two threads may both decode an address: either frame will do.
-constexpr unsigned bucket_bits = 14;
-constinit std::atomic<const Frame*> buckets[1 << bucket_bits] = {};
+constinit std::atomic<const Frame*> frame_lists[1 << frame_list_bits] = {};
+
+namespace {
 
 // By place in the image list; null until an address of the image was asked for. An image without usable unwind
 // information has a section that knows nothing.
 constinit std::atomic<const UnwindSection*> sections[max_images] = {};
-
-std::atomic<const Frame*>& bucket_of(std::uint64_t address) {
-  return buckets[address * 0x9E3779B97F4A7C15 >> (64 - bucket_bits)];
-}
 
 const UnwindSection* open_section(const MachImage& image) {
   auto section = std::make_unique<UnwindSection>();
@@ -79,32 +74,31 @@ const Frame* decode(const MachImage& image, const UnwindSection& section, std::u
   }
 
   const std::size_t clauses = pad ? pad->clauses.size() : 0;
-  void* block = std::malloc(sizeof(Frame) + clauses * sizeof(CatchClause));
+  void* block = _aligned_malloc(sizeof(Frame) + clauses * sizeof(CatchClause), alignof(Frame));
   if (block == nullptr) fatal_error("out of memory while an exception is thrown");
   auto* frame = new (block) Frame{.return_address = return_address,
-                                  .shape = shape,
-                                  .has_cleanup = pad && pad->has_cleanup,
-                                  .clause_count = static_cast<std::uint32_t>(clauses),
-                                  .landing_pad = pad ? pad->address : 0,
                                   .next = nullptr,
+                                  .landing_pad = pad ? pad->address : 0,
+                                  .layout = shape.layout,
+                                  .clause_count = static_cast<std::uint32_t>(clauses),
+                                  .has_cleanup = pad && pad->has_cleanup,
+                                  .supported = shape.supported,
+                                  .function = shape.function,
+                                  .encoding = entry.encoding,
                                   .clauses = {}};
   if (pad) std::ranges::copy(pad->clauses, frame->clauses);
 
-  std::atomic<const Frame*>& bucket = bucket_of(return_address);
-  frame->next = bucket.load(std::memory_order_relaxed);
-  while (!bucket.compare_exchange_weak(frame->next, frame, std::memory_order_release, std::memory_order_relaxed)) {
+  std::atomic<const Frame*>& list = frame_list(return_address);
+  frame->next = list.load(std::memory_order_relaxed);
+  while (!list.compare_exchange_weak(frame->next, frame, std::memory_order_release, std::memory_order_relaxed)) {
   }
   return frame;
 }
 
 }  // namespace
 
-const Frame* find_frame(std::uint64_t return_address) {
-  for (const Frame* frame = bucket_of(return_address).load(std::memory_order_acquire); frame != nullptr;
-       frame = frame->next) {
-    if (frame->return_address == return_address) return frame;
-  }
-  const auto images = image_list();
+const Frame* decode_frame(std::uint64_t return_address) {
+  const auto images = macho_images();
   for (std::size_t i = 0; i < images.size(); ++i) {
     if (!images[i]->contains(return_address - 1)) continue;
     return decode(*images[i], section_of(*images[i], sections[i]), return_address);
@@ -113,7 +107,7 @@ const Frame* find_frame(std::uint64_t return_address) {
 }
 
 std::optional<FrameShape> find_shape(std::uint64_t instruction) {
-  for (const MachImage* image : image_list()) {
+  for (const MachImage* image : macho_images()) {
     if (!image->contains(instruction)) continue;
     const MachSection* const found = macho_find_section(*image, "__TEXT", "__unwind_info");
     if (found == nullptr) return std::nullopt;

@@ -5,27 +5,15 @@
 namespace vlm {
 namespace {
 
-std::uint64_t word_at(std::uint64_t address) { return *reinterpret_cast<const std::uint64_t*>(address); }
+/// The registers that a Windows frame keeps for its caller, as far as game code keeps them too.
+constexpr struct {
+  UnwindRegister ours;
+  DWORD64 CONTEXT::* windows;
+} registers_of_windows[] = {{in_rip, &CONTEXT::Rip}, {in_rsp, &CONTEXT::Rsp}, {in_rbp, &CONTEXT::Rbp},
+                            {in_rbx, &CONTEXT::Rbx}, {in_r12, &CONTEXT::R12}, {in_r13, &CONTEXT::R13},
+                            {in_r14, &CONTEXT::R14}, {in_r15, &CONTEXT::R15}};
 
 }  // namespace
-
-bool StackWalk::step(const FrameShape& frame) {
-  if (!frame.supported) return false;
-  const FrameLayout& layout = frame.layout;
-  const std::uint64_t from = at_[layout.from_rbp ? in_rbp : in_rsp];
-  if (from < rsp() || from > stack_end_ || layout.cfa_offset > stack_end_ - from) return false;
-  const std::uint64_t cfa = from + layout.cfa_offset;
-  const std::uint64_t low = rsp();
-  for (unsigned i = 0; i < layout.saved_count; ++i) {
-    const auto [where, below_cfa] = layout.saved[i];
-    const std::uint64_t place = cfa - below_cfa;
-    if (place < low) return false;
-    at_[where] = word_at(place);
-  }
-  at_[in_rip] = word_at(cfa - 8);
-  at_[in_rsp] = cfa;
-  return true;
-}
 
 bool StackWalk::step_over(std::uint64_t size) {
   if (rsp() > stack_end_ || stack_end_ - rsp() < size + 8) return false;
@@ -36,14 +24,7 @@ bool StackWalk::step_over(std::uint64_t size) {
 
 bool StackWalk::step_windows() {
   CONTEXT context{};
-  context.Rip = rip();
-  context.Rsp = rsp();
-  context.Rbp = at_[in_rbp];
-  context.Rbx = at_[in_rbx];
-  context.R12 = at_[in_r12];
-  context.R13 = at_[in_r13];
-  context.R14 = at_[in_r14];
-  context.R15 = at_[in_r15];
+  for (const auto& [ours, windows] : registers_of_windows) context.*windows = at_[ours];
   DWORD64 image_base;
   HMODULE module;
   if (PRUNTIME_FUNCTION function = RtlLookupFunctionEntry(context.Rip, &image_base, nullptr)) {
@@ -60,14 +41,7 @@ bool StackWalk::step_windows() {
     return false;
   }
   if (context.Rip == 0 || context.Rsp <= rsp() || context.Rsp > stack_end_) return false;
-  at_[in_rip] = context.Rip;
-  at_[in_rsp] = context.Rsp;
-  at_[in_rbp] = context.Rbp;
-  at_[in_rbx] = context.Rbx;
-  at_[in_r12] = context.R12;
-  at_[in_r13] = context.R13;
-  at_[in_r14] = context.R14;
-  at_[in_r15] = context.R15;
+  for (const auto& [ours, windows] : registers_of_windows) at_[ours] = context.*windows;
   return true;
 }
 

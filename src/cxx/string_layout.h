@@ -19,7 +19,7 @@ namespace vlm {
 
 constexpr std::uint64_t short_capacity = 22;
 
-union GuestString {
+union GameString {
   struct {
     std::uint8_t twice_the_size;
     char characters[short_capacity + 1];
@@ -32,7 +32,7 @@ union GuestString {
 
   bool is_long() const { return (in_place.twice_the_size & 1) != 0; }
 };
-static_assert(sizeof(GuestString) == 24 && offsetof(GuestString, on_heap.characters) == 16);
+static_assert(sizeof(GameString) == 24 && offsetof(GameString, on_heap.characters) == 16);
 
 /// Where a string has its characters; of no use once the string's storage is another.
 struct StringStorage {
@@ -43,7 +43,7 @@ struct StringStorage {
   bool holds(const char* text) const { return text >= characters && text <= characters + capacity; }
 };
 
-inline StringStorage storage_of(GuestString& string) {
+inline StringStorage storage_of(GameString& string) {
   if (!string.is_long()) {
     return {string.in_place.characters, std::uint64_t{string.in_place.twice_the_size} / 2, short_capacity};
   }
@@ -56,7 +56,7 @@ struct StringText {
   std::uint64_t size;
 };
 
-inline StringText text_of(const GuestString& string) {
+inline StringText text_of(const GameString& string) {
   if (!string.is_long()) return {string.in_place.characters, std::uint64_t{string.in_place.twice_the_size} / 2};
   return {string.on_heap.characters, string.on_heap.size};
 }
@@ -64,7 +64,7 @@ inline StringText text_of(const GuestString& string) {
 /// After a change of the characters, which the string has where the caller says: the new size, which fits the storage,
 /// and the terminator. The string is not asked where they are: that would wait for what was just written, where both
 /// look alike to the processor (the same place in two pages).
-inline void set_size(GuestString& string, char* characters, std::uint64_t size) {
+inline void set_size(GameString& string, char* characters, std::uint64_t size) {
   if (characters == string.in_place.characters) {
     string.in_place.twice_the_size = static_cast<std::uint8_t>(size * 2);
   } else {
@@ -93,7 +93,7 @@ inline StringBlock allocate_characters(std::uint64_t capacity) {
 }
 
 /// Makes the string a long one in another block, which holds its characters already. The old block is released.
-inline void move_to(GuestString& string, StringBlock block) {
+inline void move_to(GameString& string, StringBlock block) {
   if (string.is_long()) heap_free(string.on_heap.characters);
   string.on_heap.allocation = block.size | 1;
   string.on_heap.characters = block.characters;

@@ -23,7 +23,7 @@ constexpr std::uint64_t npos = ~std::uint64_t{0};
 
 /// Appends what does not fit: storage is at least doubled. Apart, so that the way of what fits saves no registers.
 template <class Write>
-[[gnu::noinline, gnu::cold]] SYSV void append_growing(GuestString& string, std::uint64_t count, Write write) {
+[[gnu::noinline, gnu::cold]] SYSV void append_growing(GameString& string, std::uint64_t count, Write write) {
   const StringStorage old = storage_of(string);
   const std::uint64_t size = add_sizes(old.size, count);
   const StringBlock block = allocate_characters(std::max(size, 2 * old.capacity));
@@ -35,7 +35,7 @@ template <class Write>
 
 /// Appends `count` characters, which `write` puts where it is told.
 template <class Write>
-[[gnu::always_inline]] inline void append_with(GuestString& string, std::uint64_t count, Write write) {
+[[gnu::always_inline]] inline void append_with(GameString& string, std::uint64_t count, Write write) {
   const StringStorage old = storage_of(string);
   if (count > old.capacity - old.size) [[unlikely]]
     return append_growing(string, count, write);
@@ -44,22 +44,22 @@ template <class Write>
   write(old.characters + old.size);
 }
 
-SYSV GuestString* append_text(GuestString* string, const char* text, std::uint64_t count) {
+SYSV GameString* append_text(GameString* string, const char* text, std::uint64_t count) {
   append_with(*string, count, [=](char* to) { copy_bytes(to, text, count); });
   return string;
 }
 
-SYSV GuestString* append_terminated(GuestString* string, const char* text) {
+SYSV GameString* append_terminated(GameString* string, const char* text) {
   return append_text(string, text, text_length(text));
 }
 
-SYSV GuestString* append_fill(GuestString* string, std::uint64_t count, char c) {
+SYSV GameString* append_fill(GameString* string, std::uint64_t count, char c) {
   append_with(*string, count, [=](char* to) { std::memset(to, c, count); });
   return string;
 }
 
 /// As append_with would, but each form by itself: game code builds texts character by character.
-SYSV void push_back(GuestString* string, char c) {
+SYSV void push_back(GameString* string, char c) {
   const auto grow = [&] { append_growing(*string, 1, [c](char* to) { *to = c; }); };
   if (string->is_long()) {
     const std::uint64_t size = string->on_heap.size;
@@ -79,7 +79,7 @@ SYSV void push_back(GuestString* string, char c) {
   }
 }
 
-SYSV void resize(GuestString* string, std::uint64_t size, char c) {
+SYSV void resize(GameString* string, std::uint64_t size, char c) {
   const StringStorage old = storage_of(*string);
   if (size > old.size) {
     append_fill(string, size - old.size, c);
@@ -90,14 +90,14 @@ SYSV void resize(GuestString* string, std::uint64_t size, char c) {
 
 // ---- Storage of exactly the size that is asked for ------------------------------------------------------------------
 
-[[gnu::noinline, gnu::cold]] SYSV void assign_growing(GuestString& string, const char* text, std::uint64_t size) {
+[[gnu::noinline, gnu::cold]] SYSV void assign_growing(GameString& string, const char* text, std::uint64_t size) {
   const StringBlock block = allocate_characters(size);
   copy_bytes(block.characters, text, size);
   move_to(string, block);
   set_size(string, block.characters, size);
 }
 
-SYSV void assign(GuestString& string, const char* text, std::uint64_t size) {
+SYSV void assign(GameString& string, const char* text, std::uint64_t size) {
   const StringStorage old = storage_of(string);
   if (size > old.capacity) [[unlikely]]
     return assign_growing(string, text, size);
@@ -105,12 +105,12 @@ SYSV void assign(GuestString& string, const char* text, std::uint64_t size) {
   set_size(string, old.characters, size);
 }
 
-SYSV GuestString* assign_terminated(GuestString* string, const char* text) {
+SYSV GameString* assign_terminated(GameString* string, const char* text) {
   assign(*string, text, text_length(text));
   return string;
 }
 
-SYSV GuestString* assign_string(GuestString* string, const GuestString* other) {
+SYSV GameString* assign_string(GameString* string, const GameString* other) {
   if (string == other) return string;
   const StringText text = text_of(*other);
   const StringStorage old = storage_of(*string);
@@ -123,7 +123,7 @@ SYSV GuestString* assign_string(GuestString* string, const GuestString* other) {
   return string;
 }
 
-SYSV void reserve(GuestString* string, std::uint64_t capacity) {
+SYSV void reserve(GameString* string, std::uint64_t capacity) {
   const StringStorage old = storage_of(*string);
   if (capacity <= old.capacity) return;
   const StringBlock block = allocate_characters(capacity);
@@ -133,7 +133,7 @@ SYSV void reserve(GuestString* string, std::uint64_t capacity) {
 }
 
 /// The first inserted character.
-SYSV char* insert(GuestString& string, std::uint64_t position, const char* text, std::uint64_t count) {
+SYSV char* insert(GameString& string, std::uint64_t position, const char* text, std::uint64_t count) {
   const StringStorage old = storage_of(string);
   if (position > old.size) fatal_error("basic_string::insert out of range");
   const std::uint64_t size = add_sizes(old.size, count);
@@ -163,13 +163,13 @@ SYSV char* insert(GuestString& string, std::uint64_t position, const char* text,
   return at;
 }
 
-SYSV GuestString* insert_terminated(GuestString* string, std::uint64_t position, const char* text) {
+SYSV GameString* insert_terminated(GameString* string, std::uint64_t position, const char* text) {
   insert(*string, position, text, text_length(text));
   return string;
 }
 
 /// Iterators are pointers.
-SYSV char* insert_character(GuestString* string, const char* before, char c) {
+SYSV char* insert_character(GameString* string, const char* before, char c) {
   return insert(*string, static_cast<std::uint64_t>(before - text_of(*string).characters), &c, 1);
 }
 
@@ -177,7 +177,7 @@ SYSV char* insert_character(GuestString* string, const char* before, char c) {
 
 /// Moves the string to storage at least twice as large, with a gap of `added` characters in place of `removed` ones
 /// behind the first `kept`. The caller fills the gap and writes the size.
-SYSV void grow_by(GuestString* string, std::uint64_t old_capacity, std::uint64_t extra, std::uint64_t old_size,
+SYSV void grow_by(GameString* string, std::uint64_t old_capacity, std::uint64_t extra, std::uint64_t old_size,
                   std::uint64_t kept, std::uint64_t removed, std::uint64_t added) {
   const char* const old = text_of(*string).characters;
   const StringBlock block = allocate_characters(std::max(add_sizes(old_capacity, extra), 2 * old_capacity));
@@ -186,20 +186,20 @@ SYSV void grow_by(GuestString* string, std::uint64_t old_capacity, std::uint64_t
   move_to(*string, block);
 }
 
-SYSV void destroy(GuestString* string) {
+SYSV void destroy(GameString* string) {
   if (string->is_long()) heap_free(string->on_heap.characters);
 }
 
 // ---- Reading --------------------------------------------------------------------------------------------------------
 
-SYSV std::uint64_t find_character(const GuestString* string, char c, std::uint64_t position) {
+SYSV std::uint64_t find_character(const GameString* string, char c, std::uint64_t position) {
   const StringText text = text_of(*string);
   if (position >= text.size) return npos;
   const char* const found = find_byte(text.characters + position, text.characters + text.size, c);
   return found == nullptr ? npos : static_cast<std::uint64_t>(found - text.characters);
 }
 
-SYSV std::uint64_t rfind_character(const GuestString* string, char c, std::uint64_t position) {
+SYSV std::uint64_t rfind_character(const GameString* string, char c, std::uint64_t position) {
   const StringText text = text_of(*string);
   for (std::uint64_t i = position < text.size ? position + 1 : text.size; i-- > 0;) {
     if (text.characters[i] == c) return i;
@@ -207,7 +207,7 @@ SYSV std::uint64_t rfind_character(const GuestString* string, char c, std::uint6
   return npos;
 }
 
-SYSV std::int32_t compare_terminated(const GuestString* string, const char* other) {
+SYSV std::int32_t compare_terminated(const GameString* string, const char* other) {
   const StringText text = text_of(*string);
   const std::uint64_t length = text_length(other);
   const std::int32_t order = compare_bytes(text.characters, other, std::min(text.size, length));
@@ -217,7 +217,7 @@ SYSV std::int32_t compare_terminated(const GuestString* string, const char* othe
 
 // ---- New strings, in the caller's result slot -----------------------------------------------------------------------
 
-SYSV GuestString* concatenate(GuestString* result, const char* left, const GuestString* right) {
+SYSV GameString* concatenate(GameString* result, const char* left, const GameString* right) {
   const std::uint64_t length = text_length(left);
   const StringText text = text_of(*right);
   const std::uint64_t size = add_sizes(length, text.size);
@@ -230,7 +230,7 @@ SYSV GuestString* concatenate(GuestString* result, const char* left, const Guest
   return result;
 }
 
-SYSV GuestString* int_to_string(GuestString* result, std::int32_t value) {
+SYSV GameString* int_to_string(GameString* result, std::int32_t value) {
   result->in_place = {};
   char* const to = result->in_place.characters;
   set_size(*result, to, static_cast<std::uint64_t>(std::snprintf(to, short_capacity + 1, "%d", value)));

@@ -60,7 +60,7 @@ struct PointerTypeInfo {
 static_assert(offsetof(PointerTypeInfo, pointee) == 24);
 
 const MachImage* image_holding(std::uint64_t address, std::uint64_t size) {
-  for (const MachImage* image : image_list()) {
+  for (const MachImage* image : macho_images()) {
     if (image->contains(address, size)) return image;
   }
   return nullptr;

@@ -1,6 +1,7 @@
 // The two-phase unwinder of the Itanium C++ ABI. The search (raise_exception) walks the stack until a clause takes the
-// exception, and changes nothing. The second phase (unwind_to_handler) walks it again and enters the landing pad of
-// every frame with something to clean up, which comes back through __Unwind_Resume, until the handler's.
+// exception, and changes nothing but its note of where the second phase will stop. That (unwind_to_handler) enters the
+// landing pad of every frame with something to clean up, which comes back through __Unwind_Resume, until the handler's;
+// where the note does not tell the next one, it walks.
 //
 // Game frames are taken off by their compact unwind information; frames of Windows code between them by Windows' own
 // unwinder, without running anything in them.

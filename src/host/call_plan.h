@@ -1,4 +1,4 @@
-// What one call of a managed method moves where: decided once per method, so that a call is a few copies.
+// Which words one call of a managed method moves, and where to. Decided once per method, so a call is a few copies.
 //
 // A call works on one array of words:
 //
@@ -51,7 +51,7 @@ struct CallPlan {
     std::uint8_t to;  // word
     std::uint8_t of;  // word
   };
-  /// How the Windows function hands back its result, and what becomes of it.
+  /// How the Windows function returns its result, and where it goes.
   enum class Result : std::uint8_t {
     registers,       // a number, a pointer or nothing: the same registers in both conventions
     value_in_rax,    // to the registers of its eightbytes

@@ -26,7 +26,7 @@ namespace {
 constinit INIT_ONCE start_gate = INIT_ONCE_STATIC_INIT;
 constinit std::atomic<DWORD> driver_thread{0};  // 0 until the driver runs
 
-/// Ends this process, politely, when another one plays already. The mutex stays ours until the process ends.
+/// Ends this process with a message when the game runs already. The mutex is kept until the process ends.
 void guard_single_instance() {
   const HANDLE mutex = CreateMutexW(nullptr, TRUE, L"Local\\VelmoraPC_SingleInstance");
   if (mutex != nullptr && GetLastError() == ERROR_ALREADY_EXISTS) {
@@ -35,7 +35,7 @@ void guard_single_instance() {
   }
 }
 
-/// While the game image is bound and its text still writable.
+/// Called when the game's image is bound and its text still writable.
 void finish_game_image(const MachImage& image) {
   log_missing_symbols();
   const std::uint32_t patched = gs_patch_apply(image);
@@ -74,7 +74,7 @@ BOOL CALLBACK startup_driver(PINIT_ONCE, PVOID, PVOID*) {
 
 void pass_start_gate() {
   if (driver_thread == GetCurrentThreadId()) {
-    // The gate would wait for this very thread.
+    // The gate would wait for itself.
     fatal_error(
         "an il2cpp_* export was called from an initializer of GameAssembly.dylib, before start-up was complete");
   }

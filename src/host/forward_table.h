@@ -19,8 +19,8 @@ inline constexpr std::size_t export_count = sizeof(ForwardTable) / sizeof(void*)
 
 extern ForwardTable forward_table;
 
-/// The same functions as the forwarders see them: all null until start-up is complete. One load thus answers two
-/// questions, whether the game is ready and where its function is.
+/// The same functions for the forwarders: all null until start-up is complete. So one load tells whether the game is
+/// ready, and where its function is.
 extern ForwardTable open_table;
 
 /// Looks every name up, with a leading underscore, among the exports of the game's image; logs those that are missing.
@@ -30,7 +30,8 @@ void resolve_forward_table();
 void open_forward_table();
 
 /// A forwarder whose slot of open_table is null comes here: waits at the start-up gate and returns the game's function.
-/// Fatal when the image lacks it. Keeps all argument registers, so that the way past it need not save them.
+/// Fatal when the image lacks it. Keeps all argument registers: a forwarder need not save them for the common case,
+/// in which this is not called.
 [[clang::preserve_most]] void* pass_gate_to(std::size_t slot);
 
 /// The end of a call to an export that the game image lacks.

@@ -1,4 +1,4 @@
-// A look at an image's load commands one by one, for what the loader itself does not read.
+// Walks an image's load commands one by one, for what the loader itself does not read.
 #pragma once
 
 #include <cstddef>
@@ -10,9 +10,9 @@
 namespace vlm {
 
 /// Calls `visit(cmd, reader)` for each load command of a 64-bit image; the reader stands at the command's start and
-/// ends where the command ends. Stops at the first command that is not whole, so that any bytes will do.
+/// ends where the command ends. Stops at the first command that is not whole, so any bytes can be given.
 template <class Visit>
-void for_each_command(std::span<const std::byte> file, Visit visit) {
+void macho_walk_commands(std::span<const std::byte> file, Visit visit) {
   const auto header = ByteReader(file).read<MachHeader64>();
   if (header.magic != MH_MAGIC_64) return;
   std::uint64_t offset = sizeof(MachHeader64);

@@ -22,7 +22,7 @@ using Wide = unsigned long long;  // what %llu prints, on every system
 std::uint32_t read_big_endian(ByteReader& in) { return std::byteswap(in.read<std::uint32_t>()); }
 
 std::unexpected<ImageFault> damaged(const char* path, const std::unexpected<Fault>& fault) {
-  return std::unexpected(ImageFault{damaged_text(path, fault.error().text), true});
+  return std::unexpected(ImageFault{macho_damaged_text(path, fault.error().text), true});
 }
 
 void copy_name(char (&to)[17], const char (&from)[16]) {
@@ -168,18 +168,18 @@ Result<void> read_one(MachImage& image, std::uint32_t cmd, Bytes bytes) {
 
 }  // namespace
 
-std::string damaged_text(const char* path, const std::string& fault) {
+std::string macho_damaged_text(const char* path, const std::string& fault) {
   return std::string(path) + " is damaged or not supported: " + fault;
 }
 
-std::uint64_t slice_table_size(std::span<const std::byte> first_bytes) {
+std::uint64_t macho_slice_table_size(std::span<const std::byte> first_bytes) {
   ByteReader in(first_bytes);
   if (read_big_endian(in) != FAT_MAGIC) return 0;
   return sizeof(FatHeader) + std::uint64_t{read_big_endian(in)} * sizeof(FatArch);
 }
 
-std::expected<FileRange, ImageFault> choose_slice(const char* path, std::span<const std::byte> head,
-                                                  std::uint64_t file_size) {
+std::expected<FileRange, ImageFault> macho_choose_slice(const char* path, std::span<const std::byte> head,
+                                                        std::uint64_t file_size) {
   ByteReader in(head);
   if (read_big_endian(in) != FAT_MAGIC) return FileRange{0, file_size};
   const std::uint32_t nfat_arch = read_big_endian(in);
@@ -208,29 +208,40 @@ std::expected<FileRange, ImageFault> choose_slice(const char* path, std::span<co
   return slice;
 }
 
-std::expected<void, ImageFault> read_commands(MachImage& image) {
-  const Bytes file(image.file_data, image.file_size);
-  if (ByteReader in(file); in.read<std::uint32_t>() != MH_MAGIC_64) {
+std::uint64_t macho_commands_size(Bytes start) {
+  const auto header = ByteReader(start).read<MachHeader64>();
+  std::uint64_t offset = sizeof(MachHeader64);
+  if (header.magic != MH_MAGIC_64) return offset;
+  for (std::uint32_t i = 0; i < header.ncmds; ++i) {
+    const auto command = ByteReader(start, offset).read<LoadCommand>();
+    if (command.cmdsize < sizeof(LoadCommand)) return offset + sizeof(LoadCommand);  // cut, or damaged
+    offset += command.cmdsize;
+  }
+  return offset;
+}
+
+std::expected<void, ImageFault> macho_read_commands(MachImage& image, Bytes start) {
+  if (ByteReader in(start); in.read<std::uint32_t>() != MH_MAGIC_64) {
     return std::unexpected(ImageFault{"not a 64-bit Mach-O", false});
   }
-  const auto header = read_command<MachHeader64>(file);
-  if (!header) return damaged(image.path, fault("a Mach-O of %zu bytes is shorter than its header", file.size()));
+  const auto header = read_command<MachHeader64>(start);
+  if (!header) return damaged(image.path, fault("a Mach-O of %zu bytes is shorter than its header", start.size()));
 
   image.vm_min = ~std::uint64_t{0};
   image.vm_end = 0;
   std::uint64_t offset = sizeof(MachHeader64);
   for (std::uint32_t i = 0; i < header->ncmds; ++i) {
-    ByteReader in(file, offset);
+    ByteReader in(start, offset);
     const auto command = in.read<LoadCommand>();
-    if (!in.ok() || command.cmdsize < sizeof(LoadCommand) || !range_fits(offset, command.cmdsize, file.size())) {
+    if (!in.ok() || command.cmdsize < sizeof(LoadCommand) || !range_fits(offset, command.cmdsize, start.size())) {
       return damaged(image.path, fault("load command %u of %u at offset %llu has cmdsize %u, %llu bytes are left", i,
-                                       header->ncmds, Wide{offset}, command.cmdsize, Wide{file.size() - offset}));
+                                       header->ncmds, Wide{offset}, command.cmdsize, Wide{image.file_size - offset}));
     }
     if (command.cmd == LC_DYLD_CHAINED_FIXUPS) {
       return std::unexpected(
           ImageFault{"chained fixups are not supported (use the x86_64 slice of an older-format binary)", false});
     }
-    if (auto done = read_one(image, command.cmd, file.subspan(offset, command.cmdsize)); !done) {
+    if (auto done = read_one(image, command.cmd, start.subspan(offset, command.cmdsize)); !done) {
       return damaged(image.path, fault("load command %u (0x%x) at offset %llu: %s", i, command.cmd, Wide{offset},
                                        done.error().text.c_str()));
     }
@@ -241,6 +252,42 @@ std::expected<void, ImageFault> read_commands(MachImage& image) {
                                      Wide{image.vm_end}));
   }
   return {};
+}
+
+FileRange macho_tables_range(const MachImage& image) {
+  std::uint64_t begin = image.file_size, end = 0;
+  const FileRange tables[] = {
+      {image.rebase_off, image.rebase_size},
+      {image.bind_off, image.bind_size},
+      {image.weak_bind_off, image.weak_bind_size},
+      {image.lazy_bind_off, image.lazy_bind_size},
+      {image.export_off, image.export_size},
+      {image.symoff, image.nsyms * sizeof(Nlist64)},
+      {image.stroff, image.strsize},
+  };
+  for (const auto& [offset, size] : tables) {
+    if (size == 0) continue;
+    begin = std::min(begin, offset);
+    end = std::max(end, offset + size);
+  }
+  return end == 0 ? FileRange{} : FileRange{begin, end - begin};
+}
+
+const MachSegment* macho_segment_of_tables(const MachImage& image) {
+  const FileRange tables = macho_tables_range(image);
+  const std::span segments(image.segments, static_cast<std::size_t>(image.segment_count));
+  if (tables.size == 0) return nullptr;
+  for (const MachSegment& segment : segments) {
+    if (!segment.mapped() || (segment.initprot & (VM_PROT_WRITE | VM_PROT_EXECUTE)) != 0) continue;
+    if (tables.offset < segment.fileoff) continue;
+    if (!range_fits(tables.offset - segment.fileoff, tables.size, segment.filesize)) continue;
+    const auto shares_its_place = [&](const MachSegment& other) {
+      return &other != &segment && other.mapped() && other.vmaddr < segment.vmaddr + segment.vmsize &&
+             segment.vmaddr < other.vmaddr + other.vmsize;
+    };
+    if (std::ranges::none_of(segments, shares_its_place)) return &segment;
+  }
+  return nullptr;
 }
 
 }  // namespace vlm

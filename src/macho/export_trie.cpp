@@ -6,8 +6,8 @@
 //                        --"z"--> _baz      node: ULEB size of the terminal information, the information,
 //                                           a byte of children, each a NUL-terminated edge and the ULEB of its node
 //
-// In a tree a walk meets no byte twice. One that has read as many bytes as the trie holds is going in circles, or
-// through nodes that overlap each other, and finds nothing.
+// A walk through a tree never meets a byte twice. A walk that has read as many bytes as the trie holds goes in circles,
+// or through nodes that overlap, and finds nothing.
 
 #include <cstring>
 

@@ -1,5 +1,6 @@
 #include "macho/fixups.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -18,7 +19,11 @@ constexpr std::uint64_t pointer_size = 8;
 class FixupPlace {
  public:
   FixupPlace(const MachImage& image, const char* stream)
-      : image_(image), stream_(stream), left_(image.extent() / pointer_size) {}
+      : image_(image),
+        stream_(stream),
+        tables_segment_(macho_segment_of_tables(image)),
+        tables_(macho_tables_range(image)),
+        left_(image.extent() / pointer_size) {}
 
   void set(int segment, std::uint64_t offset) {
     segment_ = segment;
@@ -28,12 +33,14 @@ class FixupPlace {
   /// Modulo 2^64: a step back is a large number.
   void advance(std::uint64_t distance) { offset_ += distance; }
 
-  /// True when `count` (not 0) pointers, `stride` bytes apart from here on, lie in the segment, and are not more than
-  /// the image can still hold. The run's first byte is then at start() and the place moves behind the run.
+  /// True when `count` (not 0) pointers, `stride` bytes apart from here on, lie in the segment, are not more than the
+  /// image can still hold and leave the tables alone, which are read from that memory meanwhile. The run's first byte
+  /// is then at start() and the place moves behind the run.
   bool take_run(std::uint64_t count, std::uint64_t stride) {
     if (segment_ >= image_.segment_count) return false;
     const MachSegment& segment = image_.segments[segment_];
     if (!segment.mapped() || !run_fits(segment.vmsize, count, stride) || count > left_) return false;
+    if (&segment == tables_segment_ && meets_tables(count, stride)) return false;
     start_ = segment.vmaddr - image_.vm_min + offset_;
     left_ -= count;
     offset_ += count * stride;
@@ -48,6 +55,12 @@ class FixupPlace {
   std::unexpected<Fault> fault_of_run(std::uint64_t count, std::uint64_t stride, const ByteReader& in) const {
     if (segment_ >= image_.segment_count) return fault("bad segment index %d", segment_);
     const MachSegment& segment = image_.segments[segment_];
+    if (segment.mapped() && run_fits(segment.vmsize, count, stride) && count <= left_) {
+      return damaged(
+          fault("%s stream, before offset %zu: %llu pointers from 0x%llx of segment %s, 0x%llx bytes apart, "
+                "lie in the image's own tables",
+                stream_, in.offset(), Wide{count}, Wide{offset_}, segment.name, Wide{stride}));
+    }
     if (segment.mapped() && run_fits(segment.vmsize, count, stride)) {
       return damaged(fault("%s stream, before offset %zu: more than %llu pointers, all that the image has room for",
                            stream_, in.offset(), Wide{image_.extent() / pointer_size}));
@@ -60,7 +73,7 @@ class FixupPlace {
   }
 
   std::unexpected<Fault> damaged(const std::unexpected<Fault>& why) const {
-    return std::unexpected(Fault{damaged_text(image_.path, why.error().text)});
+    return std::unexpected(Fault{macho_damaged_text(image_.path, why.error().text)});
   }
 
  private:
@@ -73,8 +86,17 @@ class FixupPlace {
     return steps <= offset_ / (0 - stride);
   }
 
+  /// For a run that fits its segment.
+  bool meets_tables(std::uint64_t count, std::uint64_t stride) const {
+    const std::uint64_t last = offset_ + (count - 1) * stride;
+    const std::uint64_t tables = tables_.offset - tables_segment_->fileoff;
+    return std::min(offset_, last) < tables + tables_.size && std::max(offset_, last) + pointer_size > tables;
+  }
+
   const MachImage& image_;
   const char* stream_;
+  const MachSegment* tables_segment_;
+  FileRange tables_;
   int segment_ = 0;
   std::uint64_t offset_ = 0;  // in the segment; may be anything until a run is taken
   std::uint64_t left_;        // pointers that may still be patched
@@ -89,7 +111,7 @@ class ImportResolver {
   Result<std::uint64_t> resolve(const Import& import) {
     if (import.name.data() == cached_name_ && import.ordinal == cached_ordinal_) return value_;
     if (!budget_.take(import)) return fault("looking up its symbols takes too long");
-    value_ = resolve_import(image_, import, sources_, budget_.bytes_read()).address;
+    value_ = macho_resolve_import(image_, import, sources_, budget_.bytes_read()).address;
     cached_name_ = import.name.data();
     cached_ordinal_ = import.ordinal;
     return value_;

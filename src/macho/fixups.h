@@ -33,8 +33,8 @@ enum class BindStream { binds, weak_binds, lazy_binds };
 ///   errors   a whole message; earlier runs were visited
 Result<std::uint64_t> macho_walk_rebases(const MachImage& image, const std::function<void(const PointerRun&)>& visit);
 
-/// Calls `visit` for each run of a bind stream, in its order, with the symbol that is bound; stops when it fails. In
-/// the lazy stream DONE ends an entry, in the others the stream. Otherwise as macho_walk_rebases().
+/// Calls `visit` for each run of a bind stream, in its order, with the symbol that is bound; stops when `visit` fails.
+/// DONE ends one entry of the lazy stream, and the whole of any other stream. Otherwise as macho_walk_rebases().
 Result<std::uint64_t> macho_walk_binds(const MachImage& image, BindStream stream,
                                        const std::function<Result<void>(const PointerRun&, const Import&)>& visit);
 

@@ -1,13 +1,14 @@
 // The record of one loaded Mach-O image, and the list of them. Includes no Windows header: the readers of
 // this record (commands, opcode streams, export trie, symbols) also build natively for tools and fuzzing.
 //
-//   file_data                        the process
+//   the file                         the process
 //   +----------------+               base                 base + extent         base + rounded extent
 //   | header, cmds   |               | __TEXT | __DATA | ... |    (64 KiB)      | hook arena, 16 MiB |
-//   | segments ------+-- copied -->  +--------+--------+-----+                  +--------------------+
+//   | segments ------+-- read ---->  +--------+--------+-----+                  +--------------------+
 //   | opcode streams |               vmaddr = address - slide
 //   | trie, symbols  |
-//   +----------------+  kept for the life of the image: queries read it in place
+//   +----------------+  the tables are read in place: tools have the whole file in file_data, of a loaded image it is
+//                       the part with the tables, in the memory of its __LINKEDIT or in a copy
 #pragma once
 
 #include <cstddef>
@@ -27,7 +28,8 @@ struct MachSegment {
   std::uint32_t maxprot;
   std::uint32_t initprot;
 
-  /// False for __PAGEZERO and for a segment without size: neither counts in the extent, is copied or protected.
+  /// False for __PAGEZERO and for a segment without size: these do not count in the extent, and are neither copied nor
+  /// protected.
   bool mapped() const { return vmsize != 0 && std::strcmp(name, "__PAGEZERO") != 0; }
 };
 
@@ -46,7 +48,8 @@ struct SymbolPlace {
   std::uint32_t symbol;  // index in the symbol table
 };
 
-/// An index of section symbols: in ascending order of vmaddr, of those at the same place the symbol table's first.
+/// An index of section symbols, in ascending order of vmaddr. Of several at one place only the first in the symbol
+/// table is in it.
 struct SymbolPlaces {
   std::size_t count;  // places follow
   SymbolPlace* begin() { return reinterpret_cast<SymbolPlace*>(this + 1); }
@@ -58,12 +61,13 @@ inline constexpr int max_sections = 128;
 inline constexpr int max_dylibs = 64;
 inline constexpr int max_images = 8;
 
-/// One loaded image. Zero-filled when made; lives until the process ends; immutable once macho_load() returned it,
-/// but for the index.
+/// One loaded image. Zero-filled when made; lives until the process ends; immutable once macho_load() has
+/// returned it, except for the index.
 struct MachImage {
-  char path[1024];  // as given to macho_load(), with '/' separators
-  const std::byte* file_data;
-  std::uint64_t file_size;
+  char path[1024];             // as given to macho_load(), with '/' separators
+  const std::byte* file_data;  // the file from file_start on
+  std::uint64_t file_start;    // 0 in tools
+  std::uint64_t file_size;     // of the whole slice
   std::uint64_t base;
   std::int64_t slide;
   std::uint64_t vm_min;  // lowest vmaddr of a counted segment (not __PAGEZERO, vmsize not 0)
@@ -72,7 +76,7 @@ struct MachImage {
   std::int32_t segment_count;
   MachSection sections[max_sections];
   std::int32_t section_count;
-  const char* dylib_names[max_dylibs];  // into file_data; library ordinal N is entry N - 1
+  const char* dylib_names[max_dylibs];  // into the load commands; library ordinal N is entry N - 1
   std::int32_t dylib_count;
   std::uint32_t rebase_off, rebase_size;
   std::uint32_t bind_off, bind_size;
@@ -80,7 +84,7 @@ struct MachImage {
   std::uint32_t lazy_bind_off, lazy_bind_size;
   std::uint32_t export_off, export_size;
   std::uint32_t symoff, nsyms, stroff, strsize;
-  /// Made at the first use of index_symbols(), read and written atomically; null until then.
+  /// Made at the first use of macho_index_symbols(), read and written atomically; null until then.
   mutable const SymbolPlaces* symbol_places;
 
   /// Bytes from the lowest to the highest mapped address; 1 when no segment is mapped (vm_min all ones, vm_end 0).
@@ -93,11 +97,11 @@ struct MachImage {
   }
   /// The bytes of a stream or table of non-zero size; in range since the commands were read.
   std::span<const std::byte> file_range(std::uint32_t offset, std::uint64_t size) const {
-    return {file_data + offset, size};
+    return {file_data + (offset - file_start), size};
   }
 };
 
 /// The loaded images in load order. Only macho_load() adds one, on the start-up thread; read without a lock.
-std::span<MachImage* const> image_list();
+std::span<MachImage* const> macho_images();
 
 }  // namespace vlm

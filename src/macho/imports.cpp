@@ -30,13 +30,13 @@ std::uint64_t value_of(const void* address) { return reinterpret_cast<std::uintp
 
 }  // namespace
 
-const char* import_library(const MachImage& image, std::int32_t ordinal) {
+const char* macho_import_library(const MachImage& image, std::int32_t ordinal) {
   if (ordinal == 0) return "self";
   return names_library(image, ordinal) ? last_component(image.dylib_names[ordinal - 1]) : "flat";
 }
 
-ResolvedImport resolve_import(const MachImage& image, const Import& import, const SymbolSources& sources,
-                              std::uint64_t& bytes_read) {
+ResolvedImport macho_resolve_import(const MachImage& image, const Import& import, const SymbolSources& sources,
+                                    std::uint64_t& bytes_read) {
   using enum ImportAnswer;
   if (import.ordinal == 0) {
     if (const std::uint64_t own = macho_find_export(image, import.name, &bytes_read)) return {own_export, own};
@@ -45,7 +45,7 @@ ResolvedImport resolve_import(const MachImage& image, const Import& import, cons
       return {other_image, address};
     }
   }
-  const char* library = import_library(image, import.ordinal);
+  const char* library = macho_import_library(image, import.ordinal);
   if (const void* address = sources.lookup_shim(library, import.name.data())) return {shim, value_of(address)};
   if (import.flags & BIND_SYMBOL_FLAGS_WEAK_IMPORT) return {weak_null, 0};
   return {missing, value_of(sources.make_missing_symbol(library, import.name.data()))};

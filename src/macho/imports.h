@@ -29,7 +29,7 @@ enum class ImportAnswer {
   own_export,   // of the image itself
   other_image,  // an export of one of SymbolSources::images
   shim,
-  weak_null,  // nobody; a weak import may stay without an answer
+  weak_null,  // nobody, which is allowed: the import is weak
   missing,    // nobody: make_missing_symbol's object or stub
 };
 
@@ -40,18 +40,18 @@ struct ResolvedImport {
 
 /// The short name of the library that an ordinal names, as messages and shims see it: "libSystem.B.dylib", "self" for
 /// the image itself, "flat" for none in particular.
-const char* import_library(const MachImage& image, std::int32_t ordinal);
+const char* macho_import_library(const MachImage& image, std::int32_t ordinal);
 
 /// Looks an import up. Adds the bytes of export tries that were walked to `bytes_read`.
-ResolvedImport resolve_import(const MachImage& image, const Import& import, const SymbolSources& sources,
-                              std::uint64_t& bytes_read);
+ResolvedImport macho_resolve_import(const MachImage& image, const Import& import, const SymbolSources& sources,
+                                    std::uint64_t& bytes_read);
 
-/// Bounds the look-ups of one stream. Resolving walks tries and copies names, so a stream that never repeats itself
-/// over a trie made to be slow could keep start-up busy for hours. Counted in bytes; it ends after seconds, having had
-/// room for millions of imports.
+/// Bounds the look-ups of one stream. Each look-up walks tries and copies names. A stream with many different names and
+/// a trie that is made to be slow could keep start-up busy for hours. The budget is counted in bytes: it is enough for
+/// millions of imports, and used up after seconds.
 class ResolutionBudget {
  public:
-  /// False when the stream has asked for more than a sane image ever needs.
+  /// False when the stream has asked for more than any real image needs.
   bool take(const Import& import) { return (used_ += per_import + import.name.size()) <= max_bytes; }
   std::uint64_t& bytes_read() { return used_; }
 

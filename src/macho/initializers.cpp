@@ -10,8 +10,8 @@
 namespace vlm {
 namespace {
 
-/// argc, argv, envp, apple, and dyld's ProgramVars. What Windows code expects a callee to keep and System V code may
-/// change (rsi, rdi, xmm6 to xmm15), the compiler keeps around the call.
+/// argc, argv, envp, apple, and dyld's ProgramVars. System V code may change rsi, rdi and xmm6 to xmm15, which Windows
+/// code expects to be kept: the compiler saves them around the call.
 using Initializer = SYSV void (*)(std::int32_t, void**, void**, void**, void*);
 
 /// One empty, null-terminated list serves as argv, envp and apple.

@@ -25,8 +25,8 @@ std::span<const std::byte> macho_bytes_at(const MachImage& image, std::uint64_t 
 /// True for a run-time address in a segment that is executable.
 bool macho_is_code(const MachImage& image, std::uint64_t address);
 
-/// The image's section symbols as an index holds them. Without room for all of them counts alone, and may count too
-/// many.
+/// Fills `places` with the image's section symbols as an index holds them, and returns how many there are. When there
+/// is no room for all, nothing is filled, and the number returned may be too large.
 std::size_t macho_section_symbols(const MachImage& image, std::span<SymbolPlace> places);
 
 /// Name of the nearest defined section symbol at or below a run-time address, with its leading underscore, or null.

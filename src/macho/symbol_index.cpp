@@ -6,7 +6,7 @@
 
 namespace vlm {
 
-void index_symbols(const MachImage& image) {
+void macho_index_symbols(const MachImage& image) {
   if (__atomic_load_n(&image.symbol_places, __ATOMIC_ACQUIRE) != nullptr || image.nsyms == 0) return;
   const std::size_t capacity = macho_section_symbols(image, {});
   void* const memory = VirtualAlloc(nullptr, sizeof(SymbolPlaces) + capacity * sizeof(SymbolPlace),

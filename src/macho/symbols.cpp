@@ -26,12 +26,14 @@ void for_each_section_symbol(const MachImage& image, Visit visit) {
 /// Bytes of the string table up to its last NUL: a name that starts below ends inside the table.
 std::uint32_t terminated_strings(const MachImage& image) {
   std::uint32_t size = image.strsize;
-  while (size != 0 && image.file_data[image.stroff + std::uint64_t{size} - 1] != std::byte{0}) --size;
+  if (size == 0) return 0;
+  const auto strings = image.file_range(image.stroff, size);
+  while (size != 0 && strings[size - 1] != std::byte{0}) --size;
   return size;
 }
 
 const char* string_at(const MachImage& image, std::uint64_t n_strx) {
-  return reinterpret_cast<const char*>(image.file_data) + image.stroff + n_strx;
+  return reinterpret_cast<const char*>(image.file_range(image.stroff, image.strsize).data()) + n_strx;
 }
 
 const char* find_in_index(const MachImage& image, std::span<const SymbolPlace> places, std::uint64_t address,

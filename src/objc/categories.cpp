@@ -29,7 +29,7 @@ bool holds(const MachImage& image, const void* object, std::uint64_t size) {
 
 bool is_aligned(const void* object) { return reinterpret_cast<std::uint64_t>(object) % alignof(void*) == 0; }
 
-/// Null, or a list that the image holds with all its entries.
+/// Null, or a list that lies in the image with all its entries.
 bool is_sound(const MachImage& image, const ObjcMethodList* list) {
   if (list == nullptr) return true;
   if (!is_aligned(list) || !holds(image, list, sizeof *list)) return false;
@@ -39,7 +39,7 @@ bool is_sound(const MachImage& image, const ObjcMethodList* list) {
          holds(image, list, sizeof *list + stride * list->count);
 }
 
-/// Null, or a class: of the library or of the image. What stands for a class that nobody has is none.
+/// Null, or a class of the library or the image. The empty object in place of a missing class counts as null.
 bool is_sound(const MachImage& image, const ObjcClass* class_) {
   return class_ == nullptr || is_library_class(class_) || (is_aligned(class_) && holds(image, class_, sizeof *class_));
 }

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "abi/format_float.h"
+#include "support/hash.h"
 #include "support/take_until.h"
 
 namespace vlm {
@@ -20,11 +21,7 @@ constexpr char separator = '\t';
 constexpr std::string_view proof_mark = "#whole ";
 
 /// FNV-1a: says whether bytes and number are those that were written, on a disk that means no harm.
-std::uint64_t hash_of(std::string_view bytes, std::uint64_t number) {
-  std::uint64_t hash = 0xCBF29CE484222325 ^ number;
-  for (const char c : bytes) hash = (hash ^ static_cast<std::uint8_t>(c)) * 0x100000001B3;
-  return hash;
-}
+std::uint64_t hash_of(std::string_view bytes, std::uint64_t number) { return fnv1a(bytes, fnv1a_basis ^ number); }
 
 std::string proof_of(std::string_view bytes, std::uint64_t save_number, bool apart) {
   char line[64];

@@ -57,8 +57,8 @@ UniqueHeap<T> allocate(std::uint64_t count) {
   return block;
 }
 
-/// The UTF-8 of some units; half a surrogate pair becomes U+FFFD. Writes the first `room` bytes, be it in the middle
-/// of a character. Returns the bytes of the whole.
+/// The UTF-8 of some units; half a surrogate pair becomes U+FFFD. Writes at most `room` bytes, even when that
+/// cuts a character. Returns how many bytes the whole has.
 std::uint64_t to_utf8(const wchar_t* units, int count, char* buffer, std::uint64_t room) {
   if (count == 0) return 0;
   const int length = WideCharToMultiByte(CP_UTF8, 0, units, count, nullptr, 0, nullptr, nullptr);

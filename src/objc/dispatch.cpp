@@ -3,9 +3,9 @@
 //   objc_method_cache[slot] --> one CachedMethod, the slot's latest        read by the entries, without a lock
 //   chains[slot]            --> CachedMethod --> CachedMethod --> ...      all that the slot ever held
 //
-// A message costs a look at the first. When that holds another pair, the chain has the answer unless the pair was never
-// sent before; only then are the class's method lists searched. So the game's (class, selector address) pairs bound
-// what the cache can grow to, and no pair is searched twice.
+// A message looks at the cache first. When the slot holds another pair, the chain is searched. A pair that is not in
+// the chain was never sent before; only then are the class's method lists searched. So no pair is searched twice, and
+// the cache has at most as many entries as the game has pairs of a class and a selector address.
 #include "objc/dispatch.h"
 
 #include <cstdlib>
@@ -102,7 +102,8 @@ extern "C" const void* objc_lookup(void* receiver, vlm::Selector selector) {
     if (implementation == nullptr) implementation = shim(objc_null_method);
     method = add_to_chain(slot, class_, selector, implementation);
   }
-  // objc_send comes here for every message: a line that other processors read is written only when it changes.
+  // objc_send comes here for every message. Other processors read this cache line, so it is written only when it
+  // changes.
   if (objc_method_cache[slot].load(std::memory_order_relaxed) != method) {
     objc_method_cache[slot].store(method, std::memory_order_release);
   }

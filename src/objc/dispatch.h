@@ -32,6 +32,6 @@ void empty_method_cache();
 
 }  // namespace vlm
 
-/// What the entries look at: one method of each slot, the one that was wanted last. Never null once the classes are
-/// built. A slot's pointer is all that changes, so no reader sees half of a change.
+/// What the entries look at: for each slot the method that was sent last. Never null once the classes are built. A
+/// change is the change of one pointer, so no reader sees half of it.
 extern "C" std::atomic<const vlm::CachedMethod*> objc_method_cache[METHOD_CACHE_SLOTS];

@@ -1,5 +1,5 @@
-// GameKit and StoreKit for a player who is not signed in, and never will be: every question is answered with no, every
-// handler is called at once, on the thread that asks, with an error; what is set or submitted is forgotten.
+// GameKit and StoreKit for a player who is not signed in, and never will be. Every question is answered with no. Every
+// handler is called at once, on the thread that asks, with an error. What is set or submitted is forgotten.
 #include "objc/ns_error.h"
 #include "objc/plain_methods.h"
 #include "objc/shared_instance.h"

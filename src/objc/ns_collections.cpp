@@ -19,7 +19,7 @@ bool same_word(const char* left, const char* right) {
   return left_word == right_word;
 }
 
-/// The last word and, only if it is the same, what is before it: keys tend to begin alike.
+/// Compares the last word first, since keys often begin alike.
 template <class Word>
 bool same_from_the_end(std::string_view left, std::string_view right) {
   const std::size_t rest = left.size() - sizeof(Word);

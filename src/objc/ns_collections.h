@@ -1,8 +1,8 @@
-// Arrays, sets and dictionaries: one layout, entries in the order in which they were added. No object has a lock: who
-// shares a mutable one between threads takes turns.
+// Arrays, sets and dictionaries: one layout, entries in the order in which they were added. Objects have no locks: a
+// game that shares a mutable one between threads must lock it itself.
 //
-// Entries are found by looking at one after the other, since a key is what its text is at the time of the search and
-// keys may change: a search takes time in proportion to the count, filling a dictionary in proportion to its square.
+// Entries are compared one after the other, because keys are compared by their texts, and those may change. A search
+// takes time in proportion to the number of entries, filling a dictionary in proportion to its square.
 #pragma once
 
 #include <cstdint>

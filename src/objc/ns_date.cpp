@@ -1,7 +1,7 @@
 // Dates, and their texts in the form of ISO 8601: 2024-02-29T12:30:00Z, always UTC, whole seconds.
 //
-// The host's calendar begins in 1970 and ends in 3000. The Gregorian calendar repeats itself every 400 years, an era
-// here, so any date is the host's one of the years 1970 to 2369 and a number of eras.
+// The host's calendar begins in 1970 and ends in 3000. The Gregorian calendar repeats itself every 400 years (an era
+// here). So any date is a date from 1970 to 2369, which the host knows, plus a number of eras.
 #include <cstdio>
 #include <ctime>
 
@@ -57,8 +57,8 @@ SYSV NSString* string_from_date(ObjcObject*, Selector, ObjcObject* date) {
   return ns_string_new(text);
 }
 
-/// What follows the seconds (a Z, a fraction, a zone) is not read. Fields beyond their range count on: month 13 is
-/// January of the next year. Null for a text without year, month and day.
+/// What follows the seconds (a Z, a fraction, a zone) is not read. A field may be too large: month 13 is January of the
+/// next year. Null for a text without year, month and day.
 SYSV NSDate* date_from_string(ObjcObject*, Selector, ObjcObject* string) {
   const char* const text = ns_string_utf8(string);
   if (text == nullptr) return nullptr;

@@ -49,7 +49,7 @@ SYSV ObjcBool bool_value(NSNumber* receiver, Selector) {
   return receiver->integer != 0 || receiver->floating_point != 0.0;
 }
 
-/// As game code's printf writes it, which the host's does not: exponents, infinities.
+/// Written by game code's printf: the host's writes exponents and infinities in another way.
 SYSV NSString* string_value(NSNumber* receiver, Selector) {
   const bool is_integer = receiver->kind == NumberKind::integer;
   const void* const value = is_integer ? static_cast<const void*>(&receiver->integer) : &receiver->floating_point;

@@ -11,8 +11,8 @@
 
 namespace vlm {
 
-/// Bytes of an instance: those of the superclasses too, as a game class below one of the library's was compiled without
-/// knowing how large that is.
+/// Bytes of an instance: the largest size of the class and its superclasses. A game class with a superclass of the
+/// library was compiled without knowing how large that one is.
 static std::uint64_t instance_size(const ObjcClass* class_) {
   std::uint64_t size = sizeof(ObjcObject);
   for (; class_ != nullptr; class_ = class_->superclass) {

@@ -39,7 +39,7 @@ char* ns_string_buffer(std::uint64_t length) {
   return text;
 }
 
-/// What other threads may read without the lock is whole before `info` says that it is UTF-8.
+/// Other threads read without the lock: text and length are set before `info` says that the string is UTF-8.
 void ns_string_set(NSString& string, char* text, std::uint64_t length) {
   string.data = text;
   string.length = length;
@@ -75,7 +75,7 @@ std::uint64_t ns_string_utf16_length(std::string_view text) {
   const std::uint64_t rest = text.size() - ascii;
   if (rest == 0) return ascii;
   if (rest >= INT_MAX) return 0;  // more than the host converts
-  // With the NUL, as a character that the text's end cuts is not the same when nothing is behind it.
+  // With the NUL: a character that is cut off by the end of the text is converted in another way when nothing follows.
   const int units = MultiByteToWideChar(CP_UTF8, 0, text.data() + ascii, static_cast<int>(rest) + 1, nullptr, 0);
   return ascii + static_cast<std::uint64_t>(units > 0 ? units - 1 : 0);
 }

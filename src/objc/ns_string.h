@@ -51,8 +51,8 @@ void ns_string_set(NSString& string, char* text, std::uint64_t length);
 /// Room for a text of `length` bytes, the NUL behind it in place; never freed. Ends the process without memory.
 char* ns_string_buffer(std::uint64_t length);
 
-/// UTF-16 units of a text, which has a NUL behind it, as Windows converts it (code page 65001, which makes U+FFFD of
-/// what is ill-formed).
+/// How many UTF-16 units a text has. A NUL stands behind it. Converted as Windows does (code page 65001): ill-formed bytes
+/// become U+FFFD.
 std::uint64_t ns_string_utf16_length(std::string_view text);
 
 }  // namespace vlm

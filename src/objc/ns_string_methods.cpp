@@ -8,6 +8,7 @@
 #include "objc/ns_number.h"
 #include "objc/ns_string.h"
 #include "objc/plain_methods.h"
+#include "support/hash.h"
 
 namespace vlm {
 namespace {
@@ -21,14 +22,7 @@ SYSV ObjcBool is_equal(NSString* receiver, Selector, ObjcObject* other) {
   return text.data() != nullptr && text == ns_string_text(receiver);
 }
 
-/// 64-bit FNV-1a.
-SYSV std::uint64_t hash(NSString* receiver, Selector) {
-  std::uint64_t hash = 0xcbf2'9ce4'8422'2325;
-  for (const char byte : ns_string_text(receiver)) {
-    hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100'0000'01b3;
-  }
-  return hash;
-}
+SYSV std::uint64_t hash(NSString* receiver, Selector) { return fnv1a(ns_string_text(receiver)); }
 
 /// The host's strtoll reads decimal digits as game code's does, and gives the nearest value for too many.
 SYSV std::int64_t long_long_value(NSString* receiver, Selector) {

@@ -8,8 +8,7 @@
 
 namespace vlm {
 
-/// The one instance of a class, made when it is first asked for. Of threads that ask at the same time, all get the
-/// same.
+/// The one instance of a class, made when it is first asked for. Threads that ask at the same time get the same one.
 template <ObjcClass& class_>
 ObjcObject* shared_instance() {
   static constinit std::atomic<ObjcObject*> shared = nullptr;

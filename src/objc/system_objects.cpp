@@ -30,7 +30,7 @@ SYSV NSCollection* preferred_languages(ObjcClass*, Selector) {
 
 SYSV NSString* locale_object_for_key(ObjcObject*, Selector, ObjcObject* key) { return ns_locale_value(key); }
 
-/// The block is never called: the token is all that comes of it.
+/// The block is never called. The token is all that the caller gets.
 SYSV ObjcObject* add_observer_with_block(ObjcObject*, Selector) { return objc_alloc_instance(&objc_class_NSObject); }
 
 /// Game code writes no JSON that anything here would read.

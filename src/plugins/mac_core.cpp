@@ -1,7 +1,7 @@
 // QKMacCore: what managed code calls for its saved progress and for the system's language.
 //
 // The cloud functions send the messages that game code would send. A setter's value comes before its key. Texts are
-// NUL-terminated UTF-8, null for the empty one; a text that is returned is the caller's, who gives it back with free.
+// NUL-terminated UTF-8, null for the empty one; the caller owns a text that is returned, and frees it.
 #include "plugins/mac_core.h"
 
 #include <cstdint>
@@ -46,7 +46,7 @@ SYSV std::int32_t cloud_synchronize() {
   return 1;
 }
 
-/// The object that would be told of changes by other machines. There are none.
+/// The object to tell about changes from other machines. There are no such changes.
 SYSV void cloud_initialize(const char* /* name */) { default_store(); }
 SYSV void cloud_did_change() { default_store(); }
 

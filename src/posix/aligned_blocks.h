@@ -14,6 +14,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "support/hash.h"
 #include "support/locks.h"
 
 namespace vlm {
@@ -48,8 +49,7 @@ class AlignedBlocks {
   };
   static constexpr unsigned bucket_bits = 16;
 
-  /// Multiplicative hashing: the number is 2^64 divided by the golden ratio.
-  static std::size_t bucket_of(std::uintptr_t address) { return (address * 0x9E3779B97F4A7C15) >> (64 - bucket_bits); }
+  static std::size_t bucket_of(std::uintptr_t address) { return hash_address(address, bucket_bits); }
 
   /// The pointer that points to the block's record, or to null at the end of the chain.
   std::atomic<Record*>& find_locked(const void* block);

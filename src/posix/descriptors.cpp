@@ -68,10 +68,10 @@ constinit SrwLock table_lock;
 
 bool is_number(std::int32_t number) { return number >= 0 && number < row_count; }
 
-/// Moves a handle into the lowest free row from `lowest` upwards; the caller holds the lock. -1, the handle still the
+/// Moves a handle into the lowest free row from `lowest` upwards. -1, the handle still the
 /// caller's, when there is none.
-std::int32_t add_descriptor(DescriptorKind kind, UniqueHandle& handle, std::uint32_t flags,
-                            std::int32_t lowest = first_free) {
+std::int32_t add_descriptor_locked(DescriptorKind kind, UniqueHandle& handle, std::uint32_t flags,
+                                   std::int32_t lowest = first_free) {
   Row* const row = std::find_if(rows + std::max(lowest, first_free), rows + row_count, [](const Row& candidate) {
     return candidate.kind.load(std::memory_order_relaxed) == DescriptorKind::Free;
   });
@@ -80,8 +80,8 @@ std::int32_t add_descriptor(DescriptorKind kind, UniqueHandle& handle, std::uint
   return static_cast<std::int32_t>(row - rows);
 }
 
-/// Frees a row; the caller holds the lock. What comes back closes the handle, better without the lock.
-UniqueHandle remove_descriptor(Row& row) {
+/// Frees a row. What comes back closes the handle, better without the lock.
+UniqueHandle remove_descriptor_locked(Row& row) {
   const DescriptorKind kind = row.kind.load(std::memory_order_relaxed);
   row.kind.store(DescriptorKind::Free, std::memory_order_release);
   const bool owned = kind != DescriptorKind::Free && kind != DescriptorKind::Standard;
@@ -94,7 +94,7 @@ SYSV std::int32_t close_(std::int32_t number) {
   UniqueHandle handle;
   const std::lock_guard hold(table_lock);
   if (!find_descriptor(number)) return -1;
-  handle = remove_descriptor(rows[number]);
+  handle = remove_descriptor_locked(rows[number]);
   return 0;
 }
 
@@ -172,7 +172,7 @@ std::int32_t duplicate_upwards(const Descriptor& descriptor, std::int32_t lowest
   UniqueHandle copy = duplicate(descriptor);
   if (!copy) return fail(DARWIN_EBADF);
   const std::lock_guard hold(table_lock);
-  return add_descriptor(kind_of_duplicate(descriptor), copy, descriptor.flags, lowest);
+  return add_descriptor_locked(kind_of_duplicate(descriptor), copy, descriptor.flags, lowest);
 }
 
 SYSV std::int32_t dup_(std::int32_t number) {
@@ -189,7 +189,7 @@ SYSV std::int32_t dup2_(std::int32_t number, std::int32_t target) {
   if (!copy) return fail(DARWIN_EBADF);
   UniqueHandle replaced;
   const std::lock_guard hold(table_lock);
-  replaced = remove_descriptor(rows[target]);
+  replaced = remove_descriptor_locked(rows[target]);
   rows[target].fill(kind_of_duplicate(descriptor), copy.release(), descriptor.flags);
   return target;
 }
@@ -202,11 +202,11 @@ SYSV std::int32_t pipe_(std::int32_t* ends) {
   UniqueHandle read_end(read_handle);
   UniqueHandle write_end(write_handle);
   const std::lock_guard hold(table_lock);
-  const std::int32_t read_number = add_descriptor(DescriptorKind::Pipe, read_end, 0);
+  const std::int32_t read_number = add_descriptor_locked(DescriptorKind::Pipe, read_end, 0);
   if (read_number < 0) return -1;
-  const std::int32_t write_number = add_descriptor(DescriptorKind::Pipe, write_end, open_write_only);
+  const std::int32_t write_number = add_descriptor_locked(DescriptorKind::Pipe, write_end, open_write_only);
   if (write_number < 0) {
-    read_end = remove_descriptor(rows[read_number]);
+    read_end = remove_descriptor_locked(rows[read_number]);
     return -1;
   }
   ends[0] = read_number;
@@ -314,7 +314,7 @@ extern "C" SYSV std::int32_t open_body(const char* game_path, std::int32_t given
                   FILE_ATTRIBUTE_NORMAL | (is_directory ? FILE_FLAG_BACKUP_SEMANTICS : 0), nullptr));
   if (!handle) return fail_from_win32();
   const std::lock_guard hold(table_lock);
-  return add_descriptor(is_directory ? DescriptorKind::Directory : DescriptorKind::File, handle, flags);
+  return add_descriptor_locked(is_directory ? DescriptorKind::Directory : DescriptorKind::File, handle, flags);
 }
 
 extern "C" SYSV std::int32_t fcntl_body(std::int32_t number, std::int32_t command, SysvVaList* arguments) {

@@ -10,22 +10,22 @@
 namespace vlm {
 namespace {
 
-SYSV std::uint32_t dyld_image_count_() { return static_cast<std::uint32_t>(image_list().size()); }
+SYSV std::uint32_t dyld_image_count_() { return static_cast<std::uint32_t>(macho_images().size()); }
 
 SYSV std::uint64_t dyld_get_image_header_(std::uint32_t index) {
-  const auto images = image_list();
+  const auto images = macho_images();
   return index < images.size() ? images[index]->base : 0;
 }
 
 SYSV const char* dyld_get_image_name_(std::uint32_t index) {
-  const auto images = image_list();
+  const auto images = macho_images();
   return index < images.size() ? images[index]->path : nullptr;
 }
 
 /// The section's address and, in `size`, its bytes; 0, and `size` left alone, for one that is not there.
 SYSV std::uint64_t getsectiondata_(std::uint64_t header, const char* segment, const char* section,
                                    std::uint64_t* size) {
-  for (const MachImage* image : image_list()) {
+  for (const MachImage* image : macho_images()) {
     if (image->base != header) continue;
     const MachSection* const found = macho_find_section(*image, segment, section);
     if (found == nullptr) return 0;
@@ -45,10 +45,10 @@ struct SymbolInfo {
 static_assert(sizeof(SymbolInfo) == 32);
 
 SYSV std::int32_t dladdr_(std::uint64_t address, SymbolInfo* info) {
-  for (const MachImage* image : image_list()) {
+  for (const MachImage* image : macho_images()) {
     if (!image->contains(address)) continue;
     std::uint64_t distance = 0;
-    index_symbols(*image);
+    macho_index_symbols(*image);
     const char* const name = macho_symbol_for_address(*image, address, &distance);
     *info = {image->path, image->base, name, name == nullptr ? 0 : address - distance};
     return 1;

@@ -48,7 +48,7 @@ const void* find_in_program(const char* name) {
   const int length = std::snprintf(underscored, sizeof underscored, "_%s", name);
   // A cut name could be that of another symbol.
   if (length < 0 || static_cast<std::size_t>(length) >= sizeof underscored) return not_found();
-  for (const MachImage* image : image_list()) {
+  for (const MachImage* image : macho_images()) {
     if (const std::uint64_t address = macho_find_export(*image, underscored)) {
       return reinterpret_cast<const void*>(address);
     }

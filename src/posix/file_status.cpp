@@ -10,6 +10,7 @@
 #include "posix/shims.h"
 #include "posix/time.h"
 #include "support/darwin_errno.h"
+#include "support/hash.h"
 #include "support/sysv.h"
 
 namespace vlm {
@@ -91,11 +92,7 @@ DarwinStat darwin_stat(const HostInformation& host, std::uint64_t inode) {
 }
 
 /// The number of a file that is not open: a hash of its path, the same each time the game asks with the same text.
-std::uint64_t path_hash(const char* path) {
-  std::uint64_t hash = 0x14650FB0739D0383;
-  for (; *path != '\0'; ++path) hash = (hash ^ static_cast<std::uint8_t>(*path)) * 0x100000001B3;
-  return hash;
-}
+std::uint64_t path_hash(const char* path) { return fnv1a(path, 0x14650FB0739D0383); }
 
 /// A file without a descriptor, for what its attributes say. Nobody is kept from it, and nobody keeps it from us.
 UniqueHandle open_to_look(const wchar_t* path, DWORD flags = 0) {

@@ -16,6 +16,8 @@
 #include "posix/descriptors.h"
 #include "posix/shims.h"
 #include "support/darwin_errno.h"
+#include "support/locks.h"
+#include "support/pages.h"
 #include "support/sysv.h"
 
 namespace vlm {
@@ -31,8 +33,6 @@ constexpr std::int32_t map_shared = 1;
 constexpr std::int32_t map_fixed = 0x10;
 constexpr std::int32_t map_anonymous = 0x1000;
 void* const map_failed = reinterpret_cast<void*>(~std::uintptr_t{0});
-
-constexpr std::uintptr_t page_size = 4096;
 
 struct Mapping;
 struct MappingDeleter {
@@ -62,20 +62,21 @@ union FreeRecord {
 };
 constinit FreeRecord* free_records = nullptr;
 
-void add_free_record(void* place) { free_records = new (place) FreeRecord{.next = free_records}; }
+void add_free_record_locked(void* place) { free_records = new (place) FreeRecord{.next = free_records}; }
 
 void MappingDeleter::operator()(Mapping* mapping) const noexcept {
   mapping->~Mapping();
-  add_free_record(mapping);
+  add_free_record_locked(mapping);
 }
 
 /// Null when memory is out.
-UniqueMapping make_mapping() {
+UniqueMapping make_mapping_locked() {
   if (free_records == nullptr) {
     constexpr std::size_t block = 65536;  // what Windows reserves at least
     auto* const fresh = static_cast<std::byte*>(VirtualAlloc(nullptr, block, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
     if (fresh == nullptr) return nullptr;
-    for (std::size_t at = 0; at + sizeof(FreeRecord) <= block; at += sizeof(FreeRecord)) add_free_record(fresh + at);
+    for (std::size_t at = 0; at + sizeof(FreeRecord) <= block; at += sizeof(FreeRecord))
+      add_free_record_locked(fresh + at);
   }
   void* const place = free_records;
   free_records = free_records->next;
@@ -83,13 +84,13 @@ UniqueMapping make_mapping() {
 }
 
 /// The place in the list that holds the newest mapping around an address; one that is null when there is none.
-UniqueMapping& find_mapping(std::uintptr_t address) {
+UniqueMapping& find_mapping_locked(std::uintptr_t address) {
   auto* place = &newest;
   while (*place && !(*place)->contains(address)) place = &(*place)->next;
   return *place;
 }
 
-void add_mapping(UniqueMapping mapping) {
+void add_mapping_locked(UniqueMapping mapping) {
   mapping->next = std::move(newest);
   newest = std::move(mapping);
 }
@@ -104,21 +105,6 @@ DWORD host_protection(std::int32_t protection) {
 
 void* at(std::uintptr_t address) { return reinterpret_cast<void*>(address); }
 
-/// Calls `act(address, size, state)` for each of the host's regions in the range, until one returns false.
-template <class Action>
-bool for_each_region(std::uintptr_t address, std::uint64_t length, Action act) {
-  if (address + length < address) return false;
-  for (const std::uintptr_t end = address + length; address < end;) {
-    MEMORY_BASIC_INFORMATION region;
-    if (VirtualQuery(at(address), &region, sizeof region) == 0) return false;
-    const std::uintptr_t region_end = reinterpret_cast<std::uintptr_t>(region.BaseAddress) + region.RegionSize;
-    const std::uintptr_t part_end = std::min(region_end, end);
-    if (!act(address, part_end - address, region.State)) return false;
-    address = part_end;
-  }
-  return true;
-}
-
 bool decommit(std::uintptr_t address, std::uint64_t size) { return VirtualFree(at(address), size, MEM_DECOMMIT); }
 
 bool commit(std::uintptr_t address, std::uint64_t size, DWORD state, DWORD protection) {
@@ -127,18 +113,18 @@ bool commit(std::uintptr_t address, std::uint64_t size, DWORD state, DWORD prote
 }
 
 /// Makes a range read as zero again, whatever it held.
-bool renew_range(std::uintptr_t address, std::uint64_t length, DWORD protection) {
-  return for_each_region(address, length, [=](std::uintptr_t part, std::uint64_t size, DWORD state) {
-    if (state == MEM_COMMIT && !decommit(part, size)) return false;
-    return protection == PAGE_NOACCESS || commit(part, size, state, protection);
+bool renew_range_locked(std::uintptr_t address, std::uint64_t length, DWORD protection) {
+  return for_each_region(address, length, [=](const auto& region, std::uintptr_t part, std::uint64_t size) {
+    if (region.State == MEM_COMMIT && !decommit(part, size)) return false;
+    return protection == PAGE_NOACCESS || commit(part, size, region.State, protection);
   });
 }
 
-bool protect_range(std::uintptr_t address, std::uint64_t length, DWORD protection) {
-  return for_each_region(address, length, [=](std::uintptr_t part, std::uint64_t size, DWORD state) {
+bool protect_range_locked(std::uintptr_t address, std::uint64_t length, DWORD protection) {
+  return for_each_region(address, length, [=](const auto& region, std::uintptr_t part, std::uint64_t size) {
     DWORD before;
-    if (state == MEM_COMMIT) return VirtualProtect(at(part), size, protection, &before) != 0;
-    return protection == PAGE_NOACCESS || commit(part, size, state, protection);
+    if (region.State == MEM_COMMIT) return VirtualProtect(at(part), size, protection, &before) != 0;
+    return protection == PAGE_NOACCESS || commit(part, size, region.State, protection);
   });
 }
 
@@ -147,8 +133,8 @@ void* fail_to_map(std::int32_t darwin_error) {
   return map_failed;
 }
 
-void* map_file(UniqueMapping mapping, std::uint64_t length, std::int32_t protection, std::int32_t flags,
-               std::int32_t number, std::int64_t offset) {
+void* map_file_locked(UniqueMapping mapping, std::uint64_t length, std::int32_t protection, std::int32_t flags,
+                      std::int32_t number, std::int64_t offset) {
   const Descriptor descriptor = find_descriptor(number);
   if (!descriptor) return map_failed;
   const bool writes = protection & protection_write;
@@ -179,7 +165,7 @@ void* map_file(UniqueMapping mapping, std::uint64_t length, std::int32_t protect
     return fail_to_map(DARWIN_ENOMEM);
   }
   mapping->address = reinterpret_cast<std::uintptr_t>(view);
-  add_mapping(std::move(mapping));
+  add_mapping_locked(std::move(mapping));
   return view;
 }
 
@@ -187,18 +173,18 @@ SYSV void* mmap_(void* wanted, std::uint64_t length, std::int32_t protection, st
                  std::int64_t offset) {
   if (length == 0 || offset < 0) return fail_to_map(DARWIN_EINVAL);
   const std::lock_guard hold(mapping_lock);
-  UniqueMapping mapping = make_mapping();
+  UniqueMapping mapping = make_mapping_locked();
   if (!mapping) return fail_to_map(DARWIN_ENOMEM);
-  if (!(flags & map_anonymous)) return map_file(std::move(mapping), length, protection, flags, number, offset);
+  if (!(flags & map_anonymous)) return map_file_locked(std::move(mapping), length, protection, flags, number, offset);
 
   const DWORD pages = host_protection(protection);
   const bool fixed = (flags & map_fixed) && wanted != nullptr;
   const auto address = reinterpret_cast<std::uintptr_t>(wanted);
   if (fixed) {
     if (address % page_size != 0) return fail_to_map(DARWIN_EINVAL);
-    const auto& around = find_mapping(address);
+    const auto& around = find_mapping_locked(address);
     if (around && !around->section) {
-      return renew_range(address, length, pages) ? wanted : fail_to_map(DARWIN_ENOMEM);
+      return renew_range_locked(address, length, pages) ? wanted : fail_to_map(DARWIN_ENOMEM);
     }
   }
   void* const base = VirtualAlloc(fixed ? wanted : nullptr, length, MEM_RESERVE | MEM_COMMIT, pages);
@@ -206,14 +192,14 @@ SYSV void* mmap_(void* wanted, std::uint64_t length, std::int32_t protection, st
   // A reservation starts at a multiple of 64 KiB, at or below the page that was asked for.
   mapping->address = reinterpret_cast<std::uintptr_t>(fixed ? wanted : base);
   mapping->length = length;
-  add_mapping(std::move(mapping));
+  add_mapping_locked(std::move(mapping));
   return fixed ? wanted : base;
 }
 
 SYSV std::int32_t munmap_(void* start, std::uint64_t length) {
   const auto address = reinterpret_cast<std::uintptr_t>(start);
   const std::lock_guard hold(mapping_lock);
-  auto& mapping = find_mapping(address);
+  auto& mapping = find_mapping_locked(address);
   if (!mapping) return 0;
   if (mapping->section) {
     UnmapViewOfFile(at(mapping->address));
@@ -221,14 +207,13 @@ SYSV std::int32_t munmap_(void* start, std::uint64_t length) {
     return 0;
   }
   if (address == mapping->address && length >= mapping->length) {
-    MEMORY_BASIC_INFORMATION region;
-    if (VirtualQuery(start, &region, sizeof region) != 0) VirtualFree(region.AllocationBase, 0, MEM_RELEASE);
+    VirtualFree(region_at(address).AllocationBase, 0, MEM_RELEASE);
     mapping = std::move(mapping->next);
     return 0;
   }
   const std::uint64_t size = std::min(length, mapping->address + mapping->length - address);
-  for_each_region(address, size, [](std::uintptr_t part, std::uint64_t part_size, DWORD state) {
-    return state != MEM_COMMIT || decommit(part, part_size);
+  for_each_region(address, size, [](const auto& region, std::uintptr_t part, std::uint64_t part_size) {
+    return region.State != MEM_COMMIT || decommit(part, part_size);
   });
   return 0;
 }
@@ -236,7 +221,7 @@ SYSV std::int32_t munmap_(void* start, std::uint64_t length) {
 SYSV std::int32_t mprotect_(void* start, std::uint64_t length, std::int32_t protection) {
   const std::lock_guard hold(mapping_lock);
   const auto address = reinterpret_cast<std::uintptr_t>(start);
-  return protect_range(address, length, host_protection(protection)) ? 0 : fail(DARWIN_EINVAL);
+  return protect_range_locked(address, length, host_protection(protection)) ? 0 : fail(DARWIN_EINVAL);
 }
 
 }  // namespace

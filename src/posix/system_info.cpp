@@ -9,6 +9,7 @@
 #include "posix/shims.h"
 #include "posix/time.h"
 #include "support/darwin_errno.h"
+#include "support/pages.h"
 #include "support/sysv.h"
 #include "support/text.h"
 
@@ -18,7 +19,6 @@ namespace {
 constexpr char os_type[] = "Darwin";
 constexpr char os_release[] = "21.6.0";
 constexpr char machine[] = "x86_64";
-constexpr std::uint32_t page_size = 4096;
 constexpr std::uint64_t max_descriptors = 10240;
 
 std::uint32_t processor_count() { return GetActiveProcessorCount(ALL_PROCESSOR_GROUPS); }
@@ -116,7 +116,7 @@ SYSV std::int32_t sysctl_(const std::int32_t* name, std::uint32_t name_length, v
       case HW_AVAILCPU: return give(processor_count(), old, old_length);
       case HW_PHYSMEM:
       case HW_MEMSIZE: return give(memory_size(), old, old_length);
-      case HW_PAGESIZE: return give(page_size, old, old_length);
+      case HW_PAGESIZE: return give(std::uint32_t{page_size}, old, old_length);
     }
   }
   return fail(DARWIN_ENOENT);

@@ -18,6 +18,7 @@
 #include "reports/stack_report.h"
 #include "reports/symbolize.h"
 #include "reports/trace_log.h"
+#include "support/pages.h"
 #include "tls/thread_record.h"
 
 namespace vlm {
@@ -50,8 +51,8 @@ void write_stack_lines(const Crash& crash) {
   int lines = 0;
   for (std::uint64_t offset = 0; offset + 8 <= size && lines < max_stack_lines; offset += 8) {
     // A word may begin on one page and end on the next.
-    for (const std::uint64_t page :
-         {(rsp + offset) & ~std::uint64_t{0xFFF}, (rsp + offset + 7) & ~std::uint64_t{0xFFF}}) {
+    for (const std::uint64_t byte : {rsp + offset, rsp + offset + 7}) {
+      const std::uint64_t page = byte - byte % page_size;
       if (page == readable_page) continue;
       if (end_of_readable_region(page) == 0) return;
       readable_page = page;

@@ -23,7 +23,7 @@ constexpr std::size_t last_frames = 32;
 constexpr std::size_t max_frames = 1'000'000;  // more than fit on a stack
 
 bool is_game_code(std::uint64_t address) {
-  return std::ranges::any_of(image_list(), [&](const MachImage* image) { return image->contains(address); });
+  return std::ranges::any_of(macho_images(), [&](const MachImage* image) { return image->contains(address); });
 }
 
 /// Where the memory around a stack pointer ends. A stack that is used up has its rsp in a page that cannot be read; the
@@ -99,20 +99,19 @@ class ReportedStack {
 
   bool leave_caller(FrameShape shape) {
     if (!shape.supported && sets_frame_pointer(shape.function)) shape = with_frame_pointer(shape.function);
-    return walk_.step(shape) || (shape.layout.from_rbp && follow_to_other_stack(shape));
+    if (!shape.supported) return false;
+    return walk_.step(shape.layout) || (shape.layout.from_rbp && follow_to_other_stack(shape.layout));
   }
 
   /// A function that has gone on with another stack, one that the game has made, has its frame on the first one.
-  bool follow_to_other_stack(const FrameShape& shape) {
+  bool follow_to_other_stack(const FrameLayout& layout) {
     constexpr int most = 16;
     UnwindContext at = walk_.at();
     const std::uint64_t end = end_of_readable_region(at[in_rbp]);
     if (end == 0 || ++stacks_ > most) return false;
-    for (unsigned i = 0; i < shape.layout.saved_count; ++i) {
-      at[in_rsp] = std::min(i == 0 ? at[in_rbp] : at[in_rsp], at[in_rbp] + 16 - shape.layout.saved[i].below_cfa);
-    }
+    at[in_rsp] = at[in_rbp] + 16 - layout.deepest;
     walk_ = StackWalk(at, end);
-    return walk_.step(shape);
+    return walk_.step(layout);
   }
 
   bool leave_interrupted(FrameShape shape) {
@@ -124,15 +123,19 @@ class ReportedStack {
     FrameLayout& layout = shape.layout;
     if (layout.from_rbp) {  // what the prologue has not saved yet is still in its register
       const std::uint64_t cfa = walk_.at()[in_rbp] + layout.cfa_offset;
-      const auto end = std::remove_if(layout.saved, layout.saved + layout.saved_count,
-                                      [&](const auto& saved) { return cfa - saved.below_cfa < walk_.rsp(); });
-      layout.saved_count = static_cast<std::uint8_t>(end - layout.saved);
+      layout.deepest = 0;
+      for (std::uint16_t& below : layout.below_cfa) {
+        if (cfa - below < walk_.rsp()) below = 0;
+        layout.deepest = std::max(layout.deepest, below);
+      }
     }
-    return walk_.step(shape);
+    return walk_.step(layout);
   }
 
   static FrameShape with_frame_pointer(std::uint64_t function) {
-    return {function, 0, true, {16, true, 1, {{in_rbp, 16}}}};
+    FrameLayout layout{.cfa_offset = 16, .below_cfa = {}, .deepest = 0, .from_rbp = true};
+    layout.save(in_rbp, 16);
+    return {function, 0, true, layout};
   }
 
   StackWalk walk_;

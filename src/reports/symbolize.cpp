@@ -28,9 +28,9 @@ void name_module(HMODULE module, char (&name)[MAX_PATH]) {
 
 /// Names `address` as part of what holds the byte `back` bytes in front of it.
 bool name(std::uint64_t address, std::uint64_t back, char (&text)[symbol_text_size]) {
-  for (const MachImage* image : image_list()) {
+  for (const MachImage* image : macho_images()) {
     if (!image->contains(address - back)) continue;
-    index_symbols(*image);
+    macho_index_symbols(*image);
     std::uint64_t distance = 0;
     if (const char* const symbol = macho_symbol_for_address(*image, address - back, &distance)) {
       std::snprintf(text, symbol_text_size, "GameAssembly.dylib!%s+0x%llx", symbol, Wide{distance + back});

@@ -44,7 +44,7 @@ class ByteReader {
   std::string_view c_string() {
     if (!ok_) return {};
     const auto* start = reinterpret_cast<const char*>(bytes_.data()) + offset_;
-    // No bytes at all may have no address, which memchr() does not take.
+    // An empty span may have a null address, which memchr() does not accept.
     const void* nul = at_end() ? nullptr : std::memchr(start, 0, bytes_.size() - offset_);
     if (nul == nullptr) {
       ok_ = false;

@@ -1,5 +1,5 @@
-// Searches look at 16 or 32 bytes at once, aligned or where no page ends between them: that may read beyond the ends of
-// what is searched, but never into another page, which need not be there.
+// Searches look at 16 or 32 bytes at once, either aligned or with no end of a page between them. Such a read may go
+// beyond the bytes that are searched, but never into another page, which might not exist.
 #include "support/bytes.h"
 
 #include <immintrin.h>
@@ -8,6 +8,8 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
+
+#include "support/pages.h"
 
 namespace vlm {
 namespace {
@@ -107,7 +109,7 @@ template <Order order, class Chunk, std::size_t Bytes>
   }
 }
 
-/// Apart, so that no other way of a copy needs a frame for the host's convention.
+/// A function of its own: with the call inside them, the other ways to copy would need a stack frame.
 [[gnu::noinline]] SYSV void* copy_by_host(std::byte* to, const std::byte* from, std::uint64_t size) {
   return std::memmove(to, from, size);
 }
@@ -195,7 +197,9 @@ std::uint32_t zero_bytes(__m128i block) { return equal_bytes(block, __m128i{}); 
   return std::max(from, reinterpret_cast<const __m128i*>(block));  // the first group may begin before
 }
 
-bool block_is_in_page(const char* text) { return reinterpret_cast<std::uintptr_t>(text) % 4096 <= 4096 - block_size; }
+bool block_is_in_page(const char* text) {
+  return reinterpret_cast<std::uintptr_t>(text) % page_size <= page_size - block_size;
+}
 
 }  // namespace
 
@@ -237,7 +241,7 @@ SYSV std::int32_t compare_bytes(const void* a_, const void* b_, std::uint64_t si
   for (; size - at >= block_size; at += block_size) {
     if (const std::uint32_t same = same_block(at); same != 0xFFFF) return difference(at + lowest_set(~same));
   }
-  if (at != size && size >= block_size) {  // some bytes once more rather than each of the rest alone
+  if (at != size && size >= block_size) {  // compares some bytes twice, which is cheaper than the rest one by one
     at = size - block_size;
     const std::uint32_t same = same_block(at);
     return same == 0xFFFF ? 0 : difference(at + lowest_set(~same));

@@ -21,7 +21,7 @@ class SrwLock {
   void lock_shared() { AcquireSRWLockShared(&srw_); }
   void unlock_shared() { ReleaseSRWLockShared(&srw_); }
 
-  /// Lets the lock, held exclusively, go until the condition is signalled; may return for no reason.
+  /// Releases the lock, which is held exclusively, until the condition is signalled. May return for no reason.
   void wait(CONDITION_VARIABLE& condition) { SleepConditionVariableSRW(&condition, &srw_, INFINITE, 0); }
 
  private:

@@ -5,7 +5,7 @@
 
 namespace vlm {
 
-/// A function of a loaded module, as the type that the caller says; null when the module is null or lacks it.
+/// A function of a loaded module, as a pointer of the given type. Null when the module is null or has no such function.
 template <class Function>
 Function* find_procedure(HMODULE module, const char* name) {
   if (module == nullptr) return nullptr;

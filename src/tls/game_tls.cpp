@@ -1,6 +1,7 @@
 #include "tls/game_tls.h"
 
 #include "diag/log.h"
+#include "support/pages.h"
 
 namespace vlm {
 
@@ -13,7 +14,6 @@ namespace {
 // A thread's stack reservation, from its lowest address: a margin, the guard page, then what is committed.
 constexpr std::uint64_t smallest_stack = 0x10000;
 constexpr std::uint64_t guard_page = 0x3000;
-constexpr std::uint64_t page_size = 0x1000;
 constexpr std::uint64_t committed_part = guard_page + page_size;
 
 /// The word of the slot in a thread's environment block, or null while the thread has no expansion array.

@@ -4,8 +4,8 @@
 
 #include "inspect/gather.h"
 #include "inspect/library.h"
-#include "inspect/names.h"
 #include "inspect/writers.h"
+#include "shared/text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace vlm::inspect;
@@ -22,7 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (facts.status != STARTS && facts.reasons.empty()) std::abort();
   for (const std::string& report : {write_text(facts, true), write_json(facts)}) {
     for (std::string_view rest = report; !rest.empty();) {
-      const std::size_t length = utf8_length(rest);
+      const std::size_t length = vlm::tools::utf8_length(rest);
       if (length == 0) std::abort();
       rest.remove_prefix(length);
     }

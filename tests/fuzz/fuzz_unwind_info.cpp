@@ -20,10 +20,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!found || !*found) return 0;
   const auto layout = vlm::decode_compact((*found)->encoding, bytes);
   if (!layout) return 0;
-  if (layout->saved_count > 6 || layout->cfa_offset < 8) std::abort();
-  for (unsigned i = 0; i < layout->saved_count; ++i) {
-    const auto& saved = layout->saved[i];
-    if (saved.where == vlm::in_rip || saved.where == vlm::in_rsp || saved.below_cfa < 16) std::abort();
+  if (layout->cfa_offset < 8) std::abort();
+  for (const auto where : {vlm::in_rax, vlm::in_rdx, vlm::in_rsp, vlm::in_rip}) {
+    if (layout->below_cfa[where] != 0) std::abort();
+  }
+  for (const unsigned below : layout->below_cfa) {
+    if (below != 0 && (below < 16 || below > layout->deepest)) std::abort();
   }
   return 0;
 }

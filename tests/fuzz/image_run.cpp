@@ -53,9 +53,9 @@ ImageRun run_image(std::span<const std::byte> bytes, std::uint64_t max_extent) {
     return Bytes(part.begin(), part.end());
   };
   std::uint64_t head_size = std::min<std::uint64_t>(bytes.size(), 8);
-  const std::uint64_t table_size = slice_table_size(copy_of(0, head_size));
+  const std::uint64_t table_size = macho_slice_table_size(copy_of(0, head_size));
   head_size = std::min<std::uint64_t>(bytes.size(), std::max(head_size, table_size));
-  const auto slice = choose_slice(run_path, copy_of(0, head_size), bytes.size());
+  const auto slice = macho_choose_slice(run_path, copy_of(0, head_size), bytes.size());
   if (!slice) {
     run.fault = slice.error().text;
     return run;

@@ -27,28 +27,27 @@ constexpr auto max_time = std::chrono::seconds(5);
 
 int loaded, refused, failures;
 
-void fail(const std::string& what, const char* why, const ImageRun& run) {
-  std::printf("FAILED %s: %s (fault \"%s\", %llu patched, %llu looked up)\n", what.c_str(), why, run.fault.c_str(),
-              static_cast<unsigned long long>(run.patched), static_cast<unsigned long long>(run.looked_up));
-  ++failures;
-}
-
 enum class Expect { any, load, refuse };
 
 void check(const std::string& what, std::span<const std::byte> file, Expect expect = Expect::any) {
   const auto start = std::chrono::steady_clock::now();
   const ImageRun run = run_image(file, max_extent);
   const auto time = std::chrono::steady_clock::now() - start;
-  ++(run.fault.empty() ? loaded : refused);
-
-  if (run.fault.empty() && !run.placed) fail(what, "read but too large to place", run);
-  if (!run.fault.empty() && run.fault.size() < 12) fail(what, "refused without saying why", run);
+  const bool good = run.fault.empty();
+  ++(good ? loaded : refused);
   // A rebase, a bind and a lazy-bind stream, each at most once over the image; a bind asks for one symbol.
-  if (run.patched > 3 * (run.extent / 8)) fail(what, "patched more than the image holds", run);
-  if (run.looked_up > run.patched + 3) fail(what, "looked up more than it bound", run);
-  if (time > max_time) fail(what, "took too long", run);
-  if (expect == Expect::load && !run.fault.empty()) fail(what, "refused", run);
-  if (expect == Expect::refuse && run.fault.empty()) fail(what, "loaded", run);
+  const char* const fault = good && !run.placed                  ? "read but too large to place"
+                            : !good && run.fault.size() < 12     ? "refused without saying why"
+                            : run.patched > 3 * (run.extent / 8) ? "patched more than the image holds"
+                            : run.looked_up > run.patched + 3    ? "looked up more than it bound"
+                            : time > max_time                    ? "took too long"
+                            : expect == Expect::load && !good    ? "refused"
+                            : expect == Expect::refuse && good   ? "loaded"
+                                                                 : nullptr;
+  if (fault == nullptr) return;
+  std::printf("FAILED %s: %s (fault \"%s\", %llu patched)\n", what.c_str(), fault, run.fault.c_str(),
+              static_cast<unsigned long long>(run.patched));
+  ++failures;
 }
 
 std::string at(const char* what, std::size_t offset, std::uint64_t value) {
@@ -122,11 +121,6 @@ constexpr std::uint64_t minus(std::uint64_t value) { return ~value + 1; }
 /// Beside what the unit tests of the commands, the streams and the trie have one by one.
 const DraftRow draft_rows[] = {
     {"nothing", Expect::load, [](ImageDraft&) {}},
-    {"no segments", Expect::refuse,
-     [](ImageDraft& d) {
-       d.segments.clear();
-       d.linkedit_vmaddr = 0;
-     }},
     {"one run over and over", Expect::refuse,
      [](ImageDraft& d) {
        d.rebase.clear();
@@ -143,25 +137,10 @@ const DraftRow draft_rows[] = {
          d.bind.u8(BIND_OPCODE_SET_DYLIB_ORDINAL_IMM | (i & 1)).u8(BIND_OPCODE_DO_BIND_ADD_ADDR_ULEB).uleb(minus(8));
        }
      }},
-    {"a trie of two nodes that overlap", Expect::load,
-     [](ImageDraft& d) { d.exports = Bytes().u8(0).u8(2).c_string("").uleb(1).c_string("").uleb(0); }},
-    {"a trie whose children end before they begin", Expect::load,
-     [](ImageDraft& d) { d.exports = Bytes().u8(0).u8(255).text("_game"); }},
-    {"a trie with a child far outside", Expect::load,
-     [](ImageDraft& d) { d.exports = Bytes().u8(0).u8(1).c_string("_").uleb(huge); }},
-    {"terminal information of 2^60 bytes", Expect::load, [](ImageDraft& d) { d.exports = Bytes().uleb(huge).u8(1); }},
-    {"too many segments", Expect::refuse,
-     [](ImageDraft& d) {
-       for (int i = 0; i < 13; ++i) d.segments.push_back({"__MORE", 0, 0, 0, {}, {}});
-     }},
     {"as many segments as fit", Expect::load,
      [](ImageDraft& d) {
        for (int i = 0; i < 12; ++i) d.segments.push_back({"__MORE", 0, 0, 0, {}, {}});
      }},
-    {"as many libraries as fit", Expect::load, [](ImageDraft& d) { d.dylibs.resize(64, "x"); }},
-    {"a section before its segment", Expect::refuse,
-     [](ImageDraft& d) { d.segments[data_segment].sections[0].addr -= 8; }},
-    {"a section that wraps", Expect::refuse, [](ImageDraft& d) { d.segments[1].sections[0].size = minus(0x1000); }},
 };
 
 void change_drafts() {
@@ -205,13 +184,6 @@ void break_universal(const Bytes& good) {
     check(at("cut universal", size, size), std::span(universal).first(size));
   }
   flip_bytes("universal header", universal, 0, 48);
-  for (std::size_t offset = 0; offset < 48; offset += 4) {
-    for (const std::uint32_t value : {0u, 1u, 0x1000u, 0x7FFFFFFFu, 0xFFFFFFF0u, 0xFFFFFFFFu}) {
-      Bytes file = universal;
-      file.put_at(offset, std::byteswap(value));
-      check(at("universal u32", offset, value), file);
-    }
-  }
 }
 
 int write_seeds(const std::filesystem::path& folder) {
@@ -266,8 +238,7 @@ int write_seeds(const std::filesystem::path& folder) {
 int main(int argc, char** argv) {
   if (argc == 3 && std::strcmp(argv[1], "--seeds") == 0) return write_seeds(argv[2]);
   const Bytes good = build_image(good_draft());
-  const ImageRun run = run_image(good, max_extent);
-  if (run.patched != good_rebases + good_binds + good_lazy_binds) fail("the sound image", "not all patched", run);
+  failures += run_image(good, max_extent).patched != good_rebases + good_binds + good_lazy_binds;
   check("the sound image", good, Expect::load);
 
   truncate(good);

@@ -90,26 +90,66 @@ GUEST_TEST(filling_and_finding_as_only_macos_does) {
 
 namespace {
 
-jmp_buf jump_buffer;
 uint64 comparisons;
-int32 compare_and_leave(const void*, const void*) {
-  if (++comparisons == 2) longjmp(jump_buffer, 7);
-  return -1;
+
+/// Decides on an order while it is asked, so that each pivot turns out among the smallest (M. D. McIlroy's adversary).
+constexpr int32 adversary_count = 4000, undecided = adversary_count;
+int32 order_of[adversary_count], decided, candidate;
+int32 compare_against_the_sort(const void* a, const void* b) {
+  const int32 left = *static_cast<const int32*>(a), right = *static_cast<const int32*>(b);
+  ++comparisons;
+  if (order_of[left] == undecided && order_of[right] == undecided) {
+    order_of[left == candidate ? left : right] = decided++;
+  }
+  if (order_of[left] == undecided) candidate = left;
+  if (order_of[right] == undecided) candidate = right;
+  return order_of[left] - order_of[right];
+}
+
+jmp_buf jump_buffer;
+uint64 leave_at;
+int32 compare_and_leave(const void* a, const void* b) {
+  if (comparisons++ == leave_at) longjmp(jump_buffer, 7);
+  return *static_cast<const uint8*>(a) - *static_cast<const uint8*>(b);
+}
 }
 
 }  // namespace
 
+GUEST_TEST(no_comparison_makes_sorting_slow) {
+  static int32 numbers[adversary_count];
+  for (int32 i = 0; i < adversary_count; ++i) numbers[i] = i, order_of[i] = undecided;
+  qsort(numbers, adversary_count, sizeof numbers[0], compare_against_the_sort);
+  CHECK(comparisons < 50 * adversary_count);  // 12 is the logarithm; quadratic: 1000
+  for (int32 i = 1; i < adversary_count; ++i) CHECK(order_of[numbers[i - 1]] <= order_of[numbers[i]]);
+  // One that never agrees with itself still leaves each element once.
+  qsort(numbers, adversary_count, sizeof numbers[0],
+        [](const void*, const void*) -> int32 { return comparisons++ % 3 - 1; });
+  qsort(numbers, adversary_count, sizeof numbers[0],
+        [](const void* a, const void* b) { return *static_cast<const int32*>(a) - *static_cast<const int32*>(b); });
+  for (int32 i = 0; i < adversary_count; ++i) CHECK(numbers[i] == i);
+}
+
 GUEST_TEST(a_comparison_may_leave_by_a_jump_and_is_not_called_for_nothing) {
-  int32 numbers[] = {3, 1, 2};
-  CHECK(bsearch(numbers, numbers, 0, 4, compare_and_leave) == nullptr);
+  uint8 one = 1;
+  comparisons = 0;
+  CHECK(bsearch(&one, &one, 0, 1, compare_and_leave) == nullptr);
   qsort(nullptr, 0, 4, compare_and_leave);
-  qsort(numbers, 1, 4, compare_and_leave);
+  qsort(&one, 1, 1, compare_and_leave);
   CHECK(comparisons == 0);
-  if (setjmp(jump_buffer) == 0) {
-    qsort(numbers, 3, sizeof numbers[0], compare_and_leave);
-    CHECK(!"the comparison returned");
+  static const uint64 moments[] = {0, 7, 100, 1000, 2000};  // an element is never elsewhere while two are compared
+  for (const uint64 moment : moments) {
+    uint8 bytes[256];
+    for (int32 i = 0; i < 256; ++i) bytes[i] = static_cast<uint8>(i * 77);
+    comparisons = 0;
+    leave_at = moment;
+    if (setjmp(jump_buffer) == 0) {
+      qsort(bytes, sizeof bytes, 1, compare_and_leave);
+      CHECK(moment > 1000);  // it did not come so far
+    }
+    bool seen[256] = {};
+    for (const uint8 byte : bytes) CHECK(!seen[byte]), seen[byte] = true;
   }
-  CHECK(comparisons == 2);
 }
 
 GUEST_TEST(random_bytes_fill_exactly_the_buffer) {

@@ -1,7 +1,5 @@
 // The file of the cloud store, as processes of the game find it and leave it: cloud_guest.mm in a folder of its own,
 // with files that are damaged, disks that fail and programs that hold files, and killed while it saves.
-#define DOCTEST_CONFIG_NO_MULTITHREADING
-#define DOCTEST_CONFIG_IMPLEMENT_WITH_MAIN
 #include <doctest/doctest.h>
 
 #include <atomic>
@@ -9,10 +7,13 @@
 #include <random>
 #include <regex>
 
+#include "support/host_program.h"
 #include "told_process.h"
 
 using namespace vlm;
 using namespace vlm::test;
+
+HOST_SUITE(cloud)
 
 namespace {
 
@@ -43,9 +44,7 @@ UniqueHandle hold(const std::wstring& path) {
 
 /// The log's lines about the store, without their time and thread, the folder left out.
 std::string run_guest(const std::wstring& probe, std::wstring folder = save_folder) {
-  const std::wstring image = program_folder() + L"guests\\cloud_guest.dylib";
-  const Ending ending = run_game_process(program_folder(), L"guest_driver.exe", L"\"" + image + L"\" " + probe,
-                                         {{L"VLM_SAVE_DIR", folder}});
+  const Ending ending = run_host(L"guests\\cloud_guest.dylib " + probe, {{L"VLM_SAVE_DIR", folder}});
   CHECK_EQ(ending.exit_code, 0);  // the driver has printed the checks that failed
   std::string messages;
   for (std::size_t at = 0; (at = ending.log.find("[kvs] ", at)) != std::string::npos; ++at) {

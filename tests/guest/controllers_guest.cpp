@@ -57,6 +57,8 @@ Function* windows_function(const char* module, const char* name) {
 }
 auto library_function(const char* name) { return windows_function<int32 WINDOWS()>("GameAssembly.dll", name); }
 
+void sleep_ms(uint32 ms) { windows_function<void WINDOWS(uint32)>("kernel32.dll", "Sleep")(ms); }
+
 StandInPad* pads() { return (StandInPad*)windows_symbol("xinput1_4.dll", "stand_in_pads"); }
 
 void press(int32 index, unsigned short buttons, short left_x = 0) {
@@ -77,7 +79,7 @@ bool soon(Condition condition) {
   for (int32 tries = 0; tries < 500; ++tries) {
     PollController("sony-0");
     if (condition()) return true;
-    usleep(10'000);
+    sleep_ms(10);
   }
   return false;
 }
@@ -160,7 +162,7 @@ GUEST_TEST(only_controllers_that_are_there_are_asked_by_the_game) {
   // And by other native code once in half a second.
   const auto refresh = library_function("pc_pad_refresh");
   refresh();
-  usleep(550'000);
+  sleep_ms(550);
   pads()[1].calls = 0;
   refresh();
   refresh();
@@ -173,7 +175,7 @@ GUEST_TEST(the_list_holds_copies_and_announces_nothing) {
   CHECK(first.controllers != nullptr && first.count == 1 && is(first.controllers[0], "keyboard", "Keyboard", 0));
   pads()[1].connected = pads()[3].connected = 1;
   ControllerList list = first;
-  for (int32 tries = 0; tries < 500 && list.count < 3; ++tries, usleep(10'000)) list = GetConnectedControllers();
+  for (int32 tries = 0; tries < 500 && list.count < 3; ++tries, sleep_ms(10)) list = GetConnectedControllers();
   CHECK(list.count == 3 && is_xbox(list.controllers[0], "xinput-1") && is_xbox(list.controllers[1], "xinput-3"));
   CHECK(list.controllers[2].identifier != first.controllers[0].identifier);
   PollController("xinput-1");

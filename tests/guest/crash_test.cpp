@@ -4,14 +4,15 @@
 #include <cstdio>
 #include <string>
 
-#include "doctest_program.h"
+#include <doctest/doctest.h>
 #include "support/game_process.h"
+#include "support/host_program.h"
 
 using namespace vlm::test;
 
-namespace {
+HOST_SUITE(crashes)
 
-std::wstring image;
+namespace {
 
 std::size_t count_of(const std::string& text, const std::string& wanted) {
   std::size_t count = 0;
@@ -40,7 +41,7 @@ TEST_CASE("a crash in game code is reported with the function's name") {
   };
   for (const auto& c : cases) {
     CAPTURE(std::string(c.probe, c.probe + std::char_traits<wchar_t>::length(c.probe)));
-    const Ending ending = run_game_process(program_folder(), L"guest_driver.exe", L"\"" + image + L"\" " + c.probe);
+    const Ending ending = run_host(std::wstring(L"guests\\crash_guest.dylib ") + c.probe);
     CAPTURE(ending.log.substr(std::min(ending.log.find("il2cpp_init returned"), ending.log.size())));
     CHECK_FALSE(ending.timed_out);
     CHECK_EQ(ending.exit_code, c.code);
@@ -57,11 +58,4 @@ TEST_CASE("a crash in game code is reported with the function's name") {
     CHECK_EQ(ending.log.find("  stack rsp+0x", report) != std::string::npos, c.stack_is_readable);
     CHECK_LE(count_of(ending.log, "  stack rsp+0x"), 32);
   }
-}
-
-int main(int argc, char** argv) {
-  image = std::wstring(argv[1], argv[1] + std::char_traits<char>::length(argv[1]));
-  doctest::Context context;
-  context.applyCommandLine(argc - 1, argv + 1);
-  return context.run();
 }

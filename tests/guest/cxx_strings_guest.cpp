@@ -93,35 +93,34 @@ void change(String& string, Model& model) {
   const String own_text(own);
   String text = random_text();
   const char c = static_cast<char>('A' + random_below(26));
-  switch (random_below(18)) {
+  switch (random_below(17)) {
     case 0: assign(string, text.c_str()); return model.assign(text);
     case 1: assign(string, own); return model.assign(own_text);
     case 2: assign(string, text); return model.assign(text);
-    case 3: assign(string, string); return;
-    case 4: append(string, text.c_str()); return model.append(text);
-    case 5: append(string, own); return model.append(own_text);
-    case 6: append(string, own, own_text.size() / 2); return model.append(own_text.substr(0, own_text.size() / 2));
-    case 7: append(string, text.size(), c); return model.append(String(text.size(), c));
-    case 8: push_back(string, c); return model.append(String(1, c));
-    case 9: insert(string, at, text.c_str()); return model.insert(at, text);
-    case 10: {
+    case 3: append(string, text.c_str()); return model.append(text);
+    case 4: append(string, own); return model.append(own_text);
+    case 5: append(string, own, own_text.size() / 2); return model.append(own_text.substr(0, own_text.size() / 2));
+    case 6: append(string, text.size(), c); return model.append(String(text.size(), c));
+    case 7: push_back(string, c); return model.append(String(1, c));
+    case 8: insert(string, at, text.c_str()); return model.insert(at, text);
+    case 9: {
       const uint64 from = random_below(model.size + 1);
       insert(string, from, own);
       return model.insert(from, own_text);
     }
-    case 11: CHECK(insert(string, own, c) == string.data() + at); return model.insert(at, String(1, c));
-    case 12: {
+    case 10: CHECK(insert(string, own, c) == string.data() + at); return model.insert(at, String(1, c));
+    case 11: {
       const uint64 size = random_below(2 * model.size + 8);
       resize(string, size, c);
       if (size > model.size) return model.append(String(size - model.size, c));
       return model.put(size, model.size - size, "");
     }
-    case 13: {
+    case 12: {
       const uint64 capacity = random_below(500);
       reserve(string, capacity);
       return model.need(capacity, capacity);
     }
-    case 14: {  // as inlined code replaces a part of a string that has no room
+    case 13: {  // as inlined code replaces a part of a string that has no room
       const uint64 removed = random_below(model.size - at + 1), extra = random_below(40);
       const uint64 wanted = std::max(model.capacity() + extra, 2 * model.capacity());
       grow_by(string, model.capacity(), extra, model.size, at, removed, 1);
@@ -132,11 +131,11 @@ void change(String& string, Model& model) {
       return model.put(at, removed, String(1, c));
     }
     // Members that are compiled into the guest. How much memory they take is their own affair.
-    case 15:
+    case 14:
       string.replace(at, own_text.size() / 2, text);
       model.put(at, own_text.size() / 2, text);
       break;
-    case 16:
+    case 15:
       string.erase(at, own_text.size() / 2);
       model.put(at, own_text.size() / 2, "");
       break;
@@ -174,29 +173,10 @@ GUEST_TEST(random_changes_leave_what_a_plain_model_says) {
 }
 
 GUEST_TEST(strings_are_compared_and_searched) {
-  const String abc = "abc", empty;
-  CHECK(compare("ab", "abc") == -1 && compare("abcd", "abc") == 1);
-  CHECK(compare("abd", "abc") > 0 && compare("abb", "abc") < 0 && compare("ab\xff", "abc") > 0);
-  CHECK(compare(abc, "abc") == 0 && compare(empty, "") == 0 && compare(empty, "a") == -1);
-  CHECK(find("abcde", 'e', 5) == String::npos && find("abcde", 'e', 4) == 4 && find(empty, '\0', 0) == String::npos);
-  CHECK(rfind("banana", 'a', 100) == 5 && rfind("banana", 'b', 0) == 0 && rfind(empty, 'a', 0) == String::npos);
-  CHECK(find(String("a\0b", 3), 'b', 0) == 2);
-
-  // Every start and length around the blocks that a search looks at, the character just outside at both ends.
-  char text[100];
-  bool right = true;
-  for (uint64 start = 0; start < 33; ++start) {
-    for (uint64 end = start; end < 80; ++end) {
-      memset(text, 'x', sizeof text);
-      text[start == 0 ? 99 : start - 1] = text[end] = '!';
-      const String inside(text, end + 1);
-      right = right && find(inside, '!', start) == end && find(inside, '?', start) == String::npos;
-      right = right && rfind(inside, '!', end == start ? end : end - 1) == (end == start ? end
-                                                                            : start == 0 ? String::npos
-                                                                                         : start - 1);
-    }
-  }
-  CHECK(right);
+  const String empty;
+  CHECK(compare("ab", "abc") == -1 && compare("abcd", "abc") == 1 && compare("ab\xff", "abc") > 0);
+  CHECK(compare("abc", "abc") == 0 && compare(empty, "a") == -1);
+  CHECK(find(empty, '\0', 0) == String::npos && rfind(empty, 'a', 0) == String::npos && rfind("banana", 'b', 0) == 0);
 }
 
 GUEST_TEST(new_strings_are_returned) {
@@ -207,35 +187,16 @@ GUEST_TEST(new_strings_are_returned) {
       CHECK(allocation_word(joined) == (left + right <= 22 ? 0 : ((left + right) | 15) + 2));
     }
   }
-  CHECK(to_string(0) == "0" && to_string(2147483647) == "2147483647");
-  CHECK(to_string(-2147483647 - 1) == "-2147483648" && to_string(-1).capacity() == 22);
+  CHECK(to_string(2147483647) == "2147483647" && to_string(-2147483647 - 1) == "-2147483648");
 }
 
-// Probes for the driver: each runs in a process of its own.
+// Probes: each runs in a process of its own.
+// clang-format off
 extern "C" {
-int64 insert_out_of_range() {
-  String string = "ab";
-  insert(string, 3, "x");
-  return 1;
+int64 insert_out_of_range() { String made = "ab"; return insert(made, 3, "x"), 1; }
+int64 insert_before_the_string() { String made = "ab"; return insert(made, made.data() - 1, 'x'), 1; }
+int64 append_without_memory() { String made = "ab"; return append(made, uint64{1} << 60, 'x'), 1; }
+int64 append_more_than_there_are_addresses() { String made = "ab"; return append(made, ~uint64{0}, 'x'), 1; }
+int64 reserve_everything() { String made; return reserve(made, ~uint64{0}), 1; }
 }
-int64 insert_before_the_string() {
-  String string = "ab";
-  insert(string, string.data() - 1, 'x');
-  return 1;
-}
-int64 append_without_memory() {
-  String string = "ab";
-  append(string, uint64{1} << 60, 'x');
-  return 1;
-}
-int64 append_more_than_there_are_addresses() {
-  String string = "ab";
-  append(string, ~uint64{0}, 'x');
-  return 1;
-}
-int64 reserve_everything() {
-  String string;
-  reserve(string, ~uint64{0});
-  return 1;
-}
-}
+// clang-format on

@@ -9,6 +9,7 @@
 #include <iterator>
 
 #include "support/game.h"
+#include "support/host_program.h"
 
 using namespace vlm::test;
 
@@ -68,7 +69,7 @@ const std::byte* find_image() {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+HOST_PROGRAM(damage_start) {
   if (argc < 2) return std::puts("usage: damage_start IMAGE [expansion | FUNCTION]"), 1;
   void* const handler = AddVectoredExceptionHandler(0, end_when_crashed);
   const char* const wish = argc > 2 ? argv[2] : "";
@@ -94,5 +95,5 @@ int main(int argc, char** argv) {
   if (*wish != '\0' && std::strcmp(wish, "expansion") != 0) {
     call_game<void>(wish);
   }
-  TerminateProcess(GetCurrentProcess(), stack[0] == image ? 0 : 1);
+  leave(stack[0] == image ? 0 : 1);
 }

@@ -1,7 +1,7 @@
 // Starts the library with thousands of damaged images, patch lists and unwind tables, several at a time in folders of
 // their own. It has to start, or to end the game with a message.
 //
-//   damage_test LIBRARY IMAGE FIRST COUNT
+//   damage LIBRARY IMAGE FIRST COUNT
 //
 //   LIBRARY       the GameAssembly.dll to test
 //   IMAGE         a game image with a function uncaught_class, which throws
@@ -19,6 +19,7 @@
 
 #include "support/damage.h"
 #include "support/game_process.h"
+#include "support/host_program.h"
 
 using namespace vlm;
 using namespace vlm::test;
@@ -77,7 +78,8 @@ void start(Slot& slot, const Input& input, std::uint64_t seed, bool again = fals
   DeleteFileW((slot.folder + L"PCSaveData\\loader.log").c_str());
   slot.seed = seed;
   slot.again = again;
-  slot.process = start_process(L"\"" + slot.folder + L"damage_start.exe\" \"" + image + L"\" " + wish);
+  slot.process = start_process(L"\"" + program_path() + L"\" --in \"" + slot.folder + L".\" damage_start \"" + image +
+                               L"\" " + wish);
   slot.deadline = GetTickCount64() + time_limit_ms;
 }
 
@@ -118,9 +120,11 @@ bool has_ended(Slot& slot, const Input& input, const char* program) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  if (argc != 5) return std::puts("usage: damage_test LIBRARY IMAGE FIRST COUNT"), 1;
-  const auto wide = [](const char* path) { return std::filesystem::path(path).wstring(); };
+HOST_PROGRAM(damage) {
+  if (argc != 5) return std::puts("usage: damage LIBRARY IMAGE FIRST COUNT"), 1;
+  const auto wide = [](const char* path) {
+    return (std::filesystem::path(program_folder()) / path).make_preferred().wstring();
+  };
   const Input input{read_file(wide(argv[1])), text_of(image_to_patch()), read_file(wide(argv[2]))};
   if (input.library.empty() || input.throwing_image.empty()) return std::puts("cannot read LIBRARY or IMAGE"), 1;
   std::uint64_t next = std::strtoull(argv[3], nullptr, 10);
@@ -134,7 +138,6 @@ int main(int argc, char** argv) {
     CreateDirectoryW(slots[i].folder.c_str(), nullptr);
     require_written(slots[i].folder + L"GameAssembly.dll", input.library);
     require_written(slots[i].folder + L"GameAssembly.dylib", input.image_to_patch);
-    require_written(slots[i].folder + L"damage_start.exe", read_file(program_folder() + L"damage_start.exe"));
   }
   const bool look_at_it = end - next == 1;
   for (bool busy = true; busy; Sleep(1)) {

@@ -2,7 +2,7 @@
 // calendar. One program, compiled twice: for a Mac it prints its answers, for this machine it compares them with its
 // own.
 //
-//   guest_driver differ_guest.dylib print_answers | differ
+//   host differ_guest.dylib print_answers | differ
 //
 // Equal means to the letter; results of mathematics may be a unit in the last place apart. Input that macOS answers in
 // a way of its own is not generated; the tests of formats, numbers and mathematics have rows of that.
@@ -126,7 +126,8 @@ void format_texts() {
     const bool is_text = conversion == 'c' || conversion == 's', is_float = strchr("eEfFgGaA", conversion) != nullptr;
     const bool stars = below(8) == 0, is_long = is_float && (conversion | 32) != 'a' && below(8) == 0;
     some_text(flags, 3, is_text ? "-" : "-+ #0");
-    snprintf(middle, sizeof middle, one_of({"%d", "%d", "%d.%d", ".%d", ""}), below(50) + 1, below(below(9) ? 24 : 190));
+    snprintf(middle, sizeof middle, one_of({"%d", "%d", "%d.%d", ".%d", ""}), below(50) + 1,
+             below(below(9) ? 24 : 190));
     const char* const length = is_long ? "L" : is_text || is_float ? "" : one_of({"", "l", "ll", "h", "hh", "j", "z"});
     snprintf(format, sizeof format, "%%%s%s%s%c", flags, stars ? "*.*" : middle, length, conversion);
     const size_t size = below(8) ? sizeof out : below(12);

@@ -1,11 +1,12 @@
 // Runs the tests of one guest image through the real library.
 //
-//   guest_driver IMAGE [PROBE]
+//   guest IMAGE [PROBE]
 //
 // Starts the library with IMAGE (the first export call), then runs the image's own tests (`run_guest_tests`), or, with
 // PROBE, calls the image's function of that name without arguments. Exit code: 0 all passed (or the probe returned 0),
 // 1 failures, 2 a probe's other result; a fatal error of the library ends the process with 3.
 #include "support/game.h"
+#include "support/host_program.h"
 #include "support/open_handles.h"
 
 using namespace vlm::test;
@@ -65,21 +66,19 @@ bool offer(const char* name, Function* function) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  if (argc < 2) {
-    std::puts("usage: guest_driver IMAGE [PROBE]");
-    return 1;
-  }
+HOST_PROGRAM(guest) {
+  if (argc < 2) return std::puts("usage: guest IMAGE [PROBE]"), 1;
   load_library(argv[1]);
   AddVectoredExceptionHandler(0, end_when_crashed);
   start_game();
   offer("call_on_windows", &call_on_windows);
   offer("windows_symbol", &windows_symbol);
+  const bool counts_handles = offer("open_handles", &count_open_handles);
   if (argc > 2) leave(call_game<std::int64_t>(argv[2]) == 0 ? 0 : 2);
   if (void* const running_test = find_symbol("running_test")) {
     CloseHandle(CreateThread(nullptr, 0, watch, running_test, 0, nullptr));
   }
-  if (offer("open_handles", &count_open_handles)) wait_until_handles_stay();
+  if (counts_handles) wait_until_handles_stay();
   const auto checks = call_game<std::int64_t>("run_guest_tests", callback(&report_failure));
   std::printf("%lld checks, %d failures\n", static_cast<long long>(checks), failures);
   leave(failures == 0 && checks > 0 ? 0 : 1);

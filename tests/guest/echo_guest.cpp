@@ -40,29 +40,12 @@ extern "C" {
     movq %rax, _echo_record+48(%rip)
     movabsq $0xABCD000000000000, %rcx
     addq %rcx, %rax
-    movq $-1, %rdi
-    movq %rdi, %rsi
-    movq %rdi, %rdx
-    movq %rdi, %r8
-    movq %rdi, %r9
-    movq %rdi, %r10
-    movq %rdi, %r11
-    pcmpeqd %xmm0, %xmm0
-    pcmpeqd %xmm1, %xmm1
-    pcmpeqd %xmm2, %xmm2
-    pcmpeqd %xmm3, %xmm3
-    pcmpeqd %xmm4, %xmm4
-    pcmpeqd %xmm5, %xmm5
-    pcmpeqd %xmm6, %xmm6
-    pcmpeqd %xmm7, %xmm7
-    pcmpeqd %xmm8, %xmm8
-    pcmpeqd %xmm9, %xmm9
-    pcmpeqd %xmm10, %xmm10
-    pcmpeqd %xmm11, %xmm11
-    pcmpeqd %xmm12, %xmm12
-    pcmpeqd %xmm13, %xmm13
-    pcmpeqd %xmm14, %xmm14
-    pcmpeqd %xmm15, %xmm15
+    .irp register, rdi, rsi, rdx, r8, r9, r10, r11
+    movq $-1, %\register
+    .endr
+    .irp n, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15
+    pcmpeqd %xmm\n, %xmm\n
+    .endr
     retq
   )");
 }

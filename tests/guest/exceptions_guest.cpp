@@ -179,6 +179,17 @@ GUEST_TEST(every_frame_between_is_cleaned_up_once) {
   }
 }
 
+struct Large {
+  uint8 bytes[1000];
+};
+GUEST_TEST(an_object_of_any_size_is_thrown) {
+  try {
+    run([] { throw Large{{1, 2}}; });
+  } catch (const Large& thrown) {
+    CHECK(thrown.bytes[1] == 2 && thrown.bytes[999] == 0);
+  }
+}
+
 [[gnu::noinline]] int nested(int level) {
   try {
     if (level == 0) throw Tracked(0);
@@ -237,6 +248,12 @@ int thrown_again(std::exception_ptr pointer) {
 
 GUEST_TEST(an_exception_ptr_keeps_its_exception) {
   CHECK(std::current_exception() == nullptr);
+  {
+    std::exception_ptr many[100];
+    for (int i = 0; i < 100; ++i) many[i] = kept(i);
+    for (int i = 0; i < 100; ++i) CHECK(thrown_again(many[i]) == i);
+  }
+  CHECK(alive == lasting);
   {
     std::exception_ptr pointer = kept(6);
     std::exception_ptr copy(pointer), assigned = kept(7);

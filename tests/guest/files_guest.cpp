@@ -180,7 +180,9 @@ GUEST_TEST(a_file_that_is_open_is_replaced_and_read_on) {
   CHECK(make_file("files.tmp/a", "old") && make_file("files.tmp/b", "new"));
   FILE* const stream = fopen("files.tmp/a", "r");
   const int32 file = open("files.tmp/a", 0);
-  CHECK(rename("files.tmp/b", "files.tmp/a") == 0 && holds("files.tmp/a", "new"));
+  const bool replaced = rename("files.tmp/b", "files.tmp/a") == 0;  // not by every host
+  CHECK((replaced || *__error() == EACCES) && holds("files.tmp/a", replaced ? "new" : "old"));
+  CHECK(holds("files.tmp/b", "new") != replaced && (replaced || unlink("files.tmp/b") == 0));
   CHECK(fread(text, 1, 4, stream) == 3 && same(text, "old") && read(file, text, 4) == 3 && same(text, "old"));
   CHECK(unlink("files.tmp/a") == 0 && fclose(stream) == 0 && close(file) == 0 && make_file("files.tmp/a", "file"));
   CHECK(mkdir("files.tmp/b", 0755) == 0 && fails_with(ENOTDIR, [] { return rename("files.tmp/b", "files.tmp/a"); }));

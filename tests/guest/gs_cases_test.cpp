@@ -14,8 +14,10 @@
 #include <cstring>
 #include <iterator>
 #include <span>
+#include <string>
 
 #include "support/game.h"
+#include "support/host_program.h"
 #include "support/machine.h"
 
 using namespace vlm::test;
@@ -33,6 +35,8 @@ struct Case {
   const char* text;
   std::uint64_t flags;
 };
+
+constexpr const char* switch_forms[] = {"O0", "O1", "O2", "O3", "O0_large", "O1_large", "O2_large", "O3_large"};
 
 const char* running = "";
 
@@ -114,7 +118,7 @@ bool differ(const Case& one, const Outcome& found, const Outcome& expected) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+HOST_PROGRAM(gs_cases) {
   const bool expansion = argc > 1 && std::strcmp(argv[1], "expansion") == 0;
   if (expansion) {
     while (TlsAlloc() < 63) {
@@ -149,6 +153,23 @@ int main(int argc, char** argv) {
       if (differ(one, found, expected) && ++failures == 20) break;
     }
     if (failures >= 20) break;
+  }
+  for (const char* const form : switch_forms) {
+    running = form;
+    for (std::uint64_t i = 0; i < storage_size / 8; ++i) {
+      const std::uint64_t word = pattern(i);
+      std::memcpy(plain + 8 * i, &word, 8);
+      std::memcpy(storage + 8 * i, &word, 8);
+    }
+    for (std::uint64_t seed = 0; seed < 100; ++seed, ++ran) {
+      const auto result = [&](const char* kind) {
+        const auto name = std::string(kind) + "_switch_" + form;
+        return call_game<std::uint64_t>(name.c_str(), seed);
+      };
+      if (result("gs") == result("plain")) continue;
+      std::printf("the switches of %s differ with seed %llu\n", form, static_cast<unsigned long long>(seed));
+      if (++failures >= 20) break;
+    }
   }
   std::memcpy(storage, before, storage_size);
   std::printf("%u of %llu cases%s: %u failures\n", ran, static_cast<unsigned long long>(count),

@@ -2,10 +2,13 @@
 #include <string>
 #include <vector>
 
-#include "doctest_program.h"
+#include <doctest/doctest.h>
 #include "support/game.h"
+#include "support/host_program.h"
 
 using namespace vlm::test;
+
+TEST_SUITE_BEGIN("local_exports");
 
 namespace {
 
@@ -192,8 +195,7 @@ TEST_CASE("plug-in names cross as UTF-16 and come back as UTF-8") {
   CHECK_EQ(call_game<const char*>("find_plugin", asked), asked);
 }
 
-int main(int argc, char** argv) {
+HOST_PROGRAM(local_exports) {
   load_library(argv[1]);
-  doctest::Context context;
-  leave(context.run());
+  leave(run_suite("local_exports"));
 }

@@ -434,10 +434,11 @@ class Case {
     in_loop_ = false;
   }
 
-  /// Jumps into a row of three sites, by a table of distances in text, as compilers make it, or by one of addresses. A
+  /// Jumps into a row of three sites, by a table of distances in text, as compilers make it, of 4 or 8
+  /// bytes each, or by one of addresses. A
   /// site before the next label must leave what is behind the label alone.
   void jump_table() {
-    const bool addresses = random_.one_in(2);
+    const bool addresses = random_.one_in(3), wide = random_.one_in(3);
     unsigned table, target;
     do table = any(all_registers), target = any(all_registers);
     while (table == target);
@@ -449,7 +450,7 @@ class Case {
     if (addresses) {
       line("movq (" + t + "," + x + ",8), " + x);
     } else {
-      line("movslq (" + t + "," + x + ",4), " + x);
+      line((wide ? "movq (" : "movslq (") + t + "," + x + (wide ? ",8), " : ",4), ") + x);
       line("addq " + t + ", " + x);
     }
     // The two forms' addresses differ: none may stay in a register.
@@ -462,7 +463,9 @@ class Case {
 
     line(addresses ? ".section __DATA,__const\n .p2align 3" : ".p2align 2\n .data_region jt32");
     label(name);
-    for (const Text& to : entries) line(addresses ? ".quad " + to : ".long " + to + "-" + name);
+    for (const Text& to : entries) {
+      line(addresses ? ".quad " + to : (wide ? ".quad " : ".long ") + to + "-" + name);
+    }
     line(addresses ? ".text" : ".end_data_region");
     for (const Text& from : entries) {
       label(from);

@@ -2,7 +2,7 @@
 // library. The guest (marshal_guest.cpp) is compiled for macOS and this program for Windows, so the library is checked
 // against what a compiler does on either side.
 //
-//   marshal_test IMAGE [NAME]     NAME: of an internal call that cannot be made; endings_test looks at how that ends
+//   marshal IMAGE [NAME]     NAME: of an internal call that cannot be made; endings_test looks at how that ends
 #include <atomic>
 #include <bit>
 #include <cstring>
@@ -10,12 +10,15 @@
 #include <string>
 #include <vector>
 
-#include "doctest_program.h"
+#include <doctest/doctest.h>
 #include "signatures.h"
 #include "support/game.h"
+#include "support/host_program.h"
 
 using namespace signatures;
 using namespace vlm::test;
+
+TEST_SUITE_BEGIN("marshal");
 
 namespace {
 
@@ -220,7 +223,7 @@ TEST_CASE("of eight first calls at once, one looks the method up") {
   CHECK_EQ(lookups, 2);  // the class is in the second assembly
 }
 
-int main(int argc, char** argv) {
+HOST_PROGRAM(marshal) {
   load_library(argv[1]);
   start_game();
   if (argc > 2) {
@@ -228,6 +231,5 @@ int main(int argc, char** argv) {
     call_game<std::uint32_t>(std::strstr(argv[2], "Large") ? "call_with_huge_struct" : "call_with_int", argv[2], 1u);
     return 0;
   }
-  doctest::Context context;
-  leave(context.run());
+  leave(run_suite("marshal"));
 }

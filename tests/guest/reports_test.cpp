@@ -1,21 +1,19 @@
 // What reports say about a game that ended, and the trace of imports: against what the game's own code wrote down.
-//
-//   reports_test IMAGE          starts this program with a probe of the image for each case
-//   reports_test IMAGE PROBE    calls the probe
 #include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "doctest_program.h"
+#include <doctest/doctest.h>
 #include "support/game.h"
 #include "support/game_process.h"
+#include "support/host_program.h"
 
 using namespace vlm::test;
 
-namespace {
+HOST_SUITE(reports)
 
-std::wstring image;
+namespace {
 
 std::int64_t call_on_windows(void* function, std::int64_t argument) {
   return game_function<std::int64_t, std::int64_t>(function)(argument);
@@ -29,18 +27,6 @@ LONG CALLBACK end_when_crashed(EXCEPTION_POINTERS* exception) {
   return EXCEPTION_CONTINUE_SEARCH;
 }
 
-[[noreturn]] void run_probe(const char* path, const char* probe) {
-  load_library(path);
-  AddVectoredExceptionHandler(0, end_when_crashed);
-  start_game();
-  game_variable<void*>("call_on_windows") = callback(&call_on_windows);
-  game_variable<void*>("method_callback") = library_function<decltype(&vlm_wrap_method_callback)>(
-      "vlm_wrap_method_callback")(call_game<void*>("call_method"), reinterpret_cast<void*>(&method_callback));
-  library_function<void (*)(const char*, void*)>("il2cpp_add_internal_call")("Game.Outer::Call",
-                                                                             reinterpret_cast<void*>(&internal_call));
-  leave(call_game<std::int64_t>(probe) == 0 ? 0 : 2);
-}
-
 std::vector<std::string> lines_of(const std::string& text) {
   std::vector<std::string> lines;
   for (std::size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
@@ -50,7 +36,7 @@ std::vector<std::string> lines_of(const std::string& text) {
 }
 
 Ending run(const wchar_t* probe, const Environment& environment = {}) {
-  return run_game_process(program_folder(), L"reports_test.exe", L"\"" + image + L"\" " + probe, environment);
+  return run_host(std::wstring(L"report_probe guests\\reports_guest.dylib ") + probe, environment);
 }
 
 /// The game's functions in the report's stack, innermost first; one that calls itself is told once.
@@ -70,6 +56,18 @@ std::string trace() { return read_file(program_folder() + L"PCSaveData\\trace.lo
 
 }  // namespace
 
+HOST_PROGRAM(report_probe) {
+  load_library(argv[1]);
+  AddVectoredExceptionHandler(0, end_when_crashed);
+  start_game();
+  game_variable<void*>("call_on_windows") = callback(&call_on_windows);
+  game_variable<void*>("method_callback") = library_function<decltype(&vlm_wrap_method_callback)>(
+      "vlm_wrap_method_callback")(call_game<void*>("call_method"), reinterpret_cast<void*>(&method_callback));
+  library_function<void (*)(const char*, void*)>("il2cpp_add_internal_call")("Game.Outer::Call",
+                                                                             reinterpret_cast<void*>(&internal_call));
+  leave(call_game<std::int64_t>(argv[2]) == 0 ? 0 : 2);
+}
+
 TEST_CASE("a report names the callers, in order, none missing") {
   static constexpr struct {
     const wchar_t* probe;
@@ -79,7 +77,7 @@ TEST_CASE("a report names the callers, in order, none missing") {
       {L"leaf_crash", 0xC0000005, ""},
       {L"callback_crash", 0xC0000005, ""},
       {L"shim_crash", 0xC0000005, "GameAssembly.dll+0x"},
-      {L"internal_call_crash", 0xC0000005, "reports_test.exe+0x"},
+      {L"internal_call_crash", 0xC0000005, "host.exe+0x"},
       {L"own_stack_crash", 0xC0000005, ""},
       {L"overflow_crash", 0xC00000FD, ""},
       {L"jump_crash", 0xC0000005, "unknown code"},
@@ -133,11 +131,4 @@ TEST_CASE("a full ring loses its oldest calls and says how many; a fatal end tel
   const auto lines = lines_of(ending.log.substr(report));
   REQUIRE_EQ(lines.size(), 65);
   CHECK(lines.back().find(" _abort(") != std::string::npos);
-}
-
-int main(int argc, char** argv) {
-  if (argc > 2) run_probe(argv[1], argv[2]);
-  image = std::wstring(argv[1], argv[1] + std::strlen(argv[1]));
-  doctest::Context context;
-  return context.run();
 }

@@ -4,6 +4,7 @@
 //
 // After a quarter of the time for the warm-up, samples are taken each second. The median of the last third of them may
 // lie above the median of the first third by no more than the slack below: a leak of any step would be far beyond it.
+// Every half minute a line is printed; benchmarks/plot_soak draws them.
 #include <windows.h>
 
 #include <psapi.h>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "support/game.h"
+#include "support/host_program.h"
 #include "support/open_handles.h"
 
 using namespace vlm::test;
@@ -43,17 +45,17 @@ double mix(void*, int a, float b, double c, Vector d, long long e, double f, int
 }
 
 bool go_on(std::int64_t ended_threads) {
+  static unsigned calls = 0;
   const ULONGLONG passed = GetTickCount64() - begin;
-  if (passed > length_ms / 4) {
-    PROCESS_MEMORY_COUNTERS counters{};
-    GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
-    samples.push_back({static_cast<std::int64_t>(counters.PagefileUsage), count_open_handles()});
-    if (samples.size() % 30 == 1) {
-      std::printf("%llu s: %zu KiB private, %lld threads ended, %lld handles\n", passed / 1000,
-                  static_cast<std::size_t>(counters.PagefileUsage / 1024), static_cast<long long>(ended_threads),
-                  static_cast<long long>(samples.back().handles));
-      std::fflush(stdout);
-    }
+  PROCESS_MEMORY_COUNTERS counters{};
+  GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
+  const Sample sample = {static_cast<std::int64_t>(counters.PagefileUsage), count_open_handles()};
+  if (passed > length_ms / 4) samples.push_back(sample);
+  if (calls++ % 30 == 0) {
+    std::printf("%llu s: %zu KiB private, %lld threads ended, %lld handles\n", passed / 1000,
+                static_cast<std::size_t>(counters.PagefileUsage / 1024), static_cast<long long>(ended_threads),
+                static_cast<long long>(sample.handles));
+    std::fflush(stdout);
   }
   return passed < length_ms || samples.size() < least_samples;
 }
@@ -71,7 +73,7 @@ std::int64_t growth_of(std::int64_t Sample::* member) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+HOST_PROGRAM(soak) {
   if (argc != 3) return std::puts("usage: soak_test IMAGE SECONDS"), 1;
   load_library(argv[1]);
   start_game();

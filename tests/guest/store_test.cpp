@@ -1,14 +1,15 @@
 // A process of the game is killed at random moments while store_guest.cpp writes, and started again: all that it told
 // to be kept has to be there.
-#define DOCTEST_CONFIG_NO_MULTITHREADING
-#define DOCTEST_CONFIG_IMPLEMENT_WITH_MAIN
 #include <doctest/doctest.h>
 
 #include <random>
 
+#include "support/host_program.h"
 #include "told_process.h"
 
 using namespace vlm::test;
+
+HOST_SUITE(store)
 
 TEST_CASE("a store that is killed at any moment has kept all that it told") {
   for (const wchar_t* name : {L"store.tmp\\log", L"store.tmp\\new"}) DeleteFileW(name);

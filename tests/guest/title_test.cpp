@@ -1,23 +1,26 @@
 // The thread that keeps the game window's title, with real windows of a process of its own.
 #include <windows.h>
+#include <doctest/doctest.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "doctest_program.h"
 #include "support/game_process.h"
+#include "support/host_program.h"
 
 using namespace vlm::test;
+
+HOST_SUITE(title)
 
 namespace {
 
 const std::wstring game_title = L"Velmora";
 
-/// How the process with the windows ends. The library ends it with 0; that main() does is a failure.
+/// How the process with the windows ends. The library ends it with 0; that it ends itself is a failure.
 enum Outcome : int { ENDED_BY_LIBRARY, NO_LIBRARY, NO_WINDOW, TITLE_NOT_SET, WRONG_WINDOW_TAKEN, NOT_ENDED };
 
-std::wstring closing_time_path() { return program_folder() + L"title_test_closed.txt"; }
+const std::wstring closing_time_path = program_folder() + L"title_test_closed.txt";
 
 HWND open_window(const wchar_t* title, DWORD style, HWND owner = nullptr) {
   const HWND window = CreateWindowExW(0, L"Static", title, style, 10, 10, 200, 100, owner, nullptr, nullptr, nullptr);
@@ -45,7 +48,9 @@ void wait_for_game_title(HWND window) {
   }
 }
 
-int live_with_the_library() {
+}  // namespace
+
+HOST_PROGRAM(windows) {
   const HWND hidden = open_window(L"hidden", WS_OVERLAPPEDWINDOW);
   const HWND owned = open_window(L"owned", WS_POPUP | WS_CAPTION | WS_VISIBLE, hidden);
   const HWND splash = open_window(L"splash", WS_POPUP | WS_VISIBLE);
@@ -68,25 +73,18 @@ int live_with_the_library() {
   }
   if (!others_are_left_alone()) return WRONG_WINDOW_TAKEN;
 
-  write_file(closing_time_path(), std::to_string(GetTickCount64()));
+  write_file(closing_time_path, std::to_string(GetTickCount64()));
   DestroyWindow(main_window);
   Sleep(15'000);
   return NOT_ENDED;
 }
 
-}  // namespace
-
 TEST_CASE("the visible window without an owner has the game's title, and the process ends soon after it") {
-  const Ending ending = run_game_process(program_folder(), L"title_test.exe", L"windows");
+  const Ending ending = run_host(L"windows");
   const ULONGLONG ended = GetTickCount64();
   CHECK_FALSE(ending.timed_out);
   REQUIRE_EQ(ending.exit_code, ENDED_BY_LIBRARY);
-  const ULONGLONG closed = std::strtoull(read_file(closing_time_path()).c_str(), nullptr, 10);
-  DeleteFileW(closing_time_path().c_str());
+  const ULONGLONG closed = std::strtoull(read_file(closing_time_path).c_str(), nullptr, 10);
+  DeleteFileW(closing_time_path.c_str());
   CHECK_GE(ended - closed, 3900);  // 4 s for the player's own way out, less a tick of Windows' clock
-}
-
-int main(int count, char** arguments) {
-  if (count == 2 && std::strcmp(arguments[1], "windows") == 0) return live_with_the_library();
-  return doctest::Context(count, arguments).run();
 }

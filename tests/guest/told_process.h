@@ -22,7 +22,7 @@ inline ToldProcess run_and_kill(const std::wstring& guest, const std::wstring& p
   auto told = own_handle(CreateFileW(told_path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
                                      CREATE_ALWAYS, 0, nullptr));
   const UniqueHandle process = start_process(
-      L"\"" + folder + L"guest_driver.exe\" \"" + folder + L"guests\\" + guest + L".dylib\" " + probe, told.get());
+      L"\"" + program_path() + L"\" \"" + folder + L"guests\\" + guest + L".dylib\" " + probe, told.get());
   ToldProcess result;
   if (!told || !process) return result;
   const ULONGLONG limit = GetTickCount64() + 30'000;

@@ -8,8 +8,6 @@
 #include <pthread.h>
 #include <string.h>
 
-#define bzero(to, size) memset(to, 0, size)
-#define bcopy(from, to, size) memmove(to, from, size)
 void* pthread_get_stackaddr_np(pthread_t thread);
 
 #include "extra/gc.c"

@@ -12,3 +12,4 @@ unsigned long get_end(void) { return (unsigned long)data_ends; }
 int pthread_attr_getdetachstate(const pthread_attr_t* attributes, int* state) { return *state = 1, 0; }
 int pthread_attr_getstacksize(const pthread_attr_t* attributes, size_t* size) { return *size = 0x800000, 0; }
 int pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size) { return 0; }
+int pthread_cond_destroy(pthread_cond_t* condition) { return 0; }

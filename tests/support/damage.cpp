@@ -19,22 +19,11 @@ class Random {
 
   /// A number that computations go wrong with, or any of up to 64 bits.
   std::uint64_t number() {
-    static constexpr std::uint64_t edges[] = {0,
-                                              1,
-                                              4,
-                                              8,
-                                              0x1000,
-                                              0x3000,
-                                              0x7FFF,
-                                              0xFFFF,
-                                              0x7FFFFFFF,
-                                              0x80000000,
-                                              0xFFFFFFFF,
-                                              text_vmaddr,
-                                              data_vmaddr,
-                                              std::uint64_t{1} << 60,
-                                              std::uint64_t{1} << 63,
-                                              ~std::uint64_t{0}};
+    // clang-format off
+    static constexpr std::uint64_t edges[] = {
+        0, 1, 4, 8, 0x1000, 0x3000, 0x7FFF, 0xFFFF, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, text_vmaddr, data_vmaddr,
+        std::uint64_t{1} << 60, std::uint64_t{1} << 63, ~std::uint64_t{0}};
+    // clang-format on
     if (one_in(4)) return engine_() >> below(64);
     return edges[below(std::size(edges))] + below(17) - 8;
   }
@@ -179,7 +168,7 @@ void damage_unwind_information(Bytes& image, std::uint64_t seed) {
   const auto record = std::make_unique<MachImage>();
   record->file_data = image.data();
   record->file_size = image.size();
-  if (!read_commands(*record)) return;
+  if (!macho_read_commands(*record)) return;
   for (int i = 0; i < record->section_count; ++i) {
     const MachSection& section = record->sections[i];
     if (std::strcmp(section.sectname, "__unwind_info") != 0) continue;

@@ -25,7 +25,7 @@ struct FakeImage {
     std::snprintf(image->path, sizeof image->path, "%s", path);
     image->file_data = file.data();
     image->file_size = file.size();
-    if (const auto read = read_commands(*image); !read) {
+    if (const auto read = macho_read_commands(*image); !read) {
       fault = read.error().text;
       return;
     }

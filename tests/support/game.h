@@ -6,12 +6,15 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include "support/leave.h"
 #include "vlm.h"
 
 namespace vlm::test {
 
+constexpr const char* default_library = "GameAssembly.dll";  // beside the program
+inline std::string library_path = default_library;
 inline HMODULE library;
 
 /// An export of the library; without it the program ends.
@@ -25,11 +28,19 @@ Function library_function(const char* name) {
 /// Loads the library, for this image or for the one beside it. The first call of an il2cpp_ function starts the game.
 inline void load_library(const char* image = nullptr) {
   if (image != nullptr) SetEnvironmentVariableA("VLM_GAMEASSEMBLY", image);
-  library = LoadLibraryA("GameAssembly.dll");
-  if (library == nullptr) std::printf("cannot load GameAssembly.dll: error %lu\n", GetLastError()), std::exit(1);
+  library = LoadLibraryA(library_path.c_str());
+  if (library == nullptr)
+    std::printf("cannot load %s: error %lu\n", library_path.c_str(), GetLastError()), std::exit(1);
 }
 inline int start_game(const char* domain = "game") {
   return library_function<int (*)(const char*)>("il2cpp_init")(domain);
+}
+
+/// Where the library lies, and its log below, with a trailing backslash.
+inline std::wstring library_folder() {
+  wchar_t path[1024];
+  const std::wstring file(path, GetModuleFileNameW(library, path, 1024));
+  return file.substr(0, file.find_last_of(L'\\') + 1);
 }
 
 /// Where the game has a variable or a function of this name: null, or the end of the program, when it has none.

@@ -5,6 +5,8 @@
 namespace vlm::test {
 namespace {
 
+constexpr DWORD time_limit_ms = 60'000;
+
 struct BoxSearch {
   DWORD process;
   HWND box = nullptr;
@@ -56,9 +58,13 @@ void dismiss_box(DWORD process, Ending& ending) {
 
 }  // namespace
 
-std::wstring program_folder() {
+std::wstring program_path() {
   wchar_t path[1024];
-  const std::wstring program(path, GetModuleFileNameW(nullptr, path, 1024));
+  return {path, GetModuleFileNameW(nullptr, path, 1024)};
+}
+
+std::wstring program_folder() {
+  const std::wstring program = program_path();
   return program.substr(0, program.find_last_of(L'\\') + 1);
 }
 
@@ -83,21 +89,20 @@ UniqueHandle start_process(std::wstring command_line, HANDLE output) {
   return nullptr;
 }
 
-Ending run_game_process(const std::wstring& folder, const std::wstring& program, const std::wstring& arguments,
-                        const Environment& environment, DWORD limit_ms) {
+Ending run_host(const std::wstring& arguments, const Environment& environment, const std::wstring& folder) {
   const std::wstring log_path = folder + L"PCSaveData\\loader.log";
   DeleteFileW(log_path.c_str());
   for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), value.c_str());
 
   Ending ending;
-  const UniqueHandle process = start_process(L"\"" + folder + program + L"\" " + arguments);
+  const UniqueHandle process = start_process(L"\"" + program_path() + L"\" --in \"" + folder + L".\" " + arguments);
   for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), nullptr);
   if (!process) {
     ending.box_text = "the process could not be started";
     ending.exit_code = ~0u;
     return ending;
   }
-  const ULONGLONG deadline = GetTickCount64() + limit_ms;
+  const ULONGLONG deadline = GetTickCount64() + time_limit_ms;
   while (WaitForSingleObject(process.get(), 20) == WAIT_TIMEOUT) {
     dismiss_box(GetProcessId(process.get()), ending);
     if (GetTickCount64() > deadline) {

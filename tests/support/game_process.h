@@ -22,6 +22,8 @@ struct Ending {
 
 using Environment = std::vector<std::pair<std::wstring, std::wstring>>;
 
+std::wstring program_path();
+
 /// Folder of the running test program, with its trailing backslash. The library under test lies there.
 std::wstring program_folder();
 
@@ -31,10 +33,10 @@ std::wstring program_folder();
 /// all were refused.
 UniqueHandle start_process(std::wstring command_line, HANDLE output = nullptr);
 
-/// Runs a program with one line of arguments, dismisses its message boxes, waits until it ended.
-///   folder  where the program and the library lie, with a trailing backslash
-Ending run_game_process(const std::wstring& folder, const std::wstring& program, const std::wstring& arguments,
-                        const Environment& environment = {}, DWORD limit_ms = 60'000);
+/// Runs this program, the host program, with one line of arguments; dismisses its message boxes, waits until it ended.
+///   folder  where the library lies, with a trailing backslash
+Ending run_host(const std::wstring& arguments, const Environment& environment = {},
+                const std::wstring& folder = program_folder());
 
 std::string read_file(const std::wstring& path);
 bool write_file(const std::wstring& path, const std::string& bytes);

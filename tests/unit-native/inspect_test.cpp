@@ -64,6 +64,7 @@ TEST_CASE("imports are answered in the loader's order, pointers are counted, the
   CHECK_EQ(facts.linkage->fixups.binds, good_binds);
   CHECK_EQ(facts.linkage->fixups.lazy_binds, good_lazy_binds);
   CHECK(facts.linkage->fixups.faults.empty());
+  CHECK(facts.linkage->imports.back().weak);
   CHECK_EQ(gather("image", build_with_code(inspected_draft()), nullptr).linkage->imports[2].answer, Answer::not_judged);
 }
 
@@ -100,7 +101,30 @@ TEST_CASE("what would not start is refused with its reason, and the rest of it r
   }
   Bytes other_cpu = build_with_code(inspected_draft());
   other_cpu.put_at(4, std::uint32_t{0x0100000C});
-  CHECK_EQ(facts_of(other_cpu).reasons[0], "its code is for arm64, not x86-64");
+  CHECK_EQ(facts_of(other_cpu).reasons, std::vector<std::string>{"its code is for arm64, not x86-64"});
+  Bytes unlinked = build_with_code(inspected_draft());
+  const auto info = Bytes().u32(LC_DYLD_INFO_ONLY).u32(sizeof(DyldInfoCommand));
+  *std::ranges::search(unlinked, info).begin() = std::byte{0x7F};
+  CHECK(facts_of(unlinked).reasons[0].starts_with("it has no dyld information"));
+  CHECK_EQ(facts_of(unlinked).status, NOT_LOADED);
+}
+
+TEST_CASE("a class is found where another symbol is, thread-local variables count, early calls come first") {
+  ImageDraft draft = inspected_draft();
+  for (const char* name : {"_other", "_OBJC_CLASS_$_Here"}) draft.symbols.push_back({name, N_SECT, data_vmaddr});
+  for (const char* name : {"_aardvark", "_printf", "__ZNKSt3__15ctypeIcE2idE"}) {
+    draft.lazy_bind.u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(0x900);
+    draft.lazy_bind.u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string(name).u8(BIND_OPCODE_DO_BIND);
+  }
+  Facts facts = facts_of(build_with_code(draft));
+  CHECK_EQ(facts.objective_c->brought_names, std::vector<std::string>{"Here"});
+  CHECK_NE(facts.reasons[0].find("ends the game: _printf, __ZNKSt3__15ctypeIcE2idE, _aardvark"), std::string::npos);
+  facts.format.sections.push_back({"__DATA", "__thread_vars", 0, 48, S_THREAD_LOCAL_VARIABLES});
+  facts.reasons.clear();
+  judge(facts);
+  CHECK_NE(
+      std::ranges::find(facts.reasons, "2 thread-local variables are not set up, an access of which ends the game"),
+      facts.reasons.end());
 }
 
 TEST_CASE("names of any bytes make valid JSON, and nothing that a terminal obeys") {

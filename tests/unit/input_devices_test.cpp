@@ -55,10 +55,9 @@ bool soon(Condition condition) {
 /// A device that is plugged in while this lives.
 class FakePad {
  public:
-  FakePad(const std::wstring& name, HidId id, DWORD direction = PIPE_ACCESS_DUPLEX) : path(L"\\\\.\\pipe\\" + name) {
-    pipe_ = CreateNamedPipeW(path.c_str(), direction, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, 1, 4096,
-                             4096, 0, nullptr);
-    REQUIRE_NE(pipe_, INVALID_HANDLE_VALUE);
+  FakePad(const std::wstring& name, HidId id, DWORD direction = PIPE_ACCESS_DUPLEX)
+      : path(L"\\\\.\\pipe\\" + name), direction_(direction) {
+    make();
     present[path] = id;
   }
   ~FakePad() {
@@ -77,11 +76,21 @@ class FakePad {
   }
 
   /// For the next who opens it.
-  void be_free() { REQUIRE(DisconnectNamedPipe(pipe_)); }
+  void be_free() {
+    CloseHandle(pipe_);
+    make();
+  }
 
   const std::wstring path;
 
  private:
+  void make() {
+    pipe_ = CreateNamedPipeW(path.c_str(), direction_, PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, 1, 4096,
+                             4096, 0, nullptr);
+    REQUIRE_NE(pipe_, INVALID_HANDLE_VALUE);
+  }
+
+  DWORD direction_;
   HANDLE pipe_;
 };
 

@@ -80,42 +80,28 @@ Result<std::uint64_t> bind(FakeImage& fake, bool lazy, std::span<MachImage* cons
 }  // namespace
 
 TEST_CASE("rebase opcodes add the slide to exactly the pointers they name") {
-  using Words = std::vector<std::uint64_t>;
   const struct {
-    std::string what;
     Bytes stream;
-    Words words;
+    std::vector<std::uint64_t> words;
   } cases[] = {
-      {"empty stream", {}, {}},
-      {"times immediate", at(8) + times(3), {8, 16, 24}},
-      {"times zero, at a bad place", at(0, 15) + times(0), {}},
-      {"times ULEB, then on from there", at(0) + many(2) + times(1), {0, 8, 16}},
-      {"add ULEB", at(0) + move_by(0x88) + times(1), {0x88}},
-      {"add scaled", at(0).u8(REBASE_OPCODE_ADD_ADDR_IMM_SCALED | 15) + times(1), {120}},
-      {"add after each", at(0).u8(REBASE_OPCODE_DO_REBASE_ADD_ADDR_ULEB).uleb(0x10) + times(1), {0, 0x18}},
-      {"skipping", at(0) + skipping(3, 8) + times(1), {0, 16, 32, 48}},
-      {"backwards", at(32) + skipping(3, minus(24)), {0, 16, 32}},
-      {"a step back between runs", at(0x100) + move_by(minus(0xF8)) + times(1), {8}},
-      {"the last pointer of the segment", at(0x2FF8) + times(1), {0x2FF8}},
-      {"a run up to the segment's end", at(0x2FF0) + times(2), {0x2FF0, 0x2FF8}},
-      {"a run down to the segment's start", at(0x10) + skipping(2, minus(24)), {0, 0x10}},
-      {"no DONE at the end, type ignored", Bytes().u8(REBASE_OPCODE_SET_TYPE_IMM | 3) + at(0) + times(1), {0}},
-      {"nothing behind DONE counts", at(0) + times(1) + Bytes().u8(0).u8(0xFF), {0}},
-      {"a ULEB cut by the end ends there", at(0).u8(REBASE_OPCODE_DO_REBASE_ULEB_TIMES).u8(0x82), {0, 8}},
-      {"no ULEB at all is zero", at(0).u8(REBASE_OPCODE_DO_REBASE_ULEB_TIMES), {}},
-      {"a ULEB of eleven bytes: its last group is shifted modulo 64",
-       Bytes().u8(REBASE_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment) + Bytes(10, std::byte{0x80}) +
-           Bytes().u8(1) + times(1),
-       {64}},
+      {at(8) + times(3), {8, 16, 24}},
+      {at(0) + many(2) + times(1), {0, 8, 16}},
+      {at(0) + move_by(0x88) + times(1), {0x88}},
+      {at(0).u8(REBASE_OPCODE_ADD_ADDR_IMM_SCALED | 15) + times(1), {120}},
+      {at(0).u8(REBASE_OPCODE_DO_REBASE_ADD_ADDR_ULEB).uleb(0x10) + times(1), {0, 0x18}},
+      {at(0) + skipping(3, 8) + times(1), {0, 16, 32, 48}},
+      {at(32) + skipping(3, minus(24)), {0, 16, 32}},  // backwards
+      {at(0x2FF0) + times(2), {0x2FF0, 0x2FF8}},       // up to the segment's end
+      {at(0x10) + skipping(2, minus(24)), {0, 0x10}},  // down to its start
+      {Bytes().u8(REBASE_OPCODE_SET_TYPE_IMM | 3) + at(0) + times(1) + Bytes().u8(0).u8(0xFF), {0}},  // DONE
+      {at(0).u8(REBASE_OPCODE_DO_REBASE_ULEB_TIMES).u8(0x82), {0, 8}},  // a ULEB cut by the end ends there
   };
   for (const auto& c : cases) {
-    CAPTURE(c.what);
+    CAPTURE(&c - cases);
     ImageDraft draft = good_draft();
     draft.rebase = c.stream;
     FakeImage fake(draft);
-    const auto patched = macho_rebase(*fake.image, fake.memory);
-    REQUIRE(patched.has_value());
-    CHECK_EQ(*patched, c.words.size());
+    CHECK_EQ(macho_rebase(*fake.image, fake.memory).value(), c.words.size());
     CHECK_EQ(changed_words(fake), c.words);
     for (const std::uint64_t word : c.words) {
       const std::uint64_t in_file = word < 0x1000 ? text_vmaddr + 0x1000 + word / 8 : 0;
@@ -124,93 +110,37 @@ TEST_CASE("rebase opcodes add the slide to exactly the pointers they name") {
   }
 }
 
-TEST_CASE("a rebase run that leaves its segment, or is more than the image holds, is refused and writes nothing") {
-  const struct {
-    Bytes stream;
-    std::string fault;
-  } cases[] = {
-      {at(0, 4) + times(1), "bad segment index 4"},
-      {at(0, 15).u8(REBASE_OPCODE_DO_REBASE_ADD_ADDR_ULEB).uleb(0), "bad segment index 15"},
-      {at(0).u8(0x9A), "unknown rebase opcode 0x90"},
-      {at(0).u8(0xFF), "unknown rebase opcode 0xf0"},
-      {at(0x2FF9) + times(1), "are not inside segment 2 (__DATA, 0x3000 bytes)"},
-      {at(0x2FF0) + times(3), "3 pointers from 0x2ff0, 0x8 bytes apart"},
-      {at(minus(8)) + times(2), "2 pointers from 0xfffffffffffffff8"},
-      {at(0) + many(huge), "1152921504606846976 pointers"},
-      {at(0) + skipping(huge, huge - 8), "not inside segment 2"},
-      {at(0) + skipping(17, huge - 8), "not inside segment 2"},
-      {at(16) + skipping(4, minus(16)), "not inside segment 2"},
-      {at(0) + skipping(0xC01, minus(8)), "has room for"},
-      {at(0, 0) + times(1), "(__PAGEZERO, 0x100000000 bytes, not mapped)"},
-  };
-  for (const auto& c : cases) {
-    CAPTURE(c.fault);
-    ImageDraft draft = good_draft();
-    draft.rebase = c.stream;
-    FakeImage fake(draft);
-    const auto patched = macho_rebase(*fake.image, fake.memory);
-    REQUIRE_FALSE(patched.has_value());
-    CHECK(patched.error().text.find(c.fault) != std::string::npos);
-    CHECK(changed_words(fake).empty());
-  }
-}
-
 TEST_CASE("bind opcodes store the symbol's address plus addend in exactly the pointers they name") {
-  struct Word {
-    std::uint64_t offset, value;
-  };
-  const Bytes start = symbol("_shimmed") + bind_at(0);
+  using Words = std::vector<std::pair<std::uint64_t, std::uint64_t>>;  // where, what
+  const auto code = [](unsigned opcode) { return Bytes().u8(opcode); };
+  const Bytes start = symbol("_shimmed") + bind_at(0), done = code(BIND_OPCODE_DONE);
+  const Bytes minus_0x300 = code(BIND_OPCODE_SET_ADDEND_SLEB).sleb(-0x300);
+  const Bytes weak = symbol("_other", BIND_SYMBOL_FLAGS_WEAK_IMPORT), other = symbol("_other");
+  // clang-format off
   const struct {
-    std::string what;
-    bool lazy;
     Bytes stream;
-    std::vector<Word> words;
+    Words words;
+    bool lazy = false;
   } cases[] = {
-      {"empty stream", false, {}, {}},
-      {"plain", false, start + do_bind + do_bind, {{0, 0x5000}, {8, 0x5000}}},
-      {"add ULEB",
-       false,
-       start + Bytes().u8(BIND_OPCODE_DO_BIND_ADD_ADDR_ULEB).uleb(8) + do_bind,
-       {{0, 0x5000}, {16, 0x5000}}},
-      {"add scaled",
-       false,
-       start + Bytes().u8(BIND_OPCODE_DO_BIND_ADD_ADDR_IMM_SCALED | 2) + do_bind,
-       {{0, 0x5000}, {24, 0x5000}}},
-      {"skipping",
-       false,
-       start + bind_skipping(3, 8) + do_bind,
-       {{0, 0x5000}, {16, 0x5000}, {32, 0x5000}, {48, 0x5000}}},
-      {"skipping, no times", false, start + bind_skipping(0, 8), {}},
-      {"moving first", false, start + Bytes().u8(BIND_OPCODE_ADD_ADDR_ULEB).uleb(0x40) + do_bind, {{0x40, 0x5000}}},
-      {"a negative addend stays for later symbols",
-       false,
-       start + Bytes().u8(BIND_OPCODE_SET_ADDEND_SLEB).sleb(-0x300) + do_bind + symbol("_other") + do_bind,
-       {{0, 0x4D00}, {8, 0x5D00}}},
-      {"a weak import without an implementation",
-       false,
-       start + symbol("_other", BIND_SYMBOL_FLAGS_WEAK_IMPORT) + do_bind +
-           Bytes().u8(BIND_OPCODE_SET_ADDEND_SLEB).sleb(64) + do_bind,
-       {{0, 0}, {8, 64}}},
-      {"a weak import with one",
-       false,
-       start + symbol("_shimmed", BIND_SYMBOL_FLAGS_WEAK_IMPORT) + do_bind,
-       {{0, 0x5000}}},
-      {"DONE ends the stream", false, start + do_bind + Bytes().u8(BIND_OPCODE_DONE) + do_bind, {{0, 0x5000}}},
-      {"DONE ends only an entry of the lazy stream",
-       true,
-       start + do_bind + Bytes().u8(BIND_OPCODE_DONE) + symbol("_other") + do_bind + Bytes().u8(BIND_OPCODE_DONE),
-       {{0, 0x5000}, {8, 0x6000}}},
+      {start + do_bind + do_bind, {{0, 0x5000}, {8, 0x5000}}},
+      {start + code(BIND_OPCODE_DO_BIND_ADD_ADDR_ULEB).uleb(8) + do_bind, {{0, 0x5000}, {16, 0x5000}}},
+      {start + code(BIND_OPCODE_DO_BIND_ADD_ADDR_IMM_SCALED | 2) + do_bind, {{0, 0x5000}, {24, 0x5000}}},
+      {start + bind_skipping(3, 8) + do_bind, {{0, 0x5000}, {16, 0x5000}, {32, 0x5000}, {48, 0x5000}}},
+      {start + code(BIND_OPCODE_ADD_ADDR_ULEB).uleb(0x40) + do_bind, {{0x40, 0x5000}}},
+      {start + minus_0x300 + do_bind + other + do_bind, {{0, 0x4D00}, {8, 0x5D00}}},  // an addend stays
+      {start + weak + do_bind + minus_0x300 + do_bind, {{0, 0}, {8, minus(0x300)}}},
+      {start + do_bind + done + do_bind, {{0, 0x5000}}},
+      {start + do_bind + done + other + do_bind + done, {{0, 0x5000}, {8, 0x6000}}, true},  // ends an entry only
   };
+  // clang-format on
   for (const auto& c : cases) {
-    CAPTURE(c.what);
+    CAPTURE(&c - cases);
     ImageDraft draft = good_draft();
     (c.lazy ? draft.lazy_bind : draft.bind) = c.stream;
     FakeImage fake(draft);
-    const auto patched = bind(fake, c.lazy);
-    REQUIRE(patched.has_value());
-    CHECK_EQ(*patched, c.words.size());
+    CHECK_EQ(bind(fake, c.lazy).value(), c.words.size());
     CHECK_EQ(changed_words(fake).size(), c.words.size());
-    for (const Word& word : c.words) CHECK_EQ(fake.pointer_at(data_offset + word.offset), word.value);
+    for (const auto& [offset, value] : c.words) CHECK_EQ(fake.pointer_at(data_offset + offset), value);
   }
 }
 
@@ -218,45 +148,30 @@ TEST_CASE("imports are looked for in the image itself, in images that the librar
   // Exports "_exported" at its base + 0x1234; its file name occurs in the second install name below.
   ImageDraft exporting = good_draft();
   exporting.exports = export_trie({{"_exported", 0x1234}});
-  const FakeImage other(exporting, "C:/Game/libOther");
+  const FakeImage other(exporting, "C:/Game/libOther"), stranger(exporting, "/libStranger.dylib");
   const FakeImage unnamed(exporting, "libOther");  // no '/', so nothing imports from it
-  const FakeImage stranger(exporting, "/libStranger.dylib");
-
-  struct Case {
-    std::string what;
+  const auto special = [](unsigned immediate) { return Bytes().u8(BIND_OPCODE_SET_DYLIB_SPECIAL_IMM | immediate); };
+  const auto library = [](std::uint64_t n) { return Bytes().u8(BIND_OPCODE_SET_DYLIB_ORDINAL_ULEB).uleb(n); };
+  const struct {
     Bytes ordinal;
-    std::string name;
+    const char* name;
     std::uint64_t value;
     std::vector<std::string> questions;
+  } cases[] = {
+      {special(0), "_exported", FakeImage::base + 0x77, {}},
+      {special(0), "_other", 0x6000, {"self:_other", "missing self:_other"}},
+      {library(2), "_exported", FakeImage::base + 0x1234, {}},
+      {library(2), "_shimmed", 0x5000, {"libOther.dylib:_shimmed"}},
+      {Bytes().u8(BIND_OPCODE_SET_DYLIB_ORDINAL_IMM | 1), "_exported", 0x5000, {"libSystem.B.dylib:_exported"}},
+      {library(0xFFFFFFFF), "_exported", 0x5000, {"flat:_exported"}},  // negative in 32 bits
+      {special(0xF), "_exported", 0x5000, {"flat:_exported"}},
+      {special(0xE), "_other", 0x6000, {"flat:_other", "missing flat:_other"}},
   };
-  const auto special = [](unsigned immediate) { return Bytes().u8(BIND_OPCODE_SET_DYLIB_SPECIAL_IMM | immediate); };
-  const auto library = [](std::uint64_t ordinal) {
-    return Bytes().u8(BIND_OPCODE_SET_DYLIB_ORDINAL_ULEB).uleb(ordinal);
-  };
-  const Case cases[] = {
-      {"own export before a shim", special(0), "_exported", FakeImage::base + 0x77, {}},
-      {"no ordinal yet is the own image", {}, "_exported", FakeImage::base + 0x77, {}},
-      {"own symbol that is not exported", special(0), "_shimmed", 0x5000, {"self:_shimmed"}},
-      {"own symbol nowhere", special(0), "_other", 0x6000, {"self:_other", "missing self:_other"}},
-      {"a library that matches no image",
-       Bytes().u8(BIND_OPCODE_SET_DYLIB_ORDINAL_IMM | 1),
-       "_exported",
-       0x5000,
-       {"libSystem.B.dylib:_exported"}},
-      {"a library that matches an image", library(2), "_exported", FakeImage::base + 0x1234, {}},
-      {"an image that does not export it", library(2), "_shimmed", 0x5000, {"libOther.dylib:_shimmed"}},
-      {"a library without a folder", library(3), "_shimmed", 0x5000, {"Plain:_shimmed"}},
-      {"an ordinal beyond the libraries", library(4), "_exported", 0x5000, {"flat:_exported"}},
-      {"an ordinal that turns negative in 32 bits", library(0xFFFFFFFF), "_exported", 0x5000, {"flat:_exported"}},
-      {"main executable", special(0xF), "_exported", 0x5000, {"flat:_exported"}},
-      {"flat look-up", special(0xE), "_other", 0x6000, {"flat:_other", "missing flat:_other"}},
-      {"weak look-up", special(0xD), "_shimmed", 0x5000, {"flat:_shimmed"}},
-  };
-  for (const Case& c : cases) {
-    CAPTURE(c.what);
+  for (const auto& c : cases) {
+    CAPTURE(&c - cases);
     ImageDraft draft = good_draft();
     draft.exports = export_trie({{"_exported", 0x77}});
-    draft.bind = c.ordinal + symbol(c.name.c_str()) + bind_at(0) + do_bind;
+    draft.bind = c.ordinal + symbol(c.name) + bind_at(0) + do_bind;
     FakeImage fake(draft, "/games/libOther");  // would match its own import: an image is not its own library
     MachImage* const images[] = {fake.image.get(), unnamed.image.get(), stranger.image.get(), other.image.get()};
     REQUIRE(bind(fake, false, images).has_value());
@@ -276,34 +191,40 @@ TEST_CASE("binds in a row resolve their symbol once; another ordinal or another 
                                                "libOther.dylib:_shimmed"});
 }
 
-TEST_CASE("a bind stream that makes no sense is refused; the run at fault writes nothing and asks for nothing") {
+TEST_CASE("streams that make no sense, leave their segment or the image's room are refused and write nothing") {
+  const auto s = symbol("_s");
   const struct {
-    Bytes stream;
+    Bytes ImageDraft::* stream;
+    Bytes bytes;
     std::string fault;
   } cases[] = {
-      {symbol("_s") + bind_at(0, 4) + do_bind, "bad segment index 4"},
-      {symbol("_s") + bind_at(0).u8(0xD1), "unknown bind opcode 0xd0"},
-      {Bytes().u8(0xEF), "unknown bind opcode 0xe0"},
-      {bind_at(0) + do_bind, "a bind without a symbol name"},
-      {Bytes().u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).text("_s"), "the symbol name has no end"},
-      {symbol("_s") + bind_at(0, 0) + do_bind, "(__PAGEZERO, 0x100000000 bytes, not mapped"},
-      {symbol("_s") + bind_at(0x2FF9) + do_bind, "are not inside segment 2"},
-      {symbol("_s") + bind_at(0) + bind_skipping(huge, 0), "1152921504606846976 pointers"},
-      {symbol("_s") + bind_at(0) + bind_skipping(huge, minus(8)), "has room for"},
+      {&ImageDraft::rebase, at(0, 4) + times(1), "bad segment index 4"},
+      {&ImageDraft::rebase, at(0).u8(0xFF), "unknown rebase opcode 0xf0"},
+      {&ImageDraft::rebase, at(0x2FF0) + times(3), "3 pointers from 0x2ff0, 0x8 bytes apart"},
+      {&ImageDraft::rebase, at(0) + many(huge), "1152921504606846976 pointers"},
+      {&ImageDraft::rebase, at(0) + skipping(17, huge - 8), "not inside segment 2"},
+      {&ImageDraft::rebase, at(0) + skipping(0xC01, minus(8)), "has room for"},
+      {&ImageDraft::rebase, at(0, 0) + times(1), "(__PAGEZERO, 0x100000000 bytes, not mapped)"},
+      {&ImageDraft::rebase, at(0x100, 3) + skipping(3, minus(24)),
+       "of segment __LINKEDIT, 0xfffffffffffffff0 bytes apart, lie in the image"},
+      {&ImageDraft::bind, s + bind_at(0).u8(0xD1), "unknown bind opcode 0xd0"},
+      {&ImageDraft::bind, bind_at(0) + do_bind, "a bind without a symbol name"},
+      {&ImageDraft::bind, Bytes().u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).text("_s"), "symbol name has no end"},
+      {&ImageDraft::bind, s + bind_at(0, 0) + do_bind, "(__PAGEZERO, 0x100000000 bytes, not mapped"},
+      {&ImageDraft::lazy_bind, s + bind_at(0) + bind_skipping(huge, minus(8)), "has room for"},
   };
-  for (const bool lazy : {false, true}) {
-    for (const auto& c : cases) {
-      CAPTURE(c.fault);
-      ImageDraft draft = good_draft();
-      (lazy ? draft.lazy_bind : draft.bind) = c.stream;
-      FakeImage fake(draft);
-      const auto patched = bind(fake, lazy);
-      REQUIRE_FALSE(patched.has_value());
-      CAPTURE(patched.error().text);
-      CHECK(patched.error().text.find(c.fault) != std::string::npos);
-      CHECK(changed_words(fake).empty());
-      CHECK(questions.empty());
-    }
+  for (const auto& c : cases) {
+    CAPTURE(c.fault);
+    ImageDraft draft = good_draft();
+    draft.*c.stream = c.bytes;
+    FakeImage fake(draft);
+    questions.clear();
+    const auto patched = c.stream == &ImageDraft::rebase ? macho_rebase(*fake.image, fake.memory)
+                                                         : bind(fake, c.stream == &ImageDraft::lazy_bind);
+    REQUIRE_FALSE(patched.has_value());
+    CHECK(patched.error().text.find(c.fault) != std::string::npos);
+    CHECK(changed_words(fake).empty());
+    CHECK(questions.empty());
   }
 }
 
@@ -312,11 +233,8 @@ TEST_CASE("a stream that keeps start-up busy with look-ups is given up") {
   ImageDraft draft = good_draft();
   draft.exports = Bytes().u8(0).u8(1).append(Bytes(1 << 20, std::byte{'x'})).u8(0).uleb(0);
   draft.bind = symbol("_s") + bind_at(0);
-  for (int i = 0; i < 8192; ++i) {
-    draft.bind.append(symbol("_s")).u8(BIND_OPCODE_DO_BIND_ADD_ADDR_ULEB).uleb(minus(8));
-  }
+  for (int i = 0; i < 8192; ++i)
+    draft.bind.append(symbol("_s") + Bytes().u8(BIND_OPCODE_DO_BIND_ADD_ADDR_ULEB).uleb(minus(8)));
   FakeImage fake(draft);
-  const auto patched = bind(fake, false);
-  REQUIRE_FALSE(patched.has_value());
-  CHECK(patched.error().text.ends_with("looking up its symbols takes too long"));
+  CHECK(bind(fake, false).error().text.ends_with("looking up its symbols takes too long"));
 }

@@ -11,7 +11,7 @@ TEST_CASE("a cloud file is read leniently and written in one form, which proves 
       {"\n\r\n", ""},
       {"s\tkey\tvalue", "s\tkey\tvalue\n"},
       {"s\tk\tv\r\ns\tl\t\r\r\n", "s\tk\tv\ns\tl\t\r\n"},
-      {"s\tk\ta\tb\n", "s\tk\ta\tb\n"},  // all behind the second tab is the value
+      {"s\tk\ta\tb\n", "s\tk\ta\\tb\n"},  // all behind the second tab is the value
       {R"(s	\t\n\\\x\	a\tb\nc\\d\e\)", "s\t\\t\\n\\\\x\\\\\ta\\tb\\nc\\\\de\\\\\n"},
       {"string\tk\tv\ndouble\td\t.5\nx\tl\t42\n\tm\t43\n", "s\tk\tv\nd\td\t0.5\ni\tl\t42\ni\tm\t43\n"},
       {"i\ta\t \f+12x\ni\tb\t-\ni\tc\t-99999999999999999999\n", "i\ta\t12\ni\tb\t0\ni\tc\t-9223372036854775808\n"},

@@ -48,7 +48,8 @@ struct Format {
   std::string uuid;
   std::string minimum_os;
   bool chained_fixups = false;
-  bool has_routines = false;  // LC_ROUTINES, LC_ROUTINES_64
+  bool has_dyld_info = false;  // LC_DYLD_INFO, LC_DYLD_INFO_ONLY: what the loader links by
+  bool has_routines = false;   // LC_ROUTINES, LC_ROUTINES_64
 };
 
 struct Fixups {
@@ -71,6 +72,7 @@ struct ImportedSymbol {
   std::string library;  // short name, as messages say it
   std::string family;   // of the shim
   Answer answer;
+  bool weak;               // may be null
   std::uint64_t pointers;  // that it is stored in
 };
 
@@ -107,7 +109,7 @@ struct ThreadStorage {
   std::uint64_t sites = 0;
   std::map<std::string, std::uint64_t> pieces;  // replaced pieces of code, by kind
   std::vector<std::string> refusals;
-  std::vector<std::string> warnings;
+  std::vector<std::string> unread;
 
   enum class List { no_library, none, fits, differs };
   List list = List::no_library;

@@ -68,6 +68,8 @@ void read_command(Format& format, std::uint32_t cmd, ByteReader in) {
       return;
     case LC_ROUTINES:
     case LC_ROUTINES_64: format.has_routines = true; return;
+    case LC_DYLD_INFO:
+    case LC_DYLD_INFO_ONLY: format.has_dyld_info = true; return;
     case LC_DYLD_CHAINED_FIXUPS: format.chained_fixups = true; return;
   }
 }
@@ -75,7 +77,7 @@ void read_command(Format& format, std::uint32_t cmd, ByteReader in) {
 /// The slices of a universal file; which one is taken is left to the loader's own choice.
 std::vector<Slice> read_slices(std::span<const std::byte> file) {
   std::vector<Slice> slices;
-  if (slice_table_size(file) == 0) return slices;
+  if (macho_slice_table_size(file) == 0) return slices;
   const auto big = [](std::uint32_t value) { return __builtin_bswap32(value); };
   ByteReader in(file);
   const auto header = in.read<FatHeader>();
@@ -93,7 +95,7 @@ Format gather_format(std::span<const std::byte> file) {
   Format format;
   format.file_size = file.size();
   format.slices = read_slices(file);
-  const auto taken = choose_slice("", file, file.size());
+  const auto taken = macho_choose_slice("", file, file.size());
   if (!taken) return format;
   for (Slice& slice : format.slices) slice.taken = slice.offset == taken->offset && slice.cputype == CPU_TYPE_X86_64;
 
@@ -104,7 +106,7 @@ Format gather_format(std::span<const std::byte> file) {
   if (!format.is_macho) return format;
   format.cputype = header.cputype;
   format.filetype = header.filetype;
-  for_each_command(slice, [&](std::uint32_t cmd, const ByteReader& command) { read_command(format, cmd, command); });
+  macho_walk_commands(slice, [&](std::uint32_t cmd, const ByteReader& command) { read_command(format, cmd, command); });
 
   std::uint64_t begin = ~std::uint64_t{0}, end = 0;
   for (const Segment& segment : format.segments) {
@@ -114,6 +116,15 @@ Format gather_format(std::span<const std::byte> file) {
   }
   format.extent = end > begin ? end - begin : 0;
   return format;
+}
+
+std::uint64_t thread_local_variables(const Format& format) {
+  constexpr std::uint64_t descriptor_size = 24;
+  std::uint64_t count = 0;
+  for (const Section& section : format.sections) {
+    if ((section.flags & SECTION_TYPE) == S_THREAD_LOCAL_VARIABLES) count += section.size / descriptor_size;
+  }
+  return count;
 }
 
 }  // namespace vlm::inspect

@@ -13,7 +13,7 @@ namespace {
 /// An image without its chained fixups: everything else of it can still be read.
 std::vector<std::byte> without_chained_fixups(std::span<const std::byte> slice) {
   std::vector<std::byte> copy(slice.begin(), slice.end());
-  for_each_command(slice, [&](std::uint32_t cmd, const ByteReader& in) {
+  macho_walk_commands(slice, [&](std::uint32_t cmd, const ByteReader& in) {
     constexpr std::uint32_t nothing = 0;
     if (cmd == LC_DYLD_CHAINED_FIXUPS) std::memcpy(copy.data() + in.offset(), &nothing, sizeof nothing);
   });
@@ -21,7 +21,7 @@ std::vector<std::byte> without_chained_fixups(std::span<const std::byte> slice) 
 }
 
 /// The symbol index for as long as the tool runs; see SymbolPlaces.
-std::unique_ptr<std::byte[]> index_symbols(const MachImage& image) {
+std::unique_ptr<std::byte[]> macho_index_symbols(const MachImage& image) {
   const std::size_t capacity = macho_section_symbols(image, {});
   auto memory = std::make_unique<std::byte[]>(sizeof(SymbolPlaces) + capacity * sizeof(SymbolPlace));
   auto* const places = new (memory.get()) SymbolPlaces{};
@@ -45,20 +45,24 @@ Facts gather(const char* path, std::span<const std::byte> file, const Library* l
 
   auto image = std::make_unique<MachImage>();
   std::vector<std::byte> copy;
-  const auto refusal = tools::read_image(path, file, *image);
-  bool readable = !refusal;
-  if (refusal) facts.refusal = *refusal;
-  if (refusal && facts.format.chained_fixups) {
+  const auto read = tools::read_image(path, file, *image);
+  bool readable = read.has_value();
+  if (!read) facts.refusal = read.error().text;
+  if (!read && facts.format.chained_fixups) {
     copy = without_chained_fixups({image->file_data, image->file_size});
     image = std::make_unique<MachImage>();
-    readable = !tools::read_image(path, copy, *image);
+    readable = tools::read_image(path, copy, *image).has_value();
   }
   if (readable) {
-    const auto index = index_symbols(*image);
+    const auto index = macho_index_symbols(*image);
     facts.initializers = gather_initializers(*image, facts.format);
     if (!facts.format.chained_fixups) facts.linkage = gather_linkage(*image, library);
-    facts.unwind = gather_unwind(*image);
-    facts.thread_storage = gather_thread_storage(*image, library, progress);
+    if (const auto checked = tools::check_processor(*image); checked) {
+      facts.unwind = gather_unwind(*image);
+      facts.thread_storage = gather_thread_storage(*image, library, progress);
+    } else if (facts.refusal.empty()) {
+      facts.refusal = checked.error().text;
+    }
     facts.objective_c = gather_objective_c(*image, facts.format, facts.linkage ? &*facts.linkage : nullptr);
   }
   judge(facts);

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string_view>
 
 #include "inspect/facts.h"
 #include "inspect/library.h"
@@ -26,6 +27,13 @@ Linkage gather_linkage(const MachImage& image, const Library* library);
 Unwind gather_unwind(const MachImage& image);
 ThreadStorage gather_thread_storage(const MachImage& image, const Library* library, const tessera::Progress& progress);
 ObjectiveC gather_objective_c(const MachImage& image, const Format& format, const Linkage* linkage);
+
+/// Descriptors of thread-local variables as the macOS linker lays them out, which the loader does not set up.
+std::uint64_t thread_local_variables(const Format& format);
+
+/// Imports without an implementation by when programs call them: the less, the earlier. The same for all that no
+/// program is known to call early.
+std::size_t call_rank(std::string_view import);
 
 /// Sets status and reasons from everything else.
 void judge(Facts& facts);

@@ -3,9 +3,14 @@
 
 #include "inspect/names.h"
 #include "inspect/writers.h"
+#include "shared/files.h"
+#include "shared/text.h"
 
 namespace vlm::inspect {
 namespace {
+
+using tools::cpu_name;
+using tools::utf8_length;
 
 /// Writes values one behind the other and sets the commas.
 class Json {
@@ -107,7 +112,7 @@ void write_format(Json& json, const Format& format) {
     json.text("install_name", format.install_name);
     json.text("uuid", format.uuid);
     json.text("minimum_os", format.minimum_os);
-    json.text("fixups", format.chained_fixups ? "chained" : "classic");
+    json.text("fixups", format.chained_fixups ? "chained" : format.has_dyld_info ? "classic" : "none");
     json.number("extent", format.extent);
     json.list("segments", format.segments, [&](const Segment& segment) {
       json.text("name", segment.name);
@@ -141,6 +146,7 @@ void write_linkage(Json& json, const Linkage& linkage) {
     json.text("library", import.library);
     json.text("answer", answer_name(import.answer));
     if (!import.family.empty()) json.text("family", import.family);
+    json.truth("weak", import.weak);
     json.number("pointers", import.pointers);
   });
   json.texts("missing_exports", linkage.missing_exports);
@@ -168,7 +174,7 @@ void write_thread_storage(Json& json, const ThreadStorage& storage) {
   json.number("sites", storage.sites);
   json.counts("pieces", storage.pieces);
   json.texts("refusals", storage.refusals);
-  json.texts("warnings", storage.warnings);
+  json.texts("warnings", storage.unread);
   json.text("list", lists[static_cast<int>(storage.list)]);
   json.number("list_entries", storage.list_entries);
   json.texts("list_problems", storage.list_problems);

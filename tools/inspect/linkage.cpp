@@ -1,5 +1,5 @@
 // Fixups, imports and exports: what binding the image would come to. Who answers an import is decided by the loader's
-// own resolve_import() and is_data_name(); only the shims are those of a file.
+// own macho_resolve_import() and is_data_name(); only the shims are those of a file.
 #include <algorithm>
 #include <memory>
 #include <string_view>
@@ -10,6 +10,7 @@
 #include "host/game_symbols.h"
 #include "inspect/gather.h"
 #include "macho/fixups.h"
+#include "macho/format.h"
 #include "macho/queries.h"
 
 namespace vlm::inspect {
@@ -55,9 +56,13 @@ class ImportList {
         },
         .make_missing_symbol = [&](const char*, const char*) -> const void* { return this; },
     };
-    const auto resolved = resolve_import(*image_, import, sources, budget_.bytes_read());
-    return {std::string(import.name), import_library(*image_, import.ordinal), std::string(family),
-            answer_of(resolved.answer, import.name), 0};
+    const auto resolved = macho_resolve_import(*image_, import, sources, budget_.bytes_read());
+    return {std::string(import.name),
+            macho_import_library(*image_, import.ordinal),
+            std::string(family),
+            answer_of(resolved.answer, import.name),
+            (import.flags & BIND_SYMBOL_FLAGS_WEAK_IMPORT) != 0,
+            0};
   }
 
   Answer answer_of(ImportAnswer answer, std::string_view name) const {

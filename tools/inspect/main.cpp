@@ -1,11 +1,8 @@
 // Says, before anything is run, what a Mach-O image would meet in a Windows process with this project's library.
 #include <cstdio>
-#include <filesystem>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "inspect/gather.h"
 #include "inspect/writers.h"
@@ -13,6 +10,7 @@
 #include "shared/console.h"
 #include "shared/files.h"
 #include "shared/progress_line.h"
+#include "shared/text.h"
 
 namespace {
 
@@ -26,9 +24,9 @@ constexpr char usage[] =
     "Says what a macOS image would meet here before it is run: whether the loader takes it, who answers its imports,\n"
     "which exports it lacks, whether its accesses to thread storage can be patched, what exceptions get past.\n"
     "\n"
-    "  IMAGE               a Mach-O file, thin or universal\n"
+    "  IMAGE               a Mach-O file, thin or universal, or the Mac application that holds GameAssembly.dylib\n"
     "  -l, --library FILE  the library that the image is to run with; without it, GameAssembly.dll beside this\n"
-    "                      program is taken if it is there\n"
+    "                      program or one folder up is taken if it is there\n"
     "      --json          print one JSON object with everything that was found\n"
     "      --color WHEN    always, never or auto: on a terminal, unless NO_COLOR is set\n"
     "      --help          print this text\n"
@@ -37,8 +35,6 @@ constexpr char usage[] =
     "is\n"
     "missing (named at the end); 2 it would not start; 64 the arguments make no sense or name a file that cannot be\n"
     "read.\n";
-
-constexpr int exit_usage = 64;
 
 struct Options {
   const char* image = nullptr;
@@ -54,8 +50,9 @@ Result<Options> read_options(std::span<const std::string> arguments) {
                                     {"--library", &options.library},
                                     {"--json", &options.json},
                                     {"--color", &options.color, "always, never or auto"}},
-                                   options.image);
+                                   {&options.image});
   if (!read) return std::unexpected(read.error());
+  if (options.image == nullptr) return fault("the image is missing");
   const std::string_view color = options.color;
   if (color != "always" && color != "never" && color != "auto") {
     return fault("--color is always, never or auto, not '%s'", options.color);
@@ -63,36 +60,30 @@ Result<Options> read_options(std::span<const std::string> arguments) {
   return options;
 }
 
-/// GameAssembly.dll beside this program; empty when there is none.
-std::string library_beside() {
-  std::error_code error;
-  const auto beside = program_folder() / "GameAssembly.dll";
-  return std::filesystem::exists(beside, error) ? utf8_of(beside) : std::string();
+int complain(const std::string& text) {
+  std::fprintf(stderr, "inspect: %s\n", printable(text).c_str());
+  return EXIT_STATUS_USAGE;
 }
 
 int run(const Options& options) {
-  const auto file = read_file(options.image);
-  if (!file) {
-    std::fprintf(stderr, "inspect: cannot read %s\n", options.image);
-    return exit_usage;
-  }
-  const std::string library_path = options.library != nullptr ? options.library : library_beside();
-  std::optional<std::vector<std::byte>> library_file;
+  const auto path = find_image(options.image);
+  if (!path) return complain("cannot use " + std::string(options.image) + ": " + path.error().text);
+  if (*path != options.image) std::fprintf(stderr, "inspect: taking %s\n", printable(*path).c_str());
+  const auto file = MappedFile::open(*path);
+  if (!file) return complain("cannot read " + *path + ": " + file.error().text);
+  const std::string library_path = options.library != nullptr ? options.library : find_library();
+  MappedFile library_file;
   Library library;
   if (!library_path.empty()) {
-    library_file = read_file(library_path.c_str());
-    if (!library_file) {
-      std::fprintf(stderr, "inspect: cannot read %s\n", library_path.c_str());
-      return exit_usage;
-    }
-    auto read = read_library(library_path.c_str(), *library_file);
-    if (!read) {
-      std::fprintf(stderr, "inspect: cannot use %s: %s\n", library_path.c_str(), read.error().text.c_str());
-      return exit_usage;
-    }
+    auto opened = MappedFile::open(library_path);
+    if (!opened) return complain("cannot read " + library_path + ": " + opened.error().text);
+    library_file = std::move(*opened);
+    auto read = read_library(library_path.c_str(), library_file.bytes());
+    if (!read) return complain("cannot use " + library_path + ": " + read.error().text);
     library = std::move(*read);
   }
-  const Facts facts = gather(options.image, *file, library_path.empty() ? nullptr : &library, ProgressLine("inspect"));
+  const Facts facts =
+      gather(path->c_str(), file->bytes(), library_path.empty() ? nullptr : &library, ProgressLine("inspect"));
   const std::string report = options.json ? write_json(facts) : write_text(facts, wants_colour(stdout, options.color));
   std::fwrite(report.data(), 1, report.size(), stdout);
   return facts.status;
@@ -100,6 +91,4 @@ int run(const Options& options) {
 
 }  // namespace
 
-int main(int count, char** values) {
-  return run_tool({"inspect", usage, exit_usage, exit_usage}, count, values, read_options, run);
-}
+int main(int count, char** values) { return run_tool({"inspect", usage}, count, values, read_options, run); }

@@ -3,12 +3,18 @@
 #include <ranges>
 #include <string_view>
 
+#include "inspect/gather.h"
 #include "inspect/names.h"
 #include "inspect/writers.h"
 #include "macho/format.h"
+#include "shared/files.h"
+#include "shared/text.h"
 
 namespace vlm::inspect {
 namespace {
+
+using tools::cpu_name;
+using tools::printable;
 
 enum class Mark { none, good, note, bad };
 
@@ -120,6 +126,10 @@ void write_fixups(Report& report, const Facts& facts) {
     report.line(Mark::bad, "chained; the loader takes classic ones only. Imports and exports were not read");
   }
   if (!facts.linkage) return;
+  if (!facts.format.has_dyld_info) {
+    report.line(Mark::bad, "no dyld information, so the loader links nothing");
+    return;
+  }
   const Fixups& fixups = facts.linkage->fixups;
   report.line(fixups.faults.empty() ? Mark::good : Mark::bad,
               "classic: " + counted(fixups.rebases, "rebase", "rebases") + ", " +
@@ -140,11 +150,17 @@ void write_imports(Report& report, const Facts& facts) {
   report.heading("Imports");
   std::map<std::string, std::vector<std::string>> families;
   std::map<Answer, std::vector<std::string>> others;
+  if (!facts.format.has_dyld_info) {
+    report.line(Mark::bad, "not read: there is no dyld information");
+    return;
+  }
   for (const ImportedSymbol& import : facts.linkage->imports) {
     const bool by_call = import.answer == Answer::trap;
     (import.answer == Answer::shim ? families[import.family] : others[import.answer])
         .push_back(by_call ? import.name + " (" + import.library + ")" : import.name);
   }
+  const auto rank = [](const std::string& name) { return std::pair(call_rank(name.substr(0, name.find(' '))), name); };
+  std::ranges::sort(others[Answer::trap], {}, rank);
   if (facts.linkage->imports.empty()) report.line(Mark::good, "none");
   for (const auto& [family, names] : families) write_group(report, Mark::good, family, names);
   write_group(report, Mark::good, "the image itself", others[Answer::own_export]);
@@ -209,7 +225,7 @@ void write_thread_storage(Report& report, const Facts& facts) {
   }
   for (const auto& [kind, count] : storage.pieces) report.line(Mark::none, "  " + number(count) + ": " + kind);
   report.lines(Mark::bad, storage.refusals);
-  report.lines(Mark::note, storage.warnings);
+  report.lines(Mark::note, storage.unread);
   switch (storage.list) {
     case ThreadStorage::List::no_library: break;
     case ThreadStorage::List::none:
@@ -226,16 +242,10 @@ void write_thread_storage(Report& report, const Facts& facts) {
   }
 }
 
-/// Thread-local variables as the macOS linker lays them out; their accesses call what an import names.
 void write_thread_variables(Report& report, const Facts& facts) {
-  constexpr std::uint64_t descriptor_size = 24;
-  const auto is_variables = [](const Section& section) {
-    return (section.flags & SECTION_TYPE) == S_THREAD_LOCAL_VARIABLES;
-  };
-  const auto section = std::ranges::find_if(facts.format.sections, is_variables);
-  if (section == facts.format.sections.end()) return;
-  report.line(Mark::bad, counted(section->size / descriptor_size, "thread-local variable", "thread-local variables") +
-                             " in " + section->segment + "," + section->name +
+  const std::uint64_t count = thread_local_variables(facts.format);
+  if (count == 0) return;
+  report.line(Mark::bad, counted(count, "thread-local variable", "thread-local variables") +
                              ": the loader sets none up; an access calls what __tlv_bootstrap is bound to");
 }
 

@@ -36,7 +36,7 @@ ThreadStorage gather_thread_storage(const MachImage& image, const Library* libra
   }
   storage.sites = patch->site_count;
   storage.refusals = patch->refusals;
-  storage.warnings = patch->warnings;
+  storage.unread = patch->unread;
   for (const tessera::PatchedPiece& piece : patch->pieces) ++storage.pieces[kind_of(piece)];
 
   using enum ThreadStorage::List;

@@ -3,8 +3,6 @@
 #include <ranges>
 
 #include "inspect/gather.h"
-#include "inspect/names.h"
-#include "macho/format.h"
 
 namespace vlm::inspect {
 namespace {
@@ -26,10 +24,23 @@ std::vector<std::string> names_of(const std::vector<ImportedSymbol>& imports, An
   return names;
 }
 
+/// First names of functions that programs call early or everywhere; the others follow as they are.
+std::vector<std::string> by_weight(const std::vector<ImportedSymbol>& imports, Answer answer) {
+  std::vector<const ImportedSymbol*> chosen;
+  for (const ImportedSymbol& import : imports) {
+    if (import.answer == answer) chosen.push_back(&import);
+  }
+  std::ranges::sort(chosen, {},
+                    [](const ImportedSymbol* each) { return std::pair(call_rank(each->name), each->name); });
+  std::vector<std::string> names;
+  for (const ImportedSymbol* import : chosen) names.push_back(import->name);
+  return names;
+}
+
 void judge_what_ends_the_start(const Facts& facts, std::vector<std::string>& reasons) {
   if (!facts.refusal.empty()) reasons.push_back(facts.refusal);
-  if (facts.refusal.empty() && facts.format.cputype != CPU_TYPE_X86_64) {
-    reasons.push_back("its code is for " + cpu_name(facts.format.cputype) + ", not x86-64");
+  if (facts.refusal.empty() && !facts.format.has_dyld_info) {
+    reasons.push_back("it has no dyld information: its pointers stay as they are, and none of its functions is found");
   }
   if (facts.linkage) std::ranges::copy(facts.linkage->fixups.faults, std::back_inserter(reasons));
   if (facts.initializers) std::ranges::copy(facts.initializers->outside_code, std::back_inserter(reasons));
@@ -53,7 +64,7 @@ void judge_what_is_missing(const Facts& facts, std::vector<std::string>& reasons
     const auto& imports = facts.linkage->imports;
     if (!names_of(imports, Answer::not_judged).empty()) reasons.push_back("imports were not judged: give --library");
     tell("import without an implementation, a call of which ends the game",
-         "imports without an implementation, a call of which ends the game", names_of(imports, Answer::trap));
+         "imports without an implementation, a call of which ends the game", by_weight(imports, Answer::trap));
     tell("import is an empty object", "imports are empty objects", names_of(imports, Answer::zero_block));
     tell("export is missing", "exports are missing", facts.linkage->missing_exports);
     tell("reflection function is missing", "reflection functions are missing", facts.linkage->missing_reflection);
@@ -61,7 +72,16 @@ void judge_what_is_missing(const Facts& facts, std::vector<std::string>& reasons
   if (facts.initializers) {
     tell("kind of initializer is not run", "kinds of initializers are not run", facts.initializers->not_run);
   }
+  if (const std::uint64_t variables = thread_local_variables(facts.format); variables != 0) {
+    reasons.push_back(std::to_string(variables) +
+                      (variables == 1 ? " thread-local variable is" : " thread-local variables are") +
+                      " not set up, an access of which ends the game");
+  }
+  if (facts.thread_storage) {
+    tell("piece of code could not be looked at", "pieces of code could not be looked at", facts.thread_storage->unread);
+  }
   if (facts.unwind) {
+    if (!facts.unwind->present) reasons.push_back("an exception ends the game: there is no __unwind_info");
     std::vector<std::string> functions;
     for (const OpaqueFrame& frame : facts.unwind->opaque) functions.push_back(frame.function);
     tell("function that no exception gets past", "functions that no exception gets past", functions);

@@ -5,7 +5,8 @@
 namespace vlm::tools {
 
 Result<void> read_arguments(std::span<const std::string> arguments, std::initializer_list<Option> options,
-                            const char*& image) {
+                            std::initializer_list<const char**> places) {
+  auto place = places.begin();
   for (auto next = arguments.begin(); next != arguments.end();) {
     const std::string& argument = *next++;
     const auto* const option = std::ranges::find(options, argument, &Option::name);
@@ -19,13 +20,12 @@ Result<void> read_arguments(std::span<const std::string> arguments, std::initial
       }
     } else if (argument.starts_with("-")) {
       return fault("unknown option '%s'", argument.c_str());
-    } else if (image != nullptr) {
-      return fault("one image at a time: '%s' or '%s'", image, argument.c_str());
+    } else if (place == places.end()) {
+      return fault("'%s' is one too many", argument.c_str());
     } else {
-      image = argument.c_str();
+      **place++ = argument.c_str();
     }
   }
-  if (image == nullptr) return fault("the image is missing");
   return {};
 }
 

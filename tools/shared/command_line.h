@@ -1,6 +1,7 @@
-// What the tools' command lines have in common: an image, options, --help, and what is said about mistakes.
+// What the tools' command lines have in common: options, --help anywhere, and what is said about mistakes.
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <initializer_list>
@@ -11,6 +12,8 @@
 #include <vector>
 
 #include "shared/console.h"
+#include "shared/exit_status.h"
+#include "shared/text.h"
 #include "support/result.h"
 
 namespace vlm::tools {
@@ -22,15 +25,13 @@ struct Option {
   const char* value = "a file name";        // what the argument behind it is, in words
 };
 
-/// Reads the arguments: options, and the one image that a tool is for. Values point into `arguments`.
+/// Reads the arguments: options, and what stands without one, in order. Values point into `arguments`.
 Result<void> read_arguments(std::span<const std::string> arguments, std::initializer_list<Option> options,
-                            const char*& image);
+                            std::initializer_list<const char**> places);
 
 struct Tool {
   const char* name;
   const char* usage;
-  int usage_status;    // the exit status for arguments that make no sense
-  int failure_status;  // for what nobody foresaw: no memory is left
 };
 
 /// A tool's main(), with its way to read the arguments behind the program's name and to do what they say.
@@ -39,17 +40,17 @@ int run_tool(const Tool& tool, int count, char** values,
              Result<Options> (*read_options)(std::span<const std::string> arguments), int (*run)(const Options&)) {
   try {
     const std::vector<std::string> arguments = program_arguments(count, values);
-    if (arguments.size() == 1 && arguments[0] == "--help") {
+    if (std::ranges::find(arguments, "--help") != arguments.end()) {
       std::fputs(tool.usage, stdout);
       return 0;
     }
     const Result<Options> options = read_options(arguments);
     if (options) return run(*options);
-    std::fprintf(stderr, "%s: %s\n\n%s", tool.name, options.error().text.c_str(), tool.usage);
-    return tool.usage_status;
+    std::fprintf(stderr, "%s: %s\n\n%s", tool.name, printable(options.error().text).c_str(), tool.usage);
+    return EXIT_STATUS_USAGE;
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "%s: %s\n", tool.name, error.what());
-    return tool.failure_status;
+    std::fprintf(stderr, "%s: %s\n", tool.name, printable(error.what()).c_str());
+    return EXIT_STATUS_REFUSED;
   }
 }
 

@@ -21,6 +21,15 @@ bool is_terminal(FILE* stream);
 /// Whether a report is coloured: `when` is "always", "never" or "auto" (on a terminal, unless NO_COLOR is set).
 bool wants_colour(FILE* stream, const std::string& when);
 
+/// Whether somebody is there who can answer.
+bool can_ask();
+
+/// A line that somebody types, or pastes in quotes; empty at the end of the input.
+std::string ask(const char* question);
+
+/// When this program was double-clicked its window closes with it: waits until somebody has read it.
+void wait_before_the_window_closes();
+
 /// A path as the system has it.
 inline std::filesystem::path path_of(const std::string& utf8) {
   return std::u8string_view(reinterpret_cast<const char8_t*>(utf8.data()), utf8.size());

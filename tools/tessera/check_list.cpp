@@ -21,13 +21,14 @@ struct Covered {
 
 Result<ListCheck> check_patch_list(const MachImage& image, std::span<const std::byte> blob, const Progress& progress) {
   if (const auto size = measure_patch_list(blob, false, "the patch list"); !size) return std::unexpected(size.error());
-  const auto ranges = code_ranges(image);
-  if (!ranges) return std::unexpected(ranges.error());
-  const auto found = find_gs_sites(image, *ranges, progress);
+  const auto map = CodeMap::of(image);
+  if (!map) return std::unexpected(map.error());
+  const auto found = find_gs_sites(image, *map, progress);
   if (!found) return std::unexpected(found.error());
 
   ListCheck check;
   check.sites = found->sites.size();
+  check.unread = describe_unread(image, *found);
   std::vector<Covered> covered;
   PatchListReader reader(blob);
   for (; check.entries < reader.count(); ++check.entries) {
@@ -66,7 +67,8 @@ Result<ListCheck> check_patch_list(const MachImage& image, std::span<const std::
     }
   }
   for (const Covered& piece : covered) {
-    if (found->leads_inside(piece.begin - image.vm_min, piece.end - image.vm_min)) {
+    if (found->leads_inside(static_cast<std::uint32_t>(piece.begin - image.vm_min),
+                            static_cast<std::uint32_t>(piece.end - image.vm_min))) {
       check.problems.push_back("a branch leads into the piece that is replaced at " +
                                describe_place(image, piece.begin));
     }

@@ -1,164 +1,231 @@
 #include "tessera/gs_sites.h"
 
 #include <algorithm>
-#include <cstring>
+#include <map>
+#include <mutex>
+#include <set>
+#include <utility>
 
 #include "macho/fixups.h"
 #include "macho/queries.h"
+#include "shared/files.h"
+#include "shared/workers.h"
 #include "support/byte_reader.h"
-#include "tessera/instruction.h"
 
 namespace vlm::tessera {
 namespace {
 
-bool all_zero(std::span<const std::byte> bytes) {
-  return std::ranges::all_of(bytes, [](std::byte byte) { return byte == std::byte{0}; });
-}
+/// What a thread takes at once. The results do not depend on who takes what.
+constexpr std::uint64_t portion_size = 1'000'000;
+/// Places learned late lead to more of them, but what is still open after so many rounds no compiler has made.
+constexpr int max_rounds = 16;
 
-/// What of an instruction alone, without its operands, lets it use gs: most need not be looked at further.
-bool may_use_gs(const ZydisDecodedInstruction& instruction) {
-  if ((instruction.attributes & ZYDIS_ATTRIB_HAS_SEGMENT_GS) != 0) return true;
-  switch (instruction.opcode_map) {
-    case ZYDIS_OPCODE_MAP_DEFAULT:
-      return instruction.opcode == 0x8C || instruction.opcode == 0x8E;  // mov to and from segment registers
-    case ZYDIS_OPCODE_MAP_0F:  // swapgs, push, pop and lgs, rdgsbase and wrgsbase
-      return instruction.opcode == 0x01 || instruction.opcode == 0xA8 || instruction.opcode == 0xA9 ||
-             instruction.opcode == 0xB5 || instruction.opcode == 0xAE;
-    default: return false;
+/// Contiguous ranges, walked by one thread.
+struct Portion {
+  std::span<const CodeRange> ranges;
+  std::uint64_t size = 0;
+  WalkResult result;
+};
+
+std::vector<Portion> portions_of(const CodeMap& map) {
+  std::vector<Portion> portions;
+  const auto ranges = map.ranges();
+  for (std::size_t begin = 0; begin < ranges.size();) {
+    Portion portion;
+    std::size_t end = begin;
+    while (end < ranges.size() && portion.size < portion_size) portion.size += ranges[end++].size();
+    portion.ranges = ranges.subspan(begin, end - begin);
+    portions.push_back(std::move(portion));
+    begin = end;
   }
+  return portions;
 }
 
-class Walk {
+template <class T>
+void append(std::vector<T>& to, std::vector<T>& from) {
+  to.insert(to.end(), from.begin(), from.end());
+  from = {};
+}
+
+class Search {
  public:
-  Walk(const MachImage& image, std::span<const CodeRange> ranges) : image_(image), ranges_(ranges) {
-    ZydisDecoderInit(&decoder_, machine_mode, ZYDIS_STACK_WIDTH_64);
-  }
+  Search(const MachImage& image, const CodeMap& map, GsSearch& found) : image_(image), map_(map), found_(found) {}
 
-  void visit(std::uint32_t number) {
-    const CodeRange& range = ranges_[number];
-    if (range.function_begin != function_begin_) {
-      end_function();
-      function_begin_ = range.function_begin;
-      function_end_ = range.function_end;
-    }
-    std::array<std::uint8_t, 2> before = {};
-    for (std::size_t at = 0; at < range.bytes.size();) {
-      const auto rest = range.bytes.subspan(at);
-      ZydisDecoderContext context;
-      ZydisDecodedInstruction instruction;
-      if (ZYAN_FAILED(ZydisDecoderDecodeInstruction(&decoder_, &context, rest.data(), rest.size(), &instruction))) {
-        if (!all_zero(rest)) found_.undecoded.push_back({range.vmaddr + at, rest.size()});
-        break;
-      }
-      const auto bytes = rest.first(instruction.length);
-      if (may_use_gs(instruction) && uses_gs(*decode(bytes))) {
-        found_.sites.push_back({range.vmaddr + at, bytes, number, before});
-      }
-      at += instruction.length;
-      note_targets(instruction, range.vmaddr + at);
-      before = {instruction.length, before[0]};
-    }
-  }
-
-  Result<GsSearch> finish() {
-    end_function();
-    if (auto rebased = add_rebased_pointers(); !rebased) return std::unexpected(rebased.error());
-    std::ranges::sort(found_.targets);
-    const auto repeated = std::ranges::unique(found_.targets);
-    found_.targets.erase(repeated.begin(), repeated.end());
-    return std::move(found_);
-  }
-
- private:
-  /// Data counts too: that nothing but code is asked about later is cheaper than to ask here.
-  void add_target(std::uint64_t vmaddr) {
-    if (vmaddr >= image_.vm_min && vmaddr < image_.vm_end) {
-      found_.targets.push_back(static_cast<std::uint32_t>(vmaddr - image_.vm_min));
-    }
-  }
-
-  void note_targets(const ZydisDecodedInstruction& instruction, std::uint64_t end) {
-    if (instruction.raw.imm[0].is_relative) {
-      add_target(end + static_cast<std::uint64_t>(instruction.raw.imm[0].value.s));
-    } else if (instruction.meta.category == ZYDIS_CATEGORY_UNCOND_BR) {
-      jumps_indirectly_ = true;
-    }
-    const bool at_rip = (instruction.attributes & ZYDIS_ATTRIB_HAS_MODRM) != 0 && instruction.raw.modrm.mod == 0 &&
-                        instruction.raw.modrm.rm == 5;
-    if (at_rip && instruction.mnemonic == ZYDIS_MNEMONIC_LEA) {
-      const std::uint64_t address = end + static_cast<std::uint64_t>(instruction.raw.disp.value);
-      tables_.push_back(address);
-      add_target(address);
-    }
-  }
-
-  /// Jump tables of a function that jumps through a register: 32-bit distances from the table, whose address the
-  /// function computed. A table ends where the next one begins, or where an entry leads out of the function. No
-  /// table is followed for more bytes than the function has, so that the work stays in proportion to the file.
-  void end_function() {
-    if (jumps_indirectly_) {
-      std::ranges::sort(tables_);
-      for (std::size_t i = 0; i < tables_.size(); ++i) {
-        std::uint64_t size = function_end_ - function_begin_;
-        if (i + 1 < tables_.size()) size = std::min(size, tables_[i + 1] - tables_[i]);
-        auto entries = macho_bytes_at(image_, tables_[i]);
-        for (std::uint64_t at = 0; at + 4 <= std::min<std::uint64_t>(size, entries.size()); at += 4) {
-          std::int32_t distance;
-          std::memcpy(&distance, entries.data() + at, sizeof distance);
-          const std::uint64_t target = tables_[i] + static_cast<std::uint64_t>(std::int64_t{distance});
-          if (target < function_begin_ || target >= function_end_) break;
-          add_target(target);
+  /// Every range from its beginning on.
+  void walk_everything(const Progress& progress) {
+    auto portions = portions_of(map_);
+    std::uint64_t total = 0, done = 0;
+    for (const Portion& portion : portions) total += portion.size;
+    std::mutex lock;
+    std::size_t next = 0;
+    tools::on_all_processors(portions.size(), [&](bool is_caller) {
+      for (;;) {
+        Portion* portion;
+        std::uint64_t so_far;
+        {
+          const std::lock_guard guard(lock);
+          if (next == portions.size()) return;
+          portion = &portions[next++];
+          so_far = done;
         }
-      }
-    }
-    tables_.clear();
-    jumps_indirectly_ = false;
-  }
-
-  /// Where the pointers that the loader will rebase lead to. Those of a run lie in one segment.
-  Result<void> add_rebased_pointers() {
-    const auto walked = macho_walk_rebases(image_, [&](PointerRun run) {
-      if (run.stride == 0) run.count = 1;  // the same pointer again and again
-      for (; run.count != 0; --run.count, run.offset += run.stride) {
-        ByteReader pointer(macho_bytes_at(image_, image_.vm_min + run.offset));
-        const auto target = pointer.read<std::uint64_t>();
-        if (pointer.ok()) add_target(target);
+        if (is_caller) progress(so_far, total);
+        CodeWalk walk(image_, map_, found_.targets, portion->result);
+        for (const CodeRange& range : portion->ranges) walk.walk(range);
+        const std::lock_guard guard(lock);
+        done += portion->size;
       }
     });
+    progress(total, total);
+    for (Portion& portion : portions) add(portion.result);
+  }
+
+  /// Ranges once more from places that were learned elsewhere, for as long as there are such.
+  void walk_from_late_places() {
+    for (int round = 0;; ++round) {
+      take_late_places();
+      if (changed_.empty()) return;
+      if (round == max_rounds) break;
+      std::erase_if(found_.sites, [&](const GsSite& site) { return was_changed(site.vmaddr - image_.vm_min); });
+      std::erase_if(found_.unread, [&](const CodeRange& unread) { return was_changed(unread.begin); });
+      WalkResult result;
+      CodeWalk walk(image_, map_, found_.targets, result);
+      for (const CodeRange* const range : std::exchange(changed_, {})) {
+        const Late& late = late_[range];
+        walk.walk(*range, std::vector(late.places.begin(), late.places.end()),
+                  std::vector(late.tables.begin(), late.tables.end()));
+      }
+      add(result);
+    }
+    for (const CodeRange* const range : changed_) found_.unread.push_back(*range);
+  }
+
+  /// Where the pointers lead to that the loader will rebase, and where code itself is changed. Those of a run lie in
+  /// one segment.
+  Result<void> add_fixups() {
+    const auto each = [&](PointerRun run, auto visit) {
+      if (run.stride == 0) run.count = 1;  // the same pointer again and again
+      for (; run.count != 0; --run.count, run.offset += run.stride) {
+        if (map_.section_of(run.offset) != nullptr) found_.fixups.push_back(static_cast<std::uint32_t>(run.offset));
+        visit(run.offset);
+      }
+    };
+    const auto walked = macho_walk_rebases(image_, [&](const PointerRun& run) {
+      each(run, [&](std::uint64_t offset) {
+        ByteReader pointer(macho_bytes_at(image_, image_.vm_min + offset));
+        const auto target = pointer.read<std::uint64_t>();
+        if (pointer.ok()) found_.targets.add(target - image_.vm_min);
+      });
+    });
     if (!walked) return std::unexpected(walked.error());
+    for (const BindStream stream : {BindStream::binds, BindStream::lazy_binds}) {
+      const auto bound = macho_walk_binds(image_, stream, [&](const PointerRun& run, const Import&) {
+        each(run, [](std::uint64_t) {});
+        return Result<void>();
+      });
+      if (!bound) return std::unexpected(bound.error());
+    }
+    std::ranges::sort(found_.fixups);
     return {};
   }
 
-  const MachImage& image_;
-  std::span<const CodeRange> ranges_;
-  ZydisDecoder decoder_;
-  GsSearch found_;
+ private:
+  struct Late {
+    std::set<std::uint32_t> places;
+    std::set<JumpTable> tables;
+  };
 
-  // Of the function being walked:
-  std::uint64_t function_begin_ = 0;
-  std::uint64_t function_end_ = 0;
-  std::vector<std::uint64_t> tables_;  // addresses that it computes relative to rip
-  bool jumps_indirectly_ = false;
+  bool was_changed(std::uint64_t place) const { return changed_.contains(map_.range_of(place)); }
+
+  void add(WalkResult& result) {
+    append(found_.sites, result.sites);
+    append(found_.unread, result.unread);
+    append(leads_out_, result.leads_out);
+    append(tables_outside_, result.tables_outside);
+  }
+
+  void add_place(std::uint32_t place) {
+    const CodeRange* const range = map_.range_of(place);
+    if (range == nullptr || place == range->begin) return;
+    if (late_[range].places.insert(place).second) changed_.insert(range);
+  }
+
+  void take_late_places() {
+    for (const JumpTable& table : std::exchange(tables_outside_, {})) {
+      const CodeRange* const range = map_.range_of(table.begin);
+      if (range == nullptr) {
+        outer_tables_.insert(table);
+      } else if (late_[range].tables.insert(table).second) {
+        changed_.insert(range);
+      }
+    }
+    follow_outer_tables();
+    for (const std::uint32_t place : std::exchange(leads_out_, {})) add_place(place);
+    for (const CodeRange& unread : found_.unread) {
+      for (std::uint32_t at = unread.begin;;) {
+        at = found_.targets.next(at + 1, unread.end);
+        if (at == unread.end) break;
+        add_place(at);
+      }
+    }
+  }
+
+  /// Tables in sections of data: each ends where the next one begins, or where an entry leads out of code.
+  void follow_outer_tables() {
+    for (auto table = outer_tables_.begin(); table != outer_tables_.end(); ++table) {
+      const auto behind = std::next(table);
+      const std::uint64_t limit = behind == outer_tables_.end() ? image_.extent() : behind->begin;
+      ByteReader entries(macho_bytes_at(image_, image_.vm_min + table->begin));
+      for (std::uint64_t at = table->begin; at + table->width <= limit; at += table->width) {
+        const std::int64_t distance = table->width == 8 ? entries.read<std::int64_t>() : entries.read<std::int32_t>();
+        const std::uint64_t target = table->begin + static_cast<std::uint64_t>(distance);
+        if (!entries.ok() || map_.section_of(target) == nullptr) break;
+        found_.targets.add(target);
+        add_place(static_cast<std::uint32_t>(target));
+      }
+    }
+  }
+
+  const MachImage& image_;
+  const CodeMap& map_;
+  GsSearch& found_;
+  std::vector<std::uint32_t> leads_out_;
+  std::vector<JumpTable> tables_outside_;
+  std::set<JumpTable> outer_tables_;
+  std::map<const CodeRange*, Late> late_;
+  std::set<const CodeRange*> changed_;  // have places or tables that they were not walked with
 };
 
 }  // namespace
 
-bool GsSearch::leads_inside(std::uint64_t begin, std::uint64_t end) const {
-  const auto target = std::ranges::upper_bound(targets, begin);
-  return target != targets.end() && *target < end;
+bool GsSearch::leads_inside(std::uint32_t begin, std::uint32_t end) const {
+  return targets.next(begin + 1, end) != end;
 }
 
-Result<GsSearch> find_gs_sites(const MachImage& image, std::span<const CodeRange> ranges, const Progress& progress) {
-  std::uint64_t total = 0, done = 0, reported = 0;
-  for (const CodeRange& range : ranges) total += range.bytes.size();
-  Walk walk(image, ranges);
-  for (std::size_t i = 0; i < ranges.size(); ++i) {
-    walk.visit(static_cast<std::uint32_t>(i));
-    done += ranges[i].bytes.size();
-    if (done - reported >= 1'000'000) progress(reported = done, total);
+bool GsSearch::is_fixed_up(std::uint32_t begin, std::uint32_t end) const {
+  constexpr std::uint32_t pointer_size = 8;
+  const auto fixup = std::ranges::lower_bound(fixups, begin < pointer_size ? 0 : begin - pointer_size + 1);
+  return fixup != fixups.end() && *fixup < end;
+}
+
+Result<GsSearch> find_gs_sites(const MachImage& image, const CodeMap& map, const Progress& progress) {
+  GsSearch found(map);
+  Search search(image, map, found);
+  if (auto added = search.add_fixups(); !added) return std::unexpected(added.error());
+  search.walk_everything(progress);
+  search.walk_from_late_places();
+  std::ranges::sort(found.sites, {}, &GsSite::vmaddr);
+  std::ranges::sort(found.unread, {}, &CodeRange::begin);
+  return found;
+}
+
+std::vector<std::string> describe_unread(const MachImage& image, const GsSearch& search) {
+  std::vector<std::string> texts;
+  for (const CodeRange& unread : search.unread) {
+    texts.push_back(std::to_string(unread.size()) + " bytes at " +
+                    tools::describe_place(image, image.vm_min + unread.begin) +
+                    " do not decode as instructions; a gs access among them is not redirected");
   }
-  progress(total, total);
-  return walk.finish();
+  return texts;
 }
 
 }  // namespace vlm::tessera

@@ -99,15 +99,14 @@ bool uses(const Decoded& decoded, ZydisRegister wanted) {
   });
 }
 
-bool falls_through(const Decoded& decoded) {
-  switch (decoded.instruction.mnemonic) {
+bool falls_through(const ZydisDecodedInstruction& instruction) {
+  switch (instruction.mnemonic) {
     case ZYDIS_MNEMONIC_UD0:
     case ZYDIS_MNEMONIC_UD1:
     case ZYDIS_MNEMONIC_UD2:
     case ZYDIS_MNEMONIC_HLT: return false;
     default:
-      return decoded.instruction.meta.category != ZYDIS_CATEGORY_UNCOND_BR &&
-             decoded.instruction.meta.category != ZYDIS_CATEGORY_RET;
+      return instruction.meta.category != ZYDIS_CATEGORY_UNCOND_BR && instruction.meta.category != ZYDIS_CATEGORY_RET;
   }
 }
 

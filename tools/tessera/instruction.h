@@ -38,7 +38,7 @@ const ZydisDecodedOperand* rip_memory(const Decoded& decoded);
 bool uses(const Decoded& decoded, ZydisRegister wanted);
 
 /// False for an instruction behind which execution never goes on: a jump, a return, a trap.
-bool falls_through(const Decoded& decoded);
+bool falls_through(const ZydisDecodedInstruction& instruction);
 
 /// The instruction without a gs prefix, its memory operand `memory` at base + index * scale + displacement; nothing
 /// when Zydis has no encoding that does the same.

@@ -2,13 +2,22 @@
 
 #include <cstring>
 
+#include "host/shim_catalogue.h"
+#include "shared/portable_executable.h"
 #include "tls/patch_list.h"
 
 namespace vlm::tessera {
 
+bool is_library(std::span<const std::byte> file) {
+  const auto opened = tools::PortableExecutable::open(file);
+  return opened && !opened->section(shim_section).empty();
+}
+
 Result<std::span<const std::byte>> without_patch_list(std::span<const std::byte> library) {
-  if (library.size() < 2 || std::memcmp(library.data(), "MZ", 2) != 0) {
-    return fault("it does not begin with \"MZ\", so it is no Windows library");
+  const auto opened = tools::PortableExecutable::open(library);
+  if (!opened) return std::unexpected(opened.error());
+  if (opened->section(shim_section).empty()) {
+    return fault("it has no section %s: give the GameAssembly.dll of this project, not the player's own", shim_section);
   }
   if (library.size() < gs_patch_trailer_size) return library;
   const auto trailer = library.last<gs_patch_trailer_size>();

@@ -14,8 +14,8 @@ using tools::describe_place;
 /// Chooses the pieces, site by site in the order of addresses.
 class Chooser {
  public:
-  Chooser(const MachImage& image, std::span<const CodeRange> ranges, const GsSearch& search, ImagePatch& patch)
-      : image_(image), ranges_(ranges), search_(search), patch_(patch) {}
+  Chooser(const MachImage& image, const CodeMap& map, const GsSearch& search, ImagePatch& patch)
+      : image_(image), map_(map), search_(search), patch_(patch) {}
 
   void choose(const GsSite& site) {
     const std::uint64_t covered = patch_.pieces.empty() ? 0 : end_of(patch_.pieces.back());
@@ -40,7 +40,7 @@ class Chooser {
         if (size == 0 || begin - size < covered) break;
         if (attempt(begin -= size)) return;
       }
-      const bool beside = covered != 0 && covered == begin && covered > ranges_[site.range].vmaddr;
+      const bool beside = covered != 0 && covered == begin && covered > image_.vm_min + range_of(site).begin;
       if (beside && attempt(patch_.pieces.back().vmaddr)) return;
     }
     patch_.refusals.push_back("cannot replace the instruction at " + describe_place(image_, site.vmaddr) + ", " +
@@ -50,10 +50,12 @@ class Chooser {
  private:
   static std::uint64_t end_of(const PatchedPiece& piece) { return piece.vmaddr + piece.bytes.size(); }
 
+  const CodeRange& range_of(const GsSite& site) const { return *map_.range_of(site.vmaddr - image_.vm_min); }
+
   /// The piece from an instruction on that holds the site and has room for a jump.
   Result<PatchedPiece> piece_from(std::uint64_t begin, const GsSite& site) const {
-    const CodeRange& range = ranges_[site.range];
-    const auto rest = range.bytes.subspan(begin - range.vmaddr);
+    const auto offset = static_cast<std::uint32_t>(begin - image_.vm_min);
+    const auto rest = map_.bytes({offset, range_of(site).end});
     const std::size_t wanted = std::max(site.vmaddr + site.bytes.size() - begin, std::uint64_t{min_site_length});
     std::size_t size = 0;
     while (size < wanted) {
@@ -65,8 +67,9 @@ class Chooser {
       size += decoded->size();
     }
     if (size > max_site_length) return fault("too many instructions beside it would have to move with it");
-    const std::uint64_t offset = begin - image_.vm_min;
-    if (search_.leads_inside(offset, offset + size)) {
+    const std::uint32_t end = offset + static_cast<std::uint32_t>(size);
+    if (search_.is_fixed_up(offset, end)) return fault("the loader writes an address into it, or into its neighbour");
+    if (search_.leads_inside(offset, end)) {
       return size == site.bytes.size()
                  ? fault("a branch leads into it")
                  : fault("it has %zu bytes, a jump to its trampoline needs %zu, and a branch leads to its neighbour",
@@ -78,7 +81,7 @@ class Chooser {
   }
 
   const MachImage& image_;
-  std::span<const CodeRange> ranges_;
+  const CodeMap& map_;
   const GsSearch& search_;
   ImagePatch& patch_;
 };
@@ -86,18 +89,15 @@ class Chooser {
 }  // namespace
 
 Result<ImagePatch> patch_image(const MachImage& image, const Progress& progress) {
-  const auto ranges = code_ranges(image);
-  if (!ranges) return std::unexpected(ranges.error());
-  const auto found = find_gs_sites(image, *ranges, progress);
+  const auto map = CodeMap::of(image);
+  if (!map) return std::unexpected(map.error());
+  const auto found = find_gs_sites(image, *map, progress);
   if (!found) return std::unexpected(found.error());
 
   ImagePatch patch;
   patch.site_count = found->sites.size();
-  for (const Undecoded& undecoded : found->undecoded) {
-    patch.warnings.push_back(std::to_string(undecoded.size) + " bytes at " + describe_place(image, undecoded.vmaddr) +
-                             " do not decode as instructions; a gs access among them is not redirected");
-  }
-  Chooser chooser(image, *ranges, *found, patch);
+  patch.unread = describe_unread(image, *found);
+  Chooser chooser(image, *map, *found, patch);
   for (const GsSite& site : found->sites) chooser.choose(site);
   return patch;
 }

@@ -29,7 +29,7 @@ struct ImagePatch {
   std::vector<PatchedPiece> pieces;   // ascending, apart from each other
   std::size_t site_count = 0;         // gs-relative instructions in them
   std::vector<std::string> refusals;  // one message per instruction that cannot be replaced: the image cannot run then
-  std::vector<std::string> warnings;  // what could not be decoded
+  std::vector<std::string> unread;    // bytes that could not be looked at, one message each
 };
 
 /// `image` is as read_image() leaves it.

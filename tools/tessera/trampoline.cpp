@@ -73,7 +73,7 @@ const char* move_obstacle(const Step& step, bool inside) {
     case ZYDIS_CATEGORY_SYSTEM: return "is for the system";
     default: break;
   }
-  if (!falls_through(step.decoded) && !step.is_branch()) return "is a trap, which belongs where it is";
+  if (!falls_through(instruction) && !step.is_branch()) return "is a trap, which belongs where it is";
   if (instruction.raw.imm[0].is_relative && !step.is_branch()) return "is relative to rip";
   if (step.is_relative_branch() && step.branch_target() != static_cast<std::int32_t>(step.branch_target())) {
     return "branches too far";
@@ -241,7 +241,7 @@ Result<std::vector<Step>> split(std::span<const std::byte> piece) {
     if (!decoded) return fault("it does not decode");
     const auto bytes = piece.subspan(at, decoded->size());
     at += bytes.size();
-    if (!steps.empty() && !falls_through(steps.back().decoded)) {
+    if (!steps.empty() && !falls_through(steps.back().decoded.instruction)) {
       const bool padding = decoded->instruction.mnemonic == ZYDIS_MNEMONIC_NOP;
       if (!padding) return fault("code follows that is reached from elsewhere");
       continue;

@@ -1,5 +1,7 @@
 #include "game/controllers.h"
 
+#include <dlfcn.h>
+
 #include "runtime/runtime.h"
 #include "runtime/text.h"
 

@@ -154,12 +154,6 @@ Il2CppString* Game_DescribeThread(const MethodInfo*) {
                            << allocations_of_thread() << " objects");
 }
 
-// interface IScoreKeeper { int get_Score(); }
-
-Il2CppClass score_keeper_class = {.name = "IScoreKeeper",
-                                  .type = {&score_keeper_class, TYPE_CLASS},
-                                  .flags = CLASS_PUBLIC | CLASS_INTERFACE | CLASS_ABSTRACT};
-
 // enum Game.Mood
 
 FieldInfo mood_fields[] = {
@@ -206,7 +200,7 @@ MethodInfo game_methods[] = {
     instance_method<Game_Update>("Update", &void_class.type),
     instance_method<Game_OnGUI>("OnGUI", &void_class.type),
     instance_method<Game_Describe>("Describe", &string_class.type),
-    instance_method<Game_get_Score>("get_Score", &int32_class.type, {}, METHOD_VIRTUAL),
+    instance_method<Game_get_Score>("get_Score", &int32_class.type),
     instance_method<Game_MoveBall>("MoveBall", &void_class.type, move_ball_parameters),
     instance_method<Game_SetMood>("SetMood", &mood_class.type, set_mood_parameters),
     static_method<Game_ToScreen>("ToScreen", &vector3_class.type, to_screen_parameters),
@@ -216,9 +210,7 @@ MethodInfo game_methods[] = {
     static_method<Game_CountAllocations>("CountAllocations", &int64_class.type, count_parameters),
     static_method<Game_DescribeThread>("DescribeThread", &string_class.type),
 };
-PropertyInfo game_properties[] = {{"Score", &game_methods[6], nullptr}};
 Il2CppClass* const game_nested[] = {&mood_class};
-Il2CppClass* const game_interfaces[] = {&score_keeper_class};
 
 Il2CppClass game_class = {.name = "Game",
                           .parent = &object_class,
@@ -226,13 +218,10 @@ Il2CppClass game_class = {.name = "Game",
                           .instance_size = sizeof(Game),
                           .fields = game_fields,
                           .methods = game_methods,
-                          .properties = game_properties,
                           .nested = game_nested,
-                          .interfaces = game_interfaces,
-                          .static_data = &statics,
-                          .static_size = sizeof statics};
+                          .static_data = &statics};
 
-Il2CppClass* const classes[] = {&game_class, &mood_class, &score_keeper_class};
+Il2CppClass* const classes[] = {&game_class, &mood_class};
 
 Il2CppImage image = {"Assembly-CSharp.dll", classes};
 Il2CppAssembly assembly = {"Assembly-CSharp", &image};

@@ -1,5 +1,10 @@
 #include "game/system.h"
 
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/sysctl.h>
+#include <time.h>
+
 /// The number that is saved; 0 when there is none.
 static int32_t load_starts(const char* path) {
   FILE* file = fopen(path, "r");
@@ -37,7 +42,7 @@ Text local_time() {
 /// Leaves `value` as it is when the system does not know.
 template <class T>
 static void ask_hardware(int32_t what, T& value) {
-  const int32_t name[] = {CTL_HW, what};
+  int32_t name[] = {CTL_HW, what};
   size_t size = sizeof value;
   sysctl(name, 2, &value, &size, nullptr, 0);
 }

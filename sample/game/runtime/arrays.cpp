@@ -23,10 +23,6 @@ Il2CppClass* il2cpp_array_class_get(Il2CppClass* element, uint32_t rank) {
   return element->array_class;
 }
 
-Il2CppClass* il2cpp_bounded_array_class_get(Il2CppClass* element, uint32_t rank, bool bounded) {
-  return bounded ? nullptr : il2cpp_array_class_get(element, rank);
-}
-
 Il2CppArray* il2cpp_array_new_specific(Il2CppClass* klass, uintptr_t length) {
   constexpr uintptr_t longest = 0x7FFFFFFF;
   if (length > longest) {
@@ -43,20 +39,7 @@ Il2CppArray* il2cpp_array_new(Il2CppClass* element, uintptr_t length) {
   return il2cpp_array_new_specific(il2cpp_array_class_get(element, 1), length);
 }
 
-Il2CppArray* il2cpp_array_new_full(Il2CppClass* klass, uintptr_t* lengths, uintptr_t* lower_bounds) {
-  if (lower_bounds != nullptr && lower_bounds[0] != 0) {
-    raise(exception_class, Text() << "arrays begin at 0");
-    return nullptr;
-  }
-  return il2cpp_array_new_specific(klass, lengths[0]);
-}
-
 uint32_t il2cpp_array_length(Il2CppArray* array) { return static_cast<uint32_t>(array->length); }
-int il2cpp_array_element_size(const Il2CppClass* klass) { return static_cast<int>(size_of(&klass->element->type)); }
 uint32_t il2cpp_array_get_byte_length(Il2CppArray* array) {
   return static_cast<uint32_t>(array->length * size_of(&array->object.klass->element->type));
 }
-
-uint32_t il2cpp_array_object_header_size() { return sizeof(Il2CppArray); }
-uint32_t il2cpp_offset_of_array_length_in_array_object_header() { return offsetof(Il2CppArray, length); }
-uint32_t il2cpp_offset_of_array_bounds_in_array_object_header() { return offsetof(Il2CppArray, bounds); }

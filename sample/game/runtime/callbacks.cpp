@@ -9,8 +9,8 @@ static const char* (*find_plugin_callback)(const char* name);
 void log(const Text& text) {
   count_event(EVENT_LOG);
   if (log_callback != nullptr) return log_callback(text.c_str());
-  fprintf(__stdoutp, "%s\n", text.c_str());
-  fflush(__stdoutp);
+  fprintf(stdout, "%s\n", text.c_str());
+  fflush(stdout);
 }
 
 const char* find_plugin(const char* name) {

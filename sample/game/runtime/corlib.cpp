@@ -47,9 +47,6 @@ Il2CppClass exception_class = {.name = "Exception",
 REFERENCE(argument_null_exception_class, "System", "ArgumentNullException", &exception_class, sizeof(Il2CppException));
 REFERENCE(missing_method_exception_class, "System", "MissingMethodException", &exception_class,
           sizeof(Il2CppException));
-REFERENCE(runtime_type_class, "System", "RuntimeType", &object_class, sizeof(Il2CppReflectionType));
-REFERENCE(runtime_method_class, "System.Reflection", "RuntimeMethodInfo", &object_class,
-          sizeof(Il2CppReflectionMethod));
 REFERENCE(thread_class, "System.Threading", "Thread", &object_class, sizeof(Il2CppObject));
 
 static Il2CppClass* const classes[] = {&object_class,
@@ -70,8 +67,6 @@ static Il2CppClass* const classes[] = {&object_class,
                                        &exception_class,
                                        &argument_null_exception_class,
                                        &missing_method_exception_class,
-                                       &runtime_type_class,
-                                       &runtime_method_class,
                                        &thread_class};
 
 static Il2CppImage image = {"mscorlib.dll", classes};

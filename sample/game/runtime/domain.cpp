@@ -11,17 +11,11 @@ AssemblyRegistration::AssemblyRegistration(Il2CppAssembly& assembly) {
 
   Il2CppImage& image = *assembly.image;
   image.assembly = &assembly;
-  uint32_t class_token = 0x02000000, method_token = 0x06000000;
   for (Il2CppClass* klass : image.classes) {
     klass->image = &image;
-    klass->token = ++class_token;
     for (FieldInfo& field : klass->fields) field.parent = klass;
-    for (PropertyInfo& property : klass->properties) property.parent = klass;
     for (Il2CppClass* nested : klass->nested) nested->declaring = klass;
-    for (MethodInfo& method : klass->methods) {
-      method.parent = klass;
-      method.token = ++method_token;
-    }
+    for (MethodInfo& method : klass->methods) method.parent = klass;
   }
   log(Text() << "game: initializer: " << image.name << " brings " << static_cast<uint64_t>(image.classes.count)
              << " classes");
@@ -45,11 +39,7 @@ const Il2CppAssembly* il2cpp_domain_assembly_open(Il2CppDomain*, const char* nam
 
 const Il2CppImage* il2cpp_assembly_get_image(const Il2CppAssembly* assembly) { return assembly->image; }
 
-const Il2CppAssembly* il2cpp_image_get_assembly(const Il2CppImage* image) { return image->assembly; }
 const char* il2cpp_image_get_name(const Il2CppImage* image) { return image->name; }
-const char* il2cpp_image_get_filename(const Il2CppImage* image) { return image->name; }
-/// The game's assemblies are libraries; none has a Main.
-const MethodInfo* il2cpp_image_get_entry_point(const Il2CppImage*) { return nullptr; }
 size_t il2cpp_image_get_class_count(const Il2CppImage* image) { return image->classes.count; }
 const Il2CppClass* il2cpp_image_get_class(const Il2CppImage* image, size_t index) {
   return index < image->classes.count ? image->classes.first[index] : nullptr;

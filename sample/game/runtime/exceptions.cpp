@@ -34,13 +34,6 @@ void il2cpp_unhandled_exception(Il2CppException* exception) {
   log(Text() << "game: unhandled " << describe(exception).c_str());
 }
 
-Il2CppException* il2cpp_exception_from_name_msg(const Il2CppImage* image, const char* name_space, const char* name,
-                                                const char* message) {
-  const Il2CppClass* klass = il2cpp_class_from_name(image, name_space, name);
-  if (klass == nullptr || !is_same_or_subclass(klass, &exception_class)) klass = &exception_class;
-  return new_exception(*klass, Text() << (message == nullptr ? "" : message));
-}
-
 Il2CppException* il2cpp_get_exception_argument_null(const char* argument) {
   return new_exception(argument_null_exception_class, Text() << "Value cannot be null: " << argument);
 }

@@ -1,6 +1,5 @@
 // The functions that the image exports, declared from the list that the library forwards them by. A definition
-// with other parameters is another function, which is not exported; with another result it does not compile. The image
-// links only when each of them is defined (sample.cmake).
+// with other parameters or another result does not compile. absent.cpp defines those that no other file does.
 #pragma once
 
 #include "host/il2cpp_types.h"

@@ -33,26 +33,7 @@ Il2CppObject* il2cpp_runtime_invoke(const MethodInfo* method, void* object, void
   }
 }
 
-/// The same with boxed values.
-Il2CppObject* il2cpp_runtime_invoke_convert_args(const MethodInfo* method, void* object, Il2CppObject** arguments,
-                                                 int count, Il2CppException** exception) {
-  constexpr int most = 16;
-  void* converted[most];
-  if (count > most) count = most;
-  for (int i = 0; i < count; ++i) {
-    const bool is_value = arguments[i] != nullptr && arguments[i]->klass->is_valuetype();
-    converted[i] = is_value ? il2cpp_object_unbox(arguments[i]) : static_cast<void*>(arguments[i]);
-  }
-  return il2cpp_runtime_invoke(method, object, converted, exception);
-}
-
-void il2cpp_runtime_object_init_exception(Il2CppObject* object, Il2CppException** exception) {
+void il2cpp_runtime_object_init(Il2CppObject* object) {
   const MethodInfo* constructor = il2cpp_class_get_method_from_name(object->klass, ".ctor", 0);
-  if (exception != nullptr) *exception = nullptr;
-  if (constructor != nullptr) il2cpp_runtime_invoke(constructor, object, nullptr, exception);
+  if (constructor != nullptr) il2cpp_runtime_invoke(constructor, object, nullptr, nullptr);
 }
-
-void il2cpp_runtime_object_init(Il2CppObject* object) { il2cpp_runtime_object_init_exception(object, nullptr); }
-
-/// Unhandled exceptions are logged and survived, whatever is asked for.
-void il2cpp_runtime_unhandled_exception_policy_set(int) {}

@@ -1,14 +1,11 @@
-// Methods, properties and fields.
+// Methods and fields.
 #include "runtime/runtime.h"
 
 // Methods
 
 const char* il2cpp_method_get_name(const MethodInfo* method) { return method->name; }
-Il2CppClass* il2cpp_method_get_class(const MethodInfo* method) { return method->parent; }
-Il2CppClass* il2cpp_method_get_declaring_type(const MethodInfo* method) { return method->parent; }
 const Il2CppType* il2cpp_method_get_return_type(const MethodInfo* method) { return method->returns; }
 bool il2cpp_method_is_instance(const MethodInfo* method) { return !method->is_static(); }
-uint32_t il2cpp_method_get_token(const MethodInfo* method) { return method->token; }
 
 uint32_t il2cpp_method_get_param_count(const MethodInfo* method) {
   return static_cast<uint32_t>(method->parameters.count);
@@ -16,42 +13,17 @@ uint32_t il2cpp_method_get_param_count(const MethodInfo* method) {
 const Il2CppType* il2cpp_method_get_param(const MethodInfo* method, uint32_t index) {
   return index < method->parameters.count ? method->parameters.first[index].type : nullptr;
 }
-const char* il2cpp_method_get_param_name(const MethodInfo* method, uint32_t index) {
-  return index < method->parameters.count ? method->parameters.first[index].name : nullptr;
-}
 
 uint32_t il2cpp_method_get_flags(const MethodInfo* method, uint32_t* implementation) {
   if (implementation != nullptr) *implementation = method->implementation;
   return method->flags;
 }
 
-// The game has no generic methods.
-bool il2cpp_method_is_generic(const MethodInfo*) { return false; }
-bool il2cpp_method_is_inflated(const MethodInfo*) { return false; }
-
-Il2CppReflectionMethod* il2cpp_method_get_object(const MethodInfo* method, Il2CppClass*) {
-  auto* object = reinterpret_cast<Il2CppReflectionMethod*>(il2cpp_object_new(&runtime_method_class));
-  object->method = method;
-  return object;
-}
-const MethodInfo* il2cpp_method_get_from_reflection(const Il2CppReflectionMethod* object) { return object->method; }
-
-// Properties
-
-const char* il2cpp_property_get_name(PropertyInfo* property) { return property->name; }
-Il2CppClass* il2cpp_property_get_parent(PropertyInfo* property) { return property->parent; }
-const MethodInfo* il2cpp_property_get_get_method(PropertyInfo* property) { return property->get; }
-const MethodInfo* il2cpp_property_get_set_method(PropertyInfo* property) { return property->set; }
-uint32_t il2cpp_property_get_flags(PropertyInfo*) { return 0; }
-
 // Fields
 
-const char* il2cpp_field_get_name(FieldInfo* field) { return field->name; }
-Il2CppClass* il2cpp_field_get_parent(FieldInfo* field) { return field->parent; }
 const Il2CppType* il2cpp_field_get_type(FieldInfo* field) { return field->type; }
 int il2cpp_field_get_flags(FieldInfo* field) { return field->flags; }
 size_t il2cpp_field_get_offset(FieldInfo* field) { return static_cast<size_t>(field->offset); }
-bool il2cpp_field_is_literal(FieldInfo* field) { return (field->flags & FIELD_LITERAL) != 0; }
 
 /// Where a field's variable is: in the object, or for a static field in the data of its class.
 static char* place_of(const FieldInfo* field, void* object) {
@@ -76,7 +48,6 @@ void il2cpp_field_set_value(Il2CppObject* object, FieldInfo* field, void* value)
   const void* from = field->type->klass->is_valuetype() ? value : &value;
   memcpy(place_of(field, object), from, size_of(field->type));
 }
-void il2cpp_field_static_set_value(FieldInfo* field, void* value) { il2cpp_field_set_value(nullptr, field, value); }
 
 Il2CppObject* il2cpp_field_get_value_object(FieldInfo* field, Il2CppObject* object) {
   char value[64];
@@ -86,8 +57,4 @@ Il2CppObject* il2cpp_field_get_value_object(FieldInfo* field, Il2CppObject* obje
   Il2CppObject* reference;
   memcpy(&reference, value, sizeof reference);
   return reference;
-}
-
-void il2cpp_field_set_value_object(Il2CppObject* object, FieldInfo* field, Il2CppObject* value) {
-  il2cpp_field_set_value(object, field, field->type->klass->is_valuetype() ? il2cpp_object_unbox(value) : value);
 }

@@ -60,9 +60,8 @@ MethodInfo static_method(const char* name, const Il2CppType* returns, Rows<const
 }
 
 template <auto function>
-MethodInfo instance_method(const char* name, const Il2CppType* returns, Rows<const ParameterInfo> parameters = {},
-                           uint32_t extra_flags = 0) {
-  return managed_method<function>(name, returns, parameters, METHOD_PUBLIC | extra_flags);
+MethodInfo instance_method(const char* name, const Il2CppType* returns, Rows<const ParameterInfo> parameters = {}) {
+  return managed_method<function>(name, returns, parameters, METHOD_PUBLIC);
 }
 
 /// A method whose code the player registers under its name.

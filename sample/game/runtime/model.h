@@ -2,12 +2,11 @@
 //
 //   Il2CppAssembly -- Il2CppImage -- Il2CppClass -+- FieldInfo
 //                                                 +- MethodInfo -- code, and how to call it
-//                                                 +- PropertyInfo
 //                                                 +- nested classes
 //
 // Metadata is tables (corlib.cpp and ../game). They become part of the domain when their assembly registers itself,
 // in an initializer behind its tables, so before anything of the interface is called. Registering fills in what a
-// table cannot say about itself: the owner of each row, and tokens.
+// table cannot say about itself: the owner of each row.
 #pragma once
 
 #include <stddef.h>
@@ -69,12 +68,11 @@ struct Il2CppType {
 enum ClassFlags : uint32_t {
   CLASS_PUBLIC = 0x1,
   CLASS_NESTED_PUBLIC = 0x2,
-  CLASS_INTERFACE = 0x20,
   CLASS_ABSTRACT = 0x80,
   CLASS_SEALED = 0x100,
 };
 enum FieldFlags : int32_t { FIELD_PUBLIC = 0x6, FIELD_STATIC = 0x10, FIELD_LITERAL = 0x40 };
-enum MethodFlags : uint32_t { METHOD_PUBLIC = 0x6, METHOD_STATIC = 0x10, METHOD_VIRTUAL = 0x40 };
+enum MethodFlags : uint32_t { METHOD_PUBLIC = 0x6, METHOD_STATIC = 0x10 };
 enum MethodImplementation : uint32_t { METHOD_INTERNAL_CALL = 0x1000 };
 
 struct FieldInfo {
@@ -104,16 +102,8 @@ struct MethodInfo {
   uint32_t flags;
   uint32_t implementation = 0;
   Il2CppClass* parent = nullptr;
-  uint32_t token = 0;
 
   bool is_static() const { return (flags & METHOD_STATIC) != 0; }
-};
-
-struct PropertyInfo {
-  const char* name;
-  const MethodInfo* get;
-  const MethodInfo* set;
-  Il2CppClass* parent = nullptr;
 };
 
 struct Il2CppClass {
@@ -126,19 +116,14 @@ struct Il2CppClass {
   uint32_t alignment = 8;
   Rows<FieldInfo> fields = {};
   Rows<MethodInfo> methods = {};
-  Rows<PropertyInfo> properties = {};
   Rows<Il2CppClass* const> nested = {};
-  Rows<Il2CppClass* const> interfaces = {};
   Il2CppClass* element = nullptr;  // of an array: what it holds; of an enum: the integer it is made of
   void* static_data = nullptr;
-  uint32_t static_size = 0;
 
   Il2CppClass* declaring = nullptr;
   const Il2CppImage* image = nullptr;
-  uint32_t token = 0;
   bool initialized = false;
   Il2CppClass* array_class = nullptr;  // one-dimensional array of this class, made when first asked for
-  void* userdata = nullptr;
 
   bool is_valuetype() const { return type.code <= TYPE_R8 || type.code == TYPE_VALUETYPE || type.code == TYPE_I; }
   bool is_enum() const { return type.code == TYPE_VALUETYPE && element != nullptr; }
@@ -165,7 +150,7 @@ struct Il2CppDomain {
 /// Every object begins with this; the data of a boxed value comes right behind.
 struct Il2CppObject {
   Il2CppClass* klass;
-  struct Monitor* monitor;  // made when the object is locked first
+  void* monitor;  // of a lock; nothing is locked here
 };
 static_assert(sizeof(Il2CppObject) == 16, "field offsets are counted from here");
 
@@ -189,16 +174,6 @@ struct Il2CppException {
   const MethodInfo* raised_in;  // null outside of any invocation
 };
 
-struct Il2CppReflectionType {
-  Il2CppObject object;
-  const Il2CppType* type;
-};
-
-struct Il2CppReflectionMethod {
-  Il2CppObject object;
-  const MethodInfo* method;
-};
-
 /// Makes an assembly part of the domain while the image's initializers run.
 struct AssemblyRegistration {
   explicit AssemblyRegistration(Il2CppAssembly& assembly);
@@ -207,5 +182,4 @@ struct AssemblyRegistration {
 // The basic classes, corlib.cpp.
 extern Il2CppClass object_class, value_type_class, enum_class, void_class, boolean_class, byte_class, char_class,
     int32_class, uint32_class, int64_class, single_class, double_class, intptr_class, string_class, array_class,
-    exception_class, argument_null_exception_class, missing_method_exception_class, runtime_type_class,
-    runtime_method_class, thread_class;
+    exception_class, argument_null_exception_class, missing_method_exception_class, thread_class;

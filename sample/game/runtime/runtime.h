@@ -1,6 +1,8 @@
 // What the files of the runtime and the game ask of each other beyond the exported interface.
 #pragma once
 
+#include <stdlib.h>
+
 #include "runtime/model.h"
 #include "runtime/text.h"
 
@@ -44,12 +46,11 @@ extern Settings settings;
 // classes.cpp
 /// Bytes that a variable of the type occupies: a reference's 8, or the value itself.
 size_t size_of(const Il2CppType* type);
-bool is_same_or_subclass(const Il2CppClass* klass, const Il2CppClass* of);
 
 // types.cpp
 void append_type_name(Text& text, const Il2CppType* type, const char* nesting = ".");
 
-// objects.cpp
+// gc.cpp
 Il2CppObject* new_object(const Il2CppClass* klass, size_t size);
 
 // strings.cpp
@@ -66,7 +67,7 @@ struct Raised {
 void raise(const Il2CppClass& klass, const Text& message);
 Text describe(const Il2CppException* exception);
 
-// icalls.cpp
+// internal_calls.cpp
 /// What is registered under the name; raises a MissingMethodException when nothing is.
 Il2CppCallback find_internal_call(const char* name);
 void append_internal_call_name(Text& text, const MethodInfo* method);

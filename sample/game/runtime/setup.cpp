@@ -2,7 +2,6 @@
 #include "runtime/runtime.h"
 
 Settings settings;
-static size_t memory_pool_region_size;
 
 void il2cpp_set_data_dir(const char* path) {
   free(settings.data_directory);
@@ -12,15 +11,9 @@ void il2cpp_set_data_dir(const char* path) {
 void il2cpp_set_commandline_arguments(int count, const char* const* arguments, const char*) {
   settings.argument_count = count;
 }
-void il2cpp_set_commandline_arguments_utf16(int count, const Il2CppChar* const* arguments, const char*) {
-  settings.argument_count = count;
-}
 
-// No managed code here reads a configuration or writes a temporary file.
+/// No managed code here reads a configuration.
 void il2cpp_set_config_dir(const char*) {}
-void il2cpp_set_temp_dir(const char*) {}
-void il2cpp_set_config(const char*) {}
-void il2cpp_set_config_utf16(const Il2CppChar*) {}
 
 int il2cpp_init(const char* domain_name) {
   if (domain().assembly_count == 0) return 0;
@@ -38,10 +31,6 @@ int il2cpp_init_utf16(const Il2CppChar* domain_name) {
 }
 
 /// On Windows the library ends the process instead.
-void il2cpp_shutdown() { fflush(__stdoutp); }
+void il2cpp_shutdown() { fflush(stdout); }
 
-void* il2cpp_alloc(size_t size) { return malloc(size); }
 void il2cpp_free(void* block) { free(block); }
-
-void il2cpp_memory_pool_set_region_size(size_t size) { memory_pool_region_size = size; }
-size_t il2cpp_memory_pool_get_region_size() { return memory_pool_region_size; }

@@ -118,8 +118,6 @@ int32_t il2cpp_string_length(Il2CppString* string) { return string->length; }
 Il2CppChar* il2cpp_string_chars(Il2CppString* string) { return string->chars; }
 
 Il2CppString* il2cpp_string_new(const char* text) { return new_string(text, strlen(text)); }
-Il2CppString* il2cpp_string_new_wrapper(const char* text) { return il2cpp_string_new(text); }
-Il2CppString* il2cpp_string_new_len(const char* text, uint32_t size) { return new_string(text, size); }
 
 Il2CppString* il2cpp_string_new_utf16(const Il2CppChar* text, int32_t length) {
   Il2CppString* string = new_string_of_units(static_cast<size_t>(length));
@@ -143,11 +141,6 @@ static Il2CppString* find_interned(const Il2CppString* string) {
     }
   }
   return nullptr;
-}
-
-Il2CppString* il2cpp_string_is_interned(Il2CppString* string) {
-  const Locked locked(interned_lock);
-  return find_interned(string);
 }
 
 Il2CppString* il2cpp_string_intern(Il2CppString* string) {

@@ -1,10 +1,9 @@
 // A line of text under construction, on the C library's formatting.
 #pragma once
 
-#include <stddef.h>
 #include <stdint.h>
-
-#include "macos.h"
+#include <stdio.h>
+#include <string.h>
 
 /// At most 511 bytes; what does not fit is cut.
 class Text {

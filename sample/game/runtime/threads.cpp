@@ -44,9 +44,3 @@ Il2CppThread** il2cpp_thread_get_all_attached_threads(size_t* count) {
   *count = attached_count;
   return attached;
 }
-
-/// A thread of the runtime's own, such as a finalizer's; there is none.
-bool il2cpp_is_vm_thread(Il2CppThread*) { return false; }
-
-/// Where threads run is left to the system.
-void il2cpp_set_default_thread_affinity(int64_t) {}

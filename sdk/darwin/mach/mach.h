@@ -10,6 +10,7 @@ typedef natural_t* thread_state_t;
 typedef unsigned long vm_address_t, vm_size_t;
 
 #define KERN_SUCCESS 0
+#define KERN_ABORTED 14
 #define MACH_PORT_NULL 0
 
 #define x86_THREAD_STATE64 4

@@ -1,10 +1,10 @@
-#include "inspect/portable_executable.h"
+#include "shared/portable_executable.h"
 
 #include <algorithm>
 
 #include "support/byte_reader.h"
 
-namespace vlm::inspect {
+namespace vlm::tools {
 namespace {
 
 constexpr std::uint16_t IMAGE_DOS_SIGNATURE = 0x5A4D;  // "MZ"
@@ -99,4 +99,4 @@ std::span<const std::byte> PortableExecutable::bytes_at(std::uint64_t address) c
   return {};
 }
 
-}  // namespace vlm::inspect
+}  // namespace vlm::tools

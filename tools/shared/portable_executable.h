@@ -9,7 +9,7 @@
 
 #include "support/result.h"
 
-namespace vlm::inspect {
+namespace vlm::tools {
 
 /// A view: the bytes must outlive it.
 class PortableExecutable {
@@ -33,4 +33,4 @@ class PortableExecutable {
   std::vector<Section> sections_;
 };
 
-}  // namespace vlm::inspect
+}  // namespace vlm::tools
