@@ -45,9 +45,9 @@ std::optional<std::uint64_t> size_in_prologue(std::uint64_t function, std::uint6
     std::array<std::uint8_t, 8> code;
     std::memcpy(code.data(), reinterpret_cast<const void*>(at), code.size());
     const bool has_rex_b = code[0] == 0x41;
-    if (const std::uint8_t byte = code[has_rex_b]; byte >= 0x50 && byte <= 0x57) {  // push
+    if (const std::uint8_t byte = code[has_rex_b ? 1u : 0u]; byte >= 0x50 && byte <= 0x57) {  // push
       size += 8;
-      at += 1 + has_rex_b;
+      at += has_rex_b ? 2u : 1u;
     } else if (code[0] == 0x48 && code[1] == 0x83 && code[2] == 0xEC) {  // sub rsp, imm8
       size += code[3];
       at += 4;
@@ -185,8 +185,11 @@ void log_thread(DWORD thread) {
     if (handle != nullptr) CloseHandle(handle);
   });
   char line[256];
-  std::snprintf(line, sizeof line, name[0] != '\0' ? "  stack of thread %lu \"%s\":" : "  stack of thread %lu:", thread,
-                name);
+  if (name[0] != '\0') {
+    std::snprintf(line, sizeof line, "  stack of thread %lu \"%s\":", thread, name);
+  } else {
+    std::snprintf(line, sizeof line, "  stack of thread %lu:", thread);
+  }
   log_line(line, thread);
 }
 
