@@ -161,7 +161,7 @@ HOST_PROGRAM(gs_cases) {
       std::memcpy(plain + 8 * i, &word, 8);
       std::memcpy(storage + 8 * i, &word, 8);
     }
-    for (std::uint64_t seed = 0; seed < 100; ++seed, ++ran) {
+    for (std::uint64_t seed = 0; seed < 100; ++seed) {
       const auto result = [&](const char* kind) {
         const auto name = std::string(kind) + "_switch_" + form;
         return call_game<std::uint64_t>(name.c_str(), seed);
