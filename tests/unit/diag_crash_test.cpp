@@ -1,5 +1,6 @@
 // Which exceptions are reported, how often, and how addresses are named.
 #include "diag/log.h"
+#include "reports/crash_report.h"
 #include "reports/symbolize.h"
 
 #define DOCTEST_CONFIG_NO_MULTITHREADING
