@@ -3,6 +3,7 @@
 # one macro, one for each number of named arguments is tested.
 #define trap_entry test_trap_entry
 #define icall_entry test_icall_entry
+#define trace_entry test_trace_entry
 #define objc_null_method test_objc_null_method
 #define objc_msgSend_entry test_objc_msgSend_entry
 #define objc_msgSend_stret_entry test_objc_msgSend_stret_entry
