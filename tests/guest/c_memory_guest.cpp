@@ -112,7 +112,6 @@ int32 compare_and_leave(const void* a, const void* b) {
   if (comparisons++ == leave_at) longjmp(jump_buffer, 7);
   return *static_cast<const uint8*>(a) - *static_cast<const uint8*>(b);
 }
-}
 
 }  // namespace
 
