@@ -32,7 +32,7 @@ HANDLE WINAPI make_mutex_without_name(SECURITY_ATTRIBUTES* attributes, BOOL owne
 }
 
 /// Nobody is there to read; the log has the text.
-int WINAPI show_no_box(HWND, const char*, const char*, UINT) { return IDOK; }
+int WINAPI show_no_box(HWND, const wchar_t*, const wchar_t*, UINT) { return IDOK; }
 
 /// Lets the library call another function in place of one that it imports.
 bool replace_import(const char* name, void* function) {
@@ -79,7 +79,7 @@ HOST_PROGRAM(damage_start) {
   }
   load_library(argv[1]);
   if (!replace_import("CreateMutexW", reinterpret_cast<void*>(&make_mutex_without_name)) ||
-      !replace_import("MessageBoxA", reinterpret_cast<void*>(&show_no_box))) {
+      !replace_import("MessageBoxW", reinterpret_cast<void*>(&show_no_box))) {
     return std::puts("GameAssembly.dll does not import what it should"), 1;
   }
   RemoveVectoredExceptionHandler(handler);

@@ -11,6 +11,9 @@ int32 ioctl(int32, uint64, ...);
 int32 dup(int32);
 int32 dup2(int32, int32);
 int32 pipe(int32*);
+int32 tcgetattr(int32, void*);
+int32 tcsetattr(int32, int32, const void*);
+int32 tcflush(int32, int32);
 int32 fcopyfile(int32, int32, void*, uint32);
 int32 plain_stat(const char*, struct stat*) asm("_stat");
 int32 plain_lstat(const char*, struct stat*) asm("_lstat");
@@ -100,6 +103,7 @@ GUEST_TEST(paths_and_numbers_that_name_nothing_fail_alike_everywhere_and_leak_no
       [](const char* path) { return (int64)stat(path, &status); },
       [](const char* path) { return (int64)lstat(path, &status); },
       [](const char* path) { return (int64)plain_stat(path, &status); },
+      [](const char* path) { return (int64)plain_lstat(path, &status); },
       [](const char* path) { return (int64)utimes(path, nullptr); },
       [](const char* path) { return (int64)rmdir(path); },
       [](const char* path) { return (int64)unlink(path); },
@@ -243,6 +247,13 @@ GUEST_TEST(duplicates_share_a_position_and_standard_numbers_are_kept_free) {
   CHECK(dup2(copy, 0) == 0 && read(0, &c, 1) == 1 && c == 'e');
   CHECK(close(copy) == 0 && close(4000) == 0);
   if (saved >= 0) CHECK(dup2(saved, 0) == 0 && close(saved) == 0);
+}
+
+GUEST_TEST(a_file_is_no_terminal_and_no_link) {
+  char text[10];
+  CHECK(make_file("files.tmp/plain", "x") && fails_with(EINVAL, [&] { return readlink("files.tmp/plain", text, 10); }));
+  CHECK(unlink("files.tmp/plain") == 0 && fails_with(ENOTTY, [] { return tcgetattr(1, nullptr); }));
+  CHECK(fails_with(ENOTTY, [] { return tcsetattr(1, 0, nullptr); }) && tcflush(1, 0) == 0);
 }
 
 GUEST_TEST(a_full_table_refuses_and_recovers) {

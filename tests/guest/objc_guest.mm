@@ -185,6 +185,31 @@ GUEST_TEST(ownership_means_nothing_but_values_stay) {
 
 static long call_block(__attribute__((noescape)) long (^block)(long), long argument) { return block(argument); }
 
+extern "C" void *objc_storeWeak(void **, void *);
+
+// Every class of the library as its two symbols show it.
+struct ClassObject {
+  const ClassObject *isa, *superclass;
+};
+#define CLASS(name, superclass, size)                            \
+  extern "C" ClassObject class_##name asm("_OBJC_CLASS_$_" #name); \
+  extern "C" ClassObject metaclass_##name asm("_OBJC_METACLASS_$_" #name);
+CLASS(NSObject, , )
+#include "objc/class_list.def"
+#undef CLASS
+
+GUEST_TEST(the_librarys_classes_have_their_metaclasses) {
+  void *weak = nullptr;
+  CHECK(objc_storeWeak(&weak, &class_NSObject) == &class_NSObject && weak == &class_NSObject);
+  CHECK(class_NSObject.isa == &metaclass_NSObject && class_NSObject.superclass == nullptr);
+  CHECK(metaclass_NSObject.isa == &metaclass_NSObject && metaclass_NSObject.superclass == &class_NSObject);
+#define CLASS(name, super, size)                                                          \
+  CHECK(class_##name.isa == &metaclass_##name && class_##name.superclass == &class_##super); \
+  CHECK(metaclass_##name.isa == &metaclass_NSObject && metaclass_##name.superclass == &metaclass_##super);
+#include "objc/class_list.def"
+#undef CLASS
+}
+
 GUEST_TEST(blocks_keep_what_they_caught) {
   Shape *shape = [[Shape alloc] initWithSides:7];
   const long base = 30;

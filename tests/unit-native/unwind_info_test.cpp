@@ -19,7 +19,9 @@ int main(int argc, char** argv) {
   std::vector<vlm::UnwindEntry> entries;
   if (!section->for_each_function([&](const vlm::UnwindEntry& entry) { entries.push_back(entry); })) return 1;
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    const vlm::UnwindEntry& entry = entries[i];
+    const auto whole = section->find(entries[i].function);
+    if (!whole || !*whole) return std::printf("nothing at %x\n", entries[i].function), 1;
+    const vlm::UnwindEntry& entry = **whole;
     std::printf("%x %x %x %x\n", entry.function, entry.encoding, entry.lsda, entry.personality);
     const std::uint32_t end = i + 1 < entries.size() ? entries[i + 1].function : entry.function + 1;
     for (std::uint32_t at = entry.function; at < end; ++at) {
