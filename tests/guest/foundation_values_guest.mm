@@ -85,7 +85,8 @@ GUEST_TEST(strings_are_made_and_copied) {
   NSMutableString *made = [NSMutableString stringWithUTF8String:"made"];
   NSString *copy = [made copy];
   CHECK([made class] == [NSMutableString class] && copy != made && [copy class] == [NSString class]);
-  for (NSString *more : (NSString * __unsafe_unretained[]){@"-ボ", made, nil, (id)@5}) [made appendString:more];
+  NSString *const appended[] = {@"-ボ", made, nil, (id)@5};
+  for (NSString *more : appended) [made appendString:more];
   CHECK(is_text(made, "made-ボmade-ボ") && [made length] == 12 && is_text(copy, "made"));
   NSMutableString *empty = [[NSMutableString alloc] init];
   CHECK(layout(empty)->data == nullptr && is_text(empty, "") && layout(empty)->info == 0x7c8);

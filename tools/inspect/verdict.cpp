@@ -33,6 +33,7 @@ std::vector<std::string> by_weight(const std::vector<ImportedSymbol>& imports, A
   std::ranges::sort(chosen, {},
                     [](const ImportedSymbol* each) { return std::pair(call_rank(each->name), each->name); });
   std::vector<std::string> names;
+  names.reserve(chosen.size());
   for (const ImportedSymbol* import : chosen) names.push_back(import->name);
   return names;
 }

@@ -101,9 +101,9 @@ Result<void> can_write(const PlayerFolder& player, std::uint64_t size) {
   }
   const auto space = fs::space(player.folder, error);
   if (!error && space.available < size) {
+    const unsigned long long needed_mb = size / 1'000'000 + 1, free_mb = space.available / 1'000'000;
     return fault("too little room on the disk of %s: %llu MB are needed, %llu MB are free",
-                 name_of(player.folder).c_str(), static_cast<unsigned long long>(size / 1'000'000 + 1),
-                 static_cast<unsigned long long>(space.available / 1'000'000));
+                 name_of(player.folder).c_str(), needed_mb, free_mb);
   }
   return {};
 }

@@ -63,7 +63,7 @@ class Thread {
     try {
       thread_ = std::thread(&Worker::run, &worker);
     } catch (const std::exception&) {
-      // the others do its work
+      thread_ = std::thread();  // the others do its work
     }
   }
   void join() {

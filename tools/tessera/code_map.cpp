@@ -50,8 +50,8 @@ Result<std::vector<CodeSection>> code_sections(const MachImage& image) {
     if (extent.begin >= extent.end) continue;
     const auto bytes = macho_bytes_at(image, image.vm_min + extent.begin);
     if (bytes.size() < extent.size()) {
-      return fault("the code section at 0x%llx is not in the file",
-                   static_cast<unsigned long long>(image.vm_min + extent.begin));
+      const unsigned long long vmaddr = image.vm_min + extent.begin;
+      return fault("the code section at 0x%llx is not in the file", vmaddr);
     }
     sections.push_back({extent, bytes.first(extent.size())});
   }

@@ -1,8 +1,8 @@
 #include "tessera/gs_sites.h"
 
 #include <algorithm>
+#include <atomic>
 #include <map>
-#include <mutex>
 #include <set>
 #include <utility>
 
@@ -54,25 +54,17 @@ class Search {
   /// Every range from its beginning on.
   void walk_everything(const Progress& progress) {
     auto portions = portions_of(map_);
-    std::uint64_t total = 0, done = 0;
+    std::uint64_t total = 0;
     for (const Portion& portion : portions) total += portion.size;
-    std::mutex lock;
-    std::size_t next = 0;
+    std::atomic<std::size_t> next = 0;
+    std::atomic<std::uint64_t> done = 0;
     tools::on_all_processors(portions.size(), [&](bool is_caller) {
-      for (;;) {
-        Portion* portion;
-        std::uint64_t so_far;
-        {
-          const std::lock_guard guard(lock);
-          if (next == portions.size()) return;
-          portion = &portions[next++];
-          so_far = done;
-        }
-        if (is_caller) progress(so_far, total);
-        CodeWalk walk(image_, map_, found_.targets, portion->result);
-        for (const CodeRange& range : portion->ranges) walk.walk(range);
-        const std::lock_guard guard(lock);
-        done += portion->size;
+      for (std::size_t mine; (mine = next++) < portions.size();) {
+        if (is_caller) progress(done, total);
+        Portion& portion = portions[mine];
+        CodeWalk walk(image_, map_, found_.targets, portion.result);
+        for (const CodeRange& range : portion.ranges) walk.walk(range);
+        done += portion.size;
       }
     });
     progress(total, total);
@@ -220,6 +212,7 @@ Result<GsSearch> find_gs_sites(const MachImage& image, const CodeMap& map, const
 
 std::vector<std::string> describe_unread(const MachImage& image, const GsSearch& search) {
   std::vector<std::string> texts;
+  texts.reserve(search.unread.size());
   for (const CodeRange& unread : search.unread) {
     texts.push_back(std::to_string(unread.size()) + " bytes at " +
                     tools::describe_place(image, image.vm_min + unread.begin) +
