@@ -44,8 +44,17 @@ GUEST_TEST(constants_are_used_in_place) {
   CHECK(is_text(ill, ""));
 }
 
+GUEST_TEST(length_counts_utf16_units) {
+  static constexpr struct {
+    const char *text;
+    uint64 units;
+  } cases[] = {{"", 0}, {"abc", 3}, {"é", 1}, {"aéb", 3}, {"ボ", 1}, {"😀", 2}, {"a\xff", 2}};
+  for (const auto &c : cases) CHECK([text(c.text) length] == c.units);
+}
+
 GUEST_TEST(equal_strings_have_equal_texts_and_hashes) {
-  static constexpr const char *texts[] = {"", "a", "b", "ab", "key_0001", "kex_0001", "key_00010", "\xff\xfe", "é"};
+  static constexpr const char *texts[] = {"",         "a",         "b",         "ab",         "key_0001", "key_0002",
+                                          "kex_0001", "key_00010", "ykey_0001", "key__00017", "\xff\xfe", "é"};
   for (const char *left : texts) {
     for (const char *right : texts) {
       const bool same = left == right;
@@ -66,12 +75,14 @@ GUEST_TEST(texts_are_numbers_as_atoi_and_atof_read_them) {
     double real;
   } cases[] = {
       {"", 0, 0, 0},
+      {"42", 42, 42, 42},
       {" \t-7.5e1x", -7, -7, -75},
       {"0x10", 0, 0, 16},
       {"4294967298", 2, 4294967298, 4294967298.},
       {"99999999999999999999", -1, 9223372036854775807, 1e20},
       {"-99999999999999999999", 0, -9223372036854775807 - 1, -1e20},
       {"1e999", 1, 1, __builtin_inf()},
+      {"two", 0, 0, 0},
   };
   for (const auto &c : cases) {
     NSString *string = text(c.text);
@@ -83,16 +94,28 @@ GUEST_TEST(texts_are_numbers_as_atoi_and_atof_read_them) {
 GUEST_TEST(strings_are_made_and_copied) {
   CHECK([NSString stringWithUTF8String:nullptr] == nil);
   NSMutableString *made = [NSMutableString stringWithUTF8String:"made"];
+  CHECK([made class] == [NSMutableString class] && is_text(made, "made"));
   NSString *copy = [made copy];
-  CHECK([made class] == [NSMutableString class] && copy != made && [copy class] == [NSString class]);
-  NSString *const appended[] = {@"-ボ", made, nil, (id)@5};
-  for (NSString *more : appended) [made appendString:more];
+  NSMutableString *mutable_copy = [@"constant" mutableCopy];
+  CHECK(copy != made && [copy class] == [NSString class] && [copy description] == copy && [copy stringValue] == copy);
+  [made appendString:@"-ボ"];
+  [made appendString:made];
+  [made appendString:nil];
+  [made appendString:(id)@5];
   CHECK(is_text(made, "made-ボmade-ボ") && [made length] == 12 && is_text(copy, "made"));
+  [mutable_copy appendString:@"!"];
+  CHECK(is_text(mutable_copy, "constant!"));
+
   NSMutableString *empty = [[NSMutableString alloc] init];
   CHECK(layout(empty)->data == nullptr && is_text(empty, "") && layout(empty)->info == 0x7c8);
+  NSMutableString *fresh = [NSMutableString new];
+  [fresh appendString:@"text"];
+  CHECK(is_text(fresh, "text") && [[NSMutableString new] hash] == [@"" hash]);
+
   NSString *string = [[NSString alloc] initWithString:made];
   CHECK(is_text(string, "made-ボmade-ボ") && [string initWithString:string] == string && [string length] == 12);
   CHECK(is_text([string initWithString:nil], "") && is_text([string initWithString:(id)@1], ""));
+
   GameString *game = [[GameString alloc] initWithString:@"12"];
   CHECK([game answer] == 42 && [@"12" isEqual:game] && [[GameString stringWithUTF8String:"1"] answer] == 41);
 }
@@ -114,9 +137,12 @@ GUEST_TEST(components_are_what_lies_between_separators) {
   } cases[] = {
       {"a,,b,", ",", {"a", "", "b", ""}},
       {"", ",", {""}},
+      {",", ",", {"", ""}},
+      {"no separator", ",", {"no separator"}},
       {"a, b, c", ", ", {"a", "b", "c"}},
       {"aaaaa", "aa", {"", "", "a"}},
       {"whole", "", {"whole"}},
+      {"short", "longer than that", {"short"}},
       {"é\xff\xffü", "\xff", {"é", "", "ü"}},
   };
   for (const auto &c : cases) {
@@ -140,7 +166,7 @@ GUEST_TEST(formats_take_every_argument) {
   CHECK(is_text([NSString stringWithFormat:@"%@ ボ %@", nil, @"é"], "(null) ボ é"));
   CHECK([[NSMutableString stringWithFormat:@"x"] class] == [NSMutableString class]);
   CHECK(is_text([NSString stringWithFormat:nil], "") && is_text([NSString stringWithFormat:@""], ""));
-  for (const uint64 length : (const uint64[]){2047, 2048, 5000}) {
+  for (const uint64 length : (const uint64[]){2046, 2047, 2048, 5000}) {
     static char long_text[5001];
     for (uint64 i = 0; i < length; ++i) long_text[i] = 'a' + i % 23;
     long_text[length] = 0;
@@ -161,10 +187,15 @@ GUEST_TEST(numbers_hold_an_integer_and_a_double) {
     const char *text;
   } cases[] = {
       {@42, 42, 42, "42"},
+      {@-1, -1, -1, "-1"},
+      {@2.5, 2, 2.5, "2.5"},
+      {@-2.75, -2, -2.75, "-2.75"},
       {@0.1, 0, 0.1, "0.10000000000000001"},
+      {@1e20, -9223372036854775807 - 1, 1e20, "1e+20"},
       {@(-1e300), -9223372036854775807 - 1, -1e300, "-1.0000000000000001e+300"},
       {@(__builtin_inf()), -9223372036854775807 - 1, __builtin_inf(), "inf"},
       {@YES, 1, 1, "1"},
+      {@NO, 0, 0, "0"},
       {@9223372036854775807ll, 9223372036854775807, 0x1p63, "9223372036854775807"},
       {[NSNumber numberWithInteger:-5000000000], -5000000000, -5e9, "-5000000000"},
       {[NSNumber numberWithUnsignedInteger:5000000000], 5000000000, 5e9, "5000000000"},
@@ -192,6 +223,7 @@ GUEST_TEST(arrays_keep_their_order) {
   [array removeObject:@"3"];
   [array removeObject:nil];
   CHECK([array count] == 90 && ![array containsObject:@3] && [array[3] intValue] == 4 && [array[89] intValue] == 9);
+  CHECK(is_text([array description], "<NSMutableArray count=90>"));
   [array removeAllObjects];
   CHECK([array count] == 0 && ![array containsObject:@1]);
 
@@ -199,6 +231,7 @@ GUEST_TEST(arrays_keep_their_order) {
   CHECK([list count] == 8 && is_text(list[6], "g") && [list[7] intValue] == 8);
   CHECK([[[NSArray alloc] initWithObjects:nil] count] == 0 && [[NSArray array] count] == 0);
   CHECK([[NSArray arrayWithObject:nil] count] == 1 && [[NSArray arrayWithObject:nil] containsObject:nil]);
+  CHECK([[[NSArray alloc] init] count] == 0);
 }
 
 GUEST_TEST(a_set_holds_equal_objects_once) {
@@ -268,16 +301,24 @@ GUEST_TEST(loops_see_every_element_and_count_changes) {
   CHECK([array countByEnumeratingWithState:&state objects:nullptr count:0] == 0);
   state = {};
   [dictionary countByEnumeratingWithState:&state objects:nullptr count:0];
-  const auto count_of = [&](void (*change)(NSMutableDictionary *)) {
-    const uint64 before = *state.mutationsPtr;
-    change(dictionary);
-    return *state.mutationsPtr - before;
+  struct Change {
+    void (*make)(NSMutableDictionary *);
+    bool counts;
   };
-  CHECK(count_of([](NSMutableDictionary *d) { d[@"x"] = @11; }) == 1);
-  CHECK(count_of([](NSMutableDictionary *d) { d[@"z"] = @30; }) == 1);
-  CHECK(count_of([](NSMutableDictionary *d) { [d removeObjectForKey:@"z"]; }) == 1);
-  CHECK(count_of([](NSMutableDictionary *d) { [d removeObjectForKey:@"absent"]; }) == 0);
-  CHECK(count_of([](NSMutableDictionary *d) { [d removeAllObjects]; }) == 1);
+  static constexpr Change changes[] = {
+      {[](NSMutableDictionary *d) { d[@"x"] = @11; }, true},
+      {[](NSMutableDictionary *d) { d[@"z"] = @30; }, true},
+      {[](NSMutableDictionary *d) { [d removeObjectForKey:@"z"]; }, true},
+      {[](NSMutableDictionary *d) { [d removeObjectForKey:@"absent"]; }, false},
+      {[](NSMutableDictionary *d) { [d setValue:nil forKey:@"absent"]; }, false},
+      {[](NSMutableDictionary *d) { CHECK(d[@"x"] != nil && [d allKeys] != nil); }, false},
+      {[](NSMutableDictionary *d) { [d removeAllObjects]; }, true},
+  };
+  for (const Change &change : changes) {
+    const uint64 before = *state.mutationsPtr;
+    change.make(dictionary);
+    CHECK(*state.mutationsPtr == before + change.counts);
+  }
 }
 
 // ---- How a game ends ------------------------------------------------------------------------------------------------

@@ -29,8 +29,12 @@ void send_for_vector(Vector *, id, SEL) asm("_objc_msgSend_stret");
 }
 @property(nonatomic, strong) id tag;
 @property(nonatomic) float weight;
-+ (long)made; - (instancetype)initWithSides:(long)sides; - (long)sides;
-- (Vector)scaled:(double)by plus:(Vector)offset; - (Pair)pair; - (float)half;
++ (long)made;
+- (instancetype)initWithSides:(long)sides;
+- (long)sides;
+- (Vector)scaled:(double)by plus:(Vector)offset;
+- (Pair)pair;
+- (float)half;
 - (long)sum:(long)a and:(long)b and:(long)c and:(long)d and:(long)e and:(long)f;
 - (double)total:(int)count, ...;
 @end
@@ -50,12 +54,17 @@ void send_for_vector(Vector *, id, SEL) asm("_objc_msgSend_stret");
 
 // In objc_relative_class.S.
 @interface Relative : NSObject
-- (long)seven; - (long)first; + (long)eight;
+- (long)seven;
+- (long)first;
++ (long)eight;
 @end
 
 @interface NSObject (NeverImplemented)
-- (long)nobodyDoesThis; - (double)nobodyDoesThisDouble; - (Vector)nobodyDoesThisVector;
-- (Integers)nobodyDoesThisPair; + (long)nobodyDoesThisEither;
+- (long)nobodyDoesThis;
+- (double)nobodyDoesThisDouble;
+- (Vector)nobodyDoesThisVector;
+- (Integers)nobodyDoesThisPair;
++ (long)nobodyDoesThisEither;
 @end
 
 static long shapes_made = 0;
@@ -169,23 +178,24 @@ GUEST_TEST(classes_know_what_they_are) {
 
 GUEST_TEST(ownership_means_nothing_but_values_stay) {
   Shape *shape = [[Shape alloc] initWithSides:5];
-  __weak Shape *weak = shape;
+  __weak Shape *weak = nil;
+  weak = shape;
   void *token = objc_autoreleasePoolPush();
-  CHECK(token != nullptr);
+  CHECK(token != nullptr && token == objc_autoreleasePoolPush());
   objc_autoreleasePoolPop(token);
   @autoreleasepool {
     shape.tag = [Square new];
     shape.weight = 0.25f;
   }
-  CHECK([shape.tag sides] == 104 && shape.weight == 0.25f && [weak sides] == 5);
+  CHECK([shape.tag sides] == 104 && shape.weight == 0.25f);
+  shape.tag = nil;
+  CHECK(shape.tag == nil && [weak sides] == 5);
   void *(*const ways[])(void *) = {objc_autorelease, objc_autoreleaseReturnValue, objc_retainAutorelease,
                                    objc_retainAutoreleaseReturnValue};
-  for (const auto give_back : ways) CHECK(give_back((__bridge void *)shape) == (__bridge void *)shape);
+  for (const auto give_back : ways) {
+    CHECK(give_back((__bridge void *)shape) == (__bridge void *)shape && give_back(nullptr) == nullptr);
+  }
 }
-
-static long call_block(__attribute__((noescape)) long (^block)(long), long argument) { return block(argument); }
-
-extern "C" void *objc_storeWeak(void **, void *);
 
 // Every class of the library as its two symbols show it.
 struct ClassObject {
@@ -199,8 +209,6 @@ CLASS(NSObject, , )
 #undef CLASS
 
 GUEST_TEST(the_librarys_classes_have_their_metaclasses) {
-  void *weak = nullptr;
-  CHECK(objc_storeWeak(&weak, &class_NSObject) == &class_NSObject && weak == &class_NSObject);
   CHECK(class_NSObject.isa == &metaclass_NSObject && class_NSObject.superclass == nullptr);
   CHECK(metaclass_NSObject.isa == &metaclass_NSObject && metaclass_NSObject.superclass == &class_NSObject);
 #define CLASS(name, super, size)                                                          \
@@ -209,6 +217,8 @@ GUEST_TEST(the_librarys_classes_have_their_metaclasses) {
 #include "objc/class_list.def"
 #undef CLASS
 }
+
+static long call_block(__attribute__((noescape)) long (^block)(long), long argument) { return block(argument); }
 
 GUEST_TEST(blocks_keep_what_they_caught) {
   Shape *shape = [[Shape alloc] initWithSides:7];
@@ -219,10 +229,18 @@ GUEST_TEST(blocks_keep_what_they_caught) {
 
 // ---- Selectors of many addresses, from many threads -----------------------------------------------------------------
 
-#define NUMBERED(number) \
-  @interface Numbered##number : Shape @end \
-  @implementation Numbered##number -(long)sides { return number; } @end
-NUMBERED(1) NUMBERED(2) NUMBERED(3) NUMBERED(4)
+#define NUMBERED(number)                \
+  @interface Numbered##number : Shape   \
+  @end                                  \
+  @implementation Numbered##number      \
+  -(long)sides {                        \
+    return number;                      \
+  }                                     \
+  @end
+NUMBERED(1)
+NUMBERED(2)
+NUMBERED(3)
+NUMBERED(4)
 
 // Texts of "sides" and of "unknown" at 4,096 addresses, which share slots of the method cache with each other.
 GUEST_TEST(eight_threads_never_meet_another_method) {

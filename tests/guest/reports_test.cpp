@@ -65,7 +65,9 @@ HOST_PROGRAM(report_probe) {
       "vlm_wrap_method_callback")(call_game<void*>("call_method"), reinterpret_cast<void*>(&method_callback));
   library_function<void (*)(const char*, void*)>("il2cpp_add_internal_call")("Game.Outer::Call",
                                                                              reinterpret_cast<void*>(&internal_call));
-  leave(call_game<std::int64_t>(argv[2]) == 0 ? 0 : 2);
+  const int result = call_game<std::int64_t>(argv[2]) == 0 ? 0 : 2;
+  Sleep(1000);  // the trace is written by a thread of its own
+  leave(result);
 }
 
 TEST_CASE("a report names the callers, in order, none missing") {
