@@ -146,7 +146,10 @@ void WindowsPath::use_extended_form(const wchar_t* given, std::size_t length) {
   for (wstring_view name; !(name = take_name(rest)).empty();) {
     if (name == L".") continue;
     if (name == L"..") {
-      while (end != root_end && *--end != L'\\') continue;
+      while (end != root_end) {
+        --end;
+        if (*end == L'\\') break;
+      }
       continue;
     }
     *end++ = L'\\';
