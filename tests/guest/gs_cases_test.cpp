@@ -62,7 +62,7 @@ std::byte* game_storage(bool expansion) {
     MEMORY_BASIC_INFORMATION memory;
     if (words == nullptr || VirtualQuery(words, &memory, sizeof memory) == 0 || memory.State != MEM_COMMIT) continue;
     std::uint32_t thread_id;
-    std::memcpy(&thread_id, words - 40, sizeof thread_id);  // ThreadRecord: 48 bytes, the id at 8
+    std::memcpy(&thread_id, words - 32, sizeof thread_id);  // ThreadRecord: 48 bytes, the id at 16
     if (thread_id == GetCurrentThreadId()) return words;
   }
   return nullptr;
