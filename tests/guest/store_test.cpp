@@ -31,5 +31,4 @@ TEST_CASE("a store that is killed at any moment has kept all that it told") {
   // The kills hit what they were aimed at.
   MESSAGE(kept << " records, " << torn << " torn, " << unfinished << " files not finished");
   CHECK_GT(torn, 0);
-  CHECK_GT(torn + unfinished, 0);
 }
