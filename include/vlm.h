@@ -110,6 +110,16 @@ VLM_API void* vlm_native_symbol(const char* name);
 /** 1 when the address lies inside the loaded game image, else 0; the pages and stubs behind the image do not. */
 VLM_API int32_t vlm_is_mac_address(const void* address);
 
+/**
+ * What the library has noted for itself since the process began and never frees, for watching a long play: calls that
+ * an exception has passed, methods that a message has found, functions that were wrapped, methods that were called
+ * across the conventions, places for threads. Each is bounded by something of the game.
+ */
+typedef struct {
+  uint32_t frames, methods, callbacks, calls, threads;
+} vlm_record_counts;
+VLM_API void vlm_count_records(vlm_record_counts* counts);
+
 /*
  * Mods
  */

@@ -29,25 +29,48 @@ add_test(NAME unit COMMAND unit_tests)
 set_tests_properties(unit PROPERTIES TIMEOUT 300)
 
 # ---- Guest tests -----------------------------------------------------------------------------------------------------
-# One host program runs them. Its list of cases is made here, so that it can also run them all by itself.
-file(GLOB host_sources CONFIGURE_DEPENDS tests/guest/*_test.cpp)
+# One host program runs them. Its list of cases is made here: as the archive's check it runs them all by itself.
+file(GLOB host_sources CONFIGURE_DEPENDS tests/guest/*_test.cpp tools/check/*.cpp)
 add_windows_test_program(host tests/guest/host.cpp tests/guest/driver.cpp tests/guest/damage_start.cpp ${host_sources}
-  tests/support/damage.cpp tests/support/game_process.cpp tests/support/machine.S)
+  tests/support/damage.cpp tests/support/game_process.cpp tests/support/machine.S tools/shared/console.cpp)
+target_include_directories(host PRIVATE tools)
 target_link_libraries(host PRIVATE vlm psapi)
 
-# host_case(name [FOLDER folder] [PROGRAM program] [words...]): the test guest.<name>.
-#   FOLDER   where the library lies, below the host program's folder; that folder when there is none
-#   PROGRAM  of the host program's; <name> when there is none
-#   words    for the program; an image is a path below the host program's folder
-function(host_case name)
-  cmake_parse_arguments(C "" "FOLDER;PROGRAM" "" ${ARGN})
+# in_check(files...): what the archive's check needs, where it lies in this build.
+function(in_check)
+  foreach(file ${ARGN})
+    get_filename_component(folder ${file} DIRECTORY)
+    file(RELATIVE_PATH folder ${CMAKE_BINARY_DIR} ${folder})
+    install(FILES ${file} DESTINATION ./${folder} COMPONENT check)
+  endforeach()
+endfunction()
+install(PROGRAMS ${CMAKE_BINARY_DIR}/host.exe DESTINATION . RENAME check.exe COMPONENT check)
+in_check(${CMAKE_BINARY_DIR}/GameAssembly.dll)
+
+# check_case(name [FOLDER folder] [EXECUTABLE program] [ENVIRONMENT variables...] [LEFT_OUT why] [PROGRAM program]
+#            [words...]): a case of the host program's list.
+#   FOLDER      where the library lies, below the host program's folder; that folder when there is none
+#   EXECUTABLE  another program than the host program, below its folder
+#   LEFT_OUT    why nobody but the build can run it
+#   PROGRAM     of the host program's; <name> when there is none
+#   words       for the program; an image is a path below the host program's folder
+function(check_case name)
+  cmake_parse_arguments(C "" "FOLDER;EXECUTABLE;LEFT_OUT;PROGRAM" "ENVIRONMENT" ${ARGN})
   if(NOT C_PROGRAM)
     set(C_PROGRAM ${name})
   endif()
   list(JOIN C_UNPARSED_ARGUMENTS "\", \"" words)
+  list(JOIN C_ENVIRONMENT " " environment)
   set_property(GLOBAL APPEND_STRING PROPERTY HOST_CASES
-    "    {\"${name}\", \"${C_FOLDER}\", {\"${C_PROGRAM}\", \"${words}\"}},\n")
+    "    {{\"${name}\", \"${C_EXECUTABLE}\", \"${C_FOLDER}\", \"${environment}\", \"${C_LEFT_OUT}\"}, {\"${C_PROGRAM}\", \"${words}\"}},\n")
+endfunction()
+
+# host_case(name ...): the same, and the test guest.<name> that runs it.
+function(host_case name)
+  cmake_parse_arguments(C "" "" "ENVIRONMENT" ${ARGN})
+  check_case(${name} ${ARGN})
   game_test(guest.${name} host ${name})
+  set_tests_properties(guest.${name} PROPERTIES ENVIRONMENT "${C_ENVIRONMENT}")
 endfunction()
 
 # checked_case(name): the same in the checked library.
@@ -67,7 +90,9 @@ function(guest_image name)
   add_guest(${name}_guest SOURCES ${sources} ${G_SOURCES} ${libcxx} OUTPUT ${G_OUTPUT}
     FLAGS -I${CMAKE_SOURCE_DIR}/tests/guest -I${CMAKE_SOURCE_DIR}/tests
           -Wno-unused-command-line-argument -Wno-infinite-recursion)
-  set_property(GLOBAL APPEND PROPERTY TEST_IMAGES $<TARGET_PROPERTY:${name}_guest,GUEST_IMAGE>)
+  get_target_property(image ${name}_guest GUEST_IMAGE)
+  set_property(GLOBAL APPEND PROPERTY TEST_IMAGES ${image})
+  in_check(${image})
 endfunction()
 
 # guest_test(name [LIBCXX] [NOT_CHECKED] [HOST] [SOURCES more...]): an image and the test of it, in both libraries.
@@ -84,13 +109,6 @@ function(guest_test name)
   if(NOT G_NOT_CHECKED)
     checked_case(${name})
   endif()
-endfunction()
-
-# patched_guest(name [SOURCES ...]): an image in a folder of its own beside the library that is fitted to it.
-function(patched_guest name)
-  guest_image(${name} OUTPUT ${CMAKE_BINARY_DIR}/${name}/GameAssembly.dylib ${ARGN})
-  fit_library(${CMAKE_BINARY_DIR}/${name} ${name}_guest)
-  add_custom_target(${name} ALL DEPENDS ${CMAKE_BINARY_DIR}/${name}/GameAssembly.dll)
 endfunction()
 
 guest_test(c_library)
@@ -115,6 +133,8 @@ add_guest(differ_guest SOURCES tests/guest/differ.cpp FLAGS -isystem ${CMAKE_SOU
 set_property(GLOBAL APPEND PROPERTY TEST_IMAGES $<TARGET_PROPERTY:differ_guest,GUEST_IMAGE>)
 game_test(guest.differ bash -o pipefail -c "$0 $1 $2 print_answers | $3" ${CMAKE_SOURCE_DIR}/cmake/wine-run
   $<TARGET_FILE:host> $<TARGET_PROPERTY:differ_guest,GUEST_IMAGE> ${VLM_NATIVE_DIR}/differ)
+check_case(differ LEFT_OUT "its answers are compared with those of another system")
+check_case(checked LEFT_OUT "a second build of the library, with traps for undefined behaviour")
 
 guest_image(echo)
 host_case(forwarders guests/echo_guest.dylib)
@@ -132,6 +152,7 @@ function(damage_test name library)
   add_test(NAME ${name} COMMAND host damage ${library} guests/uncaught_guest.dylib ${ARGN})
 endfunction()
 damage_test(guest.damage GameAssembly.dll 0 120)
+check_case(damage GameAssembly.dll guests/uncaught_guest.dylib 0 120)
 damage_test(checked.damage checked/GameAssembly.dll 200 80)
 add_test(NAME long.damage CONFIGURATIONS long COMMAND host damage GameAssembly.dll guests/uncaught_guest.dylib 0 10000)
 set_tests_properties(long.damage PROPERTIES TIMEOUT 3600)
@@ -143,8 +164,7 @@ guest_image(reports)
 host_case(reports)
 # Every import traced: registers, results, exceptions and jumps are as without.
 foreach(guest exceptions c_memory objc)
-  game_test(traced.${guest} host ${guest})
-  set_tests_properties(traced.${guest} PROPERTIES ENVIRONMENT VLM_TRACE=all)
+  host_case(traced_${guest} ENVIRONMENT VLM_TRACE=all PROGRAM guest guests/${guest}_guest.dylib)
 endforeach()
 guest_image(store)
 host_case(store)
@@ -169,11 +189,12 @@ add_custom_command(OUTPUT ${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll
   COMMAND ${CMAKE_COMMAND} -E copy $<TARGET_FILE:GameAssembly> ${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll
   DEPENDS GameAssembly VERBATIM)
 add_custom_target(controllers ALL DEPENDS ${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll)
-host_case(controllers FOLDER controllers PROGRAM guest guests/controllers_guest.dylib)
-host_case(no_keyboard FOLDER controllers PROGRAM guest guests/controllers_guest.dylib keyboard_is_absent)
+in_check(${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll ${CMAKE_BINARY_DIR}/controllers/xinput1_4.dll)
 # Wine has an XInput of its own, which it would load first.
-set_tests_properties(guest.controllers PROPERTIES ENVIRONMENT "WINEDLLOVERRIDES=xinput1_4=n;VLM_KEYBOARD=1")
-set_tests_properties(guest.no_keyboard PROPERTIES ENVIRONMENT WINEDLLOVERRIDES=xinput1_4=n)
+host_case(controllers FOLDER controllers ENVIRONMENT WINEDLLOVERRIDES=xinput1_4=n VLM_KEYBOARD=1
+  PROGRAM guest guests/controllers_guest.dylib)
+host_case(no_keyboard FOLDER controllers ENVIRONMENT WINEDLLOVERRIDES=xinput1_4=n
+  PROGRAM guest guests/controllers_guest.dylib keyboard_is_absent)
 
 # Some thousand functions around gs accesses, and switches in every form that clang gives them, patched, against the
 # same functions with plain memory: in an image whose jump tables the linker names, and in one where it does not.
@@ -207,13 +228,16 @@ foreach(kind named unnamed)
     FLAGS -Wno-unused-command-line-argument LINK_FLAGS ${link_flags} OUTPUT ${folder}/GameAssembly.dylib)
   fit_library(${folder} gs_cases_${kind}_guest)
   add_custom_target(gs_cases_${kind} ALL DEPENDS ${folder}/GameAssembly.dll)
-  set_property(GLOBAL APPEND PROPERTY TEST_IMAGES $<TARGET_PROPERTY:gs_cases_${kind}_guest,GUEST_IMAGE>)
+  in_check(${folder}/GameAssembly.dll ${folder}/GameAssembly.dylib)
+  set_property(GLOBAL APPEND PROPERTY TEST_IMAGES ${folder}/GameAssembly.dylib)
   add_test(NAME native.tessera_check_${kind} COMMAND ${VLM_NATIVE_DIR}/tessera ${folder}/GameAssembly.dylib
     --library ${folder}/GameAssembly.dll --check)
 endforeach()
 host_case(gs_cases FOLDER gs_cases/unnamed)
 host_case(gs_cases_expansion FOLDER gs_cases/named PROGRAM gs_cases expansion)
 
+check_case(unit FOLDER unit EXECUTABLE unit/unit_tests.exe)
+in_check(${CMAKE_BINARY_DIR}/unit/unit_tests.exe)
 get_property(host_cases GLOBAL PROPERTY HOST_CASES)
 file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/include/host_cases.inc CONTENT "${host_cases}" @ONLY)
 

@@ -15,6 +15,7 @@
 #include "support/hash.h"
 #include "support/locks.h"
 #include "support/pages.h"
+#include "support/record_counts.h"
 #include "vlm.h"
 
 namespace vlm {
@@ -63,6 +64,7 @@ constinit PairIndex<&CallbackPair::target> pairs_by_target;
 constinit PairIndex<&CallbackPair::stub> pairs_by_stub;
 
 void remember(void* target, void* stub) {
+  ++record_counts.callbacks;
   const std::lock_guard guard(registry_lock);
   if (registry_count == max_callbacks) return;
   registry[registry_count] = {target, stub};

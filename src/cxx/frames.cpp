@@ -9,6 +9,7 @@
 #include "diag/log.h"
 #include "macho/image.h"
 #include "macho/queries.h"
+#include "support/record_counts.h"
 
 namespace vlm {
 
@@ -87,6 +88,7 @@ const Frame* decode(const MachImage& image, const UnwindSection& section, std::u
                                   .encoding = entry.encoding,
                                   .clauses = {}};
   if (pad) std::ranges::copy(pad->clauses, frame->clauses);
+  ++record_counts.frames;
 
   std::atomic<const Frame*>& list = frame_list(return_address);
   frame->next = list.load(std::memory_order_relaxed);

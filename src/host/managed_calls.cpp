@@ -9,6 +9,7 @@
 #include "abi/stubs.h"
 #include "diag/log.h"
 #include "support/locks.h"
+#include "support/record_counts.h"
 #include "tls/x87.h"
 
 namespace vlm {
@@ -41,6 +42,7 @@ const CallPlan& resolve(IcallRecord& record) {
     record.result = found.result;
     record.state = 1;
     plan_calls(record);
+    ++record_counts.calls;
   }
   return *record.plan.load(std::memory_order_acquire);
 }

@@ -17,6 +17,7 @@
 #include "objc/categories.h"
 #include "objc/shims.h"
 #include "support/locks.h"
+#include "support/record_counts.h"
 
 extern "C" constinit std::atomic<const vlm::CachedMethod*> objc_method_cache[METHOD_CACHE_SLOTS] = {};
 
@@ -40,6 +41,7 @@ const CachedMethod* add_to_chain(std::size_t slot, const ObjcClass* class_, Sele
   if (const CachedMethod* const other = find_in_chain(slot, class_, selector)) return other;  // another thread's
   auto* const method = static_cast<CachedMethod*>(std::malloc(sizeof(CachedMethod)));
   if (method == nullptr) fatal_error("no memory for the method cache");
+  ++record_counts.methods;
   *method = {class_, selector, code, chains[slot].load(std::memory_order_relaxed)};
   chains[slot].store(method, std::memory_order_release);
   return method;

@@ -8,6 +8,7 @@
 
 #include "support/handles.h"
 #include "support/procedures.h"
+#include "support/record_counts.h"
 #include "tls/game_tls.h"
 
 namespace vlm {
@@ -69,6 +70,7 @@ ThreadRecord* free_place_locked() {
   if (places_given < max_threads) {
     record = &records[places_given];
     record->port = first_thread_port + places_given++;
+    ++record_counts.threads;
     return record;
   }
   record = take_retired_locked();

@@ -1,9 +1,9 @@
 // Runs game code in the real library.
 //
-//   host                            every case of the list, each in a process of its own
-//   host [--in FOLDER] CASE         one of them, in this process
-//   host [--in FOLDER] PROGRAM ...  a program with other words, as cases start it
-//   host [--in FOLDER] IMAGE ...    the program "guest" with this image
+//   host [--report FILE] [--check CASE ...]   a check: cases of the list, each in a process of its own, and a report
+//   host [--in FOLDER] CASE                   one case, in this process
+//   host [--in FOLDER] PROGRAM ...            a program with other words, as cases start it
+//   host [--in FOLDER] IMAGE ...              the program "guest" with this image
 //
 // FOLDER is where the library lies. Paths count from this program's folder.
 #define DOCTEST_CONFIG_NO_MULTITHREADING
@@ -11,10 +11,13 @@
 #include <doctest/doctest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <span>
+#include <string>
 #include <vector>
 
+#include "check/check.h"
+#include "shared/console.h"
+#include "shared/exit_status.h"
 #include "support/game.h"
 #include "support/game_process.h"
 #include "support/host_program.h"
@@ -24,32 +27,31 @@ using namespace vlm::test;
 
 namespace {
 
-constexpr struct HostCase {
-  const char* name;
-  const char* folder;
-  const char* words[4];  // a program and its arguments
-} cases[] = {
+struct HostCase {
+  check::Case check;
+  const char* words[5];  // a program of this one and its arguments
+};
+constexpr HostCase cases[] = {
 #include "host_cases.inc"
 };
+constexpr const char* benchmarks[] = {
+#include "host_benchmarks.inc"
+};
 
-constexpr DWORD time_limit_ms = 300'000;
-
-std::string in_program_folder(const std::string& path) {
-  return (std::filesystem::path(program_folder()) / path).make_preferred().string();
-}
+constexpr char usage[] =
+    "usage: check [--report FILE] [--check CASE ...]\n"
+    "\n"
+    "Runs game code in the library on this machine and writes what came of it into a report, check_report.txt beside\n"
+    "this program if no other file is named: send that. It takes some minutes, in which windows come and go.\n";
 
 /// The library lies there, and what it loads from beside it.
-void use_folder(const char* folder) {
-  if (*folder == '\0') return;
-  const std::string path = in_program_folder(folder) + "\\";
-  library_path = path + "GameAssembly.dll";
-  SetDllDirectoryA(path.c_str());
+void use_folder(const std::string& folder) {
+  if (folder.empty()) return;
+  library_path = folder + "/GameAssembly.dll";
+  SetDllDirectoryW(tools::path_of(folder).make_preferred().c_str());
 }
 
 int run(std::vector<std::string> words) {
-  for (std::string& word : words) {
-    if (word.ends_with(".dylib")) word = in_program_folder(word);
-  }
   if (words[0].ends_with(".dylib")) words.insert(words.begin(), "guest");
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
@@ -60,23 +62,27 @@ int run(std::vector<std::string> words) {
   std::printf("there is no %s; programs:", words[0].c_str());
   for (const auto* each = HostProgram::first; each != nullptr; each = each->next) std::printf(" %s", each->name);
   std::puts("");
-  return 1;
+  return tools::EXIT_STATUS_USAGE;
 }
 
-int run_all() {
-  int failures = 0;
-  for (const HostCase& each : cases) {
-    const std::string name = each.name;
-    const UniqueHandle process =
-        start_process(L"\"" + program_path() + L"\" " + std::wstring(name.begin(), name.end()));
-    DWORD code = ~0u;
-    if (WaitForSingleObject(process.get(), time_limit_ms) == WAIT_OBJECT_0) GetExitCodeProcess(process.get(), &code);
-    if (code != 0) TerminateProcess(process.get(), code);
-    std::printf("%-20s %s\n", each.name, code == 0 ? "passed" : "FAILED");
-    std::fflush(stdout);
-    failures += code != 0;
+/// What people start.
+int check_machine(std::span<const std::string> words) {
+  check::Options options;
+  while (words.size() >= 2 && words[0] == "--report") {
+    options.report = words[1].c_str();
+    words = words.subspan(2);
   }
-  return failures;
+  if (words.size() >= 2 && words[0] == "--check") {
+    options.names.assign(words.begin() + 1, words.end());
+  } else if (!words.empty()) {
+    std::fputs(usage, words[0] == "--help" ? stdout : stderr);
+    return words[0] == "--help" ? tools::EXIT_STATUS_DONE : tools::EXIT_STATUS_USAGE;
+  }
+  std::vector<check::Case> checks;
+  for (const HostCase& each : cases) checks.push_back(each.check);
+  const int status = check::run_check(checks, benchmarks, options);
+  tools::wait_before_the_window_closes();
+  return status;
 }
 
 }  // namespace
@@ -89,15 +95,16 @@ int vlm::test::run_suite(const char* suite) {
 }
 
 int main(int argc, char** argv) {
-  std::vector<std::string> words(argv + 1, argv + argc);
-  if (words.size() >= 2 && words[0] == "--in") {
-    use_folder(words[1].c_str());
+  std::vector<std::string> words = tools::program_arguments(argc, argv);
+  if (words.empty() || (words[0].starts_with("--") && words[0] != "--in")) return check_machine(words);
+  SetCurrentDirectoryW(program_folder().c_str());
+  if (words.size() >= 3 && words[0] == "--in") {
+    use_folder(words[1]);
     words.erase(words.begin(), words.begin() + 2);
   }
-  if (words.empty()) return run_all();
-  const auto* const found = std::ranges::find(cases, words[0], &HostCase::name);
+  const auto* const found = std::ranges::find(cases, words[0], [](const HostCase& each) { return each.check.name; });
   if (words.size() > 1 || found == std::end(cases)) return run(std::move(words));
-  if (library_path == default_library) use_folder(found->folder);
+  if (library_path == default_library) use_folder(found->check.folder);
   words.clear();
   for (const char* word : found->words) {
     if (word != nullptr && *word != '\0') words.emplace_back(word);

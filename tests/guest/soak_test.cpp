@@ -22,12 +22,13 @@ namespace {
 
 constexpr std::int64_t byte_slack = 3 << 20;
 constexpr std::int64_t handle_slack = 72;  // 64 threads that have ended are remembered, each with its handle
+constexpr std::int64_t record_slack = 64;  // places of those threads
 constexpr std::size_t least_samples = 6;   // on a busy machine it takes longer
 
 int failures = 0;
 ULONGLONG begin, length_ms;
 struct Sample {
-  std::int64_t bytes, handles;
+  std::int64_t bytes, handles, records;
 };
 std::vector<Sample> samples;
 
@@ -49,12 +50,15 @@ bool go_on(std::int64_t ended_threads) {
   const ULONGLONG passed = GetTickCount64() - begin;
   PROCESS_MEMORY_COUNTERS counters{};
   GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
-  const Sample sample = {static_cast<std::int64_t>(counters.PagefileUsage), count_open_handles()};
+  vlm_record_counts records{};
+  library_function<decltype(&vlm_count_records)>("vlm_count_records")(&records);
+  const Sample sample = {static_cast<std::int64_t>(counters.PagefileUsage), count_open_handles(),
+                         records.frames + records.methods + records.callbacks + records.calls + records.threads};
   if (passed > length_ms / 4) samples.push_back(sample);
   if (calls++ % 30 == 0) {
-    std::printf("%llu s: %zu KiB private, %lld threads ended, %lld handles\n", passed / 1000,
+    std::printf("%llu s: %zu KiB private, %lld threads ended, %lld handles, %lld records\n", passed / 1000,
                 static_cast<std::size_t>(counters.PagefileUsage / 1024), static_cast<long long>(ended_threads),
-                static_cast<long long>(sample.handles));
+                static_cast<long long>(sample.handles), static_cast<long long>(sample.records));
     std::fflush(stdout);
   }
   return passed < length_ms || samples.size() < least_samples;
@@ -88,10 +92,12 @@ HOST_PROGRAM(soak) {
   if (steps == 0) {
     ++failures;
   } else {
-    const std::int64_t bytes = growth_of(&Sample::bytes), handles = growth_of(&Sample::handles);
-    std::printf("%lld steps; growth after the warm-up: %lld KiB, %lld handles\n", static_cast<long long>(steps),
-                static_cast<long long>(bytes / 1024), static_cast<long long>(handles));
-    if (bytes > byte_slack || handles > handle_slack) ++failures;
+    const std::int64_t bytes = growth_of(&Sample::bytes), handles = growth_of(&Sample::handles),
+                       records = growth_of(&Sample::records);
+    std::printf("%lld steps; growth after the warm-up: %lld KiB, %lld handles, %lld records\n",
+                static_cast<long long>(steps), static_cast<long long>(bytes / 1024), static_cast<long long>(handles),
+                static_cast<long long>(records));
+    if (bytes > byte_slack || handles > handle_slack || records > record_slack) ++failures;
   }
   std::printf("%d failures\n", failures);
   leave(failures == 0 ? 0 : 1);

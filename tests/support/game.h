@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "support/leave.h"
 #include "vlm.h"
@@ -26,9 +28,13 @@ Function library_function(const char* name) {
 }
 
 /// Loads the library, for this image or for the one beside it. The first call of an il2cpp_ function starts the game.
+/// Paths are UTF-8.
 inline void load_library(const char* image = nullptr) {
-  if (image != nullptr) SetEnvironmentVariableA("VLM_GAMEASSEMBLY", image);
-  library = LoadLibraryA(library_path.c_str());
+  const auto wide = [](std::string_view path) {
+    return std::filesystem::path(std::u8string(path.begin(), path.end())).make_preferred().wstring();
+  };
+  if (image != nullptr) SetEnvironmentVariableW(L"VLM_GAMEASSEMBLY", wide(image).c_str());
+  library = LoadLibraryW(wide(library_path).c_str());
   if (library == nullptr)
     std::printf("cannot load %s: error %lu\n", library_path.c_str(), GetLastError()), std::exit(1);
 }

@@ -1,0 +1,13 @@
+// What the library notes for itself and never frees, counted as it is made.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace vlm {
+
+inline constinit struct {
+  std::atomic<std::uint32_t> frames, methods, callbacks, calls, threads;
+} record_counts{};
+
+}  // namespace vlm
