@@ -1,7 +1,7 @@
 #include "support/record_counts.h"
 #include "vlm.h"
 
-extern "C" VLM_API void vlm_count_records(vlm_record_counts* counts) {
+VLM_API void vlm_count_records(vlm_record_counts* counts) {
   const auto& made = vlm::record_counts;
   *counts = {made.frames, made.methods, made.callbacks, made.calls, made.threads};
 }
