@@ -6,8 +6,9 @@
 
 namespace vlm {
 
-inline constinit struct {
+struct RecordCounts {
   std::atomic<std::uint32_t> frames, methods, callbacks, calls, threads;
-} record_counts{};
+};
+inline constinit RecordCounts record_counts{};
 
 }  // namespace vlm
