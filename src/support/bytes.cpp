@@ -23,9 +23,13 @@ bool has_avx2() { return __builtin_cpu_supports("avx2"); }
 // registers. So a word is never in a vector register alone: where the places overlap, stores come in the order of the
 // move, each a single instruction, and nothing is overwritten before it has been stored where it goes to.
 
-/// So many bytes in a vector register.
+/// So many bytes in a vector register, and in memory at any address.
 template <std::size_t Bytes>
 using Vector = unsigned char __attribute__((vector_size(Bytes)));
+template <std::size_t Bytes>
+struct [[gnu::packed]] VectorAnywhere {
+  Vector<Bytes> value;
+};
 
 /// Whether the first bytes go first, or the last ones: those that are overwritten first.
 enum class Order { up, down };
@@ -49,8 +53,8 @@ struct Group {
 #pragma clang loop unroll(full)
     for (std::size_t i = 0; i < Count; ++i) {
       const std::size_t part = order == Order::up ? i : Count - 1 - i;
-      std::memcpy(to + part * Bytes, &parts[part], Bytes);
-      asm volatile("" ::: "memory");  // the compiler keeps the order
+      // Volatile: the compiler keeps the order.
+      reinterpret_cast<volatile VectorAnywhere<Bytes>*>(to + part * Bytes)->value = parts[part];
     }
   }
 
@@ -121,6 +125,8 @@ template <Order order, std::size_t Bytes>
     copy_ends<order, Group<Bytes, 32 / Bytes>>(to, from, size);
   } else if (size <= 128) {
     copy_ends<order, Group<Bytes, 64 / Bytes>>(to, from, size);
+  } else if (size <= 192) {
+    copy_ends<order, Group<Bytes, 96 / Bytes>>(to, from, size);
   } else if (size <= 256) {
     copy_ends<order, Group<Bytes, 128 / Bytes>>(to, from, size);
   } else {
