@@ -62,12 +62,12 @@ using GameFunction = SYSV std::uint64_t(std::uint64_t, std::uint64_t);
 int main(int count, char** arguments) {
   if (count > 1 && std::strcmp(arguments[1], "--round") == 0) return run_round();
 
-  char program[MAX_PATH];
-  GetModuleFileNameA(nullptr, program, sizeof program);
-  const std::string round = std::string("\"") + program + "\" --round";
+  wchar_t program[MAX_PATH];
+  GetModuleFileNameW(nullptr, program, MAX_PATH);
+  const std::wstring round = std::wstring(L"\"") + program + L"\" --round";
   std::vector<double> columns[4];
   for (int i = 0; i < rounds; ++i) {
-    std::FILE* output = _popen(round.c_str(), "r");
+    std::FILE* output = _wpopen(round.c_str(), L"r");
     double values[4];
     if (output == nullptr ||
         std::fscanf(output, "%lf %lf %lf %lf", &values[0], &values[1], &values[2], &values[3]) != 4) {

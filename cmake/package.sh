@@ -31,6 +31,8 @@ make_package() {
   cp "$build/tools-linux/"{tessera,inspect,port} "$package_folder/linux/"
   cp "$build/tools-windows/"{tessera,inspect,port}.exe "$package_folder/windows/"
   cp include/vlm.h "$package_folder/include/"
+  cmake --build "$build/windows" --target check_benches
+  cmake --install "$build/windows" --component check --prefix "$package_folder/check" >/dev/null
   cmake/make_il2cpp_header src/host/il2cpp_exports.def > "$package_folder/include/il2cpp.h"
   cp sample/mod/mod.{cpp,h} "$build/windows/sample/SampleMod.dll" "$build/windows/libGameAssembly.dll.a" "$package_folder/mod/"
   # What developers read stays in the repository; links lead to where things are in the archive.

@@ -26,7 +26,7 @@ add_windows_test_program(unit_tests ${unit_sources} tests/support/machine.S test
 target_link_libraries(unit_tests PRIVATE vlm_checked)
 set_target_properties(unit_tests PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/unit)  # has a log of its own
 add_test(NAME unit COMMAND unit_tests)
-set_tests_properties(unit PROPERTIES TIMEOUT 300)
+set_tests_properties(unit PROPERTIES TIMEOUT 300 LABELS in_check)
 
 # ---- Guest tests -----------------------------------------------------------------------------------------------------
 # One host program runs them. Its list of cases is made here: as the archive's check it runs them all by itself.
@@ -70,7 +70,7 @@ function(host_case name)
   cmake_parse_arguments(C "" "" "ENVIRONMENT" ${ARGN})
   check_case(${name} ${ARGN})
   game_test(guest.${name} host ${name})
-  set_tests_properties(guest.${name} PROPERTIES ENVIRONMENT "${C_ENVIRONMENT}")
+  set_tests_properties(guest.${name} PROPERTIES ENVIRONMENT "${C_ENVIRONMENT}" LABELS in_check)
 endfunction()
 
 # checked_case(name): the same in the checked library.
@@ -153,6 +153,7 @@ function(damage_test name library)
 endfunction()
 damage_test(guest.damage GameAssembly.dll 0 120)
 check_case(damage GameAssembly.dll guests/uncaught_guest.dylib 0 120)
+set_tests_properties(guest.damage PROPERTIES LABELS in_check)
 damage_test(checked.damage checked/GameAssembly.dll 200 80)
 add_test(NAME long.damage CONFIGURATIONS long COMMAND host damage GameAssembly.dll guests/uncaught_guest.dylib 0 10000)
 set_tests_properties(long.damage PROPERTIES TIMEOUT 3600)
@@ -190,11 +191,8 @@ add_custom_command(OUTPUT ${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll
   DEPENDS GameAssembly VERBATIM)
 add_custom_target(controllers ALL DEPENDS ${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll)
 in_check(${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll ${CMAKE_BINARY_DIR}/controllers/xinput1_4.dll)
-# Wine has an XInput of its own, which it would load first.
-host_case(controllers FOLDER controllers ENVIRONMENT WINEDLLOVERRIDES=xinput1_4=n VLM_KEYBOARD=1
-  PROGRAM guest guests/controllers_guest.dylib)
-host_case(no_keyboard FOLDER controllers ENVIRONMENT WINEDLLOVERRIDES=xinput1_4=n
-  PROGRAM guest guests/controllers_guest.dylib keyboard_is_absent)
+host_case(controllers FOLDER controllers ENVIRONMENT VLM_KEYBOARD=1 PROGRAM guest guests/controllers_guest.dylib)
+host_case(no_keyboard FOLDER controllers PROGRAM guest guests/controllers_guest.dylib keyboard_is_absent)
 
 # Some thousand functions around gs accesses, and switches in every form that clang gives them, patched, against the
 # same functions with plain memory: in an image whose jump tables the linker names, and in one where it does not.
@@ -249,9 +247,10 @@ game_test(sample_crash ${CMAKE_SOURCE_DIR}/cmake/wine-run $<TARGET_FILE:SamplePl
 set_tests_properties(sample_crash PROPERTIES FAIL_REGULAR_EXPRESSION "player: ERROR" PASS_REGULAR_EXPRESSION
   "EXCEPTION 0xc0000005 at 0x[0-9a-f]+ GameAssembly.dylib![^ ]*Game_Crash[^\n]*\n[^\n]*  read address 0x0")
 
-# The archive that ./test has made before.
+# The archive that ./test has made before; its check runs all the cases above.
 add_test(NAME package COMMAND ${CMAKE_SOURCE_DIR}/tests/support/check_package
   ${CMAKE_SOURCE_DIR}/build/package/velmora-loader-${PROJECT_VERSION}.zip ${SAMPLE_DIR})
+set_tests_properties(package PROPERTIES RESOURCE_LOCK game)
 
 # ---- Native programs -------------------------------------------------------------------------------------------------
 add_test(NAME native.arrows COMMAND ${CMAKE_SOURCE_DIR}/tests/arrows)

@@ -44,11 +44,11 @@ constexpr char usage[] =
     "Runs game code in the library on this machine and writes what came of it into a report, check_report.txt beside\n"
     "this program if no other file is named: send that. It takes some minutes, in which windows come and go.\n";
 
-/// The library lies there, and what it loads from beside it.
+/// The library lies there, and perhaps a stand-in for XInput, which it is to find before the system's own.
 void use_folder(const std::string& folder) {
   if (folder.empty()) return;
   library_path = folder + "/GameAssembly.dll";
-  SetDllDirectoryW(tools::path_of(folder).make_preferred().c_str());
+  LoadLibraryW((tools::path_of(folder) / "xinput1_4.dll").make_preferred().c_str());
 }
 
 int run(std::vector<std::string> words) {
