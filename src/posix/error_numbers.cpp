@@ -24,6 +24,7 @@ constexpr ErrorRow<std::uint32_t> win32_rows[] = {
     {ERROR_PATH_NOT_FOUND, DARWIN_ENOENT},
     {ERROR_INVALID_DRIVE, DARWIN_ENOENT},
     {ERROR_BAD_NETPATH, DARWIN_ENOENT},
+    {ERROR_INVALID_NAME, DARWIN_ENOENT},  // no file can have it: who asks whether one is there is told that none is
     {ERROR_ACCESS_DENIED, DARWIN_EACCES},
     {ERROR_SHARING_VIOLATION, DARWIN_EACCES},
     {ERROR_LOCK_VIOLATION, DARWIN_EACCES},

@@ -150,19 +150,10 @@ Result<CodeMap> CodeMap::of(const MachImage& image) {
   map.sections_ = std::move(*sections);
   map.data_ = std::move(*data);
   for (const CodeSection& section : map.sections_) {
-    auto next_start = std::ranges::upper_bound(*starts, section.extent.begin);
-    auto next_data = map.data_.begin();
-    for (std::uint32_t at = section.extent.begin; at < section.extent.end;) {
-      while (next_data != map.data_.end() && next_data->end <= at) ++next_data;
-      if (next_data != map.data_.end() && next_data->begin <= at) {
-        at = next_data->end;
-        continue;
-      }
-      while (next_start != starts->end() && *next_start <= at) ++next_start;
-      std::uint32_t end = section.extent.end;
-      if (next_start != starts->end()) end = std::min(end, *next_start);
-      if (next_data != map.data_.end()) end = std::min(end, next_data->begin);
-      map.ranges_.push_back({at, end});
+    std::uint32_t at = section.extent.begin;
+    for (auto next = std::ranges::upper_bound(*starts, at); at < section.extent.end; ++next) {
+      const std::uint32_t end = next == starts->end() ? section.extent.end : std::min(*next, section.extent.end);
+      if (at < end) map.ranges_.push_back({at, end});
       at = end;
     }
   }
@@ -179,6 +170,16 @@ const CodeRange* CodeMap::range_of(std::uint64_t place) const {
 
 const CodeRange* CodeMap::data_of(std::uint64_t place) const {
   return find_range(std::span(data_), place, std::identity());
+}
+
+std::vector<CodeRange> CodeMap::data_in(CodeRange range) const {
+  std::vector<CodeRange> found;
+  for (auto data = std::ranges::lower_bound(data_, range.begin, {}, &CodeRange::end); data != data_.end(); ++data) {
+    if (data->begin >= range.end) break;
+    const CodeRange part = {std::max(data->begin, range.begin), std::min(data->end, range.end)};
+    if (part.begin < part.end) found.push_back(part);
+  }
+  return found;
 }
 
 std::span<const std::byte> CodeMap::bytes(CodeRange range) const {

@@ -1,7 +1,7 @@
-// Where an image's instructions are: its code sections, cut at the starts of functions, without the data inside.
+// Where an image's instructions are: its code sections, cut at the starts of functions, and the data inside.
 //
-//   __text  | f | g | jump table of g | h |        LC_FUNCTION_STARTS and symbols say where f, g and h begin,
-//           '---'---'                 '---'        LC_DATA_IN_CODE what is no code, as far as the linker tells
+//   __text  | f | g  (jump table of g)  rest of g | h |    LC_FUNCTION_STARTS and symbols say where f, g and h begin,
+//           '---'---------------------------------'---'    LC_DATA_IN_CODE what is no code, as far as the linker tells
 //
 // x86 instructions have no fixed length, so decoding has to begin at an instruction: a decoder that meets data goes
 // wrong at most until the next function. Places are distances from vm_min, which have 32 bits.
@@ -39,13 +39,15 @@ class CodeMap {
 
   /// Ascending, apart from each other.
   std::span<const CodeSection> sections() const { return sections_; }
-  /// Pieces of functions, each to be decoded from its beginning on: ascending, apart from each other, none empty.
+  /// Functions, each to be decoded from its beginning on: ascending, apart from each other, none empty.
   std::span<const CodeRange> ranges() const { return ranges_; }
 
   /// What holds a place; null when nothing does.
   const CodeSection* section_of(std::uint64_t place) const;
   const CodeRange* range_of(std::uint64_t place) const;
   const CodeRange* data_of(std::uint64_t place) const;
+  /// What of the data lies in a range, cut to it.
+  std::vector<CodeRange> data_in(CodeRange range) const;
 
   /// Bytes that lie in one section.
   std::span<const std::byte> bytes(CodeRange range) const;

@@ -92,6 +92,10 @@ void CodeWalk::Bits::set(std::uint32_t at, std::uint32_t count) {
   if (at % 64 + count > 64) words_[at / 64 + 1] |= bits >> (64 - at % 64);
 }
 
+void CodeWalk::Bits::set_all(CodeRange bits) {
+  for (std::uint32_t at = bits.begin; at < bits.end; ++at) set(at);
+}
+
 CodeWalk::CodeWalk(const MachImage& image, const CodeMap& map, TargetSet& targets, WalkResult& result)
     : image_(image), map_(map), targets_(targets), result_(result) {
   ZydisDecoderInit(&decoder_, machine_mode, ZYDIS_STACK_WIDTH_64);
@@ -106,6 +110,12 @@ void CodeWalk::walk(CodeRange range, std::span<const std::uint32_t> places, std:
   tables_.clear();
   open_tables_.clear();
   covered_.clear(range.size());
+  data_.clear(range.size());
+  for (const CodeRange& data : map_.data_in(range)) {
+    targets_.add(data.begin);  // nothing that is replaced reaches into it
+    data_.set_all({data.begin - range.begin, data.end - range.begin});
+  }
+  note_addresses();
   for (const JumpTable& table : tables) confirm(table);
   for (int attempt = 0; attempt < max_attempts; ++attempt) {
     begins_anew_ = false;
@@ -152,11 +162,10 @@ bool CodeWalk::read_everything(bool may_begin_anew) {
 void CodeWalk::decode_from(std::uint32_t place, Reach reach) {
   std::array<std::uint8_t, 2> before = {};
   while (place < range_.end && !starts_.has(place - range_.begin) && !(!tables_.empty() && in_table(place))) {
-    const std::uint32_t at = place - range_.begin;
+    const std::uint32_t at = place - range_.begin, data = data_.next(at, range_.size(), true);
     ZydisDecoderContext context;
     ZydisDecodedInstruction instruction;
-    if (ZYAN_FAILED(
-            ZydisDecoderDecodeInstruction(&decoder_, &context, bytes_.data() + at, range_.end - place, &instruction))) {
+    if (ZYAN_FAILED(ZydisDecoderDecodeInstruction(&decoder_, &context, bytes_.data() + at, data - at, &instruction))) {
       return;
     }
     const std::uint32_t behind = at + instruction.length;
@@ -250,19 +259,34 @@ void CodeWalk::lead_to(std::uint64_t place) {
 
 // ---- Jump tables ----------------------------------------------------------------------------------------------------
 
+/// Places of the range whose addresses it computes, as far as bytes tell that were not decoded yet: where one table
+/// ends and the next one begins, which only entries of the first may lead to the user of.
+void CodeWalk::note_addresses() {
+  constexpr std::uint32_t lea_size = 7;  // REX, 8D, a register and [rip+disp32]
+  addresses_.clear();
+  for (std::uint32_t at = 0; at + lea_size <= range_.size(); ++at) {
+    const auto byte = [&](std::uint32_t i) { return static_cast<std::uint8_t>(bytes_[at + i]); };
+    if (byte(1) != 0x8D || (byte(0) & 0xF8) != 0x48 || (byte(2) & 0xC7) != 0x05) continue;
+    std::int32_t distance;
+    std::memcpy(&distance, &bytes_[at + 3], sizeof distance);
+    const std::uint64_t place = range_.begin + at + lea_size + static_cast<std::uint64_t>(distance);
+    if (range_.contains(place)) addresses_.push_back(static_cast<std::uint32_t>(place));
+  }
+  std::ranges::sort(addresses_);
+}
+
 void CodeWalk::confirm(JumpTable table) {
   if (tables_.contains(table.begin)) return;
   targets_.add(table.begin);
-  std::uint32_t limit;
-  if (range_.contains(table.begin)) {
-    limit = range_.end;
-    if (covered_.has(table.begin - range_.begin)) begins_anew_ = true;
-  } else if (const CodeRange* const data = map_.data_of(table.begin)) {
-    limit = data->end;
-  } else {
+  if (!range_.contains(table.begin)) {
     result_.tables_outside.push_back(table);
     return;
   }
+  const std::uint32_t at = table.begin - range_.begin;
+  if (covered_.has(at)) begins_anew_ = true;
+  std::uint32_t limit = data_.has(at) ? range_.begin + data_.next(at, range_.size(), false) : range_.end;
+  const auto behind = std::ranges::upper_bound(addresses_, table.begin);
+  if (behind != addresses_.end()) limit = std::min(limit, *behind);
   tables_.emplace(table.begin, LocalTable{table.width, table.begin, limit});
   open_tables_.insert(table.begin);
 }
@@ -290,6 +314,25 @@ bool CodeWalk::may_begin(std::uint64_t place) const {
   return !covered_.has(at) || starts_.has(at);
 }
 
+/// Whether these bytes do nothing but fill up to where a function, or something aligned, begins.
+bool CodeWalk::is_padding(std::uint32_t place) const {
+  constexpr std::uint32_t alignment = 16;
+  do {
+    const std::uint32_t at = place - range_.begin;
+    ZydisDecoderContext context;
+    ZydisDecodedInstruction instruction;
+    if (ZYAN_FAILED(
+            ZydisDecoderDecodeInstruction(&decoder_, &context, bytes_.data() + at, range_.end - place, &instruction))) {
+      return false;
+    }
+    if (instruction.meta.category != ZYDIS_CATEGORY_NOP && instruction.meta.category != ZYDIS_CATEGORY_WIDENOP) {
+      return false;
+    }
+    place += instruction.length;
+  } while (place < range_.end && (image_.vm_min + place) % alignment != 0);
+  return true;
+}
+
 bool CodeWalk::follow_one_entry() {
   if (open_tables_.empty()) return false;
   const std::uint32_t begin = *open_tables_.begin();
@@ -298,15 +341,15 @@ bool CodeWalk::follow_one_entry() {
   const auto [width, at, end] = table->second;
   const std::uint32_t limit = behind == tables_.end() ? end : std::min(end, behind->first);
   if (limit < at || limit - at < width) return true;
-  const bool here = range_.contains(at);
   const std::uint32_t from = at - range_.begin;
-  if (here && covered_.next(from, from + width, true) != from + width) return true;  // code begins
+  if (covered_.next(from, from + width, true) != from + width) return true;  // code begins
   const auto distance = entry_at(at, width);
   if (!distance) return true;
   const std::uint64_t target = begin + static_cast<std::uint64_t>(*distance);
   const bool leads_into_table = target >= begin && target < at + width;
   if (!section_->extent.contains(target) || leads_into_table || !may_begin(target)) return true;
-  if (here) covered_.set(from, width);
+  if (!range_.contains(target) && is_padding(at)) return true;  // which would lead somewhere, too
+  covered_.set(from, width);
   table->second.next = at + width;
   open_tables_.insert(begin);
   lead_to(target);
@@ -359,15 +402,20 @@ bool CodeWalk::fill_one_gap() {
   const std::uint32_t at = covered_.next(gap_at_, size, false);
   gap_at_ = at;
   if (at == size) return false;
+  if (data_.has(at)) {
+    gap_at_ = data_.next(at, size, false);
+    return true;
+  }
+  const std::uint32_t end = std::min(covered_.next(at, size, true), data_.next(at, size, true));
   std::uint32_t zeros = at;
-  while (zeros < size && bytes_[zeros] == std::byte{0} && !covered_.has(zeros)) ++zeros;
-  if (zeros == size || covered_.has(zeros)) {
+  while (zeros < end && bytes_[zeros] == std::byte{0}) ++zeros;
+  if (zeros == end) {
     gap_at_ = zeros;  // padding
     return true;
   }
   decode_from(range_.begin + at, Reach::gap);
   if (starts_.has(at)) return true;
-  gap_at_ = covered_.next(at, size, true);
+  gap_at_ = end;
   failed_.push_back({range_.begin + at, range_.begin + gap_at_});
   return true;
 }

@@ -9,9 +9,10 @@
 //   ...
 //   table:  .long case0-table, ...  data: never decoded
 //
-// A table ends where another begins, where code begins, where an entry leads out of the section, or into the middle of
-// an instruction. One entry is followed at a time, and only when all that the entries before it lead to was decoded:
-// what follows a table is mostly another one, which is named by then.
+// What the linker names as data is never decoded. A table ends there where it does, where another begins, where code
+// begins, where an entry leads out of the section, or into the middle of an instruction. One entry is followed at a
+// time, and only when all that the entries before it lead to was decoded: what follows a table is mostly another one,
+// which is named by then.
 #pragma once
 
 #include <Zydis/Zydis.h>
@@ -69,7 +70,7 @@ struct WalkResult {
   std::vector<GsSite> sites;
   std::vector<CodeRange> unread;          // could not be decoded, and are not padding
   std::vector<std::uint32_t> leads_out;   // into the middle of other ranges
-  std::vector<JumpTable> tables_outside;  // neither in the range nor in data that the linker names
+  std::vector<JumpTable> tables_outside;  // of their ranges
 };
 
 class CodeWalk {
@@ -87,7 +88,8 @@ class CodeWalk {
     void clear(std::uint32_t count) { words_.assign(count / 64 + 1, 0); }
     bool has(std::uint32_t at) const { return (words_[at / 64] >> at % 64 & 1) != 0; }
     void set(std::uint32_t at) { words_[at / 64] |= std::uint64_t{1} << at % 64; }
-    void set(std::uint32_t at, std::uint32_t count);
+    void set(std::uint32_t at, std::uint32_t count);  // 15 at most
+    void set_all(CodeRange bits);
     /// The first that is set (or not) from `at` on, or `end`.
     std::uint32_t next(std::uint32_t at, std::uint32_t end, bool wanted) const;
 
@@ -114,11 +116,13 @@ class CodeWalk {
   void note(const ZydisDecodedInstruction& instruction, std::uint32_t end);
   void note_table_use(const ZydisDecodedInstruction& instruction, std::uint32_t end);
   void name(unsigned reg, std::uint64_t place);
+  void note_addresses();
   void confirm(JumpTable table);
   void lead_to(std::uint64_t place);
   bool in_table(std::uint32_t place) const;
   std::optional<std::int64_t> entry_at(std::uint64_t place, std::uint32_t width) const;
   bool may_begin(std::uint64_t place) const;
+  bool is_padding(std::uint32_t place) const;
 
   static constexpr std::uint32_t nowhere = UINT32_MAX;
 
@@ -138,10 +142,12 @@ class CodeWalk {
   std::span<const std::byte> bytes_;
   const CodeSection* section_ = nullptr;
   Bits starts_, covered_;                       // first bytes of instructions; all their bytes
+  Bits data_;                                   // what the linker says is none
   std::vector<std::uint32_t> pending_;          // places to decode from, a heap with the lowest first
   std::map<std::uint32_t, LocalTable> tables_;  // by their beginnings
   std::set<std::uint32_t> open_tables_;         // with entries that were not looked at
   std::vector<std::uint32_t> names_;            // addresses that it computes
+  std::vector<std::uint32_t> addresses_;        // those in the range that it seems to compute, ascending
   std::vector<GsSite> sites_;
   std::vector<CodeRange> failed_;
   std::uint32_t gap_at_ = 0;         // no gap begins before it
