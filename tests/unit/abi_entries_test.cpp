@@ -33,8 +33,11 @@ struct {
   const char* selector;
 } lookup;
 std::vector<WalkedFrame> walked;
+bool walk_reached(const void* function) { return frame_of(walked, function) != nullptr; }
 
-void note_body(const char* body, std::initializer_list<std::uint64_t> named, SysvVaList* list) {
+constexpr std::uint64_t body_result = 0x123456789ABCDEF0;
+
+std::uint64_t note_body(const char* body, std::initializer_list<std::uint64_t> named, SysvVaList* list) {
   body_call = {body, {}, *list, {}, {}};
   std::copy(named.begin(), named.end(), body_call.named);
   SysvVaList copy = *list;
@@ -42,28 +45,17 @@ void note_body(const char* body, std::initializer_list<std::uint64_t> named, Sys
   copy = *list;
   for (auto& value : body_call.doubles) value = copy.next_double();
   walked = walk_stack();
+  return body_result;
 }
-
-constexpr std::uint64_t body_result = 0x123456789ABCDEF0;
 
 }  // namespace
 
 extern "C" {
 
-#define TEST_ENTRY(name) void test_##name##_entry()
-TEST_ENTRY(trap);
-TEST_ENTRY(objc_msgSend);
-TEST_ENTRY(objc_msgSend_stret);
-TEST_ENTRY(snprintf);
-TEST_ENTRY(fprintf);
-TEST_ENTRY(NSLog);
-void test_objc_null_method();
+extern void* const test_entries[];
 
-#define BODY(name, parameters, ...)                  \
-  SYSV std::uint64_t test_##name##_body parameters { \
-    note_body(#name, {__VA_ARGS__}, list);           \
-    return body_result;                              \
-  }
+#define BODY(name, parameters, ...) \
+  SYSV std::uint64_t test_##name##_body parameters { return note_body(#name, {__VA_ARGS__}, list); }
 BODY(NSLog, (std::uint64_t a, SysvVaList* list), a)
 BODY(fprintf, (std::uint64_t a, std::uint64_t b, SysvVaList* list), a, b)
 BODY(vsnprintf, (std::uint64_t a, std::uint64_t b, std::uint64_t c, SysvVaList* list), a, b, c)
@@ -73,8 +65,6 @@ std::uint64_t test_trap_unimplemented(void* record) {
   walked = walk_stack();
   return body_result;
 }
-
-void test_dispatch_managed_call() {}
 
 std::atomic<const CachedMethod*> test_objc_method_cache[METHOD_CACHE_SLOTS];
 
@@ -86,108 +76,91 @@ const void* test_objc_lookup(void* receiver, const char* selector) {
 
 }  // extern "C"
 
+static void* const run = reinterpret_cast<void*>(run_machine);
+
 TEST_CASE("a variadic entry hands over its named arguments and a list that yields the others in order") {
-  const struct {
-    void (*entry)();
+  static constexpr struct {
     const char* body;
-    unsigned named;
-  } cases[] = {
-      {test_snprintf_entry, "vsnprintf", 3},
-      {test_fprintf_entry, "fprintf", 2},
-      {test_NSLog_entry, "NSLog", 1},
-  };
+    unsigned entry, named;
+  } cases[] = {{"vsnprintf", 3, 3}, {"fprintf", 4, 2}, {"NSLog", 5, 1}};
   for (const auto& c : cases) {
     CAPTURE(c.body);
     Machine sent = patterned_machine();
     sent.registers[rax] = 0;  // the vector registers are taken whatever al says
     for (unsigned i = 0; i < 8; ++i) sent.vectors[i][0] = std::bit_cast<std::uint64_t>(i + 0.5);
-    CHECK_EQ(call_sysv_code(c.entry, sent).registers[rax], body_result);
+    CHECK_EQ(call_sysv_code(test_entries[c.entry], sent).registers[rax], body_result);
 
     CHECK(std::string_view(body_call.body) == c.body);
-    CHECK_EQ(body_call.list.gp_offset, 8 * c.named);
-    CHECK_EQ(body_call.list.fp_offset, 48);
     for (unsigned i = 0; i < 8; ++i) {
       const std::uint64_t word = i < 6 ? sent.registers[sysv_arguments[i]] : sent.stack[i - 6];
       CHECK_EQ(i < c.named ? body_call.named[i] : body_call.integers[i - c.named], word);
       CHECK_EQ(body_call.doubles[i], i + 0.5);
     }
     for (unsigned i = 0; i < 2; ++i) CHECK_EQ(std::bit_cast<std::uint64_t>(body_call.doubles[8 + i]), sent.stack[i]);
-    CHECK(frame_of(walked, reinterpret_cast<void*>(c.entry)) != nullptr);
-    CHECK(frame_of(walked, reinterpret_cast<void*>(run_machine)) != nullptr);
+    CHECK((walk_reached(test_entries[c.entry]) && walk_reached(run)));
   }
 }
 
 TEST_CASE("a variable argument list aligns extended values and cuts integers to what is asked for") {
-  alignas(16) std::byte save_area[SAVE_AREA_SIZE] = {};
+  alignas(16) std::uint64_t save_area[SAVE_AREA_SIZE / 8] = {0, 0, 0, 0, 0, 0xFFFFFFFB};
   alignas(16) std::uint64_t overflow[6] = {11, 0, 33, 44, 55, 0};  // the extended value is at 16, not at 8
-  const std::int32_t negative = -5;
-  std::memcpy(save_area + 40, &negative, sizeof negative);
-  SysvVaList list = {40, SAVE_AREA_SIZE, reinterpret_cast<std::byte*>(overflow), save_area};
+  SysvVaList list = {40, SAVE_AREA_SIZE, reinterpret_cast<std::byte*>(overflow),
+                     reinterpret_cast<std::byte*>(save_area)};
   CHECK_EQ(list.next<std::int32_t>(), -5);  // the upper half of the register is not looked at
   CHECK_EQ(list.next<std::uint64_t>(), 11);
-  const std::byte* extended = list.next_long_double();
-  CHECK_EQ(static_cast<const void*>(extended), &overflow[2]);
+  CHECK_EQ(static_cast<const void*>(list.next_long_double()), &overflow[2]);
   CHECK_EQ(list.next<std::uint64_t>(), 55);
 }
 
 TEST_CASE("the trap entry hands its record over and returns the handler's answer") {
-  CHECK_EQ(call_sysv_code(test_trap_entry).registers[rax], body_result);
+  CHECK_EQ(call_sysv_code(test_entries[0]).registers[rax], body_result);
   CHECK_EQ(reinterpret_cast<std::uint64_t>(trap_record), patterned_machine().registers[rax]);
-  CHECK(frame_of(walked, reinterpret_cast<void*>(run_machine)) != nullptr);
+  CHECK(walk_reached(run));
 }
 
 TEST_CASE("a message reaches its method with every register and stack word as the sender left them") {
-  const struct {
-    void (*entry)();
-    unsigned receiver;  // index into gp; the selector follows
-  } cases[] = {{test_objc_msgSend_entry, 0}, {test_objc_msgSend_stret_entry, 1}};
   // What the cache holds for the message: nothing of use, the same class with another selector, the other way round,
   // and the method itself.
   ObjcClass classes[2] = {};
   ObjcObject object{&classes[0]};
   const Selector selectors[2] = {"one", "two"};
-  const auto method = reinterpret_cast<const void*>(record_sysv_call);
-  const struct {
-    CachedMethod cached;
-    bool looked_up;
-  } slots[] = {{{}, true},
-               {{&classes[0], selectors[1], nullptr, nullptr}, true},
-               {{&classes[1], selectors[0], nullptr, nullptr}, true},
-               {{&classes[0], selectors[0], method, nullptr}, false}};
-  for (auto& cached : test_objc_method_cache) cached = &slots[0].cached;
+  const CachedMethod slots[] = {{},
+                                {&classes[0], selectors[1], nullptr, nullptr},
+                                {&classes[1], selectors[0], nullptr, nullptr},
+                                {&classes[0], selectors[0], reinterpret_cast<const void*>(record_sysv_call), nullptr}};
+  for (auto& cached : test_objc_method_cache) cached = &slots[0];
   auto& looked_at = test_objc_method_cache[method_cache_slot(&classes[0], selectors[0])];
-  for (const auto& c : cases)
+  for (const unsigned receiver : {0, 1}) {  // index into the argument registers; the selector follows
+    void* const entry = test_entries[1 + receiver];
     for (const auto& slot : slots) {
-      CAPTURE(c.receiver);
-      looked_at = &slot.cached;
+      CAPTURE(receiver);
+      CAPTURE(&slot - slots);
+      looked_at = &slot;
       lookup = {};
       Machine sent = patterned_machine();
-      sent.registers[sysv_arguments[c.receiver]] = reinterpret_cast<std::uint64_t>(&object);
-      sent.registers[sysv_arguments[c.receiver + 1]] = reinterpret_cast<std::uint64_t>(selectors[0]);
-      Machine machine = call_sysv_code(c.entry, sent);
-      CHECK_EQ(lookup.receiver, slot.looked_up ? static_cast<const void*>(&object) : nullptr);
-      CHECK_EQ(lookup.selector, slot.looked_up ? selectors[0] : nullptr);
+      sent.registers[sysv_arguments[receiver]] = reinterpret_cast<std::uint64_t>(&object);
+      sent.registers[sysv_arguments[receiver + 1]] = reinterpret_cast<std::uint64_t>(selectors[0]);
+      const Machine machine = call_sysv_code(entry, sent);
+      const bool looked_up = slot.implementation == nullptr;
+      CHECK((lookup.receiver == (looked_up ? &object : nullptr) &&
+             lookup.selector == (looked_up ? selectors[0] : nullptr)));
       for (const Register each : {rdi, rsi, rdx, rcx, r8, r9, rax}) {  // rax: the variadic count
         CHECK_EQ(recorded_call.registers[each], sent.registers[each]);
       }
       for (unsigned i = 0; i < 8; ++i) CHECK_EQ(std::memcmp(recorded_call.vectors[i], sent.vectors[i], 16), 0);
       // Right only when the method was jumped to.
       CHECK_EQ(std::memcmp(recorded_call.stack, sent.stack, sizeof sent.stack), 0);
-      CHECK_EQ(machine.registers[rax], recorded_results[0]);
-      CHECK_EQ(machine.registers[rdx], recorded_results[1]);
-      CHECK_EQ(std::memcmp(machine.vectors[0], &recorded_results[2], 16), 0);
-      CHECK(frame_of(walked, reinterpret_cast<void*>(run_machine)) != nullptr);
-
-      lookup = {};
-      sent = patterned_machine();
-      sent.registers[sysv_arguments[c.receiver]] = 0;
-      machine = call_sysv_code(c.entry, sent);
-      CHECK_EQ(lookup.selector, static_cast<const char*>(nullptr));
-      for (const std::uint64_t word : {machine.registers[rax], machine.registers[rdx], machine.vectors[0][0],
-                                       machine.vectors[0][1], machine.vectors[1][0], machine.vectors[1][1]}) {
-        CHECK_EQ(word, 0);
-      }
+      const std::uint64_t results[] = {machine.registers[rax], machine.registers[rdx], machine.vectors[0][0],
+                                       machine.vectors[0][1]};
+      CHECK_EQ(std::memcmp(results, recorded_results, sizeof results), 0);
+      CHECK(walk_reached(run));
     }
+    Machine sent = patterned_machine();
+    sent.registers[sysv_arguments[receiver]] = 0;
+    const Machine machine = call_sysv_code(entry, sent);
+    for (const auto& vector : {machine.vectors[0], machine.vectors[1]}) CHECK((vector[0] == 0 && vector[1] == 0));
+    CHECK((machine.registers[rax] == 0 && machine.registers[rdx] == 0));
+  }
 }
 
 // void jump_back(JumpBuffer*, std::uint32_t value): setjmp_entry, then longjmp_entry from a deeper frame with other
@@ -213,17 +186,12 @@ jump_back:
 extern "C" void jump_back();
 
 TEST_CASE("longjmp returns its value, never 0, and the registers of the first return") {
-  static constexpr struct {
-    std::uint32_t value;
-    std::uint64_t returned;
-  } cases[] = {{0, 1}, {1, 1}, {42, 42}, {0xFFFFFFFF, 0xFFFFFFFF}};
-  for (const auto& c : cases) {
-    std::uint64_t buffer[9] = {};
-    buffer[8] = 0x6A6A;  // the words behind the eight are the game's
+  for (const std::uint64_t value : {0ull, 1ull, ~0ull}) {
+    std::uint64_t buffer[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0x6A6A};  // the words behind the eight are the game's
     Machine sent = patterned_machine();
     sent.registers[rdi] = reinterpret_cast<std::uint64_t>(buffer);
-    sent.registers[rsi] = c.value;
-    CHECK_EQ(call_sysv_code(jump_back, sent).registers[rax], c.returned);
+    sent.registers[rsi] = value;
+    CHECK_EQ(call_sysv_code(jump_back, sent).registers[rax], value == 0 ? 1 : value & 0xFFFFFFFF);
     CHECK_EQ(buffer[8], 0x6A6A);
   }
 }
@@ -236,6 +204,5 @@ TEST_CASE("call_sysv passes six words and xmm0 to xmm3 and keeps what Windows co
   const Machine machine = call_win64_code(call_sysv, sent);
   for (unsigned i = 0; i < 6; ++i) CHECK_EQ(recorded_call.registers[sysv_arguments[i]], words[i]);
   for (unsigned i = 0; i < 4; ++i) CHECK_EQ(recorded_call.vectors[i][0], sent.vectors[i][0]);
-  CHECK_EQ(machine.registers[rax], recorded_results[0]);
-  CHECK_EQ(machine.vectors[0][0], recorded_results[2]);
+  CHECK((machine.registers[rax] == recorded_results[0] && machine.vectors[0][0] == recorded_results[2]));
 }

@@ -1,9 +1,9 @@
 // What a controller's report or XInput's record becomes in the fields that the game reads.
 #include <doctest/doctest.h>
 
-#include <cmath>
-#include <cstring>
-#include <utility>
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <vector>
 
 #include "input/pad_mapping.h"
@@ -17,100 +17,74 @@ TEST_CASE("a report is read by the layout of its device, ID and size, or not at 
     PadKind kind;
     std::uint8_t id;
     std::size_t size;
-    std::uint8_t start;     // of the left stick's X; 0: the report is none with input
-    std::uint8_t triggers;  // from there
-    std::uint8_t buttons;   //
-  } cases[] = {{dualshock4, 0x01, 9, 0, 0, 0},  {dualshock4, 0x01, 10, 1, 7, 4}, {dualshock4, 0x01, 600, 1, 7, 4},
-               {dualshock4, 0x11, 11, 0, 0, 0}, {dualshock4, 0x11, 12, 3, 7, 4}, {dualshock4, 0x11, 78, 3, 7, 4},
-               {dualshock4, 0x31, 78, 0, 0, 0}, {dualsense, 0x01, 9, 0, 0, 0},   {dualsense, 0x01, 10, 1, 7, 4},
+    std::uint8_t start;              // of the left stick's X; 0: the report is none with input
+    std::uint8_t triggers, buttons;  // from there
+  } cases[] = {{dualshock4, 0x01, 9, 0, 0, 0},  {dualshock4, 0x01, 10, 1, 7, 4}, {dualshock4, 0x11, 11, 0, 0, 0},
+               {dualshock4, 0x11, 12, 3, 7, 4}, {dualshock4, 0x31, 78, 0, 0, 0}, {dualsense, 0x01, 9, 0, 0, 0},
                {dualsense, 0x01, 63, 1, 7, 4},  {dualsense, 0x01, 64, 1, 4, 7},  {dualsense, 0x01, 65, 1, 7, 4},
-               {dualsense, 0x01, 78, 1, 7, 4},  {dualsense, 0x31, 63, 0, 0, 0},  {dualsense, 0x31, 64, 2, 4, 7},
-               {dualsense, 0x31, 78, 2, 4, 7},  {dualsense, 0x11, 78, 0, 0, 0},  {dualsense, 0x01, 0, 0, 0, 0},
-               {none, 0x01, 64, 0, 0, 0}};
-  for (const auto& c : cases) {
-    CAPTURE(&c - cases);
+               {dualsense, 0x31, 63, 0, 0, 0},  {dualsense, 0x31, 64, 2, 4, 7},  {dualsense, 0x31, 600, 2, 4, 7},
+               {dualsense, 0x11, 78, 0, 0, 0},  {none, 0x01, 64, 0, 0, 0}};
+  for (const auto& [kind, id, size, start, triggers, buttons] : cases) {
+    CAPTURE(size);
     // Byte i is 0x80 + i, so that each field names its place.
-    std::vector<std::byte> report(c.size);
-    for (std::size_t i = 0; i < c.size; ++i) report[i] = static_cast<std::byte>(0x80 + i);
-    if (c.size > 0) report[0] = static_cast<std::byte>(c.id);
-    const auto at = [&](int offset) { return static_cast<std::uint8_t>(0x80 + c.start + offset); };
-    const PadInput expected{at(0),
-                            at(1),
-                            at(2),
-                            at(3),
-                            at(c.triggers),
-                            at(c.triggers + 1),
-                            at(c.buttons),
-                            at(c.buttons + 1),
-                            at(c.buttons + 2)};
-    const auto input = read_hid_report(c.kind, report);
-    REQUIRE_EQ(input.has_value(), c.start != 0);
-    CHECK((!input || *input == expected));
+    std::vector<std::byte> report(size);
+    for (std::size_t i = 0; i < size; ++i) report[i] = static_cast<std::byte>(0x80 + i);
+    report[0] = static_cast<std::byte>(id);
+    std::array<std::uint8_t, 9> places{0, 1, 2, 3, triggers, triggers, buttons, buttons, buttons};
+    ++places[5], ++places[7], places[8] += 2;
+    for (auto& place : places) place += 0x80 + start;
+    const auto input = read_hid_report(kind, report);
+    REQUIRE_EQ(input.has_value(), start != 0);
+    CHECK((!input || *input == std::bit_cast<PadInput>(places)));
   }
 }
 
-TEST_CASE("each input of a Sony controller has its field") {
-  const auto mapped = [](std::uint8_t PadInput::* byte, int value) {
-    PadInput input{128, 128, 128, 128, 0, 0, 8, 0, 0};
-    input.*byte = static_cast<std::uint8_t>(value);
+TEST_CASE("each input of a Sony controller has its field, and no other changes") {
+  // By place: a byte of PadInput, its value, an input of ControllerState, what it becomes in 255ths.
+  static constexpr int cases[][4] = {{6, 0x18, 6, 255},  {6, 0x28, 3, 255},  {6, 0x48, 4, 255},  {6, 0x88, 5, 255},
+                                     {7, 0x01, 9, 255},  {7, 0x02, 7, 255},  {7, 0x0C, 0, 0},    {7, 0x10, 2, 255},
+                                     {7, 0x20, 1, 255},  {7, 0x40, 15, 255}, {7, 0x80, 18, 255}, {8, 0x01, 0, 255},
+                                     {8, 0x02, 19, 255}, {8, 0xFC, 0, 0},    {4, 20, 10, 0},     {4, 21, 10, 21},
+                                     {5, 255, 8, 255},   {0, 0, 13, -255},   {0, 142, 13, 0},    {1, 255, 14, -255},
+                                     {2, 143, 16, 31},   {3, 112, 17, 31},   {6, 0, 12, 255},    {6, 2, 11, 255},
+                                     {6, 4, 12, -255},   {6, 6, 11, -255},   {6, 8, 0, 0},       {6, 15, 0, 0}};
+  using Inputs = std::array<float, 20>;
+  const auto inputs_with = [](int byte, int value) {
+    std::array<std::uint8_t, 9> bytes{128, 128, 128, 128, 0, 0, 8, 0, 0};
+    bytes[static_cast<std::size_t>(byte)] = static_cast<std::uint8_t>(value);
     State state{};
-    map_sony_pad(input, state);
-    return state;
+    map_sony_pad(std::bit_cast<PadInput>(bytes), state);
+    Inputs inputs;
+    std::copy_n(&state.buttonHome, inputs.size(), inputs.begin());
+    return inputs;
   };
-  const auto is_cleared = [](const State& state) {
-    const State cleared{};
-    return std::memcmp(&state, &cleared, sizeof state) == 0;
-  };
-  static constexpr std::uint8_t PadInput::* bytes[] = {&PadInput::buttons0, &PadInput::buttons1, &PadInput::buttons2};
-  static constexpr float State::* fields[][8] = {
-      // by bit; of the first byte the low four are the hat
-      {nullptr, nullptr, nullptr, nullptr, &State::buttonX, &State::buttonA, &State::buttonB, &State::buttonY},
-      {&State::leftShoulder, &State::rightShoulder, nullptr, nullptr, &State::buttonOptions, &State::buttonMenu,
-       &State::leftThumbstickButton, &State::rightThumbstickButton},
-      {&State::buttonHome, &State::touchpadButton}};
-  for (int i = 0; i < 24; ++i) {
-    State state = mapped(bytes[i / 8], (i < 8 ? 8 : 0) | 1 << i % 8);
-    if (const auto field = fields[i / 8][i % 8]) CHECK_EQ(std::exchange(state.*field, 0), 1);
-    CHECK(is_cleared(state));
+  for (const auto& [byte, value, input, expected] : cases) {
+    CAPTURE(byte);
+    CAPTURE(value);
+    Inputs all{};
+    all[static_cast<std::size_t>(input)] = static_cast<float>(expected) / 255;
+    CHECK((inputs_with(byte, value) == all));
   }
-  static constexpr int directions[][2] = {{0, 1}, {1, 1}, {1, 0}, {1, -1}, {0, -1}, {-1, -1}, {-1, 0}, {-1, 1}};
-  for (int hat = 0; hat < 16; ++hat) {
-    const State state = mapped(&PadInput::buttons0, hat);
-    CHECK((hat < 8 ? state.dpadX == directions[hat][0] && state.dpadY == directions[hat][1] : is_cleared(state)));
+  for (const int hat : {1, 3, 5, 7}) {  // between two directions
+    const Inputs all = inputs_with(6, hat), next = inputs_with(6, (hat + 1) % 8), before = inputs_with(6, hat - 1);
+    CHECK((all[11] == next[11] + before[11] && all[12] == next[12] + before[12]));
   }
-  CHECK_EQ(mapped(&PadInput::leftTrigger, 21).leftTrigger, 21 / 255.0f);
-  CHECK_EQ(mapped(&PadInput::rightTrigger, 255).rightTrigger, 1);
-  CHECK_EQ(mapped(&PadInput::leftX, 0).leftThumbstickX, -1);
-  CHECK_EQ(mapped(&PadInput::leftY, 255).leftThumbstickY, -1);
-  CHECK_EQ(mapped(&PadInput::rightX, 143).rightThumbstickX, 15.5f / 127.5f);
-  CHECK_EQ(mapped(&PadInput::rightY, 112).rightThumbstickY, 15.5f / 127.5f);
-  CHECK((is_cleared(mapped(&PadInput::leftX, 142)) && is_cleared(mapped(&PadInput::rightX, 113))));
-  CHECK(is_cleared(mapped(&PadInput::leftTrigger, 20)));
 }
 
-TEST_CASE("XInput's sticks begin at the edge of a round dead zone") {
+TEST_CASE("XInput's sticks begin at the edge of a round dead zone and end with it") {
   static constexpr struct {
     std::int16_t x, y;
     float left_x, left_y, right_x, right_y;
-  } cases[] = {{7849, 0, 0, 0, 0, 0},
-               {7850, 0, 1 / 24918.0f, 0, 0, 0},
+  } cases[] = {{7850, 0, 1 / 24918.0f, 0, 0, 0},
                {0, -8690, 0, -841 / 24918.0f, 0, -1 / 24078.0f},
                {5550, 5550, 0, 0, 0, 0},  // each axis and both together below
-               {20000, 0, 12151 / 24918.0f, 0, 11311 / 24078.0f, 0},
-               {0, -32768, 0, -1, 0, -1}};
-  const auto mapped = [](std::int16_t x, std::int16_t y) {
-    State state{};
-    map_xinput_pad({0, 30, 31, x, y, x, y}, state);
-    return state;
-  };
+               {-32768, 32767, -0.70711f, 0.70711f, -0.70711f, 0.70711f}};
   for (const auto& c : cases) {
-    CAPTURE(&c - cases);
-    const State state = mapped(c.x, c.y);
-    CHECK((state.leftThumbstickX == c.left_x && state.leftThumbstickY == c.left_y));
-    CHECK((state.rightThumbstickX == c.right_x && state.rightThumbstickY == c.right_y));
+    State state{};
+    map_xinput_pad({0, 30, 31, c.x, c.y, c.x, c.y}, state);
+    const auto about = [](float value) { return doctest::Approx(value).epsilon(1e-5); };
+    CHECK((state.leftThumbstickX == about(c.left_x) && state.leftThumbstickY == about(c.left_y)));
+    CHECK((state.rightThumbstickX == about(c.right_x) && state.rightThumbstickY == about(c.right_y)));
     CHECK((state.leftTrigger == 0 && state.rightTrigger == 31 / 255.0f));
   }
-  // Beyond the reach of an axis the length stays 1 and the direction as it is.
-  CHECK_EQ(mapped(-32768, 32767).leftThumbstickX, doctest::Approx(-std::sqrt(0.5)).epsilon(1e-4));
-  CHECK_EQ(mapped(-32768, 32767).leftThumbstickY, doctest::Approx(std::sqrt(0.5)).epsilon(1e-4));
 }
