@@ -12,15 +12,16 @@
 
 using namespace vlm;
 using namespace vlm::test;
+using namespace std::string_literals;
 
 namespace {
 
 constexpr std::uint64_t base = FakeImage::base;
 
-FakeImage image_with_trie(Bytes trie) {
+std::uint64_t export_in(const Bytes& trie, std::string_view name) {
   ImageDraft draft = good_draft();
-  draft.exports = std::move(trie);
-  return FakeImage(draft);
+  draft.exports = trie;
+  return macho_find_export(*FakeImage(draft).image, name);
 }
 
 FakeImage image_with_symbols(std::vector<SymbolDraft> symbols) {
@@ -31,113 +32,73 @@ FakeImage image_with_symbols(std::vector<SymbolDraft> symbols) {
 
 }  // namespace
 
-TEST_CASE("exports are found by their whole name only") {
-  const FakeImage fake = image_with_trie(export_trie({{"_ab", 0x100},
-                                                      {"_abc", 0x200},
-                                                      {"_abd", 0x300, EXPORT_SYMBOL_FLAGS_KIND_ABSOLUTE},
-                                                      {"_reexported", 3, EXPORT_SYMBOL_FLAGS_REEXPORT},
-                                                      {"_stub", 0x400, EXPORT_SYMBOL_FLAGS_STUB_AND_RESOLVER},
-                                                      {"_split_name", 0x500}}));
+TEST_CASE("exports are found by their whole name only, as dyld walks the trie: the first edge that fits is taken") {
+  const Bytes trie = export_trie({{"_ab", 0x100},
+                                  {"_abd", 0x300, EXPORT_SYMBOL_FLAGS_KIND_ABSOLUTE},
+                                  {"_reexported", 3, EXPORT_SYMBOL_FLAGS_REEXPORT},
+                                  {"_stub", 0x400, EXPORT_SYMBOL_FLAGS_STUB_AND_RESOLVER}});
+  const std::string terminal = "\2\0\x22\0"s;
   const struct {
     std::string name;
     std::uint64_t address;
-  } cases[] = {{"_ab", base + 0x100},
-               {"_abc", base + 0x200},
-               {"_abd", 0x300},
-               {"_stub", base + 0x400},
-               {"_split_name", base + 0x500},
-               {"_a", 0},
-               {"", 0},
-               {"_abcd", 0},
-               {"_split_names", 0},
-               {"_reexported", 0}};
-  for (const auto& c : cases) {
-    CAPTURE(c.name);
-    CHECK_EQ(macho_find_export(*fake.image, c.name), c.address);
-  }
-  CHECK_EQ(macho_find_export(*image_with_trie({}).image, "_ab"), 0);
-}
-
-TEST_CASE("an export trie is walked as dyld walks it: the first edge that fits is taken, sound or not") {
-  const auto terminal = [](std::uint64_t address) { return Bytes().u8(2).u8(0).uleb(address).u8(0); };
-  const struct {
-    std::string what;
     Bytes trie;
-    std::uint64_t address;  // of "_name"
   } cases[] = {
-      {"the first of two edges that fit leads nowhere",
-       Bytes().u8(0).u8(2).c_string("_").uleb(12).c_string("_name").uleb(14).u8(0).u8(0).append(terminal(0x11)), 0},
-      {"an empty edge is passed through",
-       Bytes().u8(0).u8(1).c_string("").uleb(4).u8(0).u8(1).c_string("_name").uleb(13).append(terminal(0x22)),
-       base + 0x22},
-      {"a root that is its own child", Bytes().u8(0).u8(1).c_string("").uleb(0), 0},
+      {"_ab", base + 0x100, trie},
+      {"_abd", 0x300, trie},
+      {"_stub", base + 0x400, trie},
+      {"_a", 0, trie},
+      {"", 0, trie},
+      {"_abdc", 0, trie},
+      {"_reexported", 0, trie},
+      {"_ab", 0, {}},
+      {"_name", 0, Bytes().text("\0\2_\0\xC_name\0\xE\0\0"s + terminal)},  // the first edge that fits leads nowhere
+      {"_name", base + 0x22, Bytes().text("\0\1\0\4\0\1_name\0\xD"s + terminal)},  // an empty edge is passed through
+      {"_name", 0, Bytes().text("\0\1\0\0"s)},                                     // a root that is its own child
   };
   for (const auto& c : cases) {
-    CAPTURE(c.what);
-    CHECK_EQ(macho_find_export(*image_with_trie(c.trie).image, "_name"), c.address);
+    CAPTURE(&c - cases);
+    CHECK_EQ(export_in(c.trie, c.name), c.address);
   }
 }
 
 TEST_CASE("the symbol of an address is the nearest one below it") {
   const FakeImage fake(good_draft());
-  const struct {
-    std::uint64_t offset;
-    std::string name;
-    std::uint64_t distance;
-  } cases[] = {{0x1000, "_game_start", 0}, {0x1100, "_helper", 0}, {0x1180, "_helper", 0x80}};
-  for (const bool indexed : {false, true})
-    for (const auto& c : cases) {
-      if (indexed) macho_index_symbols(*fake.image);
-      CAPTURE(indexed);
-      CAPTURE(c.offset);
-      std::uint64_t distance = ~std::uint64_t{0};
-      const char* name = macho_symbol_for_address(*fake.image, base + c.offset, &distance);
-      REQUIRE(name != nullptr);
-      CHECK_EQ(std::string(name), c.name);
-      CHECK_EQ(distance, c.distance);
-      CHECK_EQ(macho_symbol_for_address(*fake.image, base + c.offset, nullptr), name);
+  FakeImage broken = image_with_symbols({{"_near", N_SECT, text_vmaddr + 0x1100},
+                                         {"_low", N_SECT, text_vmaddr + 0x1000},
+                                         {"_last", N_SECT, text_vmaddr + 0x1080}});
+  // Names that are not inside the string table: n_strx of _near; _last has no end any more.
+  broken.file.put_at(broken.image->symoff, 0xFFFFFFF0u);
+  broken.file.put_at(broken.image->stroff + broken.image->strsize - 1, std::byte{'x'});
+  const auto symbol_at = [](const FakeImage& in, std::uint64_t address) {
+    std::uint64_t distance = 7;
+    const char* const name = macho_symbol_for_address(*in.image, address, &distance);
+    CHECK_EQ(macho_symbol_for_address(*in.image, address, nullptr), name);
+    return (name != nullptr ? name : "none") + "+"s + std::to_string(distance);
+  };
+  for (const bool indexed : {false, true}) {
+    CAPTURE(indexed);
+    if (indexed) macho_index_symbols(*fake.image), macho_index_symbols(*broken.image);
+    CHECK_EQ(symbol_at(fake, base + 0x1000), "_game_start+0");
+    CHECK_EQ(symbol_at(fake, base + 0x10FF), "_game_start+255");
+    CHECK_EQ(symbol_at(fake, base + 0x1180), "_helper+128");
+    for (const std::uint64_t none : {base - 1, base, base + 0xFFF, base + fake.image->extent(), ~std::uint64_t{0}}) {
+      CHECK_EQ(symbol_at(fake, none), "none+7");
     }
-  std::uint64_t untouched = 7;
-  for (const std::uint64_t address : {base - 1, base, base + 0xFFF, base + fake.image->extent(), ~std::uint64_t{0}}) {
-    CHECK_EQ(macho_symbol_for_address(*fake.image, address, &untouched), nullptr);
+    CHECK_EQ(symbol_at(broken, base + 0x1200), "_low+512");
   }
-  CHECK_EQ(untouched, 7);
-  CHECK_EQ(macho_symbol_for_address(*image_with_symbols({}).image, base + 0x1000, nullptr), nullptr);
-}
-
-TEST_CASE("a symbol whose name is not inside the string table is passed over") {
-  FakeImage fake = image_with_symbols({{"_near", N_SECT, text_vmaddr + 0x1100},
-                                       {"_low", N_SECT, text_vmaddr + 0x1000},
-                                       {"_last", N_SECT, text_vmaddr + 0x1080}});
-  const MachImage& image = *fake.image;
-  fake.file.put_at(image.symoff, 0xFFFFFFF0u);                         // n_strx of _near
-  fake.file.put_at(image.stroff + image.strsize - 1, std::byte{'x'});  // _last has no end any more
-  CHECK_EQ(std::string(macho_symbol_for_address(image, base + 0x1200, nullptr)), "_low");
-  macho_index_symbols(image);
-  CHECK_EQ(std::string(macho_symbol_for_address(image, base + 0x1200, nullptr)), "_low");
-  CHECK_EQ(macho_symbol_by_name(image, "_last"), 0);
-  CHECK_EQ(macho_symbol_by_name(image, "_low"), base + 0x1000);
+  CHECK_EQ(symbol_at(image_with_symbols({}), base + 0x1000), "none+7");
+  CHECK_EQ(macho_symbol_by_name(*broken.image, "_last"), 0);
+  CHECK_EQ(macho_symbol_by_name(*broken.image, "_low"), base + 0x1000);
 }
 
 TEST_CASE("symbols are found by name with or without the underscore, local ones included") {
   const FakeImage fake(good_draft());
-  const struct {
-    std::string name;
-    std::uint64_t address;
-  } cases[] = {{"_game_start", base + 0x1000},
-               {"game_start", base + 0x1000},
-               {"helper", base + 0x1100},
-               {"_helper_alias", base + 0x1100},
-               {"helper_", 0},
-               {"_debug", 0},
-               {"_absolute", 0},
-               {"_far", 0},
-               {"", 0}};
-  for (const auto& c : cases) {
-    CAPTURE(c.name);
-    CHECK_EQ(macho_symbol_by_name(*fake.image, c.name), c.address);
+  for (const char* name : {"_game_start", "game_start"})
+    CHECK_EQ(macho_symbol_by_name(*fake.image, name), base + 0x1000);
+  for (const char* name : {"helper", "_helper_alias"}) CHECK_EQ(macho_symbol_by_name(*fake.image, name), base + 0x1100);
+  for (const char* name : {"helper_", "_debug", "_absolute", "_far", ""}) {
+    CHECK_EQ(macho_symbol_by_name(*fake.image, name), 0);
   }
-
   const FakeImage twice = image_with_symbols({{"_name", N_SECT, text_vmaddr + 0x10},
                                               {"name", N_SECT, text_vmaddr + 0x20},
                                               {"_below", N_SECT, text_vmaddr - 1},
