@@ -64,9 +64,7 @@ GUEST_TEST(a_journal_that_a_crash_left_is_rolled_back) {
   Database crashed("crashed.db");
   CHECK(crashed.says(sum, filled) && crashed.says(check_all, "ok"));
   CHECK(access("crashed.db-journal", F_OK) != 0);
-  database.run("ROLLBACK; PRAGMA mmap_size=100000000; INSERT INTO t(word) SELECT randomblob(500) FROM t");
-  CHECK(database.says(check_all, "ok"));                                      // a mapped file has grown
-  database.run("PRAGMA mmap_size=0; DELETE FROM t WHERE id > 5000; VACUUM");  // Windows cuts no file that is mapped
+  database.run("ROLLBACK");
   CHECK(database.says(sum, filled) && database.says(check_all, "ok"));
 }
 
