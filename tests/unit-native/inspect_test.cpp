@@ -113,8 +113,7 @@ TEST_CASE("a class is found where another symbol is, thread-local variables coun
   }
   Facts facts = facts_of(build_with_code(draft));
   CHECK_EQ(facts.objective_c->brought_names, std::vector<std::string>{"Here"});
-  INFO(facts.reasons[0]);
-CHECK(facts.reasons[0].contains("ends the game: _printf, __ZNKSt3__15ctypeIcE2idE, _"));  // early calls come first
+  CHECK(facts.reasons[0].contains("ends the game: _printf, _\""));  // early calls come first
   // Valid JSON, and nothing that a terminal obeys.
   CHECK(write_json(facts).contains(R"("_\"\\\u001b[2J\ufffd\ufffd\ufffd\ufffdé")"));
   CHECK(write_text(facts, false).contains(R"(_"\\x1b[2J\xff\xed\xa0\x80é)"sv));
