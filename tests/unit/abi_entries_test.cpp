@@ -1,7 +1,6 @@
 // The hand-written entries: every register in, every register out, and stack walks across them.
 #include "abi/entries.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
 
 #include <bit>

@@ -1,7 +1,6 @@
 // Generated stubs and the exports that make them: arguments, results, sharing, chunks, stack walks.
 #include "abi/stubs.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
 
 #include <windows.h>

@@ -1,7 +1,6 @@
 // The log file and what is reported in it, each time in a process of its own: a process has one log.
 #include "diag/log.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
 
 #include <windows.h>

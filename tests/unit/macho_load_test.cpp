@@ -1,7 +1,6 @@
 // The loader on real files: placement, protections, the hook arena, and the image's own code running.
 #include "macho/load.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
 
 #include <windows.h>

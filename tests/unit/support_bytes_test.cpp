@@ -1,7 +1,6 @@
 // Copying and searching against plain loops, at every length and alignment that takes a way of its own.
 #include "support/bytes.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <windows.h>
 #include <doctest/doctest.h>
 

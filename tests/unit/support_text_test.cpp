@@ -1,7 +1,6 @@
 // Texts and paths between game code and Windows, and the reader that everything foreign goes through.
 #include "support/text.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <windows.h>
 #include <doctest/doctest.h>
 

@@ -1,7 +1,6 @@
 // The patch list over plain memory: what is refused, the exact bytes of what is written.
 #include "tls/patch_list.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
 
 #include <cstring>

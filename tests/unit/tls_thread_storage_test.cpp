@@ -1,7 +1,6 @@
 // The game TLS slot of this and of other threads, stack commitment, thread records and adoption.
 #include "tls/game_tls.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
 
 #include <windows.h>
