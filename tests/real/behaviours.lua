@@ -25,14 +25,9 @@ for i = 1, 2000 do
   hold(not ok and problem.code == 7, "an error comes out of " .. i)
 end
 print(pcall(error, "text", 0), pcall(nil), pcall(string.rep), pcall(function() return 1 + {} end))
-print(xpcall(function() error "inner" end, function(message) return "handled " .. message end))
 local function endless() return endless() + 1 end
 print(select(2, pcall(endless)):match "stack overflow")
 print(pcall(table.sort, {3, 1, 2, 5, 4, 7, 9, 0}, function() error "in a comparison" end))
-pcall(function()
-  local closed <close> = setmetatable({}, {__close = function(_, problem) print("closed by", problem) end})
-  error("leaves", 0)
-end)
 local nested = coroutine.wrap(function()
   local inner = coroutine.wrap(function() pcall(coroutine.yield, "from pcall"); error "lost" end)
   coroutine.yield(inner())
@@ -63,7 +58,6 @@ file:write "more"
 hold(file:seek("set", 5) == 5 and file:read(3) == "1\n2" and file:seek("end", -260) == 21, "places")
 hold(file:read "a" == bytes .. "more" and file:read(1) == nil and file:read "a" == "", "bytes survive")
 file:close()
-file = assert(io.open(name, "r+")) file:write "LINE" file:close()
 for line in io.lines(name, "L") do io.write(#line, " ", line:sub(1, 4), "\n") end
 print(io.open("no/such/file"), io.open(".", "w"), pcall(io.open, name, "rz"))
 hold(os.rename(name, "renamed.tmp") and os.remove "renamed.tmp", "rename and remove")
@@ -75,5 +69,4 @@ for _, time in ipairs {0, 86399, 951782400, 1700000000, 4102444800} do
   local fields = os.date("*t", time) fields.isdst = nil
   hold(os.time(fields) == time, "local time comes back: " .. time)
 end
-hold(math.abs(os.time() - os.time(os.date "*t")) < 3 and os.clock() > 0, "now")
 print(os.getenv "NO_SUCH_VARIABLE", os.setlocale(), failures, "failures")

@@ -55,15 +55,13 @@ static void* build_trees(void* unused) {
 }
 
 static void* use_memory(void* unused) {
-  void* blocks[64] = {0};
   for (unsigned round = 0; !stop; ++round) {
-    free(blocks[round % 64]);
-    blocks[round % 64] = malloc(round * 37 % 5000);
-    if (round % 64 != 0) continue;
+    void* const block = malloc(round * 37 % 5000);
     char* const pages = mmap(0, 65536, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON, -1, 0);
     pages[4096] = 1;
     mprotect(pages, 4096, PROT_READ);
     munmap(pages, 65536);
+    free(block);
   }
   return 0;
 }
@@ -77,10 +75,8 @@ static void* live_shortly(void* unused) {
 static void* come_and_go(void* unused) {
   while (!stop) {
     pthread_t threads[4];
-    int made = 0;
-    while (made < 4 && pthread_create(&threads[made], 0, live_shortly, 0) == 0) ++made;
-    if (made < 4) __sync_fetch_and_add(&lost, 1);
-    while (made > 0) pthread_join(threads[--made], 0);
+    for (int i = 0; i < 4; ++i) pthread_create(&threads[i], 0, live_shortly, 0);
+    for (int i = 0; i < 4; ++i) pthread_join(threads[i], 0);
   }
   return 0;
 }

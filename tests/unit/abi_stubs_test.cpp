@@ -40,10 +40,6 @@ SYSV std::uint64_t game_calls(std::uint64_t (*SYSV callback)(std::uint64_t, std:
 }
 void* const game_code = reinterpret_cast<void*>(game_calls);
 
-RUNTIME_FUNCTION* entry_of(std::uint64_t address, DWORD64& image) {
-  return RtlLookupFunctionEntry(address, &image, nullptr);
-}
-
 }  // namespace
 
 TEST_CASE("a stack walk crosses Windows code, game code and both kinds of stubs between them, with every argument") {
@@ -87,7 +83,7 @@ TEST_CASE("a walk that starts inside a stub finds its caller after every instruc
     if (has_rbp) context.Rbp = reinterpret_cast<std::uint64_t>(return_address - 1);
     DWORD64 image = 0, frame;
     void* handler_data;
-    RUNTIME_FUNCTION* function = entry_of(context.Rip, image);
+    RUNTIME_FUNCTION* function = RtlLookupFunctionEntry(context.Rip, &image, nullptr);
     REQUIRE(function != nullptr);
     RtlVirtualUnwind(UNW_FLAG_NHANDLER, image, context.Rip, function, &context, &handler_data, &frame, nullptr);
     CHECK_EQ(context.Rip, 0xCA11E9);
@@ -108,7 +104,7 @@ TEST_CASE("alone: the callback registry is filled" * doctest::skip()) {
     REQUIRE_EQ(vlm_unwrap_callback(stub), i < 1024 ? static_cast<void*>(target) : stub);
     DWORD64 image = 0;
     const auto start = reinterpret_cast<std::uint64_t>(stub);
-    const RUNTIME_FUNCTION* function = entry_of(start + 40, image);
+    const RUNTIME_FUNCTION* function = RtlLookupFunctionEntry(start + 40, &image, nullptr);
     REQUIRE((function && image + function->BeginAddress == start && image + function->EndAddress == start + 44));
     if (i % 1000 < 30) REQUIRE_EQ(reinterpret_cast<SYSV int (*)(int)>(stub)(6), 7);
   }

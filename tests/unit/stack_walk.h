@@ -13,13 +13,17 @@ struct WalkedFrame {
   CONTEXT context;
 };
 
-/// Stops after `limit` frames, or where the walk loses its way (Rip 0 or rsp outside the stack).
-[[gnu::noinline]] inline std::vector<WalkedFrame> walk_stack(std::size_t limit = 40) {
+/// Stops after 40 frames, or where the walk loses its way (Rip 0 or rsp outside the stack).
+[[gnu::noinline]] inline std::vector<WalkedFrame> walk_stack() {
   std::vector<WalkedFrame> frames;
   const auto* teb = reinterpret_cast<const NT_TIB*>(NtCurrentTeb());
   CONTEXT context;
   RtlCaptureContext(&context);
-  while (frames.size() < limit && context.Rip != 0) {
+  const auto on_stack = [&] {
+    return context.Rsp >= reinterpret_cast<std::uint64_t>(teb->StackLimit) &&
+           context.Rsp < reinterpret_cast<std::uint64_t>(teb->StackBase);
+  };
+  while (frames.size() < 40 && context.Rip != 0 && on_stack()) {
     DWORD64 image = 0;
     RUNTIME_FUNCTION* function = RtlLookupFunctionEntry(context.Rip, &image, nullptr);
     frames.push_back({function != nullptr ? image + function->BeginAddress : 0, context});
@@ -30,10 +34,6 @@ struct WalkedFrame {
       void* handler_data;
       DWORD64 frame;
       RtlVirtualUnwind(UNW_FLAG_NHANDLER, image, context.Rip, function, &context, &handler_data, &frame, nullptr);
-    }
-    if (context.Rsp < reinterpret_cast<std::uint64_t>(teb->StackLimit) ||
-        context.Rsp >= reinterpret_cast<std::uint64_t>(teb->StackBase)) {
-      break;
     }
   }
   return frames;

@@ -79,15 +79,12 @@ TEST_CASE("committing a stack covers all but its lowest 16 KiB; small stacks sta
     teb.word(TEB_STACK_LIMIT) = low + size - 0x1000;
     teb.word(TEB_DEALLOCATION_STACK) = low;
     thread_stack_commit(teb.address());
-    const auto pages_at = [](std::uint64_t address) {
-      MEMORY_BASIC_INFORMATION pages;
-      VirtualQuery(reinterpret_cast<void*>(address), &pages, sizeof pages);
-      return pages;
-    };
-    CHECK_EQ(pages_at(low + 0x2000).State, MEM_RESERVE);
-    CHECK_EQ(pages_at(low + 0x3000).State, (committed ? MEM_COMMIT : MEM_RESERVE));
-    if (committed) CHECK_EQ(pages_at(low + 0x3000).Protect, PAGE_READWRITE | PAGE_GUARD);
-    if (committed) CHECK_EQ(pages_at(low + 0x4000).RegionSize, size - 0x4000);
+    MEMORY_BASIC_INFORMATION pages[3];
+    for (int i = 0; i < 3; ++i)
+      VirtualQuery(reinterpret_cast<void*>(low + 0x2000 + 0x1000 * i), &pages[i], sizeof *pages);
+    CHECK_EQ(pages[0].State, MEM_RESERVE);
+    CHECK_EQ(pages[1].State, (committed ? MEM_COMMIT : MEM_RESERVE));
+    if (committed) CHECK((pages[1].Protect == (PAGE_READWRITE | PAGE_GUARD) && pages[2].RegionSize == size - 0x4000));
     CHECK_EQ(teb.word(TEB_STACK_LIMIT), (committed ? low + 0x4000 : low + size - 0x1000));
     VirtualFree(reinterpret_cast<void*>(low), 0, MEM_RELEASE);
   }
@@ -98,18 +95,18 @@ TEST_CASE("adoption reaches the threads that run already, in both modes, and onl
     const ScopedTlsMode scoped(mode);
     const UniqueHandle go_on(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     std::atomic<int> ready = 0;
-    ThreadRecord *own = nullptr, *kept = nullptr, *adopted = nullptr;
-    auto registered = [&] {
-      own = register_current_thread();
+    ThreadRecord* adopted = nullptr;
+    const auto wait_for_adoption = [&] {
       ++ready;
       WaitForSingleObject(go_on.get(), INFINITE);
-      kept = game_tls_get();
-      return DWORD{0};
+      return game_tls_get();
+    };
+    auto registered = [&] {
+      const ThreadRecord* const own = register_current_thread();
+      return DWORD{own == wait_for_adoption()};
     };
     auto plain = [&] {
-      ++ready;
-      WaitForSingleObject(go_on.get(), INFINITE);
-      adopted = game_tls_get();
+      adopted = wait_for_adoption();
       return DWORD{teb_field<std::uint64_t>(current_teb(), TEB_STACK_LIMIT) == adopted->stack_low + 0x4000};
     };
     const UniqueHandle first = start_thread(registered), second = start_thread(plain);
@@ -117,9 +114,7 @@ TEST_CASE("adoption reaches the threads that run already, in both modes, and onl
     adopt_existing_threads();
     CHECK(game_tls_get() != nullptr);
     SetEvent(go_on.get());
-    CHECK_EQ(wait_for(second), 1);
-    wait_for(first);
-    CHECK_EQ(kept, own);
+    CHECK((wait_for(first) == 1 && wait_for(second) == 1));
     CHECK_EQ(GetThreadId(adopted->handle), GetThreadId(second.get()));
     const std::lock_guard guard(registry_lock);
     CHECK_EQ(thread_record_of_port_locked(adopted->port), adopted);
