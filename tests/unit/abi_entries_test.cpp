@@ -100,17 +100,6 @@ TEST_CASE("a variadic entry hands over its named arguments and a list that yield
   }
 }
 
-TEST_CASE("a variable argument list aligns extended values and cuts integers to what is asked for") {
-  alignas(16) std::uint64_t save_area[SAVE_AREA_SIZE / 8] = {0, 0, 0, 0, 0, 0xFFFFFFFB};
-  alignas(16) std::uint64_t overflow[6] = {11, 0, 33, 44, 55, 0};  // the extended value is at 16, not at 8
-  SysvVaList list = {40, SAVE_AREA_SIZE, reinterpret_cast<std::byte*>(overflow),
-                     reinterpret_cast<std::byte*>(save_area)};
-  CHECK_EQ(list.next<std::int32_t>(), -5);  // the upper half of the register is not looked at
-  CHECK_EQ(list.next<std::uint64_t>(), 11);
-  CHECK_EQ(static_cast<const void*>(list.next_long_double()), &overflow[2]);
-  CHECK_EQ(list.next<std::uint64_t>(), 55);
-}
-
 TEST_CASE("the trap entry hands its record over and returns the handler's answer") {
   CHECK_EQ(call_sysv_code(test_entries[0]).registers[rax], body_result);
   CHECK_EQ(reinterpret_cast<std::uint64_t>(trap_record), patterned_machine().registers[rax]);
