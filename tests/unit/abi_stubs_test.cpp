@@ -34,10 +34,7 @@ std::uint64_t windows_function(std::uint64_t a, std::uint64_t b, std::uint64_t c
 void* const windows_code = reinterpret_cast<void*>(windows_function);
 
 /// Game code that calls a callback with six arguments, compiled as such.
-SYSV std::uint64_t game_calls(std::uint64_t (*SYSV callback)(std::uint64_t, std::uint64_t, std::uint64_t, std::uint64_t,
-                                                             std::uint64_t, std::uint64_t)) {
-  return callback(1, 2, 3, 4, 5, 6) + 1;
-}
+SYSV std::uint64_t game_calls(SYSV decltype(windows_function)* callback) { return callback(1, 2, 3, 4, 5, 6) + 1; }
 void* const game_code = reinterpret_cast<void*>(game_calls);
 
 }  // namespace

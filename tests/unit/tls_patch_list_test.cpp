@@ -24,19 +24,11 @@ constexpr auto r10_template =
     "\x48\x8D\x64\x24\x80\x90\x49\xBASLOTSLOT\x4D\x8B\x12\x65\x4D\x8B\x12"
     "\x49\x8B\x04\xC2\x90\xFF\x25\x00\x00\x00\x00RETURNTO"sv;
 constexpr auto site_code = "\x65\x48\x8B\x04\xC5\x00\x00\x00\x00"sv;
-
-struct Row {
-  std::uint32_t site;
-  std::string_view expected;
-  std::uint16_t slot;
-  std::string_view trampoline;
-};
+const auto site_bytes = bytes(site_code), rcx_bytes = bytes(rcx_template);
 
 /// The list without its trailer.
-std::string blob_of(std::initializer_list<Row> rows) {
-  std::vector<PatchEntry> entries;
-  for (const Row& row : rows) entries.push_back({row.site, bytes(row.expected), row.slot, bytes(row.trampoline)});
-  const std::string list = text(write_patch_list(entries));
+std::string blob_of(std::initializer_list<PatchEntry> entries) {
+  const std::string list = text(write_patch_list(std::vector(entries)));
   return list.substr(0, list.size() - gs_patch_trailer_size);
 }
 
@@ -65,7 +57,7 @@ struct Fixture {
 }  // namespace
 
 TEST_CASE("a list that cannot be applied is named and leaves the image as it was") {
-  const std::string good = blob_of({{0, site_code, 8, rcx_template}});
+  const std::string good = blob_of({{0, site_bytes, 8, rcx_bytes}});
   constexpr auto layout = "LIST: unexpected trampoline layout in entry 0"sv;
   const struct {
     std::string blob;
@@ -75,11 +67,11 @@ TEST_CASE("a list that cannot be applied is named and leaves the image as it was
   } cases[] = {
       {good.substr(0, 15), false, "LIST is not a gs patch file"},
       {good.substr(0, good.size() - 1), false, "LIST is truncated"},
-      {blob_of({{0, site_code, 35, rcx_template}}), false, "LIST: bad entry 0"},           // slot past the trampoline
-      {blob_of({{56, site_code, 8, rcx_template}}), false, "LIST: bad entry 0"},           // across the image's end
-      {blob_of({{0, site_code, 28, rcx_template}}), true, layout},                         // slot too late for the load
-      {blob_of({{0, site_code, 8, replaced(rcx_template, 19, "\x64"sv)}}), true, layout},  // no gs prefix
-      {blob_of({{0, site_code, 8, replaced(rcx_template, 22, "\x0C"sv)}}), true, layout},  // a SIB byte
+      {blob_of({{0, site_bytes, 35, rcx_bytes}}), false, "LIST: bad entry 0"},  // slot past the trampoline
+      {blob_of({{56, site_bytes, 8, rcx_bytes}}), false, "LIST: bad entry 0"},  // across the image's end
+      {blob_of({{0, site_bytes, 28, rcx_bytes}}), true, layout},                // slot too late for the load
+      {blob_of({{0, site_bytes, 8, bytes(replaced(rcx_template, 19, "\x64"sv))}}), true, layout},  // no gs prefix
+      {blob_of({{0, site_bytes, 8, bytes(replaced(rcx_template, 22, "\x0C"sv))}}), true, layout},  // a SIB byte
       {good, false, "gs trampoline out of range", 0x80000005},  // never touched: the distance is checked first
   };
   for (const auto& c : cases) {
@@ -99,7 +91,8 @@ TEST_CASE("entries write exactly their jumps, their nops and their trampolines a
     CAPTURE(expansion);
     const std::string image = std::string(11, '\xCC') + std::string(site_code) + std::string(44, '\x65');
     Fixture fixture(image);
-    CHECK_EQ(fixture.apply(blob_of({{11, site_code, 8, rcx_template}, {30, "eeeee", 8, r10_template}}), expansion),
+    CHECK_EQ(fixture.apply(blob_of({{11, site_bytes, 8, rcx_bytes}, {30, bytes("eeeee"), 8, bytes(r10_template)}}),
+                           expansion),
              "2");
     const std::size_t second = 64 + (expansion ? 64 : 48);
     std::string expected = replaced(image, 11, "\xE9" + le(std::int32_t{64 - 16}) + "\x90\x90\x90\x90");
