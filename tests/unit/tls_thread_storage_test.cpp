@@ -19,9 +19,9 @@ namespace {
 
 /// Memory in the shape of a thread environment block.
 struct FakeTeb {
-  alignas(16) std::byte bytes[0x1800] = {};
-  std::uint64_t address() { return reinterpret_cast<std::uint64_t>(bytes); }
-  std::uint64_t& word(std::size_t offset) { return *reinterpret_cast<std::uint64_t*>(bytes + offset); }
+  std::uint64_t words[0x1800 / 8] = {};
+  std::uint64_t address() { return reinterpret_cast<std::uint64_t>(words); }
+  std::uint64_t& word(std::size_t offset) { return words[offset / 8]; }
 };
 
 /// A thread of its own that runs a function; its exit code.
@@ -41,7 +41,6 @@ DWORD wait_for(const UniqueHandle& thread) {
 
 TEST_CASE("a slot is found by index, in the environment block and by gs; another thread's may need an array") {
   static ThreadRecord record = {}, other = {};
-  const auto storage = reinterpret_cast<std::uint64_t>(record.storage);
   static constexpr std::uint64_t places[][3] = {{0, 0x1480, 0}, {63, 0x1678, 0}, {64, 0, 1}, {1087, 0x1FF8, 1}};
   for (const auto& [index, offset, expansion] : places) {
     const auto place = game_tls_place(static_cast<std::uint32_t>(index));
@@ -53,7 +52,6 @@ TEST_CASE("a slot is found by index, in the environment block and by gs; another
     game_tls_set(&record);
     CHECK_EQ(wait_for(start_thread(has_none)), 1);
     CHECK_EQ(game_tls_get(), &record);
-    CHECK_EQ(game_tls_read_teb(current_teb()), storage);
     game_tls_write_teb(current_teb(), &other);
     CHECK_EQ(game_storage(), other.storage);
 
@@ -63,7 +61,7 @@ TEST_CASE("a slot is found by index, in the environment block and by gs; another
     CHECK_EQ(game_tls_prepare_teb(teb.address(), none), (mode == TlsMode::normal));
     CHECK((game_tls_prepare_teb(teb.address(), spare) && spare == nullptr));
     game_tls_write_teb(teb.address(), &record);
-    CHECK_EQ(game_tls_read_teb(teb.address()), storage);
+    CHECK_EQ(game_tls_read_teb(teb.address()), reinterpret_cast<std::uint64_t>(record.storage));
     const ExpansionArray array(reinterpret_cast<void*>(teb.word(TEB_TLS_EXPANSION_SLOTS)));
     CHECK_EQ(array == nullptr, (mode == TlsMode::normal));
   }
@@ -79,12 +77,11 @@ TEST_CASE("committing a stack covers all but its lowest 16 KiB; small stacks sta
     teb.word(TEB_STACK_LIMIT) = low + size - 0x1000;
     teb.word(TEB_DEALLOCATION_STACK) = low;
     thread_stack_commit(teb.address());
-    MEMORY_BASIC_INFORMATION pages[3];
-    for (int i = 0; i < 3; ++i)
-      VirtualQuery(reinterpret_cast<void*>(low + 0x2000 + 0x1000 * i), &pages[i], sizeof *pages);
-    CHECK_EQ(pages[0].State, MEM_RESERVE);
-    CHECK_EQ(pages[1].State, (committed ? MEM_COMMIT : MEM_RESERVE));
-    if (committed) CHECK((pages[1].Protect == (PAGE_READWRITE | PAGE_GUARD) && pages[2].RegionSize == size - 0x4000));
+    MEMORY_BASIC_INFORMATION guard, stack;
+    VirtualQuery(reinterpret_cast<void*>(low + 0x3000), &guard, sizeof guard);
+    VirtualQuery(reinterpret_cast<void*>(low + 0x4000), &stack, sizeof stack);
+    CHECK_EQ(guard.Protect, (committed ? PAGE_READWRITE | PAGE_GUARD : 0));
+    if (committed) CHECK((guard.RegionSize == 0x1000 && stack.RegionSize == size - 0x4000));
     CHECK_EQ(teb.word(TEB_STACK_LIMIT), (committed ? low + 0x4000 : low + size - 0x1000));
     VirtualFree(reinterpret_cast<void*>(low), 0, MEM_RELEASE);
   }
@@ -96,19 +93,15 @@ TEST_CASE("adoption reaches the threads that run already, in both modes, and onl
     const UniqueHandle go_on(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     std::atomic<int> ready = 0;
     ThreadRecord* adopted = nullptr;
-    const auto wait_for_adoption = [&] {
+    const auto wait_for_adoption = [&](ThreadRecord* own) {
       ++ready;
       WaitForSingleObject(go_on.get(), INFINITE);
-      return game_tls_get();
-    };
-    auto registered = [&] {
-      const ThreadRecord* const own = register_current_thread();
-      return DWORD{own == wait_for_adoption()};
-    };
-    auto plain = [&] {
-      adopted = wait_for_adoption();
+      if (own != nullptr) return DWORD{own == game_tls_get()};
+      adopted = game_tls_get();
       return DWORD{teb_field<std::uint64_t>(current_teb(), TEB_STACK_LIMIT) == adopted->stack_low + 0x4000};
     };
+    auto registered = [&] { return wait_for_adoption(register_current_thread()); };
+    auto plain = [&] { return wait_for_adoption(nullptr); };
     const UniqueHandle first = start_thread(registered), second = start_thread(plain);
     while (ready < 2) Sleep(1);
     adopt_existing_threads();
@@ -150,5 +143,5 @@ TEST_CASE("alone: the thread registry is filled" * doctest::skip()) {
 }
 
 TEST_CASE("beyond the registry's 4096 a thread gets its storage but no port; a killed one gives its place up") {
-  CHECK(run_alone("alone: the thread registry is filled"));
+  CHECK(run_alone(L"alone: the thread registry is filled"));
 }
