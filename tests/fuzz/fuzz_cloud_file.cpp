@@ -7,21 +7,15 @@
 
 #include "support/cloud_entries.h"
 
-namespace {
-
-bool is_same_value(const vlm::CloudEntry& before, const vlm::CloudEntry& after) {
-  if (const auto* const text = std::get_if<std::string>(&before.value)) {
-    std::string_view expected = *text;
-    if (expected.ends_with('\r')) expected.remove_suffix(1);  // counts as a part of the line's end
-    const auto* const read = std::get_if<std::string>(&after.value);
-    return read != nullptr && *read == expected;
-  }
-  const auto* const number = std::get_if<double>(&before.value);
-  if (number == nullptr || !std::isnan(*number)) return before.value == after.value;
-  return std::holds_alternative<double>(after.value) && std::isnan(std::get<double>(after.value));
+/// A carriage return at a text's end counts as a part of the line's end; a NaN is equal to a NaN.
+static bool is_same_value(vlm::CloudEntry before, const vlm::CloudEntry& after) {
+  if (auto* const text = std::get_if<std::string>(&before.value); text && text->ends_with('\r')) text->pop_back();
+  const auto is_nan = [](const vlm::CloudEntry& entry) {
+    const auto* const number = std::get_if<double>(&entry.value);
+    return number != nullptr && std::isnan(*number);
+  };
+  return before.value == after.value || (is_nan(before) && is_nan(after));
 }
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto bytes = std::make_unique<char[]>(size);  // no byte longer, and no NUL behind it: a read too far shows

@@ -21,22 +21,20 @@ namespace {
 constexpr std::size_t most_arguments = 260;  // every character of a format takes one at most; extended ones two words
 
 struct Block {
-  alignas(16) vlm::RegisterSaveArea area;
-  alignas(16) std::uint64_t stack[2 * most_arguments];
+  alignas(16) std::uint64_t area[sizeof(vlm::RegisterSaveArea) / 8];
+  std::uint64_t stack[2 * most_arguments];
 
   vlm::SysvVaList list() const {
-    return {0, SAVE_AREA_XMM, reinterpret_cast<const std::byte*>(stack), reinterpret_cast<const std::byte*>(&area)};
-  }
-  void set(std::size_t index, std::uint64_t word) {
-    if (index < sizeof area / 8) {
-      std::memcpy(reinterpret_cast<std::byte*>(&area) + 8 * index, &word, 8);
-    } else {
-      stack[index - sizeof area / 8] = word;
-    }
+    return {0, SAVE_AREA_XMM, reinterpret_cast<const std::byte*>(stack), reinterpret_cast<const std::byte*>(area)};
   }
 };
 
-constexpr std::size_t words = sizeof(Block) / 8;
+/// A copy on the heap, with a NUL behind it and no byte longer: a read behind it shows.
+std::unique_ptr<char[]> copy_of(const std::string& text) {
+  auto copy = std::make_unique<char[]>(text.size() + 1);
+  std::memcpy(copy.get(), text.c_str(), text.size() + 1);
+  return copy;
+}
 
 /// Makes a place for %n and for what is scanned; as a text, narrow or wide, it ends.
 void fill_place(std::vector<std::uint32_t>& place) {
@@ -54,9 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!places) {
     std::ranges::replace_if(text, [](char c) { return c == 's' || c == 'n' || c == '@'; }, 'd');
   }
-  // On the heap and no byte longer: a read behind the NUL shows.
-  const auto format = std::make_unique<char[]>(text.size() + 1);
-  std::memcpy(format.get(), text.c_str(), text.size() + 1);
+  const auto format = copy_of(text);
   data += 2 + length;
   size -= 2 + length;
 
@@ -64,14 +60,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::vector<std::uint32_t> place(input.size() + 40);
   fill_place(place);
   const auto block = std::make_unique<Block>();
-  for (std::size_t i = 0; i < words; ++i) {
+  for (std::size_t i = 0; i < sizeof(Block) / 8; ++i) {
     std::uint64_t word = 0;
-    if (size > 0) {
-      for (std::size_t byte = 0; byte < 8; ++byte) word = word << 8 | data[(8 * i + byte) % size];
-    }
-    const bool vector = i >= 6 && i < sizeof(vlm::RegisterSaveArea) / 8;
+    for (std::size_t byte = 0; size > 0 && byte < 8; ++byte) word = word << 8 | data[(8 * i + byte) % size];
+    const bool vector = i >= 6 && i < std::size(block->area);
     if (places && !vector) word = reinterpret_cast<std::uint64_t>(place.data());
-    block->set(i, word);
+    std::memcpy(reinterpret_cast<std::byte*>(block.get()) + 8 * i, &word, 8);
   }
 
   vlm::SysvVaList list = block->list();
@@ -83,17 +77,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     list = block->list();
     if (vlm::format_text(buffer.get(), room, format.get(), list) != complete) std::abort();
     const std::string written(buffer.get(), std::min(complete, room - 1));
-    if (buffer[written.size()] != 0) std::abort();
     if (longest.empty()) longest = written;
-    if (!longest.starts_with(written)) std::abort();
+    if (buffer[written.size()] != 0 || !longest.starts_with(written)) std::abort();
   }
 
-  if (places) {
-    const auto scanned = std::make_unique<char[]>(input.size() + 1);
-    std::memcpy(scanned.get(), input.c_str(), input.size() + 1);
-    list = block->list();
-    const std::int32_t stored = vlm::scan_text(scanned.get(), format.get(), list);
-    if (stored < -1 || stored > 255) std::abort();
-  }
+  list = block->list();
+  const std::int32_t stored = places ? vlm::scan_text(copy_of(input).get(), format.get(), list) : 0;
+  if (stored < -1 || stored > 255) std::abort();
   return 0;
 }

@@ -15,10 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::memcpy(blob.data() + sizeof vlm::gs_patch_magic, data + 1, size - 1);
 
   const auto space = vlm::measure_patch_list(blob, expansion, "list");
-  if (!space) {
-    if (space.error().text.empty()) std::abort();
-    return 0;
-  }
+  if (!space && space.error().text.empty()) std::abort();
+  if (!space) return 0;
   // Every entry takes at least 9 bytes of the list and, when it is applied, 14 of trampoline.
   if (*space > 32 * blob.size() + 16) std::abort();
 
@@ -31,8 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (std::uint32_t i = 0; i < reader.count(); ++i) {
     const auto entry = reader.next();
     if (!entry) std::abort();
-    for (std::uint64_t at = entry->site; at < entry->site + entry->expected.size() && at < image_size; ++at) {
-      may_change[at] = true;
+    for (std::size_t i = 0; i < entry->expected.size() && entry->site + i < image_size; ++i) {
+      may_change[entry->site + i] = true;
     }
   }
   const std::uint64_t offset = 0x1238;

@@ -20,14 +20,6 @@ const void* fake_lookup(const char* library, const char* name) {
   return std::strlen(library) + std::strlen(name) > 20 ? nullptr : name;
 }
 
-const void* fake_missing(const char*, const char* name) { return name; }
-
-/// A sound image that others may import from.
-MachImage& other_image() {
-  static const FakeImage other(good_draft(), "/games/run/libOther.dylib");
-  return *other.image;
-}
-
 /// Everything that is asked of a loaded image; the sanitizers watch.
 void ask(const MachImage& image) {
   for (const char* name : {"", "_game_start", "_g", "_stub", "_elsewhere", "_constant", "_aaaaaaaaaaaaaaaaaaaaaa"}) {
@@ -73,8 +65,9 @@ ImageRun run_image(std::span<const std::byte> bytes, std::uint64_t max_extent) {
     }
   }
 
-  MachImage* const images[] = {&other_image(), &image};
-  const SymbolSources sources{images, fake_lookup, fake_missing};
+  static const FakeImage other(good_draft(), "/games/run/libOther.dylib");  // a sound image to import from
+  MachImage* const images[] = {other.image.get(), &image};
+  const SymbolSources sources{images, fake_lookup, [](const char*, const char* name) -> const void* { return name; }};
   look_ups = 0;
   const auto add = [&](const Result<std::uint64_t>& patched) {
     if (patched) run.patched += *patched;

@@ -22,8 +22,7 @@ static volatile int stop, lost;
 
 static Node* make_node(Node* next) {
   Node* const node = GC_MALLOC(sizeof *node);
-  node->next = next;
-  node->seal = SEAL ^ (unsigned long)node;
+  *node = (Node){next, SEAL ^ (unsigned long)node};
   return node;
 }
 static void check(const Node* node) {
@@ -40,9 +39,7 @@ static void* shift_references(void* unused) {
     list[REFERENCES - 1] = make_node(0);
     memmove(&list[at + 1], &list[at], (REFERENCES - 1 - at) * sizeof *list);
     list[at] = make_node(0);
-    if (round % 64 == 0) {
-      for (int i = 0; i < REFERENCES; ++i) check(list[i]);
-    }
+    for (int i = 0; i < REFERENCES && round % 64 == 0; ++i) check(list[i]);
   }
   return 0;
 }
@@ -57,21 +54,14 @@ static void* build_trees(void* unused) {
   return 0;
 }
 
-static void* use_the_heap(void* unused) {
-  void* blocks[64] = {0};
+static void* use_memory(void* unused) {
   for (unsigned round = 0; !stop; ++round) {
-    free(blocks[round % 64]);
-    blocks[round % 64] = malloc(round * 37 % 5000);
-  }
-  return 0;
-}
-
-static void* use_mappings(void* unused) {
-  while (!stop) {
+    void* const block = malloc(round * 37 % 5000);
     char* const pages = mmap(0, 65536, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANON, -1, 0);
     pages[4096] = 1;
     mprotect(pages, 4096, PROT_READ);
     munmap(pages, 65536);
+    free(block);
   }
   return 0;
 }
@@ -85,32 +75,25 @@ static void* live_shortly(void* unused) {
 static void* come_and_go(void* unused) {
   while (!stop) {
     pthread_t threads[4];
-    int made = 0;
-    while (made < 4 && pthread_create(&threads[made], 0, live_shortly, 0) == 0) ++made;
-    if (made < 4) __sync_fetch_and_add(&lost, 1);
-    while (made > 0) pthread_join(threads[--made], 0);
+    for (int i = 0; i < 4; ++i) pthread_create(&threads[i], 0, live_shortly, 0);
+    for (int i = 0; i < 4; ++i) pthread_join(threads[i], 0);
   }
   return 0;
 }
 
 static void* collect(void* unused) {
-  const struct timespec pause = {0, 2000000};
-  while (!stop) {
-    GC_gcollect();
-    nanosleep(&pause, 0);
-  }
+  for (; !stop; nanosleep(&(struct timespec){0, 2000000}, 0)) GC_gcollect();
   return 0;
 }
 
 int main(int argc, char** argv) {
-  static void* (*const kinds[])(void*) = {shift_references, shift_references, build_trees, use_the_heap, use_the_heap,
-                                          use_mappings,     use_mappings,     come_and_go, collect,      collect};
+  static void* (*const kinds[])(void*) = {shift_references, shift_references, build_trees, use_memory, use_memory,
+                                          use_memory,       use_memory,       come_and_go, collect,    collect};
   enum { COUNT = sizeof kinds / sizeof kinds[0] };
   pthread_t threads[COUNT];
-  const struct timespec second = {1, 0};
   GC_INIT();
   for (int i = 0; i < COUNT; ++i) pthread_create(&threads[i], 0, kinds[i], 0);
-  for (int left = argc > 1 ? atoi(argv[1]) : 20; left > 0; --left) nanosleep(&second, 0);
+  for (int left = atoi(argv[1]); left > 0; --left) nanosleep(&(struct timespec){1, 0}, 0);
   stop = 1;
   for (int i = 0; i < COUNT; ++i) pthread_join(threads[i], 0);
   fprintf(stdout, "%lu collections, %d references lost\n", (unsigned long)GC_get_gc_no(), lost);

@@ -6,16 +6,14 @@
 #include <stdlib.h>
 #include <time.h>
 
-struct thread {
+static struct thread {
   pthread_t id;
   void* (*start)(void*);
-  void* argument;
-  void* result;
+  void *argument, *result;
   _Atomic int ended;
   struct thread* next;
-};
+}* threads;  // guarded by the lock; those that nobody has joined, the newest first
 static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-static struct thread* threads;  // guarded by the lock; those that nobody has joined
 
 static void* run(void* given) {
   struct thread* const self = given;
@@ -30,13 +28,9 @@ int create_joinable_thread(pthread_t* id, const pthread_attr_t* attributes, void
   made->argument = argument;
   pthread_mutex_lock(&lock);
   const int failed = pthread_create(&made->id, attributes, run, made);
-  if (failed) {
-    free(made);
-  } else {
-    *id = made->id;
-    made->next = threads;
-    threads = made;
-  }
+  *id = made->id;
+  made->next = threads;
+  if (!failed) threads = made;
   pthread_mutex_unlock(&lock);
   return failed;
 }
@@ -49,8 +43,7 @@ int pthread_join(pthread_t id, void** result) {
   struct thread* const joined = *place;
   *place = joined->next;
   pthread_mutex_unlock(&lock);
-  const struct timespec millisecond = {0, 1000000};
-  while (!joined->ended) nanosleep(&millisecond, 0);
+  while (!joined->ended) nanosleep(&(struct timespec){0, 1000000}, 0);
   if (result) *result = joined->result;
   free(joined);
   return pthread_detach(id);

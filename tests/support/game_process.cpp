@@ -7,20 +7,15 @@ namespace {
 
 constexpr DWORD time_limit_ms = 60'000;
 
-struct BoxSearch {
-  DWORD process;
+/// The process's message box, or null.
+HWND find_box(DWORD process) {
   HWND box = nullptr;
-};
-
-BOOL CALLBACK find_box(HWND window, LPARAM parameter) {
-  auto& search = *reinterpret_cast<BoxSearch*>(parameter);
-  DWORD process = 0;
-  GetWindowThreadProcessId(window, &process);
-  char class_name[16] = "";
-  GetClassNameA(window, class_name, sizeof class_name);
-  if (process != search.process || std::string_view(class_name) != "#32770" || !IsWindowVisible(window)) return TRUE;
-  search.box = window;
-  return FALSE;
+  while ((box = FindWindowExW(nullptr, box, L"#32770", nullptr)) != nullptr) {
+    DWORD owner = 0;
+    GetWindowThreadProcessId(box, &owner);
+    if (owner == process && IsWindowVisible(box)) break;
+  }
+  return box;
 }
 
 /// The text as the window manager keeps it: a message to the process would wait until it answers.
@@ -32,28 +27,19 @@ std::string window_text(HWND window) {
   return text;
 }
 
-BOOL CALLBACK take_label(HWND control, LPARAM parameter) {
-  char class_name[16] = "";
-  GetClassNameA(control, class_name, sizeof class_name);
-  if (std::string_view(class_name) != "Static") return TRUE;
-  auto& text = *reinterpret_cast<std::string*>(parameter);
-  if (text.empty()) text = window_text(control);
-  return TRUE;
-}
-
 /// Reads and dismisses a message box of the process, if it shows one.
 void dismiss_box(DWORD process, Ending& ending) {
-  BoxSearch search{process};
-  EnumWindows(find_box, reinterpret_cast<LPARAM>(&search));
-  if (search.box == nullptr) return;
+  const HWND box = find_box(process);
   std::string text;
-  EnumChildWindows(search.box, take_label, reinterpret_cast<LPARAM>(&text));
+  for (HWND label = nullptr; box && text.empty() && (label = FindWindowExW(box, label, L"Static", nullptr));) {
+    text = window_text(label);
+  }
   if (text.empty()) return;  // not filled yet: the next round sees it
   if (ending.box_text.empty()) {
-    ending.box_caption = window_text(search.box);
+    ending.box_caption = window_text(box);
     ending.box_text = text;
   }
-  PostMessageW(search.box, WM_COMMAND, IDOK, 0);
+  PostMessageW(box, WM_COMMAND, IDOK, 0);
 }
 
 }  // namespace

@@ -10,6 +10,8 @@
 
 namespace vlm::test {
 
+using namespace std::string_view_literals;
+
 inline constexpr std::uint64_t text_vmaddr = 0x100000000;
 inline constexpr std::uint64_t data_vmaddr = text_vmaddr + 0x2000;
 inline constexpr int text_segment = 1;
@@ -18,57 +20,18 @@ inline constexpr std::uint64_t good_rebases = 23;
 inline constexpr std::uint64_t good_binds = 7;
 inline constexpr std::uint64_t good_lazy_binds = 2;
 
+// Streams as bytes: REBASE_OPCODE_ and BIND_OPCODE_ in macho/format.h name them.
+
 /// Every rebase opcode; 23 pointers of __DATA, from its offset 0.
-// clang-format off: an opcode and its operands to a line
-inline Bytes good_rebase_stream() {
-  return Bytes()
-      .u8(REBASE_OPCODE_SET_TYPE_IMM | 1)
-      .u8(REBASE_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(0)
-      .u8(REBASE_OPCODE_DO_REBASE_IMM_TIMES | 3)
-      .u8(REBASE_OPCODE_ADD_ADDR_IMM_SCALED | 1)
-      .u8(REBASE_OPCODE_DO_REBASE_ULEB_TIMES).uleb(10)
-      .u8(REBASE_OPCODE_ADD_ADDR_ULEB).uleb(0x10)
-      .u8(REBASE_OPCODE_DO_REBASE_ADD_ADDR_ULEB).uleb(0x20)
-      .u8(REBASE_OPCODE_DO_REBASE_ULEB_TIMES_SKIPPING_ULEB).uleb(9).uleb(8)
-      .u8(REBASE_OPCODE_DONE);
-}
+constexpr auto good_rebase_stream = "\x11\x22\0\x53\x41\x60\x0A\x30\x10\x70\x20\x80\x09\x08\0"sv;
 
-/// Every bind opcode; 7 pointers of __DATA, from its offset 0x400.
-inline Bytes good_bind_stream() {
-  return Bytes()
-      .u8(BIND_OPCODE_SET_DYLIB_ORDINAL_IMM | 1)
-      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_malloc")
-      .u8(BIND_OPCODE_SET_TYPE_IMM | 1)
-      .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(0x400)
-      .u8(BIND_OPCODE_DO_BIND)
-      .u8(BIND_OPCODE_DO_BIND_ADD_ADDR_IMM_SCALED | 2)
-      .u8(BIND_OPCODE_SET_DYLIB_ORDINAL_ULEB).uleb(2)
-      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_other_function")
-      .u8(BIND_OPCODE_DO_BIND_ADD_ADDR_ULEB).uleb(0x10)
-      .u8(BIND_OPCODE_SET_DYLIB_SPECIAL_IMM | 0xE)
-      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM | BIND_SYMBOL_FLAGS_WEAK_IMPORT).c_string("_perhaps")
-      .u8(BIND_OPCODE_ADD_ADDR_ULEB).uleb(8)
-      .u8(BIND_OPCODE_SET_ADDEND_SLEB).sleb(-4)
-      .u8(BIND_OPCODE_DO_BIND_ULEB_TIMES_SKIPPING_ULEB).uleb(3).uleb(8)
-      .u8(BIND_OPCODE_SET_DYLIB_SPECIAL_IMM)
-      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_game_start")
-      .u8(BIND_OPCODE_DO_BIND)
-      .u8(BIND_OPCODE_DONE);
-}
+/// Every bind opcode; 7 pointers of __DATA, from its offset 0x400, of three libraries. "_perhaps" is weak, its addend
+/// -4.
+constexpr auto good_bind_stream =
+    "\x11\x40_malloc\0\x51\x72\x80\x08\x90\xB2\x20\x02\x40_other_function\0\xA0\x10"
+    "\x3E\x41_perhaps\0\x80\x08\x60\x7C\xC0\x03\x08\x30\x40_game_start\0\x90\0"sv;
 
-inline Bytes good_lazy_stream() {
-  return Bytes()
-      .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment).uleb(0x800)
-      .u8(BIND_OPCODE_SET_DYLIB_ORDINAL_IMM | 1)
-      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_free")
-      .u8(BIND_OPCODE_DO_BIND)
-      .u8(BIND_OPCODE_DONE)
-      .u8(BIND_OPCODE_SET_DYLIB_ORDINAL_IMM | 3)
-      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_missing")
-      .u8(BIND_OPCODE_DO_BIND)
-      .u8(BIND_OPCODE_DONE);
-}
-// clang-format on
+constexpr auto good_lazy_stream = "\x72\x80\x10\x11\x40_free\0\x90\0\x13\x40_missing\0\x90\0"sv;
 
 inline ImageDraft good_draft() {
   ImageDraft draft;
@@ -82,10 +45,10 @@ inline ImageDraft good_draft() {
   draft.segments = {pagezero, text, data};
   draft.linkedit_vmaddr = data_vmaddr + 0x3000;
   draft.dylibs = {"/usr/lib/libSystem.B.dylib", "@rpath/libOther.dylib", "Plain"};
-  draft.rebase = good_rebase_stream();
-  draft.bind = good_bind_stream();
+  draft.rebase.text(good_rebase_stream);
+  draft.bind.text(good_bind_stream);
   draft.weak_bind = Bytes().u8(0xFF);  // never read
-  draft.lazy_bind = good_lazy_stream();
+  draft.lazy_bind.text(good_lazy_stream);
   draft.exports = export_trie({{"_game_start", 0x1000},
                                {"_game_stop", 0x1010},
                                {"_constant", 0x1234567, EXPORT_SYMBOL_FLAGS_KIND_ABSOLUTE},

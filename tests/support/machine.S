@@ -20,28 +20,6 @@
         .endif
         .endm
 
-        .macro  each_vector action
-        .irp    n, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15
-        \action \n
-        .endr
-        .endm
-
-        .macro  load_xmm n
-        movups  128+32*\n(%rdi), %xmm\n
-        .endm
-
-        .macro  load_ymm n
-        vmovups 128+32*\n(%rdi), %ymm\n
-        .endm
-
-        .macro  store_xmm n
-        movups  %xmm\n, 128+32*\n(%rdi)
-        .endm
-
-        .macro  store_ymm n
-        vmovups %ymm\n, 128+32*\n(%rdi)
-        .endm
-
         .section .rdata,"dr"
         .p2align 4
         .globl  recorded_results
@@ -81,10 +59,14 @@ run_machine:
         movl    $25, %ecx
         rep     movsq
         movq    0x40(%rsp), %rdi
-        each_vector load_xmm
+        .irp    n, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15
+        movups  128+32*\n(%rdi), %xmm\n
+        .endr
         testb   %r8b, %r8b
         jz      1f
-        each_vector load_ymm
+        .irp    n, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15
+        vmovups 128+32*\n(%rdi), %ymm\n
+        .endr
 1:      leaq    -512(%rsp), %rsp        # below the red zone
         pushq   120(%rdi)
         popfq
@@ -103,9 +85,14 @@ run_machine:
         each_register store
         cmpb    $0, 0x50(%rsp)
         je      2f
-        each_vector store_ymm
+        .irp    n, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15
+        vmovups %ymm\n, 128+32*\n(%rdi)
+        .endr
         vzeroupper
-2:      each_vector store_xmm
+2:
+        .irp    n, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15
+        movups  %xmm\n, 128+32*\n(%rdi)
+        .endr
         leaq    -136(%rsp), %rsi
         addq    $640, %rdi
         movl    $25, %ecx
@@ -124,15 +111,13 @@ run_machine:
         movq    %\register, recorded_call+\at(%rip)
         .endm
 
-        .macro  record_xmm n
-        movups  %xmm\n, recorded_call+128+32*\n(%rip)
-        .endm
-
         .globl  record_sysv_call
         .p2align 4
 record_sysv_call:
         each_register record
-        each_vector record_xmm
+        .irp    n, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15
+        movups  %xmm\n, recorded_call+128+32*\n(%rip)
+        .endr
         .irp    i, 0, 1, 2, 3, 4, 5, 6, 7
         movq    8+8*\i(%rsp), %rax
         movq    %rax, recorded_call+640+8*(17+\i)(%rip)

@@ -107,35 +107,6 @@ struct ExportDraft {
 
 namespace detail {
 
-/// A node for each character: what names have in common is shared.
-struct TrieNode {
-  const ExportDraft* terminal = nullptr;
-  std::map<char, TrieNode> children;
-  std::uint64_t offset = 0;
-
-  Bytes bytes() const {
-    Bytes information, out;
-    if (terminal != nullptr) information.uleb(terminal->flags).uleb(terminal->address);
-    out.uleb(information.size()).append(information).u8(children.size());
-    for (const auto& [edge, child] : children) out.c_string({&edge, 1}).uleb(child.offset);
-    return out;
-  }
-
-  /// Gives each node the next free offset; true when one moved.
-  bool lay_out(std::uint64_t& next) {
-    bool moved = offset != next;
-    offset = next;
-    next += bytes().size();
-    for (auto& [edge, child] : children) moved |= child.lay_out(next);
-    return moved;
-  }
-
-  void write(Bytes& out) const {
-    out.append(bytes());
-    for (const auto& [edge, child] : children) child.write(out);
-  }
-};
-
 inline std::uint64_t align(std::uint64_t value, std::uint64_t to) { return (value + to - 1) / to * to; }
 
 template <std::size_t N>
@@ -146,17 +117,33 @@ void put_name(char (&field)[N], std::string_view name) {
 
 }  // namespace detail
 
-inline Bytes export_trie(const std::vector<ExportDraft>& exports) {
-  detail::TrieNode root;
-  for (const ExportDraft& entry : exports) {
-    detail::TrieNode* node = &root;
-    for (const char edge : entry.name) node = &node->children[edge];
-    node->terminal = &entry;
+/// Adds a node for what these names, which are sorted and begin with the same `depth` characters, go on with; then a
+/// node for each next character. Where a child lies takes four bytes of a ULEB, whatever its size.
+inline void add_trie_node(Bytes& trie, std::span<const ExportDraft> names, std::size_t depth) {
+  Bytes information;
+  if (!names.empty() && names[0].name.size() == depth) {
+    information.uleb(names[0].flags).uleb(names[0].address);
+    names = names.subspan(1);
   }
-  std::uint64_t end = 0;
-  while (root.lay_out(end)) end = 0;  // offsets are ULEBs, so their sizes depend on each other
+  std::map<char, std::span<const ExportDraft>> children;
+  for (const ExportDraft& each : names) {
+    auto& child = children[each.name[depth]];
+    child = {child.empty() ? &each : child.data(), child.size() + 1};
+  }
+  trie.uleb(information.size()).append(information).u8(children.size());
+  std::size_t place = trie.size();
+  for (const auto& [edge, child] : children) trie.c_string({&edge, 1}).u32(0x00808080);
+  for (const auto& [edge, child] : children) {
+    for (int i = 0; i < 4; ++i) trie[place + 2 + i] |= static_cast<std::byte>(trie.size() >> 7 * i & 0x7F);
+    place += 6;
+    add_trie_node(trie, child, depth + 1);
+  }
+}
+
+inline Bytes export_trie(std::vector<ExportDraft> exports) {
+  std::ranges::sort(exports, {}, &ExportDraft::name);
   Bytes trie;
-  root.write(trie);
+  add_trie_node(trie, exports, 0);
   return trie;
 }
 

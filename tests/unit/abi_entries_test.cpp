@@ -1,12 +1,10 @@
 // The hand-written entries: every register in, every register out, and stack walks across them.
 #include "abi/entries.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
 
 #include <bit>
 #include <cstring>
-#include <string_view>
 #include <vector>
 
 #include "objc/dispatch.h"
@@ -18,31 +16,16 @@ using namespace vlm::test;
 
 namespace {
 
-// What the entries under test call, see abi_entries_copy.S. Each notes what reached it.
-struct BodyCall {
-  const char* body = "";
-  std::uint64_t named[3] = {};
-  SysvVaList list = {};
-  std::uint64_t integers[8] = {};  // read from the list, alternating with the doubles
-  double doubles[10] = {};
-};
-BodyCall body_call;
+// What the entries under test call, see abi_entries_copy.S, notes what reached it.
 const void* trap_record;
 struct {
   const void* receiver;
   const char* selector;
 } lookup;
+std::uint64_t listed_words[8];  // the first the named one, the others read from the list
+double listed_doubles[10];
 std::vector<WalkedFrame> walked;
-
-void note_body(const char* body, std::initializer_list<std::uint64_t> named, SysvVaList* list) {
-  body_call = {body, {}, *list, {}, {}};
-  std::copy(named.begin(), named.end(), body_call.named);
-  SysvVaList copy = *list;
-  for (auto& value : body_call.integers) value = copy.next<std::uint64_t>();
-  copy = *list;
-  for (auto& value : body_call.doubles) value = copy.next_double();
-  walked = walk_stack();
-}
+bool walk_reached(const void* function) { return frame_of(walked, function) != nullptr; }
 
 constexpr std::uint64_t body_result = 0x123456789ABCDEF0;
 
@@ -50,31 +33,21 @@ constexpr std::uint64_t body_result = 0x123456789ABCDEF0;
 
 extern "C" {
 
-#define TEST_ENTRY(name) void test_##name##_entry()
-TEST_ENTRY(trap);
-TEST_ENTRY(objc_msgSend);
-TEST_ENTRY(objc_msgSend_stret);
-TEST_ENTRY(snprintf);
-TEST_ENTRY(fprintf);
-TEST_ENTRY(NSLog);
-void test_objc_null_method();
+extern void* const test_entries[];
 
-#define BODY(name, parameters, ...)                  \
-  SYSV std::uint64_t test_##name##_body parameters { \
-    note_body(#name, {__VA_ARGS__}, list);           \
-    return body_result;                              \
-  }
-BODY(NSLog, (std::uint64_t a, SysvVaList* list), a)
-BODY(fprintf, (std::uint64_t a, std::uint64_t b, SysvVaList* list), a, b)
-BODY(vsnprintf, (std::uint64_t a, std::uint64_t b, std::uint64_t c, SysvVaList* list), a, b, c)
+SYSV std::uint64_t test_NSLog_body(std::uint64_t named, SysvVaList* list) {
+  SysvVaList copy = *list;
+  for (auto& word : listed_words) word = &word == listed_words ? named : copy.next<std::uint64_t>();
+  for (auto& value : listed_doubles) value = list->next_double();
+  walked = walk_stack();
+  return body_result;
+}
 
 std::uint64_t test_trap_unimplemented(void* record) {
   trap_record = record;
   walked = walk_stack();
   return body_result;
 }
-
-void test_dispatch_managed_call() {}
 
 std::atomic<const CachedMethod*> test_objc_method_cache[METHOD_CACHE_SLOTS];
 
@@ -86,108 +59,69 @@ const void* test_objc_lookup(void* receiver, const char* selector) {
 
 }  // extern "C"
 
-TEST_CASE("a variadic entry hands over its named arguments and a list that yields the others in order") {
-  const struct {
-    void (*entry)();
-    const char* body;
-    unsigned named;
-  } cases[] = {
-      {test_snprintf_entry, "vsnprintf", 3},
-      {test_fprintf_entry, "fprintf", 2},
-      {test_NSLog_entry, "NSLog", 1},
-  };
-  for (const auto& c : cases) {
-    CAPTURE(c.body);
-    Machine sent = patterned_machine();
-    sent.registers[rax] = 0;  // the vector registers are taken whatever al says
-    for (unsigned i = 0; i < 8; ++i) sent.vectors[i][0] = std::bit_cast<std::uint64_t>(i + 0.5);
-    CHECK_EQ(call_sysv_code(c.entry, sent).registers[rax], body_result);
+static void* const run = reinterpret_cast<void*>(run_machine);
 
-    CHECK(std::string_view(body_call.body) == c.body);
-    CHECK_EQ(body_call.list.gp_offset, 8 * c.named);
-    CHECK_EQ(body_call.list.fp_offset, 48);
-    for (unsigned i = 0; i < 8; ++i) {
-      const std::uint64_t word = i < 6 ? sent.registers[sysv_arguments[i]] : sent.stack[i - 6];
-      CHECK_EQ(i < c.named ? body_call.named[i] : body_call.integers[i - c.named], word);
-      CHECK_EQ(body_call.doubles[i], i + 0.5);
-    }
-    for (unsigned i = 0; i < 2; ++i) CHECK_EQ(std::bit_cast<std::uint64_t>(body_call.doubles[8 + i]), sent.stack[i]);
-    CHECK(frame_of(walked, reinterpret_cast<void*>(c.entry)) != nullptr);
-    CHECK(frame_of(walked, reinterpret_cast<void*>(run_machine)) != nullptr);
+TEST_CASE("a variadic entry hands over its named argument and a list that yields the others in order") {
+  Machine sent = patterned_machine();
+  sent.registers[rax] = 0;  // the vector registers are taken whatever al says
+  for (unsigned i = 0; i < 8; ++i) sent.vectors[i][0] = std::bit_cast<std::uint64_t>(i + 0.5);
+  CHECK_EQ(call_sysv_code(test_entries[3], sent).registers[rax], body_result);
+  for (unsigned i = 0; i < 8; ++i) {
+    CHECK_EQ(listed_words[i], i < 6 ? sent.registers[sysv_arguments[i]] : sent.stack[i - 6]);
+    CHECK_EQ(listed_doubles[i], i + 0.5);
   }
-}
-
-TEST_CASE("a variable argument list aligns extended values and cuts integers to what is asked for") {
-  alignas(16) std::byte save_area[SAVE_AREA_SIZE] = {};
-  alignas(16) std::uint64_t overflow[6] = {11, 0, 33, 44, 55, 0};  // the extended value is at 16, not at 8
-  const std::int32_t negative = -5;
-  std::memcpy(save_area + 40, &negative, sizeof negative);
-  SysvVaList list = {40, SAVE_AREA_SIZE, reinterpret_cast<std::byte*>(overflow), save_area};
-  CHECK_EQ(list.next<std::int32_t>(), -5);  // the upper half of the register is not looked at
-  CHECK_EQ(list.next<std::uint64_t>(), 11);
-  const std::byte* extended = list.next_long_double();
-  CHECK_EQ(static_cast<const void*>(extended), &overflow[2]);
-  CHECK_EQ(list.next<std::uint64_t>(), 55);
+  CHECK_EQ(std::memcmp(&listed_doubles[8], sent.stack, 16), 0);
+  CHECK((walk_reached(test_entries[3]) && walk_reached(run)));
 }
 
 TEST_CASE("the trap entry hands its record over and returns the handler's answer") {
-  CHECK_EQ(call_sysv_code(test_trap_entry).registers[rax], body_result);
+  CHECK_EQ(call_sysv_code(test_entries[0]).registers[rax], body_result);
   CHECK_EQ(reinterpret_cast<std::uint64_t>(trap_record), patterned_machine().registers[rax]);
-  CHECK(frame_of(walked, reinterpret_cast<void*>(run_machine)) != nullptr);
+  CHECK(walk_reached(run));
 }
 
 TEST_CASE("a message reaches its method with every register and stack word as the sender left them") {
-  const struct {
-    void (*entry)();
-    unsigned receiver;  // index into gp; the selector follows
-  } cases[] = {{test_objc_msgSend_entry, 0}, {test_objc_msgSend_stret_entry, 1}};
-  // What the cache holds for the message: nothing of use, the same class with another selector, the other way round,
-  // and the method itself.
+  // What the cache holds for the message: the same class with another selector, the other way round, the method itself.
   ObjcClass classes[2] = {};
   ObjcObject object{&classes[0]};
   const Selector selectors[2] = {"one", "two"};
   const auto method = reinterpret_cast<const void*>(record_sysv_call);
-  const struct {
-    CachedMethod cached;
-    bool looked_up;
-  } slots[] = {{{}, true},
-               {{&classes[0], selectors[1], nullptr, nullptr}, true},
-               {{&classes[1], selectors[0], nullptr, nullptr}, true},
-               {{&classes[0], selectors[0], method, nullptr}, false}};
-  for (auto& cached : test_objc_method_cache) cached = &slots[0].cached;
+  const CachedMethod slots[] = {{&classes[0], selectors[1], nullptr, nullptr},
+                                {&classes[1], selectors[0], nullptr, nullptr},
+                                {&classes[0], selectors[0], method, nullptr}};
+  for (auto& cached : test_objc_method_cache) cached = &slots[0];
   auto& looked_at = test_objc_method_cache[method_cache_slot(&classes[0], selectors[0])];
-  for (const auto& c : cases)
+  for (const unsigned receiver : {0, 1}) {  // index into the argument registers; the selector follows
+    void* const entry = test_entries[1 + receiver];
     for (const auto& slot : slots) {
-      CAPTURE(c.receiver);
-      looked_at = &slot.cached;
+      CAPTURE(receiver);
+      CAPTURE(&slot - slots);
+      looked_at = &slot;
       lookup = {};
       Machine sent = patterned_machine();
-      sent.registers[sysv_arguments[c.receiver]] = reinterpret_cast<std::uint64_t>(&object);
-      sent.registers[sysv_arguments[c.receiver + 1]] = reinterpret_cast<std::uint64_t>(selectors[0]);
-      Machine machine = call_sysv_code(c.entry, sent);
-      CHECK_EQ(lookup.receiver, slot.looked_up ? static_cast<const void*>(&object) : nullptr);
-      CHECK_EQ(lookup.selector, slot.looked_up ? selectors[0] : nullptr);
+      sent.registers[sysv_arguments[receiver]] = reinterpret_cast<std::uint64_t>(&object);
+      sent.registers[sysv_arguments[receiver + 1]] = reinterpret_cast<std::uint64_t>(selectors[0]);
+      const Machine machine = call_sysv_code(entry, sent);
+      const bool looked_up = slot.implementation == nullptr;
+      CHECK((lookup.receiver == (looked_up ? &object : nullptr)));
+      CHECK((lookup.selector == (looked_up ? selectors[0] : nullptr)));
       for (const Register each : {rdi, rsi, rdx, rcx, r8, r9, rax}) {  // rax: the variadic count
         CHECK_EQ(recorded_call.registers[each], sent.registers[each]);
       }
       for (unsigned i = 0; i < 8; ++i) CHECK_EQ(std::memcmp(recorded_call.vectors[i], sent.vectors[i], 16), 0);
       // Right only when the method was jumped to.
       CHECK_EQ(std::memcmp(recorded_call.stack, sent.stack, sizeof sent.stack), 0);
-      CHECK_EQ(machine.registers[rax], recorded_results[0]);
-      CHECK_EQ(machine.registers[rdx], recorded_results[1]);
-      CHECK_EQ(std::memcmp(machine.vectors[0], &recorded_results[2], 16), 0);
-      CHECK(frame_of(walked, reinterpret_cast<void*>(run_machine)) != nullptr);
-
-      lookup = {};
-      sent = patterned_machine();
-      sent.registers[sysv_arguments[c.receiver]] = 0;
-      machine = call_sysv_code(c.entry, sent);
-      CHECK_EQ(lookup.selector, static_cast<const char*>(nullptr));
-      for (const std::uint64_t word : {machine.registers[rax], machine.registers[rdx], machine.vectors[0][0],
-                                       machine.vectors[0][1], machine.vectors[1][0], machine.vectors[1][1]}) {
-        CHECK_EQ(word, 0);
-      }
+      const auto& [rax_word, rdx_word, low, high] = recorded_results;
+      CHECK((machine.registers[rax] == rax_word && machine.registers[rdx] == rdx_word));
+      CHECK((machine.vectors[0][0] == low && machine.vectors[0][1] == high));
+      CHECK(walk_reached(run));
     }
+    Machine sent = patterned_machine();
+    sent.registers[sysv_arguments[receiver]] = 0;
+    const Machine machine = call_sysv_code(entry, sent);
+    for (const auto& vector : {machine.vectors[0], machine.vectors[1]}) CHECK((vector[0] == 0 && vector[1] == 0));
+    CHECK((machine.registers[rax] == 0 && machine.registers[rdx] == 0));
+  }
 }
 
 // void jump_back(JumpBuffer*, std::uint32_t value): setjmp_entry, then longjmp_entry from a deeper frame with other
@@ -213,29 +147,12 @@ jump_back:
 extern "C" void jump_back();
 
 TEST_CASE("longjmp returns its value, never 0, and the registers of the first return") {
-  static constexpr struct {
-    std::uint32_t value;
-    std::uint64_t returned;
-  } cases[] = {{0, 1}, {1, 1}, {42, 42}, {0xFFFFFFFF, 0xFFFFFFFF}};
-  for (const auto& c : cases) {
-    std::uint64_t buffer[9] = {};
-    buffer[8] = 0x6A6A;  // the words behind the eight are the game's
+  for (const std::uint64_t value : {0ull, 1ull, ~0ull}) {
+    std::uint64_t buffer[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0x6A6A};  // the words behind the eight are the game's
     Machine sent = patterned_machine();
     sent.registers[rdi] = reinterpret_cast<std::uint64_t>(buffer);
-    sent.registers[rsi] = c.value;
-    CHECK_EQ(call_sysv_code(jump_back, sent).registers[rax], c.returned);
+    sent.registers[rsi] = value;
+    CHECK_EQ(call_sysv_code(jump_back, sent).registers[rax], value == 0 ? 1 : value & 0xFFFFFFFF);
     CHECK_EQ(buffer[8], 0x6A6A);
   }
-}
-
-TEST_CASE("call_sysv passes six words and xmm0 to xmm3 and keeps what Windows code expects to be kept") {
-  const std::uint64_t words[6] = {61, 62, 63, 64, 65, 66};
-  Machine sent = patterned_machine();
-  sent.registers[rcx] = reinterpret_cast<std::uint64_t>(record_sysv_call);
-  sent.registers[rdx] = reinterpret_cast<std::uint64_t>(words);
-  const Machine machine = call_win64_code(call_sysv, sent);
-  for (unsigned i = 0; i < 6; ++i) CHECK_EQ(recorded_call.registers[sysv_arguments[i]], words[i]);
-  for (unsigned i = 0; i < 4; ++i) CHECK_EQ(recorded_call.vectors[i][0], sent.vectors[i][0]);
-  CHECK_EQ(machine.registers[rax], recorded_results[0]);
-  CHECK_EQ(machine.vectors[0][0], recorded_results[2]);
 }

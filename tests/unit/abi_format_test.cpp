@@ -1,6 +1,5 @@
 // Extended values against the processor. What game code sees of formats is in tests/guest: c_library_guest.cpp has what
 // macOS does its own way, differ.cpp all the rest.
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
 
 #include <bit>

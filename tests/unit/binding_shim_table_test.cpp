@@ -1,7 +1,6 @@
 // What a name without a row is bound to. Rows and their look-up: every guest, and native.rows.
 #include "binding/shim_table.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
 
 #include <algorithm>

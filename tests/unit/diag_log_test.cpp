@@ -1,13 +1,14 @@
-// The log file, each time in a process of its own: a process has one log.
+// The log file and what is reported in it, each time in a process of its own: a process has one log.
 #include "diag/log.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
 
 #include <windows.h>
 
+#include <algorithm>
 #include <string>
 
+#include "reports/crash_report.h"
 #include "run_alone.h"
 #include "support/game_process.h"
 
@@ -16,7 +17,15 @@ using namespace vlm::test;
 
 namespace {
 
-std::wstring log_path() { return program_folder() + L"PCSaveData\\loader.log"; }
+const std::wstring folder = program_folder() + L"PCSaveData\\";
+const std::wstring path = folder + L"loader.log";
+
+int count(const std::string& what) {
+  const std::string log = read_file(path);
+  int found = 0;
+  for (std::size_t at = 0; (at = log.find(what, at)) != std::string::npos; ++at) ++found;
+  return found;
+}
 
 DWORD WINAPI write_lines(void* tag) {
   for (int i = 0; i < 500; ++i) log_line(std::string(200, *static_cast<char*>(tag)).c_str());
@@ -26,37 +35,37 @@ DWORD WINAPI write_lines(void* tag) {
 }  // namespace
 
 TEST_CASE("alone: log lines" * doctest::skip()) {
-  write_file(log_path(), "an older log\r\n");
+  CreateDirectoryW(folder.c_str(), nullptr);
+  write_file(path, "an older log\r\n");
   log_message(1, "above the threshold");
   log_message(0, "first %d", 1);
   log_line("% is no format here");
   log_message(0, "%s", std::string(3000, 'x').c_str());
-
-  char tags[] = {'a', 'b', 'c', 'd'};
+  char tags[] = "abcd", head[64];
   HANDLE threads[4];
   for (int i = 0; i < 4; ++i) threads[i] = CreateThread(nullptr, 0, write_lines, &tags[i], 0, nullptr);
   WaitForMultipleObjects(4, threads, TRUE, INFINITE);
+  log_line("the last");
 
-  const std::string log = read_file(log_path());
-  char head[64];
   std::snprintf(head, sizeof head, "] [%5lu] first 1\r\n[", GetCurrentThreadId());
-  REQUIRE(log.starts_with("[    0."));  // the clock starts with the first line
-  REQUIRE_EQ(log.find(head), std::string_view("[    0.000").size());
-  REQUIRE(log.find("] % is no format here\r\n") != std::string::npos);
-  REQUIRE(log.find("] " + std::string(2047, 'x') + "\r\n") != std::string::npos);
-  int whole = 0;
-  for (const char tag : tags) {
-    const std::string line = "] " + std::string(200, tag) + "\r\n[";
-    for (std::size_t at = 0; (at = log.find(line, at)) != std::string::npos; ++at) ++whole;
+  REQUIRE(read_file(path).starts_with("[    0."));  // the clock starts with the first line
+  REQUIRE_EQ(read_file(path).find(head), 10);
+  REQUIRE_EQ(count("] % is no format here\r\n"), 1);
+  REQUIRE_EQ(count("] " + std::string(2047, 'x') + "\r\n"), 1);
+  for (int i = 0; i < 4; ++i) REQUIRE_EQ(count("] " + std::string(200, tags[i]) + "\r\n["), 500);
+  REQUIRE_EQ(read_file(folder + L"loader.previous.log"), "an older log\r\n");
+
+  // Breakpoints and a program's own codes are no errors, and do not count.
+  install_crash_handler();
+  AddVectoredExceptionHandler(0, [](EXCEPTION_POINTERS*) -> LONG { return EXCEPTION_CONTINUE_EXECUTION; });
+  for (const DWORD code : {0x80000003ul, 0xE06D7363ul, 0x40010006ul}) RaiseException(code, 0, 0, nullptr);
+  for (int i = 0; i <= 10; ++i) {
+    REQUIRE_EQ(count("EXCEPTION 0x"), std::min(i, 8));
+    RaiseException(i % 2 == 0 ? EXCEPTION_ACCESS_VIOLATION : EXCEPTION_ILLEGAL_INSTRUCTION, 0, 0, nullptr);
   }
-  REQUIRE_GE(whole, 4 * 500 - 1);  // the very last line has no "[" behind it
-  REQUIRE_EQ(read_file(program_folder() + L"PCSaveData\\loader.previous.log"), "an older log\r\n");
-  write_file(log_path(), "");  // a second start empties it
-  log_line("the next");
-  REQUIRE(read_file(log_path()).starts_with("[    "));
   passed_alone();
 }
 
-TEST_CASE("the log is made anew, the last one kept; lines are whole, long messages are cut") {
-  CHECK(run_alone("alone: log lines"));
+TEST_CASE("the log is made anew, the last one kept; lines are whole, long messages cut, eight errors reported") {
+  CHECK(run_alone(L"alone: log lines"));
 }

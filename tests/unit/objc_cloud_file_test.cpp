@@ -1,7 +1,6 @@
 // The cloud store's file, read and written again.
 #include "support/cloud_entries.h"
 
-#define DOCTEST_CONFIG_NO_MULTITHREADING
 #include <doctest/doctest.h>
 
 using namespace std::string_view_literals;

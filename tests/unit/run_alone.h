@@ -2,19 +2,19 @@
 // only once. Such a case checks with REQUIRE and ends with passed_alone(), so that a name that matches no case shows.
 #pragma once
 
-#include <windows.h>
-#include <process.h>
+#include "support/game_process.h"
 
-#include <string>
-
-inline constexpr int passed_alone_code = 42;
+inline constexpr DWORD passed_alone_code = 42;
 
 [[noreturn]] inline void passed_alone() { ExitProcess(passed_alone_code); }
 
 /// True when the test case of exactly this name ran to its end in the other process.
-inline bool run_alone(const char* test_case) {
-  char program[MAX_PATH];
-  GetModuleFileNameA(nullptr, program, sizeof program);
-  const std::string filter = std::string("\"--test-case=") + test_case + "\"";
-  return _spawnl(_P_WAIT, program, "unit_tests", filter.c_str(), "--no-skip", nullptr) == passed_alone_code;
+inline bool run_alone(const std::wstring& test_case) {
+  const std::wstring program = L"\"" + vlm::test::program_path() + L"\" --no-skip ";
+  const auto process =
+      vlm::test::start_process(program + L"\"--test-case=" + test_case + L"\"", GetStdHandle(STD_OUTPUT_HANDLE));
+  DWORD code = 0;
+  WaitForSingleObject(process.get(), INFINITE);
+  GetExitCodeProcess(process.get(), &code);
+  return code == passed_alone_code;
 }

@@ -3,7 +3,9 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 /// The frames from the caller of walk_stack() outwards: where each function starts (0 when Windows knows none there,
@@ -13,27 +15,22 @@ struct WalkedFrame {
   CONTEXT context;
 };
 
-/// Stops after `limit` frames, or where the walk loses its way (Rip 0 or rsp outside the stack).
-[[gnu::noinline]] inline std::vector<WalkedFrame> walk_stack(std::size_t limit = 40) {
+/// Stops after 40 frames, or where the walk loses its way (Rip 0 or rsp outside the stack).
+[[gnu::noinline]] inline std::vector<WalkedFrame> walk_stack() {
   std::vector<WalkedFrame> frames;
   const auto* teb = reinterpret_cast<const NT_TIB*>(NtCurrentTeb());
   CONTEXT context;
   RtlCaptureContext(&context);
-  while (frames.size() < limit && context.Rip != 0) {
-    DWORD64 image = 0;
+  while (frames.size() < 40 && context.Rip != 0 && context.Rsp >= reinterpret_cast<std::uint64_t>(teb->StackLimit) &&
+         context.Rsp < reinterpret_cast<std::uint64_t>(teb->StackBase)) {
+    DWORD64 image = 0, frame;
+    void* handler_data;
     RUNTIME_FUNCTION* function = RtlLookupFunctionEntry(context.Rip, &image, nullptr);
     frames.push_back({function != nullptr ? image + function->BeginAddress : 0, context});
-    if (function == nullptr) {
-      context.Rip = *reinterpret_cast<const DWORD64*>(context.Rsp);
-      context.Rsp += 8;
-    } else {
-      void* handler_data;
-      DWORD64 frame;
+    if (function != nullptr) {
       RtlVirtualUnwind(UNW_FLAG_NHANDLER, image, context.Rip, function, &context, &handler_data, &frame, nullptr);
-    }
-    if (context.Rsp < reinterpret_cast<std::uint64_t>(teb->StackLimit) ||
-        context.Rsp >= reinterpret_cast<std::uint64_t>(teb->StackBase)) {
-      break;
+    } else {
+      context.Rip = *reinterpret_cast<const DWORD64*>(std::exchange(context.Rsp, context.Rsp + 8));
     }
   }
   return frames;
@@ -41,8 +38,6 @@ struct WalkedFrame {
 
 /// The frame of the function that starts at `function`, or null when the walk did not come by it.
 inline const WalkedFrame* frame_of(const std::vector<WalkedFrame>& frames, const void* function) {
-  for (const auto& frame : frames) {
-    if (frame.function == reinterpret_cast<std::uint64_t>(function)) return &frame;
-  }
-  return nullptr;
+  const auto frame = std::ranges::find(frames, reinterpret_cast<std::uint64_t>(function), &WalkedFrame::function);
+  return frame != frames.end() ? &*frame : nullptr;
 }
