@@ -57,7 +57,6 @@ bool throws(int64 (*function)(), bool in_reflection) {
 [[gnu::used]] const void* const known_method = &internal_methods[2];
 
 // ---- Init, invocation, handles
-// ---------------------------------------------------------------------------------------
 
 const char* domain_name = nullptr;
 int32 il2cpp_init(const char* name) { return domain_name = strdup(name), init_result; }
@@ -78,7 +77,6 @@ void* il2cpp_gchandle_get_target(uint32 handle) { return reinterpret_cast<void*>
 void il2cpp_gchandle_free(uint32) { --handles_alive; }
 
 // ---- Callbacks of the player
-// -------------------------------------------------------------------------------------------
 
 using Log = void (*)(const char*);
 using FindPlugin = const char* (*)(const char*);
