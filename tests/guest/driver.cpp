@@ -39,14 +39,6 @@ std::int64_t call_on_windows(void* guest_function, std::int64_t argument) {
   return game_function<std::int64_t, std::int64_t>(guest_function)(argument);
 }
 
-/// The library's own handler comes first. How a system goes on is left out: it may take long to look for handlers in
-/// frames of game code, which it cannot unwind, and to call a debugger.
-LONG CALLBACK end_when_crashed(EXCEPTION_POINTERS* exception) {
-  const DWORD code = exception->ExceptionRecord->ExceptionCode;
-  if (code >= 0xC0000000) TerminateProcess(GetCurrentProcess(), code);  // others are debug output and the like
-  return EXCEPTION_CONTINUE_SEARCH;
-}
-
 constexpr DWORD time_limit_ms = 100'000;
 
 /// Names the test that does not come to an end.

@@ -21,12 +21,6 @@ std::int64_t call_on_windows(void* function, std::int64_t argument) {
 std::int64_t method_callback(int, const void*) { return call_game<std::int64_t>("bad_strlen"); }
 int internal_call(int) { return *reinterpret_cast<volatile int*>(0x10); }
 
-LONG CALLBACK end_when_crashed(EXCEPTION_POINTERS* exception) {
-  const DWORD code = exception->ExceptionRecord->ExceptionCode;
-  if (code >= 0xC0000000) TerminateProcess(GetCurrentProcess(), code);
-  return EXCEPTION_CONTINUE_SEARCH;
-}
-
 std::vector<std::string> lines_of(const std::string& text) {
   std::vector<std::string> lines;
   for (std::size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
