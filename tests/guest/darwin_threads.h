@@ -41,7 +41,7 @@ class Signal {
 template <class Body>
 class Crew {
  public:
-  Crew(int64 count, Body body) : body_(body), running_(count) {
+  Crew(int64 count, Body body) : body_(body), running_(count), alone_(count == 1) {
     while (count-- > 0) CHECK(pthread_create(&thread_, nullptr, run, this) == 0);
   }
   ~Crew() { join(); }
@@ -53,7 +53,7 @@ class Crew {
  private:
   static void* run(void* argument) {
     auto* const crew = static_cast<Crew*>(argument);
-    if (crew->running_ == 1) CHECK(crew->thread_ == pthread_self());  // its creator was told before it runs
+    if (crew->alone_) CHECK(crew->thread_ == pthread_self());  // its creator was told before it runs
     crew->body_(__atomic_fetch_add(&crew->next_, 1, __ATOMIC_SEQ_CST));
     crew->returned_.raise();
     return nullptr;
@@ -61,6 +61,7 @@ class Crew {
 
   Body body_;
   int64 running_, next_ = 0;
+  const bool alone_;
   Thread* thread_ = nullptr;
   Signal returned_;
 };

@@ -28,10 +28,7 @@ void* windows_symbol(const char* module, const char* name) {
 
 /// The library's own thread opens some when it first looks for the game's window.
 void wait_until_handles_stay() {
-  for (std::int64_t before = -1, now = count_open_handles(); now != before; now = count_open_handles()) {
-    before = now;
-    Sleep(300);
-  }
+  for (std::int64_t before = -1; before != count_open_handles(); Sleep(300)) before = count_open_handles();
 }
 
 /// Called by the guest, through a callback stub: Windows code that calls back into it.

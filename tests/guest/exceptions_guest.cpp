@@ -43,7 +43,6 @@ struct Derived : First, Second, private Hidden {
 struct Further : Derived {
   int further = 5;
 };
-struct Unrelated {};
 struct Private : private Hidden {};
 struct Virtual : virtual Second {};
 struct Large {
@@ -76,8 +75,6 @@ template <class Function>
     return value;
   } catch (const char* text) {
     return text[0];
-  } catch (Unrelated&) {
-    return 11;
   } catch (Tracked& thrown) {
     return 20 + thrown.value;
   } catch (Further* object) {
@@ -115,14 +112,12 @@ GUEST_TEST(a_clause_takes_what_its_type_says) {
       {0, [] {}},
       {7, [] { throw 7; }},
       {'t', [] { throw "text"; }},
-      {11, [] { throw Unrelated(); }},
       {12, [] { throw &further; }},
       {14, [] { throw &derived; }},
       {13, [] { throw static_cast<Derived*>(nullptr); }},
       {15, [] { throw Further(); }},
       {-1, [] { throw Hidden(); }},
       {16, [] { throw 2.0; }},
-      {16, [] { throw First(); }},
       {16, [] { throw Private(); }},
       {16, [] { throw Virtual(); }},  // no clause for a virtual base takes it
       {16, [] { throw &further.first; }},
@@ -130,7 +125,6 @@ GUEST_TEST(a_clause_takes_what_its_type_says) {
       {53, [] { throw Large{{53}}; }},
       // Types of the C++ library are imports that stand for themselves alone, yet their bases are known.
       {17, [] { throw std::out_of_range("position"); }},
-      {17, [] { throw std::length_error("length"); }},
       {18, [] { throw std::bad_array_new_length(); }},
       {19, [] { throw std::bad_cast(); }},
       {19, [] { throw Failure(); }},
@@ -157,18 +151,16 @@ GUEST_TEST(a_handler_for_a_base_receives_that_base) {
   });
   CHECK(clause == 15);
 
-  Second* as_second = nullptr;
   try {
     try {
       throw &derived;
     } catch (Second*& second) {
-      as_second = second;
+      CHECK(second == &derived && static_cast<void*>(second) != &derived);
       throw;
     }
   } catch (Derived* object) {
     CHECK(object == &derived);  // adjusted from what was thrown, not from what the first handler saw
   }
-  CHECK(as_second == &derived && static_cast<void*>(as_second) != &derived);
 }
 
 [[gnu::noinline]] void descend(int depth, int value) {
@@ -240,21 +232,18 @@ int thrown_again(std::exception_ptr pointer) {
 
 GUEST_TEST(an_exception_ptr_keeps_its_exception) {
   CHECK(std::current_exception() == nullptr);
+  std::exception_ptr many[100];
+  for (int i = 0; i < 100; ++i) many[i] = kept(i);
+  for (int i = 0; i < 100; ++i) CHECK(thrown_again(many[i]) == i);
+  CHECK(alive == lasting + 100);
   {
-    std::exception_ptr many[100];
-    for (int i = 0; i < 100; ++i) many[i] = kept(i);
-    for (int i = 0; i < 100; ++i) CHECK(thrown_again(many[i]) == i);
-  }
-  CHECK(alive == lasting);
-  {
-    std::exception_ptr pointer = kept(6), copy(pointer), assigned = kept(7);
-    CHECK(alive == lasting + 2);
+    std::exception_ptr copy(many[6]), assigned = kept(700);
     assigned = copy;
     assigned = *&assigned;
-    CHECK(alive == lasting + 1 && thrown_again(pointer) == 6 && thrown_again(assigned) == 6);
-    CHECK(std::current_exception() == nullptr && alive == lasting + 1);
+    CHECK(alive == lasting + 100 && thrown_again(many[6]) == 6 && thrown_again(assigned) == 6);
   }
-  CHECK(alive == lasting);
+  for (std::exception_ptr& each : many) each = nullptr;
+  CHECK(std::current_exception() == nullptr && alive == lasting);
 }
 
 int compare_or_throw(const void* a, const void* b) {
@@ -285,8 +274,7 @@ GUEST_TEST(a_million_exceptions_leave_nothing_behind) {
       descend(0, i);
     } catch (const Tracked& thrown) {
       const auto address = reinterpret_cast<uint64>(&thrown);
-      lowest = address < lowest ? address : lowest;
-      highest = address > highest ? address : highest;
+      lowest = address < lowest ? address : lowest, highest = address > highest ? address : highest;
     }
   }
   CHECK(alive == lasting && highest - lowest < 1 << 20);  // the memory is used again
@@ -303,18 +291,15 @@ GUEST_TEST(a_million_exceptions_leave_nothing_behind) {
 }
 
 GUEST_TEST(threads_throw_at_the_same_time) {
-  constexpr int threads = 8, rounds = 5000;
   const std::exception_ptr shared = kept(77);
   int64 right = 0;
-  run_on_threads(threads, [&](int64) {
-    int64 own = 0;
-    for (int i = 0; i < rounds; ++i) {
-      own += taken_by([=] { sum(i % 8); }) == 1 + (i % 8 + 1) / 2;
-      own += thrown_again(shared) == 77;
+  run_on_threads(8, [&](int64) {
+    for (int i = 0; i < 5000; ++i) {
+      const bool both = taken_by([=] { sum(i % 8); }) == 1 + (i % 8 + 1) / 2 && thrown_again(shared) == 77;
+      __atomic_fetch_add(&right, both, __ATOMIC_RELAXED);
     }
-    __atomic_fetch_add(&right, own, __ATOMIC_SEQ_CST);
   });
-  CHECK(right == 2 * threads * rounds);
+  CHECK(right == 8 * 5000);
 }
 
 extern "C" {
@@ -328,11 +313,8 @@ extern char fundamental_types __asm("__ZTVN10__cxxabiv123__fundamental_type_info
 // What the compiler takes from the library for types that have no class, and calls of a class that is the library's.
 GUEST_TEST(types_without_a_class_are_thrown) {
   const char* volatile table = &function_types;  // the compiler would know the answer
-  const struct {
-    const char* table;
-    const char* name;
-  } number_type = {&fundamental_types + 16, "i"};
-  CHECK(taken_by([&] { __cxa_throw(__cxa_allocate_exception(4), &number_type, nullptr); }) == 16);
+  const char* const number_type[] = {&fundamental_types + 16, "i"};
+  CHECK(taken_by([&] { __cxa_throw(__cxa_allocate_exception(4), number_type, nullptr); }) == 16);
   std::exception base;
   CHECK(table != &fundamental_types && std::string(base_what(&base)) == "std::exception");
   destroy_base(&base);

@@ -1,9 +1,9 @@
-# A function for every frame that compact unwind information can describe: the saved registers in every choice and
-# order, behind rbp, with the size of the frame in its encoding, or in its code. Each keeps its registers, fills them
-# with its own values and throws. The assembler makes the encodings.
+// A function for every frame that compact unwind information can describe: the saved registers in every choice and
+// order, behind rbp, with the size of the frame in its encoding, or in its code. Each keeps its registers, fills them
+// with its own values and throws. The assembler makes the encodings.
         .text
 
-# Where each register lies, the lowest address first: the assembler takes their order from this.
+// Where each register lies, the lowest address first: the assembler takes their order from this.
         .macro  tell_saved at, name, second, others:vararg
         .ifnb   \second
         tell_saved \at + 16, \others
@@ -37,7 +37,7 @@ case_\@:
         .endif
         .endif
         .endr
-        .set    room, 32 - (cfa_offset & 8)     # what aligns the stack, and something
+        .set    room, 32 - (cfa_offset & 8)     // what aligns the stack, and something
         .ifc    \mode, size_in_code
         .set    room, room + 0x1000
         .endif
@@ -60,7 +60,7 @@ case_\@:
         .text
         .endm
 
-# A case for `registers`, and for everything that they are the last ones of; `mask` says which are among them.
+// A case for `registers`, and for everything that they are the last ones of; `mask` says which are among them.
         .macro  extend mode, mask, registers:vararg
         case    \mode, \registers
         extend_by \mode, \mask, 1, rbx, \registers
@@ -90,9 +90,9 @@ _frame_cases:
 _frame_cases_end:
         .quad   0
 
-# bool call_case(void (*function)(), uint64 found[6]): calls it with a value of its own in each register that a callee
-# keeps; true when it threw. `found` gets what rbx, rbp, r12, r13, r14, r15 hold at the landing pad.
-#   rsp+0x08  found
+// bool call_case(void (*function)(), uint64 found[6]): calls it with a value of its own in each register that a callee
+// keeps; true when it threw. `found` gets what rbx, rbp, r12, r13, r14, r15 hold at the landing pad.
+//   rsp+0x08  found
         .text
         .globl  _call_case
         .p2align 4
@@ -142,16 +142,16 @@ Lleave:
         .section __TEXT,__gcc_except_tab
         .p2align 2
 Lcall_case_lsda:
-        .byte   255                     # LPStart omitted
-        .byte   155                     # TType: indirect pcrel sdata4
+        .byte   255                     // LPStart omitted
+        .byte   155                     // TType: indirect pcrel sdata4
         .uleb128 Ltypes_end - Ltypes_offset
 Ltypes_offset:
-        .byte   1                       # call sites: uleb128
+        .byte   1                       // call sites: uleb128
         .uleb128 Lsites_end - Lsites
 Lsites:
         .uleb128 Ltry_begin - _call_case, Ltry_end - Ltry_begin, Llanding_pad - _call_case, 1
 Lsites_end:
-        .byte   1, 0                    # the first type, no further action
+        .byte   1, 0                    // the first type, no further action
         .p2align 2
-        .long   0                       # catches all
+        .long   0                       // catches all
 Ltypes_end:

@@ -78,12 +78,10 @@ void il2cpp_gchandle_free(uint32) { --handles_alive; }
 
 // ---- Callbacks of the player
 
-using Log = void (*)(const char*);
-using FindPlugin = const char* (*)(const char*);
-Log log_function = nullptr;
-FindPlugin find_plugin_function = nullptr;
-void il2cpp_register_log_callback(Log log) { log_function = log; }
-void il2cpp_set_find_plugin_callback(FindPlugin find) { find_plugin_function = find; }
+void (*log_function)(const char*) = nullptr;
+const char* (*plugin_function)(const char*) = nullptr;
+void il2cpp_register_log_callback(decltype(log_function) log) { log_function = log; }
+void il2cpp_set_find_plugin_callback(decltype(plugin_function) find) { plugin_function = find; }
 void emit_log(const char* text) { log_function(text); }
-const char* find_plugin(const char* name) { return find_plugin_function(name); }
+const char* find_plugin(const char* name) { return plugin_function(name); }
 }

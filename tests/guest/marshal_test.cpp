@@ -11,7 +11,6 @@
 #include <functional>
 #include <random>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <doctest/doctest.h>
@@ -152,28 +151,23 @@ TEST_CASE("a method callback is one per method and function; what cannot be call
 
 TEST_CASE("names find nested classes and overloads; the player gets its own function back") {
   const auto resolve = library_function<void* (*)(const char*)>("il2cpp_resolve_icall");
-  static constexpr struct {
-    std::string_view name;
-    bool takes_float = false;
-  } cases[] = {{"Outer::Overloaded"},
-               {"Outer::Overloaded(System.Int32)"},
-               {"Outer::Overloaded(System.String)"},               // no such overload: the first
-               {"Outer::Overloaded(System.Int32,System.Single)"},  // not an internal call
-               {"Outer::Endless"},  // a value type that contains itself does not keep the library busy for ever
-               {"Outer::Overloaded(System.Single)", true},
-               {"Outer/Inner/Deep::Half", true}};
-  for (const auto& c : cases) {
-    const std::string name = "Game.Space." + std::string(c.name);
-    CAPTURE(name);
-    void* const function = c.takes_float ? reinterpret_cast<void*>(&half) : reinterpret_cast<void*>(&twice);
-    add_internal_call(name.c_str(), function);
-    CHECK_EQ(resolve(name.c_str()), function);
-    if (c.takes_float) {
-      CHECK_EQ(std::bit_cast<float>(call_float(name.c_str(), 5)), 2.5f);
-    } else if (const auto result = call_game<std::uint32_t>("call_with_int", name.c_str(), 21u); name.back() != 's') {
-      CHECK_EQ(result, 42);
-    }
+  const auto add = [&](const char* name, void* function) {
+    add_internal_call(name, function);
+    CHECK_EQ(resolve(name), function);
+  };
+  for (const char* name : {"Game.Space.Outer::Overloaded", "Game.Space.Outer::Overloaded(System.Int32)",
+                           "Game.Space.Outer::Overloaded(System.String)",  // no such overload: the first
+                           "Game.Space.Outer::Overloaded(System.Int32,System.Single)"}) {  // not an internal call
+    add(name, reinterpret_cast<void*>(&twice));
+    CHECK_EQ(call_game<std::uint32_t>("call_with_int", name, 21u), 42);
   }
+  for (const char* name : {"Game.Space.Outer::Overloaded(System.Single)", "Game.Space.Outer/Inner/Deep::Half"}) {
+    add(name, reinterpret_cast<void*>(&half));
+    CHECK_EQ(std::bit_cast<float>(call_float(name, 5)), 2.5f);
+  }
+  // A value type that contains itself does not keep the library busy for ever.
+  add("Game.Space.Outer::Endless", reinterpret_cast<void*>(&twice));
+  call_game<std::uint32_t>("call_with_int", "Game.Space.Outer::Endless", 1u);
 }
 
 TEST_CASE("on a thread of the game, Windows code finds its own precision of the x87") {
@@ -193,15 +187,12 @@ TEST_CASE("eight first calls at once are answered alike") {
   lookups = 0;
   static std::atomic<int> ready = 0, right = 0;
   HANDLE threads[8];
-  for (HANDLE& thread : threads) {
-    const auto call = [](void*) -> DWORD {
-      ++ready;
-      while (ready < 8) YieldProcessor();
-      right += std::bit_cast<float>(call_float(name, 3)) == 1.5f;
-      return 0;
-    };
-    thread = CreateThread(nullptr, 0, call, nullptr, 0, nullptr);
-  }
+  const auto call = [](void*) -> DWORD {
+    for (++ready; ready < 8;) YieldProcessor();
+    right += std::bit_cast<float>(call_float(name, 3)) == 1.5f;
+    return 0;
+  };
+  for (HANDLE& thread : threads) thread = CreateThread(nullptr, 0, call, nullptr, 0, nullptr);
   WaitForMultipleObjects(8, threads, TRUE, INFINITE);
   CHECK_EQ(right, 8);
   CHECK_GE(lookups, 2);  // the class is in the second assembly; nobody waits for another one that looks

@@ -131,26 +131,17 @@ using Chosen =
          Explicit<int, 1, float, 0, float, 0>, Sized<double, 16>, Empty, S2<double, Empty>, S2<Generic*, double>, Quad,
          A2<long long, double>, A2<long long, long long>, G2<int, double>, S4<Vector3, Vector3, Vector3, Vector3>>;
 
+template <class T>
+struct Only {
+  using Type = T;
+};
+template <unsigned H>
+using Scalar = Only<Scalars::At<hash(H, 61)>>;
+/// The last two kinds are for an instance, and for no result.
 template <unsigned H, unsigned Kind>
-struct Pick {
-  using Type = Scalars::At<hash(H, 61)>;
-};
-template <unsigned H>
-struct Pick<H, 0> {
-  using Type = Chosen::At<hash(H, 62)>;
-};
-template <unsigned H>
-struct Pick<H, 1> : Random<hash(H, 63) % random_structs> {};
-template <unsigned H>
-struct Pick<H, 2> : Random<hash(H, 64) % random_structs> {};
-template <unsigned H>
-struct Pick<H, 8> {
-  using Type = Object*;
-};
-template <unsigned H>
-struct Pick<H, 9> {
-  using Type = void;
-};
+using Pick = typename List<Only<Chosen::At<hash(H, 62)>>, Random<hash(H, 63) % random_structs>,
+                           Random<hash(H, 64) % random_structs>, Scalar<H>, Scalar<H>, Scalar<H>, Scalar<H>, Scalar<H>,
+                           Only<Object*>, Only<void>>::template At<Kind>::Type;
 
 // ---- Cases ---------------------------------------------------------------------------------------------------------
 
@@ -166,8 +157,8 @@ struct Case {
     return wanted < instance ? 1u : wanted;
   }();
   template <unsigned P>
-  using Argument = typename Pick<hash(I, P), instance && P == 0 ? 8 : hash(hash(I, P), 60) % 8>::Type;
-  using Result = typename Pick<hash(I, 74), hash(I, 73) % 10 == 0 ? 9 : hash(hash(I, 74), 60) % 8>::Type;
+  using Argument = Pick<hash(I, P), instance && P == 0 ? 8 : hash(hash(I, P), 60) % 8>;
+  using Result = Pick<hash(I, 74), hash(I, 73) % 10 == 0 ? 9 : hash(hash(I, 74), 60) % 8>;
 };
 
 template <class T, T... I>
