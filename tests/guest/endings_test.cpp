@@ -168,7 +168,7 @@ TEST_CASE("game code that cannot go on ends the game with the reason") {
       {L"uncaught", L"leave_once", "a C++ exception of type 7Escaped leaves a dispatch_once function"},
       {L"uncaught", L"escape_noexcept", "std::terminate called"},
       {L"uncaught", L"rethrow_nothing", "__cxa_rethrow with no active exception"},
-      {L"uncaught", L"rethrow_null_pointer", "rethrow_exception(nullptr)"},
+      {L"exceptions", L"rethrow_null_pointer", "rethrow_exception(nullptr)"},
       {L"uncaught", L"call_personality", "__gxx_personality_v0 called directly"},
       {L"uncaught", L"throw_from_dwarf_frame", uncaught, "[eh] unsupported unwind encoding 0x04"},
       {L"uncaught", L"throw_from_bare_frame", uncaught, "[eh] unsupported unwind encoding 0x00000000 at "},

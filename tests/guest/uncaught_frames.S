@@ -13,20 +13,20 @@ _\name:
         .cfi_startproc
         subq    $8, %rsp
         .cfi_adjust_cfa_offset 8
-        callq   _throw_escaped
+        callq   _uncaught_class
         ud2
         .cfi_endproc
 
 // Not described at all.
         frame   throw_from_bare_frame
         subq    $8, %rsp
-        callq   _throw_escaped
+        callq   _uncaught_class
         ud2
 
 // Says that it saves seven registers, of six that there are.
         frame   throw_from_seven_registers
         subq    $8, %rsp
-        callq   _throw_escaped
+        callq   _uncaught_class
         ud2
 Lseven_end:
         .section __LD,__compact_unwind,regular,debug
@@ -42,7 +42,7 @@ Lseven_end:
         .cfi_lsda 16, \table
         subq    $8, %rsp
         .cfi_def_cfa_offset 16
-        callq   _throw_escaped
+        callq   _uncaught_class
         ud2
         .cfi_endproc
         .endm
