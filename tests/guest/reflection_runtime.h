@@ -62,19 +62,6 @@ using Coded = List<void, bool, char16_t, signed char, Byte, short, unsigned shor
 template <class T>
 struct TypeOf;
 
-struct FieldAdder {
-  Class& klass;
-  template <class F>
-  void field(uint64 offset) {
-    klass.fields[klass.field_count++] = {TypeOf<F>::get(), 16 + offset, 0};
-  }
-};
-
-template <class T>
-constexpr bool is_generic = false;
-template <class A, class B>
-constexpr bool is_generic<G2<A, B>> = true;
-
 /// The type of a C++ type; made when it is first asked for.
 template <class T>
 struct TypeOf {
@@ -91,8 +78,8 @@ struct TypeOf {
       klass.size = sizeof(T), klass.alignment = alignof(T);
       if constexpr (requires { typename T::IsExplicit; }) klass.flags = 0x10;
       klass.fields[klass.field_count++] = {TypeOf<double>::get(), 16, 0x10};  // a static field is in no value
-      T::each(FieldAdder{klass});
-      return {"Struct", is_generic<T> ? 21 : 17, false, &klass};
+      T::each([]<class F>(uint64 offset) { klass.fields[klass.field_count++] = {TypeOf<F>::get(), 16 + offset, 0}; });
+      return {"Struct", alignof(T) == 1 ? 21 : 17, false, &klass};  // without alignment: as if of a generic type
     } else if constexpr (__is_enum(T)) {
       klass.size = sizeof(T);
       klass.underlying = TypeOf<__underlying_type(T)>::get();
@@ -134,8 +121,6 @@ extern "C" {
 
 using namespace reflection;
 
-inline int32 lookups = 0;  // of classes by name
-
 void* il2cpp_domain_get() { return assemblies; }
 const Image** il2cpp_domain_get_assemblies(void*, uint64* count) {
   return *count = assemblies[1] == nullptr ? 1 : 2, assemblies;
@@ -147,7 +132,6 @@ uint64 il2cpp_image_get_class_count(const Image* image) {
 }
 const Class* il2cpp_image_get_class(const Image* image, uint64 index) { return image->classes[index]; }
 const Class* il2cpp_class_from_name(const Image* image, const char* name_space, const char* name) {
-  __atomic_fetch_add(&lookups, 1, __ATOMIC_SEQ_CST);
   for (volatile int i = 0; i < 20'000; i = i + 1) {  // time for others to come in between
   }
   for (const Class* klass : image->classes) {

@@ -31,10 +31,10 @@ struct Object;   // passed by reference alone, as are
 struct Array;    // arrays, which values hold by reference, and
 struct Generic;  // classes that are instances of a generic type
 
-// Struct templates: S1<int>, S3<float, float, float>, ... list their fields to v.template field<T>(offset). P2 is
-// packed; G2 is an instance of a generic type as far as metadata is concerned.
+// Struct templates: S1<int>, S3<float, float, float>, ... list their fields to v.template operator()<T>(offset). P2
+// is packed.
 #define MEMBER(Type, name) Type name;
-#define FIELD(Type, name) v.template field<Type>(__builtin_offsetof(Self, name));
+#define FIELD(Type, name) v.template operator()<Type>(__builtin_offsetof(Self, name));
 #define LIST(...) __VA_ARGS__
 #define STRUCT(name, attributes, parameters, members) \
   template <LIST parameters>                          \
@@ -49,7 +49,6 @@ struct Generic;  // classes that are instances of a generic type
 #define MEMBERS_4(X) MEMBERS_3(X) X(D, d)
 STRUCT(S1, , (class A), MEMBERS_1)
 STRUCT(S2, , (class A, class B), MEMBERS_2)
-STRUCT(G2, , (class A, class B), MEMBERS_2)
 STRUCT(P2, __attribute__((packed)), (class A, class B), MEMBERS_2)
 STRUCT(A2, alignas(16), (class A, class B), MEMBERS_2)
 STRUCT(S3, , (class A, class B, class C), MEMBERS_3)
@@ -73,23 +72,18 @@ union alignas(A) alignas(B) alignas(C) Explicit {
   using IsStruct = int;
   using IsExplicit = int;
   static void each(auto&& v) {
-    v.template field<A>(AtA);
-    v.template field<B>(AtB);
-    v.template field<C>(AtC);
+    v.template operator()<A>(AtA);
+    v.template operator()<B>(AtB);
+    v.template operator()<C>(AtC);
   }
 };
-// And of a size that is more than the field needs: an array in a value. Without a field: an empty struct.
+// And of a size that is more than the field needs: an array in a value.
 template <class A, unsigned Size>
 union Sized {
   A a;
   Byte bytes[Size];
   using IsStruct = int;
-  static void each(auto&& v) { v.template field<A>(0); }
-};
-struct Empty {
-  Byte byte;
-  using IsStruct = int;
-  static void each(auto&&) {}
+  static void each(auto&& v) { v.template operator()<A>(0); }
 };
 
 using Bytes3 = S3<Byte, Byte, Byte>;
@@ -101,7 +95,7 @@ using Quad = A2<Vector2, Vector2>;
 using Fields =
     List<bool, char16_t, signed char, Byte, short, unsigned short, int, unsigned, long long, unsigned long long, float,
          float, float, double, double, void*, Tiny, Plain, Object*, Vector2, Vector3, Wrapped, Bytes3, S2<double, Byte>,
-         S2<int, float>, Generic*, Array*, TwoFloats, Empty, Sized<float, 8>, P2<Byte, float>, Quad>;
+         S2<int, float>, Generic*, Array*, TwoFloats, Sized<float, 8>, P2<Byte, float>, Quad>;
 
 // Structs of random fields, of at most 64 bytes.
 template <unsigned K, unsigned J>
@@ -128,8 +122,8 @@ using Chosen =
     List<Vector2, Vector3, Bytes3, S2<Bytes3, S2<Byte, Byte>>, S2<Bytes3, Bytes3>, S2<long long, double>,
          S2<double, long long>, S2<double, double>, S3<int, float, double>, S2<Wrapped, Wrapped>,
          S3<double, double, double>, P2<Byte, double>, P2<float, Bytes3>, Explicit<float, 0, double, 8, float, 4>,
-         Explicit<int, 1, float, 0, float, 0>, Sized<double, 16>, Empty, S2<double, Empty>, S2<Generic*, double>, Quad,
-         A2<long long, double>, A2<long long, long long>, G2<int, double>, S4<Vector3, Vector3, Vector3, Vector3>>;
+         Explicit<int, 1, float, 0, float, 0>, Sized<double, 16>, S2<Generic*, double>, Quad, A2<long long, double>,
+         A2<long long, long long>, S4<Vector3, Vector3, Vector3, Vector3>>;
 
 template <class T>
 struct Only {
