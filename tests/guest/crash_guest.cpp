@@ -10,10 +10,7 @@ extern "C" {
 
 int64 game_reads_null() { return *static_cast<volatile int*>(nullptr); }
 
-int64 game_writes_nowhere() {
-  *reinterpret_cast<volatile int*>(0x1234) = 1;
-  return 0;
-}
+void game_writes_nowhere() { *reinterpret_cast<volatile int*>(0x1234) = 1; }
 
 int64 game_executes_data() {
   // A page of data for sure: some systems let the image's own data run.
@@ -27,11 +24,6 @@ int64 game_divides() {
   int quotient = 1;
   asm volatile("cltd\n\tidivl %1" : "+a"(quotient) : "m"(zero) : "edx");
   return quotient;
-}
-
-int64 game_overflows_its_stack(int64 depth) {
-  volatile int64 frame[64] = {depth};
-  return game_overflows_its_stack(depth + 1) + frame[depth % 64];
 }
 
 /// The stack pointer in memory of the game's own, 64 bytes below a page that cannot be read.

@@ -9,13 +9,11 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <string>
-#include <string_view>
 
 #include "support/damage.h"
 #include "support/game_process.h"
@@ -27,137 +25,94 @@ using namespace vlm::test;
 namespace {
 
 constexpr DWORD time_limit_ms = 30'000;
-constexpr std::size_t slot_count = 3;
+constexpr std::size_t worker_count = 3;
 
 enum Kind { image_kind, list_kind, unwind_kind };
 constexpr const char* kind_names[] = {"images", "patch lists", "unwind tables"};
-struct Tally {
-  int starts, refusals, faults;
-} tallies[std::size(kind_names)];
+
+std::string library, image, throwing_image;
+std::wstring folder;
+std::atomic<std::uint64_t> next_seed;
+std::uint64_t end_seed;
+std::atomic<int> starts[std::size(kind_names)], refusals[std::size(kind_names)], faults;
 
 Kind kind_of(std::uint64_t seed) { return seed % 8 == 0 ? unwind_kind : seed % 8 < 3 ? list_kind : image_kind; }
 
 std::string text_of(const Bytes& bytes) { return {reinterpret_cast<const char*>(bytes.data()), bytes.size()}; }
 
-/// A folder with the library, for one process at a time.
-struct Slot {
-  std::wstring folder;
-  std::uint64_t seed = 0;
-  UniqueHandle process;
-  ULONGLONG deadline = 0;
-  bool again = false;  // the second process with this seed
-};
-
-struct Input {
-  std::string library, image_to_patch, throwing_image;
-};
-
 void require_written(const std::wstring& path, const std::string& bytes) {
-  if (write_file(path, bytes)) return;
-  std::printf("cannot write %ls\n", path.c_str());
-  std::exit(1);
+  if (!write_file(path, bytes)) std::printf("cannot write %ls\n", path.c_str()), std::exit(1);
 }
 
-void start(Slot& slot, const Input& input, std::uint64_t seed, bool again = false) {
-  const Kind kind = kind_of(seed);
-  // A list is applied to images of that name only; the others are damaged in other places.
-  const std::wstring image = slot.folder + (kind == list_kind ? L"GameAssembly.dylib" : L"image.dylib");
-  const wchar_t* wish = L"";
-  if (kind == image_kind) {
-    require_written(image, text_of(damaged_image(seed)));
-  } else if (kind == list_kind) {
-    require_written(slot.folder + L"GameAssembly.dll", input.library + text_of(damaged_patch_list(seed)));
-    if (seed % 2 == 1) wish = L"expansion";
-  } else {
-    const auto bytes = std::as_bytes(std::span(input.throwing_image));
-    Bytes damaged(bytes.begin(), bytes.end());
-    damage_unwind_information(damaged, seed);
-    require_written(image, text_of(damaged));
-    wish = L"uncaught_class";
+/// Writes the damaged file into a worker's folder; what the process that reads it is asked.
+std::wstring prepare(const std::wstring& home, std::uint64_t seed) {
+  if (kind_of(seed) == list_kind) {  // a list is applied to images of that name only
+    require_written(home + L"GameAssembly.dll", library + text_of(damaged_patch_list(seed)));
+    return home + L"GameAssembly.dylib\"" + (seed % 2 == 1 ? L" expansion" : L"");
   }
-  DeleteFileW((slot.folder + L"PCSaveData\\loader.log").c_str());
-  slot.seed = seed;
-  slot.again = again;
-  slot.process = start_process(L"\"" + program_path() + L"\" --in \"" + slot.folder + L".\" damage_start \"" + image +
-                               L"\" " + wish);
-  slot.deadline = GetTickCount64() + time_limit_ms;
+  const auto whole = std::as_bytes(std::span(throwing_image));
+  Bytes damaged(whole.begin(), whole.end());
+  kind_of(seed) == image_kind ? void(damaged = damaged_image(seed)) : damage_unwind_information(damaged, seed);
+  require_written(home + L"image.dylib", text_of(damaged));
+  return home + L"image.dylib\"" + (kind_of(seed) == unwind_kind ? L" uncaught_class" : L"");
 }
 
-/// Counts how the process of the slot ended, if it has.
-/// Wine loses one in thousands of processes while it ends them: the last thread waits for a lock of Wine's that a
-/// thread held which is gone. So one that does not end gets a second chance; the library would hang with this seed
-/// again.
-bool has_ended(Slot& slot, const Input& input, const char* program) {
-  const bool ended = WaitForSingleObject(slot.process.get(), 0) == WAIT_OBJECT_0;
-  if (!ended && GetTickCount64() < slot.deadline) return false;
-  DWORD code = 0;
-  if (!ended) {
-    TerminateProcess(slot.process.get(), 99);
-    WaitForSingleObject(slot.process.get(), 5000);
-    if (!slot.again) {
-      std::printf("seed %llu does not end; once more\n", slot.seed);
-      start(slot, input, slot.seed, true);
-      return false;
+/// The exit code; STILL_ACTIVE when the process had to be stopped.
+DWORD run(const std::wstring& arguments) {
+  const UniqueHandle process = start_process(L"\"" + program_path() + L"\" " + arguments);
+  DWORD code = STILL_ACTIVE;
+  if (WaitForSingleObject(process.get(), time_limit_ms) == WAIT_OBJECT_0) GetExitCodeProcess(process.get(), &code);
+  if (code == STILL_ACTIVE) TerminateProcess(process.get(), 99);
+  return code;
+}
+
+DWORD WINAPI work(void* number) {
+  const std::wstring home = folder + std::to_wstring(reinterpret_cast<std::uintptr_t>(number)) + L"\\";
+  CreateDirectoryW(home.c_str(), nullptr);
+  require_written(home + L"GameAssembly.dll", library);
+  require_written(home + L"GameAssembly.dylib", image);
+  for (std::uint64_t seed; (seed = next_seed++) < end_seed;) {
+    const std::wstring arguments = L"--in \"" + home + L".\" damage_start \"" + prepare(home, seed);
+    DeleteFileW((home + L"PCSaveData\\loader.log").c_str());
+    DWORD code = run(arguments);
+    // Wine loses one in thousands of processes while it ends them: the last thread waits for a lock of Wine's that a
+    // thread held which is gone. The library would hang with this seed again.
+    if (code == STILL_ACTIVE) code = run(arguments);
+    const std::string log = read_file(home + L"PCSaveData\\loader.log");
+    if (code == 0 || (code == 3 && log.contains("FATAL: "))) {
+      ++(code == 0 ? starts : refusals)[kind_of(seed)];
+      continue;
     }
-  }
-  GetExitCodeProcess(slot.process.get(), &code);
-  slot.process.reset();
-  const std::string log = read_file(slot.folder + L"PCSaveData\\loader.log");
-  Tally& tally = tallies[kind_of(slot.seed)];
-  if (ended && code == 0) {
-    ++tally.starts;
-  } else if (ended && code == 3 && log.find("FATAL: ") != std::string::npos) {
-    ++tally.refusals;
-  } else {
-    ++tally.faults;
-    std::printf("seed %llu (of the %s): %s 0x%lx; the log ends so:\n%s\n  again: %s LIBRARY IMAGE %llu 1\n", slot.seed,
-                kind_names[kind_of(slot.seed)], ended ? "exit code" : "does not end, stopped with", code,
-                log.substr(log.size() - std::min<std::size_t>(log.size(), 3000)).c_str(), program, slot.seed);
+    ++faults;
+    std::printf("seed %llu (of the %s): exit code 0x%lx; again: damage LIBRARY IMAGE %llu 1; the log ends so:\n%s\n",
+                seed, kind_names[kind_of(seed)], code, seed,
+                log.substr(log.size() - std::min<std::size_t>(log.size(), 3000)).c_str());
     std::fflush(stdout);
   }
-  return true;
+  return 0;
 }
 
 }  // namespace
 
 HOST_PROGRAM(damage) {
   if (argc != 5) return std::puts("usage: damage LIBRARY IMAGE FIRST COUNT"), 1;
-  const auto wide = [](const char* path) {
-    return (std::filesystem::path(program_folder()) / path).make_preferred().wstring();
-  };
-  const Input input{read_file(wide(argv[1])), text_of(image_to_patch()), read_file(wide(argv[2]))};
-  if (input.library.empty() || input.throwing_image.empty()) return std::puts("cannot read LIBRARY or IMAGE"), 1;
-  std::uint64_t next = std::strtoull(argv[3], nullptr, 10);
-  const std::uint64_t end = next + std::strtoull(argv[4], nullptr, 10);
+  const auto path = [&](int i) { return (std::filesystem::path(program_folder()) / argv[i]).make_preferred(); };
+  library = read_file(path(1)), image = text_of(image_to_patch()), throwing_image = read_file(path(2));
+  if (library.empty() || throwing_image.empty()) return std::puts("cannot read LIBRARY or IMAGE"), 1;
+  next_seed = std::strtoull(argv[3], nullptr, 10);
+  end_seed = next_seed + std::strtoull(argv[4], nullptr, 10);
+  const bool look_at_it = end_seed - next_seed == 1;
 
-  const std::wstring folder = wide(argv[1]).substr(0, wide(argv[1]).find_last_of(L"\\/") + 1) + L"damage.tmp\\";
+  folder = path(1).parent_path().wstring() + L"\\damage.tmp\\";
   CreateDirectoryW(folder.c_str(), nullptr);
-  std::array<Slot, slot_count> slots;
-  for (std::size_t i = 0; i < slot_count; ++i) {
-    slots[i].folder = folder + std::to_wstring(i) + L"\\";
-    CreateDirectoryW(slots[i].folder.c_str(), nullptr);
-    require_written(slots[i].folder + L"GameAssembly.dll", input.library);
-    require_written(slots[i].folder + L"GameAssembly.dylib", input.image_to_patch);
+  HANDLE workers[worker_count];
+  for (std::size_t i = 0; i < worker_count; ++i) {
+    workers[i] = CreateThread(nullptr, 0, work, reinterpret_cast<void*>(i), 0, nullptr);
   }
-  const bool look_at_it = end - next == 1;
-  for (bool busy = true; busy; Sleep(1)) {
-    busy = false;
-    for (Slot& slot : slots) {
-      if (slot.process && !has_ended(slot, input, argv[0])) {
-        busy = true;
-      } else if (next < end) {
-        start(slot, input, next++);
-        busy = true;
-      }
-    }
-  }
+  WaitForMultipleObjects(worker_count, workers, TRUE, INFINITE);
   if (!look_at_it) std::filesystem::remove_all(folder);
-  int faults = 0;
-  for (std::size_t kind = 0; kind < std::size(tallies); ++kind) {
-    const Tally& tally = tallies[kind];
-    std::printf("%s: %d started, %d refused, %d faults\n", kind_names[kind], tally.starts, tally.refusals,
-                tally.faults);
-    faults += tally.faults;
+  for (const Kind kind : {image_kind, list_kind, unwind_kind}) {
+    std::printf("%s: %d started, %d refused\n", kind_names[kind], starts[kind].load(), refusals[kind].load());
   }
-  return faults == 0 && (look_at_it || tallies[image_kind].starts > 0) ? 0 : 1;
+  return faults == 0 && (look_at_it || starts[image_kind] > 0) ? 0 : 1;
 }

@@ -1,12 +1,12 @@
-// Threads of macOS as the guests use them: <pthread.h>, the parts of <mach/mach.h>, <dispatch/dispatch.h> and
-// <signal.h> that they call, and many threads at a time.
+// Threads of macOS as the guests use them: <pthread.h>, the parts of <mach/mach.h> and <dispatch/dispatch.h> that they
+// call, and many threads at a time.
 #pragma once
 
 #include "darwin.h"
+#include "sdk/darwin/dispatch/dispatch.h"
 #include "sdk/darwin/pthread.h"
 
 using Thread = _opaque_pthread_t;
-using Key = pthread_key_t;
 using Mutex = pthread_mutex_t;
 using Condition = pthread_cond_t;
 
@@ -14,37 +14,14 @@ extern "C" {
 struct ThreadState {
   uint64 rax, rbx, rcx, rdx, rdi, rsi, rbp, rsp, r8, r9, r10, r11, r12, r13, r14, r15, rip, rflags, cs, fs, gs;
 };
-struct SignalAction {
-  void (*handler)(int32);
-  uint32 mask;
-  int32 flags;
-};
-
-uint8* pthread_get_stackaddr_np(Thread*);
-int32 pthread_setname_np(const char*);
-int32 pthread_atfork(void (*)(), void (*)(), void (*)());
 uint32 mach_thread_self();
-extern uint32 mach_task_self_;
-int32 mach_port_deallocate(uint32, uint32);
 int32 thread_suspend(uint32);
 int32 thread_resume(uint32);
 int32 thread_get_state(uint32, int32, ThreadState*, uint32*);
-void dispatch_once_f(int64*, void*, void (*)(void*));
-void* dispatch_semaphore_create(int64);
-int64 dispatch_semaphore_wait(void*, uint64);
-int64 dispatch_semaphore_signal(void*);
-uint64 dispatch_time(uint64, int64);
-void dispatch_release(void*);
-void _Block_object_assign(void*, const void*, int32);
-int32 sigaction(int32, const SignalAction*, SignalAction*);
-using Handler = void (*)(int32);
-Handler signal(int32, Handler);
 }
 
 inline constexpr Mutex static_mutex = {0x32AAABA7, {}};
-inline constexpr Mutex static_recursive_mutex = {0x32AAABA1, {}};
 inline constexpr Condition static_condition = {0x3CB0B1BB, {}};
-inline constexpr uint64 forever = ~uint64{0};
 inline constexpr int32 x86_thread_state64 = 4;
 
 /// A counting signal between threads: waits have no limit, so a lost wake-up shows as a test that does not end.
@@ -54,7 +31,7 @@ class Signal {
   Signal(const Signal&) = delete;
   ~Signal() { dispatch_release(semaphore_); }
   void raise() { dispatch_semaphore_signal(semaphore_); }
-  void wait() { dispatch_semaphore_wait(semaphore_, forever); }
+  void wait() { dispatch_semaphore_wait(semaphore_, DISPATCH_TIME_FOREVER); }
 
  private:
   void* semaphore_ = dispatch_semaphore_create(0);
@@ -64,7 +41,7 @@ class Signal {
 template <class Body>
 class Crew {
  public:
-  Crew(int64 count, Body body) : body_(body), running_(count) {
+  Crew(int64 count, Body body) : body_(body), running_(count), alone_(count == 1) {
     while (count-- > 0) CHECK(pthread_create(&thread_, nullptr, run, this) == 0);
   }
   ~Crew() { join(); }
@@ -76,6 +53,7 @@ class Crew {
  private:
   static void* run(void* argument) {
     auto* const crew = static_cast<Crew*>(argument);
+    if (crew->alone_) CHECK(crew->thread_ == pthread_self());  // its creator was told before it runs
     crew->body_(__atomic_fetch_add(&crew->next_, 1, __ATOMIC_SEQ_CST));
     crew->returned_.raise();
     return nullptr;
@@ -83,6 +61,7 @@ class Crew {
 
   Body body_;
   int64 running_, next_ = 0;
+  const bool alone_;
   Thread* thread_ = nullptr;
   Signal returned_;
 };

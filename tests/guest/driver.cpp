@@ -28,23 +28,12 @@ void* windows_symbol(const char* module, const char* name) {
 
 /// The library's own thread opens some when it first looks for the game's window.
 void wait_until_handles_stay() {
-  for (std::int64_t before = -1, now = count_open_handles(); now != before; now = count_open_handles()) {
-    before = now;
-    Sleep(300);
-  }
+  for (std::int64_t before = -1; before != count_open_handles(); Sleep(300)) before = count_open_handles();
 }
 
 /// Called by the guest, through a callback stub: Windows code that calls back into it.
 std::int64_t call_on_windows(void* guest_function, std::int64_t argument) {
   return game_function<std::int64_t, std::int64_t>(guest_function)(argument);
-}
-
-/// The library's own handler comes first. How a system goes on is left out: it may take long to look for handlers in
-/// frames of game code, which it cannot unwind, and to call a debugger.
-LONG CALLBACK end_when_crashed(EXCEPTION_POINTERS* exception) {
-  const DWORD code = exception->ExceptionRecord->ExceptionCode;
-  if (code >= 0xC0000000) TerminateProcess(GetCurrentProcess(), code);  // others are debug output and the like
-  return EXCEPTION_CONTINUE_SEARCH;
 }
 
 constexpr DWORD time_limit_ms = 100'000;

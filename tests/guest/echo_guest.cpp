@@ -9,17 +9,11 @@ uint64_t echo_record[7];
 
 /// Set by an initializer that takes its time: whoever gets through the gate too early finds it zero.
 volatile uint64_t echo_initialized;
-}
-namespace {
-struct SlowInitializer {
-  SlowInitializer() {
-    for (volatile unsigned i = 0; i < 100'000'000; i = i + 1) {
-    }
-    echo_initialized = 1;
+[[gnu::constructor]] void initialize_slowly() {
+  for (volatile unsigned i = 0; i < 100'000'000; i = i + 1) {
   }
-} slow_initializer;
-}  // namespace
-extern "C" {
+  echo_initialized = 1;
+}
 
 #define RECORD_(name, number) \
   [[gnu::naked]] void name() { asm("movl $" #number ", %eax\n jmp _echo_registers"); }
@@ -31,13 +25,11 @@ extern "C" {
 /// Returns 0xABCD000000000000 + the number of the export.
 [[gnu::naked]] void echo_registers() {
   asm(R"(
-    movq %rdi, _echo_record+0(%rip)
-    movq %rsi, _echo_record+8(%rip)
-    movq %rdx, _echo_record+16(%rip)
-    movq %rcx, _echo_record+24(%rip)
-    movq %r8,  _echo_record+32(%rip)
-    movq %r9,  _echo_record+40(%rip)
-    movq %rax, _echo_record+48(%rip)
+    .set place, 0
+    .irp register, rdi, rsi, rdx, rcx, r8, r9, rax
+    movq %\register, _echo_record+place(%rip)
+    .set place, place + 8
+    .endr
     movabsq $0xABCD000000000000, %rcx
     addq %rcx, %rax
     .irp register, rdi, rsi, rdx, r8, r9, r10, r11

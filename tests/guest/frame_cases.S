@@ -1,12 +1,15 @@
-# A function for every frame that compact unwind information can describe: the saved registers in every choice and
-# order, behind rbp, with the size of the frame in its encoding, or in its code. Each keeps its registers, fills them
-# with its own values and throws. The assembler makes the encodings.
+// A function for every frame that compact unwind information can describe: the saved registers in every choice and
+// order, behind rbp, with the size of the frame in its encoding, or in its code. Each keeps its registers, fills them
+// with its own values and throws. The assembler makes the encodings.
         .text
 
-# Where each register lies, the lowest address first: the assembler takes their order from this.
-        .macro  tell_saved at, name, others:vararg
+// Where each register lies, the lowest address first: the assembler takes their order from this.
+        .macro  tell_saved at, name, second, others:vararg
+        .ifnb   \second
+        tell_saved \at + 16, \others
+        .cfi_offset %\second, -(\at) - 8
+        .endif
         .ifnb   \name
-        tell_saved \at + 8, \others
         .cfi_offset %\name, -(\at)
         .endif
         .endm
@@ -34,7 +37,7 @@ case_\@:
         .endif
         .endif
         .endr
-        .set    room, 32 - (cfa_offset & 8)     # what aligns the stack, and something
+        .set    room, 32 - (cfa_offset & 8)     // what aligns the stack, and something
         .ifc    \mode, size_in_code
         .set    room, room + 0x1000
         .endif
@@ -57,28 +60,21 @@ case_\@:
         .text
         .endm
 
-# A case for `registers`, and for everything that they are the last ones of; `mask` says which are among them.
+// A case for `registers`, and for everything that they are the last ones of; `mask` says which are among them.
         .macro  extend mode, mask, registers:vararg
         case    \mode, \registers
-        .if     ((\mask) & 1) == 0
-        extend  \mode, (\mask)|1, rbx, \registers
-        .endif
-        .if     ((\mask) & 2) == 0
-        extend  \mode, (\mask)|2, r12, \registers
-        .endif
-        .if     ((\mask) & 4) == 0
-        extend  \mode, (\mask)|4, r13, \registers
-        .endif
-        .if     ((\mask) & 8) == 0
-        extend  \mode, (\mask)|8, r14, \registers
-        .endif
-        .if     ((\mask) & 16) == 0
-        extend  \mode, (\mask)|16, r15, \registers
-        .endif
+        extend_by \mode, \mask, 1, rbx, \registers
+        extend_by \mode, \mask, 2, r12, \registers
+        extend_by \mode, \mask, 4, r13, \registers
+        extend_by \mode, \mask, 8, r14, \registers
+        extend_by \mode, \mask, 16, r15, \registers
         .ifnc   \mode, behind_rbp
-        .if     ((\mask) & 32) == 0
-        extend  \mode, (\mask)|32, rbp, \registers
+        extend_by \mode, \mask, 32, rbp, \registers
         .endif
+        .endm
+        .macro  extend_by mode, mask, bit, name, registers:vararg
+        .if     ((\mask) & \bit) == 0
+        extend  \mode, (\mask)|\bit, \name, \registers
         .endif
         .endm
 
@@ -94,9 +90,9 @@ _frame_cases:
 _frame_cases_end:
         .quad   0
 
-# bool call_case(void (*function)(), uint64 found[6]): calls it with a value of its own in each register that a callee
-# keeps; true when it threw. `found` gets what rbx, rbp, r12, r13, r14, r15 hold at the landing pad.
-#   rsp+0x08  found
+// bool call_case(void (*function)(), uint64 found[6]): calls it with a value of its own in each register that a callee
+// keeps; true when it threw. `found` gets what rbx, rbp, r12, r13, r14, r15 hold at the landing pad.
+//   rsp+0x08  found
         .text
         .globl  _call_case
         .p2align 4
@@ -112,19 +108,13 @@ _call_case:
         .endr
         subq    $0x18, %rsp
         .cfi_def_cfa_offset 0x50
-        .cfi_offset %rbx, -56
-        .cfi_offset %r12, -48
-        .cfi_offset %r13, -40
-        .cfi_offset %r14, -32
-        .cfi_offset %r15, -24
-        .cfi_offset %rbp, -16
+        tell_saved 16, rbp, r15, r14, r13, r12, rbx
         movq    %rsi, 8(%rsp)
-        movl    $0x100, %ebx
-        movl    $0x101, %ebp
-        movl    $0x102, %r12d
-        movl    $0x103, %r13d
-        movl    $0x104, %r14d
-        movl    $0x105, %r15d
+        .set    value, 0x100
+        .irp    name, ebx, ebp, r12d, r13d, r14d, r15d
+        movl    $value, %\name
+        .set    value, value + 1
+        .endr
 Ltry_begin:
         callq   *%rdi
 Ltry_end:
@@ -132,40 +122,36 @@ Ltry_end:
         jmp     Lleave
 Llanding_pad:
         movq    8(%rsp), %rcx
-        movq    %rbx, (%rcx)
-        movq    %rbp, 8(%rcx)
-        movq    %r12, 16(%rcx)
-        movq    %r13, 24(%rcx)
-        movq    %r14, 32(%rcx)
-        movq    %r15, 40(%rcx)
+        .set    place, 0
+        .irp    name, rbx, rbp, r12, r13, r14, r15
+        movq    %\name, place(%rcx)
+        .set    place, place + 8
+        .endr
         movq    %rax, %rdi
         callq   ___cxa_begin_catch
         callq   ___cxa_end_catch
         movl    $1, %eax
 Lleave:
         addq    $0x18, %rsp
-        popq    %rbx
-        popq    %r12
-        popq    %r13
-        popq    %r14
-        popq    %r15
-        popq    %rbp
+        .irp    name, rbx, r12, r13, r14, r15, rbp
+        popq    %\name
+        .endr
         retq
         .cfi_endproc
 
         .section __TEXT,__gcc_except_tab
         .p2align 2
 Lcall_case_lsda:
-        .byte   255                     # LPStart omitted
-        .byte   155                     # TType: indirect pcrel sdata4
+        .byte   255                     // LPStart omitted
+        .byte   155                     // TType: indirect pcrel sdata4
         .uleb128 Ltypes_end - Ltypes_offset
 Ltypes_offset:
-        .byte   1                       # call sites: uleb128
+        .byte   1                       // call sites: uleb128
         .uleb128 Lsites_end - Lsites
 Lsites:
         .uleb128 Ltry_begin - _call_case, Ltry_end - Ltry_begin, Llanding_pad - _call_case, 1
 Lsites_end:
-        .byte   1, 0                    # the first type, no further action
+        .byte   1, 0                    // the first type, no further action
         .p2align 2
-        .long   0                       # catches all
+        .long   0                       // catches all
 Ltypes_end:

@@ -2,8 +2,7 @@
 // and lets the test make it call back.
 #include "reflection_runtime.h"
 
-// ---- One engine assembly and one game assembly ---------------------------------------------------------------------
-
+// One engine assembly and one game assembly.
 static constexpr Method internal_methods[] = {{"Managed", false, 0, 0, nullptr, nullptr},
                                               {"Called", false, 0x1000, 0, nullptr, &TypeOf<int>::get},
                                               {"Known", false, 0x1080, 0, nullptr, &TypeOf<int>::get}};
@@ -17,13 +16,6 @@ static const Image images[] = {{{&transform, &nested, &bare}, "UnityEngine.CoreM
                                {{&of_game}, "Assembly-CSharp.dll"}};
 const Image* reflection::assemblies[] = {&images[0], &images[1], nullptr};
 
-// ---- Internal calls ------------------------------------------------------------------------------------------------
-
-static int64 known() { return 11; }
-static const struct OwnFunction {
-  OwnFunction() { il2cpp_add_internal_call("UnityEngine.Transform::Known", reinterpret_cast<void*>(&known)); }
-} own_function;
-
 extern "C" {
 
 // Set by the test before the calls in question; read back after them.
@@ -31,13 +23,23 @@ int32 init_result = 0;
 void* pending_exception = nullptr;
 int32 handles_alive = 0;
 
+// ---- Internal calls
+
+int64 known() { return 11; }
+[[gnu::constructor]] void add_own_function() {
+  il2cpp_add_internal_call("UnityEngine.Transform::Known", reinterpret_cast<void*>(&known));
+}
 /// The names that the library registered.
-const char* internal_call_name(uint64 i) { return i + 1 < registration_count ? registrations[i + 1].name : nullptr; }
+const char* internal_call_names() {
+  static char names[1000];
+  char* at = names;
+  for (uint32 i = 1; i < registration_count; ++i) at += snprintf(at, 100, "%s ", registrations[i].name);
+  return names;
+}
 
 /// Calls what is registered under a name as managed code would.
 int64 call_internal(const char* name, int64 a, int64 b) {
-  void* function = il2cpp_resolve_icall(name);
-  return function ? reinterpret_cast<int64 (*)(int64, int64)>(function)(a, b) : -1;
+  return reinterpret_cast<int64 (*)(int64, int64)>(il2cpp_resolve_icall(name))(a, b);
 }
 const char* il2cpp_string_new(const char* text) { return strdup(text); }
 
@@ -57,13 +59,9 @@ bool throws(int64 (*function)(), bool in_reflection) {
 [[gnu::used]] const void* const known_method = &internal_methods[2];
 
 // ---- Init, invocation, handles
-// ---------------------------------------------------------------------------------------
 
 const char* domain_name = nullptr;
 int32 il2cpp_init(const char* name) { return domain_name = strdup(name), init_result; }
-int32 il2cpp_init_utf16(const unsigned short* name) {
-  return domain_name = reinterpret_cast<const char*>(name), init_result;
-}
 
 void* il2cpp_runtime_invoke(const Method*, void* object, void**, void** exception) {
   if (exception) *exception = pending_exception;
@@ -78,14 +76,11 @@ void* il2cpp_gchandle_get_target(uint32 handle) { return reinterpret_cast<void*>
 void il2cpp_gchandle_free(uint32) { --handles_alive; }
 
 // ---- Callbacks of the player
-// -------------------------------------------------------------------------------------------
 
-using Log = void (*)(const char*);
-using FindPlugin = const char* (*)(const char*);
-Log log_function = nullptr;
-FindPlugin find_plugin_function = nullptr;
-void il2cpp_register_log_callback(Log log) { log_function = log; }
-void il2cpp_set_find_plugin_callback(FindPlugin find) { find_plugin_function = find; }
+void (*log_function)(const char*) = nullptr;
+const char* (*plugin_function)(const char*) = nullptr;
+void il2cpp_register_log_callback(decltype(log_function) log) { log_function = log; }
+void il2cpp_set_find_plugin_callback(decltype(plugin_function) find) { plugin_function = find; }
 void emit_log(const char* text) { log_function(text); }
-const char* find_plugin(const char* name) { return find_plugin_function(name); }
+const char* find_plugin(const char* name) { return plugin_function(name); }
 }

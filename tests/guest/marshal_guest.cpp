@@ -9,87 +9,63 @@ int64 guest_test::checks;
 
 // ---- The cases as methods, and how to call them --------------------------------------------------------------------
 
-template <unsigned I, class Positions>
+template <unsigned I, class = UpTo<Case<I>::count>>
 struct CaseMethod;
 template <unsigned I, unsigned... P>
-struct CaseMethod<I, Numbers<P...>> {
-  using C = Case<I>;
-  static constexpr const Type* (*types[C::count + 1])() = {&TypeOf<typename C::template Argument<P>>::get..., nullptr};
+struct CaseMethod<I, Numbers<unsigned, P...>> {
+  template <unsigned N>
+  using Argument = typename Case<I>::template Argument<N>;
+  using Result = typename Case<I>::Result;
+  static constexpr const Type* (*types[Case<I>::count + 1])() = {&TypeOf<Argument<P>>::get..., nullptr};
 
-  template <class... Extra>
-  static void call(void* code, const Byte* arguments, Byte* result, Extra... extra) {
-    using Function = typename C::Result (*)(typename C::template Argument<P>..., Extra...);
-    const auto function = reinterpret_cast<Function>(code);
-    if constexpr (__is_same(typename C::Result, void)) {
-      function(*reinterpret_cast<const typename C::template Argument<P>*>(arguments + slot_size * P)..., extra...);
-    } else {
-      *reinterpret_cast<typename C::Result*>(result) =
-          function(*reinterpret_cast<const typename C::template Argument<P>*>(arguments + slot_size * P)..., extra...);
-    }
-  }
   static void run(void* code, const Byte* arguments, Byte* result, const Method* method) {
-    if constexpr (is_method_callback(I)) {
-      call(code, arguments, result, method);
+    using Function = Result (*)(Argument<P>..., const Method*);  // what takes no method does not see it
+    const auto call = [&] {
+      return reinterpret_cast<Function>(code)(*reinterpret_cast<const Argument<P>*>(arguments + slot_size * P)...,
+                                              method);
+    };
+    if constexpr (__is_same(Result, void)) {
+      call();
     } else {
-      call(code, arguments, result);
+      *reinterpret_cast<Result*>(result) = call();
     }
   }
 };
-template <unsigned I>
-using MethodOf = CaseMethod<I, UpTo<Case<I>::count>>;
 
 static char case_names[case_count][8];
 template <class>
 struct Cases;
 template <unsigned... I>
-struct Cases<Numbers<I...>> {
+struct Cases<Numbers<unsigned, I...>> {
   static constexpr Method methods[] = {{case_names[I], Case<I>::instance, 0x1000, Case<I>::count - Case<I>::instance,
-                                        MethodOf<I>::types + Case<I>::instance,
+                                        CaseMethod<I>::types + Case<I>::instance,
                                         &TypeOf<typename Case<I>::Result>::get}...};
-  static constexpr void (*runners[])(void*, const Byte*, Byte*, const Method*) = {&MethodOf<I>::run...};
+  static constexpr void (*runners[])(void*, const Byte*, Byte*, const Method*) = {&CaseMethod<I>::run...};
 };
 using AllCases = Cases<UpTo<case_count>>;
 
 // ---- Classes to look names up in -----------------------------------------------------------------------------------
 
-static constexpr const Type* (*int_type[])() = {&TypeOf<int>::get};
-static constexpr const Type* (*float_type[])() = {&TypeOf<float>::get};
-static constexpr const Type* (*two_types[])() = {&TypeOf<int>::get, &TypeOf<float>::get};
-static const Type* oversized() {
-  static const Class klass = {.name = "Oversized", .value_type = true, .size = 72};
-  static const Type type = {"Oversized", 17, false, &klass};
-  return &type;
-}
-static constexpr const Type* (*oversized_type[])() = {&oversized};
-static const Type* self_containing() {
-  static Class klass = {.name = "Endless", .value_type = true, .size = 8};
-  static const Type type = {"Endless", 17, false, &klass};
-  klass.fields[0] = {&type, 16, 0};
-  klass.field_count = 1;
-  return &type;
-}
-static constexpr const Type* (*self_containing_type[])() = {&self_containing};
+using Huge =
+    S2<S4<S2<double, double>, double, double, double>, S4<double, double, double, double>>;  // more than is passed
 
-static const Method deep_methods[] = {{"Half", false, 0x1000, 1, float_type, &TypeOf<float>::get}};
+static constexpr const Type* (*types[])() = {&TypeOf<int>::get, &TypeOf<float>::get, &TypeOf<Huge>::get};
+static constexpr Method takes(const char* name, int type, uint32 flags = 0x1000, uint32 count = 1) {
+  return {name, false, flags, count, types + type, type == 1 ? types[1] : types[0]};
+}
+static const Method deep_method = takes("Half", 1);
 static const Method outer_methods[] = {
-    {"Overloaded", false, 0, 2, two_types, &TypeOf<int>::get},  // managed: not for the player
-    {"Overloaded", false, 0x1000, 1, int_type, &TypeOf<int>::get},
-    {"Overloaded", false, 0x1080, 1, float_type, &TypeOf<float>::get},
-    {"Managed", false, 0, 1, int_type, &TypeOf<int>::get},
-    {"Large", false, 0x1000, 1, oversized_type, &TypeOf<int>::get},
-    {"Slow", false, 0x1000, 1, float_type, &TypeOf<float>::get},
-    {"Many", false, 0, 23, nullptr, &TypeOf<int>::get},
-    {"Endless", false, 0x1000, 1, self_containing_type, &TypeOf<int>::get}};
-static const Class deep = {.name = "Deep", .methods = deep_methods, .method_count = 1};
-static const Class inner = {.name = "Inner", .nested = {&deep}};
-static const Class other = {.name = "Other"};
+    takes("Overloaded", 0, 0, 2),  // managed: not for the player
+    takes("Overloaded", 0),       takes("Overloaded", 1), takes("Managed", 0, 0), takes("Large", 2), takes("Slow", 1),
+    takes("Many", 0, 0x1000, 23)};
+static const Class deep = {.name = "Deep", .methods = &deep_method, .method_count = 1};
+static const Class inner = {.name = "Inner", .nested = {&deep}}, other = {.name = "Other"};
 static const Class outer = {.name = "Outer",
                             .name_space = "Game.Space",
                             .methods = outer_methods,
-                            .method_count = 8,
+                            .method_count = 7,
                             .nested = {&other, &inner}};
 static const Class cases = {.name = "Cases", .methods = AllCases::methods, .method_count = case_count};
-
 static const Image images[] = {{{&cases, &other}}, {{&outer, nullptr}}};
 const Image* reflection::assemblies[] = {&images[0], &images[1], nullptr};
 
@@ -124,11 +100,5 @@ uint32 call_on_game_thread(const char* name) {
     if (word != 0x037F) found = ~0u;
   });
   return found;
-}
-struct Huge {
-  int64 words[9];
-};
-uint32 call_with_huge_struct(const char* name) {
-  return reinterpret_cast<uint32 (*)(Huge)>(il2cpp_resolve_icall(name))({});
 }
 }

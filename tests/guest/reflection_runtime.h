@@ -31,7 +31,7 @@ struct Method {
   const Type* (*result)();
 };
 struct Class {
-  const char* name;
+  const char* name = "";
   const char* name_space = "";
   bool value_type = false;
   int32 flags = 0;
@@ -45,88 +45,53 @@ struct Class {
   const Class* outer = nullptr;
 };
 
-template <class T>
-constexpr Type scalar = {"", 0, false, nullptr};
-#define SCALAR(T, name, code) \
-  template <>                 \
-  constexpr Type scalar<T> = {name, code, false, nullptr};
-SCALAR(void, "System.Void", 1)
-SCALAR(bool, "System.Boolean", 2)
-SCALAR(char16_t, "System.Char", 3)
-SCALAR(signed char, "System.SByte", 4)
-SCALAR(char, "System.SByte", 4)
-SCALAR(Byte, "System.Byte", 5)
-SCALAR(short, "System.Int16", 6)
-SCALAR(unsigned short, "System.UInt16", 7)
-SCALAR(int, "System.Int32", 8)
-SCALAR(unsigned, "System.UInt32", 9)
-SCALAR(long long, "System.Int64", 10)
-SCALAR(unsigned long long, "System.UInt64", 11)
-SCALAR(float, "System.Single", 12)
-SCALAR(double, "System.Double", 13)
-SCALAR(void*, "System.IntPtr", 24)
-SCALAR(Object*, "System.Object", 28)
-SCALAR(Array*, "System.Single[]", 29)
 inline constexpr Class generic_class = {.name = "List`1"};
-template <>
-constexpr Type scalar<Generic*> = {"List`1", 21, false, &generic_class};
 
-struct FieldAdder {
-  Class& klass;
-  template <class F>
-  void field(uint64 offset);
-};
+template <class T, class... All>
+constexpr int32 position_in(List<All...>) {
+  int32 position = 0, found = 0;
+  ((++position, found = __is_same(T, All) ? position : found), ...);
+  return found;
+}
+struct None;
+/// The types that are no structs, by their codes from 1 on.
+using Coded = List<void, bool, char16_t, signed char, Byte, short, unsigned short, int, unsigned, long long,
+                   unsigned long long, float, double, None, None, None, None, None, None, None, Generic*, None, None,
+                   void*, None, None, None, Object*, Array*>;
 
 template <class T>
-constexpr bool is_generic = false;
-template <class A, class B>
-constexpr bool is_generic<G2<A, B>> = true;
+struct TypeOf;
 
 /// The type of a C++ type; made when it is first asked for.
 template <class T>
 struct TypeOf {
   static const Type* get() {
-    if constexpr (requires { typename T::IsStruct; }) {
-      static Class klass = make_class();
-      static const Type type = {"Struct", is_generic<T> ? 21 : 17, false, &klass};
-      return &type;
-    } else if constexpr (__is_enum(T)) {
-      static const Class klass = {
-          .name = "Enum", .value_type = true, .size = sizeof(T), .underlying = TypeOf<__underlying_type(T)>::get()};
-      static const Type type = {"Enum", 17, false, &klass};
-      return &type;
-    } else {
-      return &scalar<T>;
-    }
+    static const Type type = make();
+    return &type;
   }
 
  private:
-  static Class make_class() {
-    Class made = {.name = "Struct", .value_type = true, .size = sizeof(T), .alignment = alignof(T)};
-    if constexpr (requires { typename T::IsExplicit; }) made.flags = 0x10;
-    // A static field is in no value.
-    made.fields[made.field_count++] = {TypeOf<double>::get(), 16, 0x10};
-    T::each(FieldAdder{made});
-    return made;
-  }
-};
-template <class T>
-  requires(scalar<T*>.code == 0)
-struct TypeOf<T*> {
-  static const Type* get() {
-    static const Type type = [] {
-      Type referred = *TypeOf<T>::get();
+  static Type make() {
+    constexpr int32 code = position_in<T>(Coded());
+    static Class klass = {.value_type = true};
+    if constexpr (requires { typename T::IsStruct; }) {
+      klass.size = sizeof(T), klass.alignment = alignof(T);
+      if constexpr (requires { typename T::IsExplicit; }) klass.flags = 0x10;
+      klass.fields[klass.field_count++] = {TypeOf<double>::get(), 16, 0x10};  // a static field is in no value
+      T::each([]<class F>(uint64 offset) { klass.fields[klass.field_count++] = {TypeOf<F>::get(), 16 + offset, 0}; });
+      return {"Struct", alignof(T) == 1 ? 21 : 17, false, &klass};  // without alignment: as if of a generic type
+    } else if constexpr (__is_enum(T)) {
+      klass.size = sizeof(T);
+      klass.underlying = TypeOf<__underlying_type(T)>::get();
+      return {"Enum", 17, false, &klass};
+    } else if constexpr (code == 0) {
+      Type referred = *TypeOf<__remove_pointer(T)>::get();
       referred.by_reference = true;
       return referred;
-    }();
-    return &type;
+    }
+    return {code == 8 ? "System.Int32" : code == 12 ? "System.Single" : "Other", code, false, &generic_class};
   }
 };
-
-template <class F>
-void FieldAdder::field(uint64 offset) {
-  klass.fields[klass.field_count++] = {TypeOf<F>::get(), 16 + offset, 0};
-}
 
 struct Image {
   const Class* classes[3];
@@ -156,24 +121,17 @@ extern "C" {
 
 using namespace reflection;
 
-inline int32 lookups = 0;  // of classes by name
-
 void* il2cpp_domain_get() { return assemblies; }
 const Image** il2cpp_domain_get_assemblies(void*, uint64* count) {
-  for (*count = 0; assemblies[*count] != nullptr; ++*count) {
-  }
-  return assemblies;
+  return *count = assemblies[1] == nullptr ? 1 : 2, assemblies;
 }
 const Image* il2cpp_assembly_get_image(const Image* assembly) { return assembly; }
 const char* il2cpp_image_get_name(const Image* image) { return image->name; }
 uint64 il2cpp_image_get_class_count(const Image* image) {
-  uint64 count = 0;
-  for (const Class* klass : image->classes) count += klass != nullptr;
-  return count;
+  return image->classes[1] == nullptr ? 1 : image->classes[2] == nullptr ? 2 : 3;
 }
 const Class* il2cpp_image_get_class(const Image* image, uint64 index) { return image->classes[index]; }
 const Class* il2cpp_class_from_name(const Image* image, const char* name_space, const char* name) {
-  __atomic_fetch_add(&lookups, 1, __ATOMIC_SEQ_CST);
   for (volatile int i = 0; i < 20'000; i = i + 1) {  // time for others to come in between
   }
   for (const Class* klass : image->classes) {
@@ -199,8 +157,7 @@ const Type* il2cpp_class_enum_basetype(const Class* klass) { return klass->under
 int32 il2cpp_class_get_flags(const Class* klass) { return klass->flags; }
 bool il2cpp_class_is_valuetype(const Class* klass) { return klass->value_type; }
 int32 il2cpp_class_value_size(const Class* klass, uint32* alignment) {
-  *alignment = klass->alignment;
-  return static_cast<int32>(klass->size);
+  return *alignment = klass->alignment, static_cast<int32>(klass->size);
 }
 const Class* il2cpp_class_from_type(const Type* type) { return type->klass; }
 const char* il2cpp_method_get_name(const Method* method) { return method->name; }
@@ -212,8 +169,7 @@ const Type* il2cpp_method_get_param(const Method* method, uint32 index) { return
 const Type* il2cpp_method_get_return_type(const Method* method) { return method->result(); }
 bool il2cpp_method_is_instance(const Method* method) { return method->instance; }
 uint32 il2cpp_method_get_flags(const Method* method, uint32* implementation) {
-  *implementation = method->implementation_flags;
-  return 0;
+  return *implementation = method->implementation_flags, 0;
 }
 int32 il2cpp_type_get_type(const Type* type) { return type->code; }
 bool il2cpp_type_is_byref(const Type* type) { return type->by_reference; }

@@ -11,7 +11,7 @@ static const Class outer = {.name = "Outer", .name_space = "Game", .methods = me
 static const Image image = {{&outer, nullptr}};
 const Image* reflection::assemblies[] = {&image, nullptr};
 
-// Frames that no compiler makes for macOS: without a frame pointer, and on another stack.
+// Frames that no compiler makes for macOS: without a frame pointer.
 asm(R"(
         .text
         .globl _frameless_leaf
@@ -34,25 +34,11 @@ _frameless:
         popq    %rbx
         retq
         .cfi_endproc
-        .globl _on_stack
-_on_stack:
-        .cfi_startproc
-        pushq   %rbp
-        .cfi_def_cfa_offset 16
-        .cfi_offset %rbp, -16
-        movq    %rsp, %rbp
-        .cfi_def_cfa_register %rbp
-        movq    %rsi, %rsp
-        callq   *%rdi
-        leave
-        retq
-        .cfi_endproc
 )");
 
 extern "C" {
 
 int64 frameless(const int64* from);
-void on_stack(void (*function)(), void* stack_end);
 
 // Given by the host.
 int64 (*call_on_windows)(void* guest_function, int64 argument) = nullptr;
@@ -87,12 +73,6 @@ CALLER(bad_strlen, static_cast<int64>(strlen(reinterpret_cast<const char*>(0x10)
 CALLER(shim_crash, method_callback(1, &methods[0]))
 
 CALLER(internal_call_crash, reinterpret_cast<int32 (*)(int32)>(il2cpp_resolve_icall("Game.Outer::Call"))(1))
-
-void crash_there() {
-  enter("_crash_there");
-  *reinterpret_cast<volatile int64*>(0x10) = 1;
-}
-CALLER(own_stack_crash, (enter("_on_stack"), on_stack(&crash_there, static_cast<char*>(malloc(0x10000)) + 0xFFF0), 0))
 
 int64 recurse(int64 depth) {
   volatile int64 frame[64] = {depth};

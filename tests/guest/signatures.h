@@ -22,54 +22,37 @@ struct List {
   template <unsigned N>
   using At = __type_pack_element<N % count, T...>;
 };
-template <bool, class A, class B>
-struct If {
-  using Type = A;
-};
-template <class A, class B>
-struct If<false, A, B> {
-  using Type = B;
-};
 
 // ---- Types ---------------------------------------------------------------------------------------------------------
 
 enum class Tiny : signed char {};
-enum class Small : unsigned short {};
 enum class Plain : int {};
-enum class Large : long long {};
 struct Object;   // passed by reference alone, as are
 struct Array;    // arrays, which values hold by reference, and
 struct Generic;  // classes that are instances of a generic type
 
-// Struct templates: S1<int>, S3<float, float, float>, ... list their fields to v.template field<T>(offset). P2 is
-// packed; G2 is an instance of a generic type as far as metadata is concerned.
+// Struct templates: S1<int>, S3<float, float, float>, ... list their fields to v.template operator()<T>(offset). P2
+// is packed.
 #define MEMBER(Type, name) Type name;
-#define FIELD(Type, name) v.template field<Type>(__builtin_offsetof(Self, name));
+#define FIELD(Type, name) v.template operator()<Type>(__builtin_offsetof(Self, name));
 #define LIST(...) __VA_ARGS__
 #define STRUCT(name, attributes, parameters, members) \
   template <LIST parameters>                          \
   struct attributes name {                            \
     members(MEMBER) using Self = name;                \
     using IsStruct = int;                             \
-    template <class V>                                \
-    static void each(V&& v) {                         \
-      members(FIELD)                                  \
-    }                                                 \
+    static void each(auto&& v) { members(FIELD) }     \
   };
 #define MEMBERS_1(X) X(A, a)
 #define MEMBERS_2(X) MEMBERS_1(X) X(B, b)
 #define MEMBERS_3(X) MEMBERS_2(X) X(C, c)
 #define MEMBERS_4(X) MEMBERS_3(X) X(D, d)
-#define MEMBERS_8(X) MEMBERS_4(X) X(E, e) X(F, f) X(G, g) X(H, h)
 STRUCT(S1, , (class A), MEMBERS_1)
 STRUCT(S2, , (class A, class B), MEMBERS_2)
-STRUCT(G2, , (class A, class B), MEMBERS_2)
 STRUCT(P2, __attribute__((packed)), (class A, class B), MEMBERS_2)
 STRUCT(A2, alignas(16), (class A, class B), MEMBERS_2)
-STRUCT(A4, alignas(16), (class A, class B, class C, class D), MEMBERS_4)
 STRUCT(S3, , (class A, class B, class C), MEMBERS_3)
 STRUCT(S4, , (class A, class B, class C, class D), MEMBERS_4)
-STRUCT(S8, , (class A, class B, class C, class D, class E, class F, class G, class H), MEMBERS_8)
 
 // What compiled C# makes of explicit layout: a union of the fields, each behind bytes of padding.
 template <class T, unsigned Offset>
@@ -81,37 +64,26 @@ template <class T>
 struct __attribute__((packed)) At<T, 0> {
   T field;
 };
-constexpr unsigned max(unsigned a, unsigned b) { return a > b ? a : b; }
 template <class A, unsigned AtA, class B, unsigned AtB, class C, unsigned AtC>
-union alignas(max(alignof(A), max(alignof(B), alignof(C)))) Explicit {
+union alignas(A) alignas(B) alignas(C) Explicit {
   At<A, AtA> a;
   At<B, AtB> b;
   At<C, AtC> c;
   using IsStruct = int;
   using IsExplicit = int;
-  template <class V>
-  static void each(V&& v) {
-    v.template field<A>(AtA);
-    v.template field<B>(AtB);
-    v.template field<C>(AtC);
+  static void each(auto&& v) {
+    v.template operator()<A>(AtA);
+    v.template operator()<B>(AtB);
+    v.template operator()<C>(AtC);
   }
 };
-// And of a size that is more than the field needs: an array in a value. Without a field: an empty struct.
+// And of a size that is more than the field needs: an array in a value.
 template <class A, unsigned Size>
 union Sized {
   A a;
   Byte bytes[Size];
   using IsStruct = int;
-  template <class V>
-  static void each(V&& v) {
-    v.template field<A>(0);
-  }
-};
-struct Empty {
-  Byte byte;
-  using IsStruct = int;
-  template <class V>
-  static void each(V&&) {}
+  static void each(auto&& v) { v.template operator()<A>(0); }
 };
 
 using Bytes3 = S3<Byte, Byte, Byte>;
@@ -119,64 +91,51 @@ using Vector2 = S2<float, float>;
 using Vector3 = S3<float, float, float>;
 using Wrapped = S1<S1<float>>;
 using TwoFloats = Explicit<float, 0, float, 4, float, 0>;
-using Quad = A4<float, float, float, float>;
+using Quad = A2<Vector2, Vector2>;
 using Fields =
     List<bool, char16_t, signed char, Byte, short, unsigned short, int, unsigned, long long, unsigned long long, float,
-         float, float, double, double, void*, Tiny, Plain, Object*, Vector2, Vector3, Wrapped, Bytes3, S2<double, char>,
-         S2<int, float>, Generic*, Array*, TwoFloats, Empty, Sized<float, 8>, P2<char, float>, Quad>;
+         float, float, double, double, void*, Tiny, Plain, Object*, Vector2, Vector3, Wrapped, Bytes3, S2<double, Byte>,
+         S2<int, float>, Generic*, Array*, TwoFloats, Sized<float, 8>, P2<Byte, float>, Quad>;
 
 // Structs of random fields, of at most 64 bytes.
 template <unsigned K, unsigned J>
 using Field = Fields::At<hash(K, J)>;
-template <unsigned K>
-using Random8 =
-    S8<Field<K, 0>, Field<K, 1>, Field<K, 2>, Field<K, 3>, Field<K, 4>, Field<K, 5>, Field<K, 6>, Field<K, 7>>;
-template <unsigned K>
-using Random4 = S4<Field<K, 0>, Field<K, 1>, Field<K, 2>, Field<K, 3>>;
 // One field in eight lies where it is not aligned.
-template <unsigned K, unsigned J, unsigned Range>
-constexpr unsigned offset =
-    hash(K, 40 + J) % Range / (hash(K, J) % 8 ? alignof(Field<K, J>) : 1) * (hash(K, J) % 8 ? alignof(Field<K, J>) : 1);
+template <unsigned K, unsigned J, unsigned Range, unsigned Step = hash(K, J) % 8 ? alignof(Field<K, J>) : 1>
+constexpr unsigned offset = hash(K, 40 + J) % Range / Step * Step;
 template <unsigned K, unsigned Range>
 using RandomExplicit =
     Explicit<Field<K, 0>, offset<K, 0, Range>, Field<K, 1>, offset<K, 1, Range>, Field<K, 2>, offset<K, 2, Range>>;
 template <unsigned K>
 struct Random {
-  using Largest = typename If<sizeof(Random8<K>) <= slot_size, Random8<K>, Random4<K>>::Type;
-  using Type = typename List<Largest, S1<Field<K, 0>>, S2<Field<K, 0>, Field<K, 1>>,
-                             S3<Field<K, 0>, Field<K, 1>, Field<K, 2>>, Random4<K>, RandomExplicit<K, 12>,
+  using Type = typename List<S1<Field<K, 0>>, S2<Field<K, 0>, Field<K, 1>>, S3<Field<K, 0>, Field<K, 1>, Field<K, 2>>,
+                             S4<Field<K, 0>, Field<K, 1>, Field<K, 2>, Field<K, 3>>, RandomExplicit<K, 12>,
                              RandomExplicit<K, 12>, RandomExplicit<K, 48>>::template At<hash(K, 50)>;
 };
 constexpr unsigned random_structs = 192;
 
-using Scalars = List<bool, char16_t, signed char, Byte, short, unsigned short, int, unsigned, long long,
-                     unsigned long long, float, float, float, double, double, void*, Tiny, Small, Plain, Large, Object*,
-                     Generic*, Array*, int*, float*, Vector3*>;
-// Shapes that the random ones may miss: each odd size, both classes in either order, alignments.
+using Scalars =
+    List<bool, char16_t, signed char, Byte, short, unsigned short, int, unsigned, long long, unsigned long long, float,
+         float, float, double, double, void*, Tiny, Plain, Object*, Generic*, Array*, int*, float*, Vector3*>;
+// Shapes that the random ones may miss: odd sizes, both classes in either order, alignments.
 using Chosen =
-    List<Vector2, Vector3, S4<float, float, float, float>, Bytes3, S2<Bytes3, S2<Byte, Byte>>, S2<Bytes3, Bytes3>,
-         S2<Bytes3, S4<Byte, Byte, Byte, Byte>>, S4<Byte, Byte, Byte, Byte>, S2<long long, double>,
-         S2<double, long long>, S2<double, double>, S2<float, double>, S3<int, float, double>, S2<Wrapped, Wrapped>,
-         S3<Vector2, float, short>, S3<double, double, double>, P2<char, float>, P2<char, double>, P2<int, short>,
-         P2<short, Vector2>, P2<float, Bytes3>, TwoFloats, Explicit<float, 0, double, 8, float, 4>,
-         Explicit<double, 0, float, 8, Empty, 12>, Explicit<int, 1, float, 0, float, 0>, Sized<float, 16>,
-         Sized<double, 16>, S2<Sized<float, 8>, double>, Empty, S2<Empty, float>, S2<double, Empty>,
-         S2<Generic*, double>, S2<TwoFloats, TwoFloats>, Quad, S2<Quad, float>, A2<long long, double>,
-         A2<Vector3, Vector3>, A2<long long, long long>, G2<float, float>, G2<int, double>, S2<G2<float, float>, float>,
-         S8<double, double, double, double, double, double, double, double>, S4<Vector3, Vector3, Vector3, Vector3>>;
+    List<Vector2, Vector3, Bytes3, S2<Bytes3, S2<Byte, Byte>>, S2<Bytes3, Bytes3>, S2<long long, double>,
+         S2<double, long long>, S2<double, double>, S3<int, float, double>, S2<Wrapped, Wrapped>,
+         S3<double, double, double>, P2<Byte, double>, P2<float, Bytes3>, Explicit<float, 0, double, 8, float, 4>,
+         Explicit<int, 1, float, 0, float, 0>, Sized<double, 16>, S2<Generic*, double>, Quad, A2<long long, double>,
+         A2<long long, long long>, S4<Vector3, Vector3, Vector3, Vector3>>;
 
 template <class T>
 struct Only {
   using Type = T;
 };
-template <unsigned H, unsigned Kind = hash(H, 60) % 8>
-struct Pick : Only<Scalars::At<hash(H, 61)>> {};
 template <unsigned H>
-struct Pick<H, 0> : Only<Chosen::At<hash(H, 62)>> {};
-template <unsigned H>
-struct Pick<H, 1> : Random<hash(H, 63) % random_structs> {};
-template <unsigned H>
-struct Pick<H, 2> : Random<hash(H, 64) % random_structs> {};
+using Scalar = Only<Scalars::At<hash(H, 61)>>;
+/// The last two kinds are for an instance, and for no result.
+template <unsigned H, unsigned Kind>
+using Pick = typename List<Only<Chosen::At<hash(H, 62)>>, Random<hash(H, 63) % random_structs>,
+                           Random<hash(H, 64) % random_structs>, Scalar<H>, Scalar<H>, Scalar<H>, Scalar<H>, Scalar<H>,
+                           Only<Object*>, Only<void>>::template At<Kind>::Type;
 
 // ---- Cases ---------------------------------------------------------------------------------------------------------
 
@@ -192,17 +151,13 @@ struct Case {
     return wanted < instance ? 1u : wanted;
   }();
   template <unsigned P>
-  using Argument = typename If<instance && P == 0, Only<Object*>, Pick<hash(I, P)>>::Type::Type;
-  using Result = typename If<hash(I, 73) % 10 == 0, Only<void>, Pick<hash(I, 74)>>::Type::Type;
+  using Argument = Pick<hash(I, P), instance && P == 0 ? 8 : hash(hash(I, P), 60) % 8>;
+  using Result = Pick<hash(I, 74), hash(I, 73) % 10 == 0 ? 9 : hash(hash(I, 74), 60) % 8>;
 };
 
-template <unsigned... I>
-struct Numbers {};
 template <class T, T... I>
-struct ToNumbers {
-  using Type = Numbers<I...>;
-};
+struct Numbers {};
 template <unsigned N>
-using UpTo = typename __make_integer_seq<ToNumbers, unsigned, N>::Type;
+using UpTo = __make_integer_seq<Numbers, unsigned, N>;
 
 }  // namespace signatures

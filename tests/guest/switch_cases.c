@@ -7,42 +7,24 @@ typedef unsigned long u64;
 #define CONCAT(a, b) CONCAT_(a, b)
 
 // `plain` is added in the one form, gs in the other: movq %gs:(%rax), %rax has four bytes, too few for a jump.
-#define GS_LOAD(to) __asm__ volatile("movq %%gs:(%0), %0" : "+a"(to))
-#define PLAIN_LOAD(to) __asm__ volatile("movq 0x20000000(%0), %0" : "+a"(to))
+#define LOAD(place, at)                                       \
+  ({                                                          \
+    u64 word_ = (at);                                         \
+    __asm__ volatile("movq " place "(%0), %0" : "+a"(word_)); \
+    word_;                                                    \
+  })
 
-#define SWITCHES(name, LOAD)                                                    \
+#define SWITCHES(name, place)                                                   \
   __attribute__((noinline)) static u64 CONCAT(name, _inner)(u64 kind, u64 at) { \
     u64 word = at;                                                              \
     switch (kind) {                                                             \
-      case 0:                                                                   \
-        LOAD(word);                                                             \
-        word *= 3;                                                              \
-        break;                                                                  \
-      case 1:                                                                   \
-        word += 8;                                                              \
-        LOAD(word);                                                             \
-        break;                                                                  \
-      case 2:                                                                   \
-        word ^= 16;                                                             \
-        LOAD(word);                                                             \
-        word += 5; /* fall through */                                           \
-      case 3:                                                                   \
-        word = word % 64 * 8;                                                   \
-        LOAD(word);                                                             \
-        break;                                                                  \
-      case 5:                                                                   \
-        LOAD(word);                                                             \
-        word = word << 7 | word >> 57;                                          \
-        break;                                                                  \
-      case 6:                                                                   \
-        word += 24;                                                             \
-        LOAD(word);                                                             \
-        word -= 1;                                                              \
-        break;                                                                  \
-      case 9:                                                                   \
-        word |= 32;                                                             \
-        LOAD(word);                                                             \
-        break;                                                                  \
+      case 0: word = LOAD(place, word) * 3; break;                              \
+      case 1: word = LOAD(place, word + 8); break;                              \
+      case 2: word = LOAD(place, word ^ 16) + 5; /* fall through */             \
+      case 3: word = LOAD(place, word % 64 * 8); break;                         \
+      case 5: word = LOAD(place, word) << 7; break;                             \
+      case 6: word = LOAD(place, word + 24) - 1; break;                         \
+      case 9: word = LOAD(place, word | 32); break;                             \
       default: word = ~word;                                                    \
     }                                                                           \
     return word;                                                                \
@@ -55,12 +37,7 @@ typedef unsigned long u64;
         case 0: sum += CONCAT(name, _inner)(kind, at); break;                   \
         case 1: sum ^= CONCAT(name, _inner)(kind + 1, at); break;               \
         case 2: sum -= at; break;                                               \
-        case 3: {                                                               \
-          u64 word = at;                                                        \
-          LOAD(word);                                                           \
-          sum = sum * 31 + word;                                                \
-          break;                                                                \
-        }                                                                       \
+        case 3: sum = sum * 31 + LOAD(place, at); break;                        \
         case 4: sum = sum << 3 | sum >> 61; break;                              \
         case 6: sum += CONCAT(name, _inner)(kind, at + 8) * 5; break;           \
         default: sum += i;                                                      \
@@ -69,5 +46,5 @@ typedef unsigned long u64;
     return sum;                                                                 \
   }
 
-SWITCHES(gs_switch_, GS_LOAD)
-SWITCHES(plain_switch_, PLAIN_LOAD)
+SWITCHES(gs_switch_, "%%gs:")
+SWITCHES(plain_switch_, "0x20000000")

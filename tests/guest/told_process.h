@@ -17,17 +17,16 @@ struct ToldProcess {
 /// Starts a probe of a guest, waits until it told `awaited` and then up to `ms` for its end, and kills it.
 inline ToldProcess run_and_kill(const std::wstring& guest, const std::wstring& probe, const std::string& awaited,
                                 DWORD ms) {
-  const std::wstring folder = program_folder(), told_path = folder + guest + L".told";
+  const std::wstring told_path = program_folder() + guest + L".told";
   SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
   auto told = own_handle(CreateFileW(told_path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
                                      CREATE_ALWAYS, 0, nullptr));
-  const UniqueHandle process = start_process(
-      L"\"" + program_path() + L"\" \"" + folder + L"guests\\" + guest + L".dylib\" " + probe, told.get());
+  const UniqueHandle process =
+      start_process(L"\"" + program_path() + L"\" guests\\" + guest + L".dylib " + probe, told.get());
   ToldProcess result;
-  if (!told || !process) return result;
   const ULONGLONG limit = GetTickCount64() + 30'000;
   while (WaitForSingleObject(process.get(), 1) == WAIT_TIMEOUT && GetTickCount64() < limit) {
-    if (read_file(told_path).find(awaited) != std::string::npos) break;
+    if (read_file(told_path).contains(awaited)) break;
   }
   WaitForSingleObject(process.get(), ms);
   TerminateProcess(process.get(), ToldProcess::killed);

@@ -1,4 +1,4 @@
-# Frames that no unwinder takes off by compact unwind information, and exception tables that nobody wrote so.
+// Frames that no unwinder takes off by compact unwind information, and exception tables that nobody wrote so.
         .text
 
         .macro  frame name
@@ -8,25 +8,25 @@ _\name:
         .endm
 
 
-# Described by DWARF alone.
+// Described by DWARF alone.
         frame   throw_from_dwarf_frame
         .cfi_startproc
         subq    $8, %rsp
         .cfi_adjust_cfa_offset 8
-        callq   _throw_escaped
+        callq   _uncaught_class
         ud2
         .cfi_endproc
 
-# Not described at all.
+// Not described at all.
         frame   throw_from_bare_frame
         subq    $8, %rsp
-        callq   _throw_escaped
+        callq   _uncaught_class
         ud2
 
-# Says that it saves seven registers, of six that there are.
+// Says that it saves seven registers, of six that there are.
         frame   throw_from_seven_registers
         subq    $8, %rsp
-        callq   _throw_escaped
+        callq   _uncaught_class
         ud2
 Lseven_end:
         .section __LD,__compact_unwind,regular,debug
@@ -42,7 +42,7 @@ Lseven_end:
         .cfi_lsda 16, \table
         subq    $8, %rsp
         .cfi_def_cfa_offset 16
-        callq   _throw_escaped
+        callq   _uncaught_class
         ud2
         .cfi_endproc
         .endm
@@ -53,9 +53,9 @@ Lseven_end:
         .section __TEXT,__gcc_except_tab
         .p2align 2
 unsupported_pointers:
-        .byte   255, 255, 5, 4, 1, 1, 1, 0      # the call sites' encoding is none
+        .byte   255, 255, 5, 4, 1, 1, 1, 0      // the call sites' encoding is none
 damaged_call_sites:
-        .byte   255, 255, 1                     # LPStart and TType omitted, call sites in uleb128
+        .byte   255, 255, 1                     // LPStart and TType omitted, call sites in uleb128
         .byte   0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F
 
-        .subsections_via_symbols        # the linker takes tables apart at their symbols
+        .subsections_via_symbols        // the linker takes tables apart at their symbols

@@ -1,5 +1,6 @@
 #include "support/damage.h"
 
+#include <algorithm>
 #include <memory>
 #include <random>
 
@@ -19,13 +20,8 @@ class Random {
 
   /// A number that computations go wrong with, or any of up to 64 bits.
   std::uint64_t number() {
-    // clang-format off
-    static constexpr std::uint64_t edges[] = {
-        0, 1, 4, 8, 0x1000, 0x3000, 0x7FFF, 0xFFFF, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, text_vmaddr, data_vmaddr,
-        std::uint64_t{1} << 60, std::uint64_t{1} << 63, ~std::uint64_t{0}};
-    // clang-format on
-    if (one_in(4)) return engine_() >> below(64);
-    return edges[below(std::size(edges))] + below(17) - 8;
+    static constexpr std::uint64_t edges[] = {0, 4, 0x1000, 0x7FFF, 0xFFFF, 0xFFFFFFFF, data_vmaddr, 1ull << 63};
+    return one_in(4) ? engine_() >> below(64) : edges[below(std::size(edges))] + below(17) - 8;
   }
 
   /// Changes one field of `size` bytes to another number, or a little.
@@ -66,33 +62,17 @@ ImageDraft draft_without_code() {
   return draft;
 }
 
-/// Opcodes of every kind with operands of every size, for any of the segments.
-Bytes random_opcodes(Random& random) {
-  Bytes stream;
-  for (std::uint64_t n = 1 + random.below(30); n > 0; --n) {
-    const std::uint64_t opcode = random.below(16) << 4;
-    stream.u8(opcode | random.below(random.one_in(4) ? 16 : 4));
-    if (opcode == BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM && random.one_in(2)) stream.c_string("_malloc");
-    for (std::uint64_t operands = random.below(3); operands > 0; --operands) {
-      stream.uleb(random.one_in(2) ? random.number() : random.below(0x200) * 8);
-    }
-  }
-  return stream;
-}
-
 void change_draft(Random& random, ImageDraft& draft) {
   Bytes* const tables[] = {&draft.rebase, &draft.bind, &draft.lazy_bind, &draft.exports};
   Bytes& table = *tables[random.below(std::size(tables))];
-  switch (random.below(5)) {
-    case 0: table = random_opcodes(random); break;
+  switch (random.below(4)) {
+    case 0: std::ranges::generate(table, [&] { return std::byte(random.below(256)); }); break;
     case 1: table.resize(random.below(table.size() + 1)); break;
-    case 2: {
-      Bytes& data = draft.segments[data_segment].content;
-      const std::size_t words[] = {0, category_offset, category_offset + 8, category_offset + 16, category_offset + 24};
-      random.change_field(data, words[random.below(std::size(words))], 8);
+    case 2: {  // the list of categories, or a field of the category
+      const std::uint64_t field = random.below(5);
+      random.change_field(draft.segments[data_segment].content, field == 0 ? 0 : category_offset + 8 * (field - 1), 8);
       break;
     }
-    case 3: draft.symbols.resize(random.below(200), {"_another", N_SECT, text_vmaddr + random.below(0x2000)}); break;
     default: random.change_byte(table, 0, table.size());
   }
 }
@@ -102,18 +82,13 @@ void change_file(Random& random, Bytes& file) {
   std::memcpy(&header, file.data(), sizeof header);
   const std::size_t commands_end = sizeof header + std::min<std::uint32_t>(header.sizeofcmds, header_room / 2);
   const std::size_t link_edit = file.size() - file.size() % file_alignment;  // streams, trie, symbols
+  const std::size_t size = random.one_in(2) ? 4 : 8;
   switch (random.below(8)) {
-    case 0:
-      file.resize(random.one_in(2) ? random.below(file.size()) : link_edit + random.below(file.size() - link_edit + 1));
-      file.pad_to(header_room);
-      break;
+    case 0: file.resize(random.below(file.size())), file.pad_to(header_room); break;
     case 1:
     case 2: random.change_byte(file, link_edit, file.size()); break;
     case 3: random.change_byte(file, 0, commands_end); break;
-    default: {
-      const std::size_t size = random.one_in(2) ? 4 : 8;
-      random.change_field(file, random.below(commands_end / size) * size, size);
-    }
+    default: random.change_field(file, random.below(commands_end / size) * size, size);
   }
 }
 
@@ -126,9 +101,8 @@ Bytes damaged_image(std::uint64_t seed) {
   for (; changes > 0 && random.one_in(2); --changes) change_draft(random, draft);
   Bytes file = build_image(draft);
   for (; changes > 0; --changes) change_file(random, file);
-  if (!random.one_in(8)) return file;
-  file = build_universal({{CPU_TYPE_X86_64, file}, {0x0100000C, Bytes().u64(0)}});
-  if (random.one_in(2)) random.change_byte(file, 0, 48);
+  if (random.one_in(8)) file = build_universal({{CPU_TYPE_X86_64, file}, {0x0100000C, Bytes().u64(0)}});
+  if (random.one_in(8)) random.change_byte(file, 0, 48);
   return file;
 }
 
@@ -144,14 +118,13 @@ Bytes damaged_patch_list(std::uint64_t seed) {
   trampoline.pad_to(trampoline.size() + 4).u8(0xFF).u8(0x25).u32(0).u64(0);
   std::vector<PatchEntry> entries;
   for (std::uint64_t n = random.below(40); n > 0; --n) {
-    const auto length = static_cast<std::size_t>(random.one_in(200) ? random.below(10) : 5 + random.below(5));
-    const auto site = static_cast<std::uint32_t>(random.one_in(200) ? random.number() : text + n * 16);
-    const auto slot = static_cast<std::uint16_t>(random.one_in(200) ? random.number() : 2);
-    entries.push_back({site, std::span(expected).first(length), slot, trampoline});
+    const std::uint64_t site = random.one_in(200) ? random.number() : text + n * 16;
+    const std::uint64_t slot = random.one_in(200) ? random.number() : 2;
+    const std::size_t length = random.one_in(200) ? random.below(10) : 5 + random.below(5);
+    entries.push_back({static_cast<std::uint32_t>(site), std::span(expected).first(length),
+                       static_cast<std::uint16_t>(slot), trampoline});
   }
-  const auto sound = write_patch_list(entries);
-  Bytes list;
-  list.append(sound);
+  Bytes list = Bytes().append(write_patch_list(entries));
   for (std::uint64_t changes = random.below(3); changes > 0; --changes) {
     switch (random.below(4)) {
       case 0: random.change_byte(list, 0, list.size()); break;
@@ -169,18 +142,13 @@ void damage_unwind_information(Bytes& image, std::uint64_t seed) {
   record->file_data = image.data();
   record->file_size = image.size();
   if (!macho_read_commands(*record)) return;
-  for (int i = 0; i < record->section_count; ++i) {
-    const MachSection& section = record->sections[i];
+  constexpr std::size_t personality_count = 16;  // unwind_info_section_header.personalityArrayCount
+  for (const MachSection& section : std::span(record->sections, record->section_count)) {
     if (std::strcmp(section.sectname, "__unwind_info") != 0) continue;
     const std::size_t begin = section.addr - record->segments[0].vmaddr;  // __TEXT takes the file from its start
-    constexpr std::size_t personality_count = 16;  // unwind_info_section_header.personalityArrayCount
     for (std::uint64_t changes = 1 + random.below(4); changes > 0; --changes) {
-      const std::size_t end = begin + section.size;
-      if (random.one_in(2)) {
-        random.change_byte(image, begin, end);
-      } else {
-        random.change_field(image, begin + random.below(section.size / 4) * 4, 4);
-      }
+      const std::size_t place = begin + random.below(section.size / 4) * 4;
+      random.one_in(2) ? random.change_byte(image, begin, begin + section.size) : random.change_field(image, place, 4);
     }
     image.put_at(begin + personality_count, std::uint32_t{0});
   }

@@ -38,6 +38,16 @@ UniqueHandle start_process(std::wstring command_line, HANDLE output = nullptr);
 Ending run_host(const std::wstring& arguments, const Environment& environment = {},
                 const std::wstring& folder = program_folder());
 
+/// The first of these parts that does not come in the text behind the one before; empty when all do.
+inline std::string missing_part(const std::string& text, const std::vector<std::string>& parts) {
+  std::size_t at = 0;
+  for (const std::string& part : parts) {
+    if ((at = text.find(part, at)) == std::string::npos) return part;
+    at += part.size();
+  }
+  return {};
+}
+
 std::string read_file(const std::wstring& path);
 bool write_file(const std::wstring& path, const std::string& bytes);
 

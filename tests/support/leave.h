@@ -16,4 +16,12 @@ namespace vlm::test {
   for (;;) Sleep(INFINITE);
 }
 
+/// For a handler behind the library's own. How a system goes on is left out: it may take long to look for handlers in
+/// frames of game code, which it cannot unwind, and to call a debugger.
+inline LONG CALLBACK end_when_crashed(EXCEPTION_POINTERS* exception) {
+  const DWORD code = exception->ExceptionRecord->ExceptionCode;
+  if (code >= 0xC0000000) TerminateProcess(GetCurrentProcess(), code);  // others are debug output and the like
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
 }  // namespace vlm::test
