@@ -44,43 +44,33 @@ GUEST_TEST(values_are_read_as_the_kind_that_is_asked_for) {
   NSArray *array = [NSArray arrayWithObject:@"12"];
   const struct {
     NSObject *value;
-    bool is_text;
     double number;
     long long integer;
-  } rows[] = {{[NSNumber numberWithBool:YES], false, 1, 1},
-              {[NSNumber numberWithDouble:0.5], false, 0.5, 0},
-              {[NSNumber numberWithLongLong:-(1l << 62)], false, -0x1p62, -(1l << 62)},
-              {@"12", true, 0, 0},
-              {array, false, 0, 0},
-              {nil, false, 0, 0}};
+  } rows[] = {{@YES, 1, 1},  {@0.5, 0.5, 0}, {@(-(1ll << 62)), -0x1p62, -(1ll << 62)},
+              {@"12", 0, 0}, {array, 0, 0}, {nil, 0, 0}};
   for (const auto &row : rows) {
     [store() setObject:row.value forKey:@"key"];
-    CHECK(([store() stringForKey:@"key"] != nil) == row.is_text && [store() boolForKey:@"key"] == (row.integer != 0));
+    CHECK([store() objectForKey:@"key"] == row.value || row.value != array);
+    CHECK(([store() stringForKey:@"key"] != nil) == [row.value isKindOfClass:[NSString class]]);
     CHECK([store() doubleForKey:@"key"] == row.number && [store() longLongForKey:@"key"] == row.integer);
+    CHECK([store() boolForKey:@"key"] == (row.integer != 0));
   }
-  [store() setObject:array forKey:@"key"];
-  CHECK([store() objectForKey:@"key"] == array && [store() synchronize] == YES);
-  [store() removeObjectForKey:@"key"];
+  CHECK([store() synchronize] == YES);
 }
 
 GUEST_TEST(only_a_change_writes_the_file) {
   NSMutableString *text = [[NSMutableString alloc] initWithString:@"abc"];
   NSString *ball = @"ボール";  // the compiler makes UTF-16 of it
   CHECK(writes(^{ [store() setLongLong:1 forKey:@"n"]; }));
-  CHECK(!writes(^{ [store() setLongLong:1 forKey:@"n"]; }));
   CHECK(!writes(^{ [store() setBool:YES forKey:[NSString stringWithUTF8String:"n"]]; }));
-  CHECK(writes(^{ [store() setDouble:1 forKey:@"n"]; }));
-  CHECK(writes(^{ [store() setString:@"1" forKey:@"n"]; }));
+  CHECK(writes(^{ [store() setDouble:1 forKey:@"n"]; }) && writes(^{ [store() setString:@"1" forKey:@"n"]; }));
   CHECK(!writes(^{ [store() setObject:[NSString stringWithUTF8String:"1"] forKey:@"n"]; }));
   CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }));
   [text appendString:@"d"];
   CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }) && is_text([store() stringForKey:@"n"], "abcd"));
-  CHECK(!writes(^{ [store() setString:@"abcd" forKey:@"n"]; }));
   CHECK(writes(^{ [store() setString:ball forKey:ball]; }));
   CHECK(!writes(^{ [store() setString:[ball copy] forKey:[ball copy]]; }));
-  CHECK(is_text([store() stringForKey:ball], "ボール"));
-  CHECK(!writes(^{ [store() removeObjectForKey:nil]; }));
-  CHECK(writes(^{ [store() removeObjectForKey:@"n"]; }));
+  CHECK(!writes(^{ [store() removeObjectForKey:nil]; }) && writes(^{ [store() removeObjectForKey:@"n"]; }));
 }
 
 static void remove_all() {
@@ -89,7 +79,6 @@ static void remove_all() {
 
 GUEST_TEST(the_file_holds_every_entry_in_its_order) {
   remove_all();
-  CHECK(same(file_bytes(), ""));
   [store() setString:@"a\tb\nc\\d\re" forKey:@"tab\tfeed\nback\\"];
   [store() setLongLong:(long long)(1ul << 63) forKey:@"first"];
   [store() setObject:[NSArray array] forKey:@"in memory alone"];
@@ -99,42 +88,31 @@ GUEST_TEST(the_file_holds_every_entry_in_its_order) {
   [store() setBool:YES forKey:nil];
   [store() removeObjectForKey:@"again"];
   [store() setString:@"at\0the end" forKey:@"again"];
-  [store() setString:@"cut" forKey:@"NUL\0cut"];
-  CHECK(same(file_bytes(), "s\ttab\\tfeed\\nback\\\\\ta\\tb\\nc\\\\d\re\n"
-                           "d\tfirst\tinf\n"
-                           "d\tsecond\t-1.0000000000000001e+300\n"
-                           "i\t\t1\n"
-                           "s\tagain\tat\n"
-                           "s\tNUL\tcut\n"));
-  CHECK(is_text([store() stringForKey:@"NUL\0another"], "cut"));
-
+  CHECK(same(file_bytes(), "s\ttab\\tfeed\\nback\\\\\ta\\tb\\nc\\\\d\re\nd\tfirst\tinf\n"
+                           "d\tsecond\t-1.0000000000000001e+300\ni\t\t1\ns\tagain\tat\n"));
   NSDictionary *all = [store() dictionaryRepresentation];
-  CHECK([all count] == 7 && is_text([[all allKeys] objectAtIndex:2], "in memory alone"));
   [store() removeObjectForKey:@"again"];
-  CHECK([all objectForKey:@"again"] != nil);  // a copy
+  CHECK([all count] == 6 && [all objectForKey:@"again"] != nil);  // a copy
 }
 
 GUEST_TEST(threads_do_not_lose_each_others_changes) {
   constexpr int64 threads = 4, changes = 25;
   remove_all();
+  [store() setLongLong:7 forKey:@"shared"];
   run_on_threads(threads, [](int64 number) {
     NSString *key = [NSString stringWithFormat:@"thread %ld", number];
     for (int64 i = 1; i <= changes; ++i) {
       [store() setLongLong:i forKey:key];
-      [store() setBool:i % 2 forKey:@"shared"];
+      [store() setLongLong:7 forKey:@"shared"];
       CHECK([store() longLongForKey:key] == i && [[store() dictionaryRepresentation] count] <= threads + 1);
     }
   });
-  CHECK([[store() dictionaryRepresentation] count] == threads + 1);
-  const char *const bytes = file_bytes();  // saves have not mixed
-  uint64 size = 0;
+  NSMutableString *expected = [NSMutableString new];  // saves have not mixed
   for (NSString *key in [[store() dictionaryRepresentation] allKeys]) {
-    char line[64];
-    snprintf(line, sizeof line, "i\t%s\t%lld\n", [key UTF8String], [store() longLongForKey:key]);
-    CHECK(strncmp(bytes + size, line, strlen(line)) == 0);
-    size += strlen(line);
+    const int value = [key isEqualToString:@"shared"] ? 7 : 25;
+    [expected appendString:[NSString stringWithFormat:@"i\t%s\t%d\n", [key UTF8String], value]];
   }
-  CHECK(bytes[size] == 0);
+  CHECK([[store() dictionaryRepresentation] count] == threads + 1 && is_text(expected, file_bytes()));
 }
 
 // ---- The plug-in ----------------------------------------------------------------------------------------------------
@@ -145,45 +123,32 @@ static Result call(const char *name, Arguments... arguments) {
   return reinterpret_cast<Result (*)(Arguments...)>(dlsym(plug_in, name))(arguments...);
 }
 
-/// Also gives the text back.
-template <class... Arguments>
-static bool gives(const char *expected, const char *name, Arguments... arguments) {
-  char *const text = call<char *>(name, arguments...);
-  const bool good = same(text, expected);
-  free(text);
-  return good;
-}
-
 GUEST_TEST(managed_code_reaches_the_store_through_the_plug_in) {
   remove_all();
-  CHECK(call<int32>("QKCloud_Synchronize") == 1);
-  CHECK(gives("", "QKCloud_RetrieveAllCloudKeys", ";"));
+  CHECK(call<int32>("QKCloud_Synchronize") == 1 && same(call<char *>("QKCloud_RetrieveAllCloudKeys", ";"), ""));
   call<void>("QKCloud_SetIntForKey", -5, "a");
   call<void>("QKCloud_SetFloatForKey", 0.1f, "b");
   call<void>("QKCloud_SetStringForKey", "text", "c");
   call<void>("QKCloud_SetBoolForKey", 256, "d");
   CHECK(call<int64>("QKCloud_IntForKey", "a") == -5 && call<float>("QKCloud_FloatForKey", "b") == 0.1f);
-  CHECK(gives("text", "QKCloud_StringForKey", "c") && call<int32>("QKCloud_BoolForKey", "d") == 1);
-  CHECK(call<char *>("QKCloud_StringForKey", "a") == nullptr && call<int64>("QKCloud_IntForKey", "none") == 0);
+  char *const text = call<char *>("QKCloud_StringForKey", "c");
+  CHECK(same(text, "text") && call<int32>("QKCloud_BoolForKey", "d") == 1);
+  free(text);
+  CHECK(call<int64>("QKCloud_IntForKey", "e") == 0 && call<char *>("QKCloud_StringForKey", "a") == nullptr);
   CHECK(same(file_bytes(), "i\ta\t-5\nd\tb\t0.10000000149011612\ns\tc\ttext\ni\td\t1\n"));
   call<void>("QKCloud_RemoveForKey", "c");
-  CHECK(gives("a;b;d", "QKCloud_RetrieveAllCloudKeys", ";"));
   static char separator[1000], joined[2100];
-  for (char &c : separator) c = '-';
-  separator[sizeof separator - 1] = 0;
+  memset(separator, '-', sizeof separator - 1);
   snprintf(joined, sizeof joined, "a%sb%sd", separator, separator);
-  CHECK(gives(joined, "QKCloud_RetrieveAllCloudKeys", separator));
+  CHECK(same(call<char *>("QKCloud_RetrieveAllCloudKeys", separator), joined));
 }
 
 // ---- Probes ---------------------------------------------------------------------------------------------------------
 
-// What is changed stays in memory, whatever the disk does.
-
-/// A change of 1 MB.
+// What is changed stays in memory, whatever the disk does. The first change is of 1 MB.
 extern "C" int64 change_once() {
   static char large[1 << 20];
-  for (char &c : large) c = 'x';
-  large[sizeof large - 1] = 0;
+  memset(large, 'x', sizeof large - 1);
   [store() setString:[NSString stringWithUTF8String:large] forKey:@"large"];
   return [[store() stringForKey:@"large"] length] == sizeof large - 1 ? 0 : 1;
 }
@@ -200,7 +165,7 @@ extern "C" int64 change_ten_times() {
 /// that is saved. Goes on where the store ends, which has to be as a step left it.
 extern "C" int64 save_until_killed() {
   static char padding[970];
-  for (char &c : padding) c = 'x';
+  memset(padding, 'x', sizeof padding);
   const auto text_of = [](int64 step) {
     return [NSString stringWithFormat:@"%ld %.*s", step, (int)(step % 97 * 10), padding];
   };
