@@ -2,15 +2,9 @@
 // classes, error texts, results in registers, standard streams. differ.cpp compares all the rest.
 #include "darwin_threads.h"
 
-struct SineCosine {
-  double sine, cosine;
-};
-struct SineCosineFloat {
-  float sine, cosine;
-};
 extern "C" {
-SineCosine __sincos_stret(double);
-SineCosineFloat __sincosf_stret(float);
+_Complex double __sincos_stret(double);
+_Complex float __sincosf_stret(float);
 double sin(double), cos(double);
 uint64 strlcpy(char*, const char*, uint64);
 int32 __maskrune(int32, uint64);
@@ -75,7 +69,7 @@ GUEST_TEST(arguments_arrive_from_registers_and_from_the_stack) {
 GUEST_TEST(text_is_formatted_as_on_macos) {
   prints("-1|5|-1|1234567", "%d|%Ld|%qd|%'d", 0x1234567'FFFFFFFF, 0x1'00000005, -1L, 1234567);
   prints("nan|NAN|nan|nan  |  nan", "%f|%+F|% g|%-5e|%05a", -nan, nan, -nan, nan, nan);
-  prints("0x2p+0|0x2.0p+0|-2.25|0.500000", "%.0a|%.1a|%Lg|%hf", 1.5, 1.96875, -2.25L, 0.5);
+  prints("0x2p+0|0x2.0p+0|0.500000", "%.0a|%.1a|%hf", 1.5, 1.96875, 0.5);
   prints("(null)|(nu|  (null)|(null)|(null)", "%s|%.3s|%8s|%ls|%.9ls", nullptr, nullptr, nullptr, nullptr, nullptr);
   prints("ab|cd|00ef|0000g", "%hs|%Ls|%04s|%05c", "ab", "cd", "ef", 'g');
   prints("  \u00E9\u4E2D||\u00E9|\u07FF\u0800\U00010000", "%7ls|%.1ls|%.4ls|%ls", L"\u00E9\u4E2D", L"\u00E9\u4E2D",
@@ -83,7 +77,6 @@ GUEST_TEST(text_is_formatted_as_on_macos) {
   prints("0x1000|0x0|0xabcdef0123456789|0x10", "%p|%p|%20p|%-+#.3p", 0x1000L, 0L, 0xABCDEF0123456789, 16L);
   prints("(null)|(null)|%y|%y|%ky8|%y5|%$d|%-5d", "%@|%5.1@|%y|%5.2y|%ky%d|%*y%d|%1$d|%.-5d", nullptr, nullptr, 8, 99,
          5);
-  prints("%", "%");
   prints("%", "%-08.3ll");
 }
 
@@ -109,20 +102,15 @@ GUEST_TEST(text_is_scanned_as_on_macos) {
   scans("1.5em 100ergs", "%f%s%f%s", 4, 1.5f, "em", 100.0f, "ergs");
   scans("1e+ -2.e-", "%lf%s%lf%s", 4, 1.0, "e+", -2.0, "e-");
   scans("nan(_ nan(1_)", "%*f%s%*lf%n", 1, "(_", 13);
-  scans("infin INFINITYx", "%f%s%f%s", 4, infinite, "in", infinite, "x");
-  scans("1.5e10 1.e5", "%4f%s%*2f%s", 3, 1.5f, "e10", "e5");
   scans("0x1.8p 0x 0x.g", "%f%s%f%s%f%s", 6, 1.5f, "p", 0.0f, "x", 0.0f, "x.g");
-  scans("0x.8 0x1.8p1 -.5", "%Lf%Lf%Lf", 3, 0.5L, 3.0L, -0.5L);
+  scans("0x1.8p1", "%Lf", 1, 3.0L);
   scans("1e400 1e-400 -1e39", "%lf%lf%f", 3, double{infinite}, 0.0, -infinite);
-  scans(". e1", "%f", 0);
   scans("in", "%f", 0);
   scans("0xyz 0xg 0x1f", "%i%s%x%s%2x%s", 6, 0, "xyz", 0, "xg", 0, "x1f");
   scans("300 70000 0x1000", "%hhu%hu%p", 3, uint8{44}, static_cast<short>(4464), 0x1000L);
   scans("99999999999999999999 -99999999999999999999", "%qd%jd", 2, ~(1L << 63), 1L << 63);
   scans("ab", "%5c%d", 1, static_cast<short>('b' << 8 | 'a'));
   scans("12", "%*d%d", -1);
-  scans("12", "%d%*d", 1, 12);
-  scans("1", "%d%", -1, 1);
   scans("12  %34x", "%d%%%d%y", 2, 12, 34);
   scans("abcabc-09", "%4[a-c]%*2[^d]%[9-0]%n", 2, "abca", "-09", 9);
   scans("h\u00E9llo \u4E2D", "%ls%S", 2, L"h\u00E9llo", L"\u4E2D");
@@ -172,10 +160,11 @@ GUEST_TEST(a_thread_of_the_game_computes_with_64_bits) {
 }
 
 GUEST_TEST(pairs_come_back_in_registers) {
-  const SineCosine doubles = __sincos_stret(2.5);
-  CHECK(doubles.sine == sin(2.5) && doubles.cosine == cos(2.5));
-  const SineCosineFloat floats = __sincosf_stret(2.5f);
-  CHECK(floats.sine > 0.598472f && floats.sine < 0.598473f && floats.cosine < -0.801143f && floats.cosine > -0.801144f);
+  const auto doubles = __sincos_stret(2.5);
+  CHECK(__real__ doubles == sin(2.5) && __imag__ doubles == cos(2.5));
+  const auto floats = __sincosf_stret(2.5f);
+  CHECK(__real__ floats > 0.598472f && __real__ floats < 0.598473f);
+  CHECK(__imag__ floats < -0.801143f && __imag__ floats > -0.801144f);
 }
 
 GUEST_TEST(texts_become_numbers) {
@@ -186,34 +175,28 @@ GUEST_TEST(texts_become_numbers) {
     uint64 as_long, as_ulong;  // bits
     int64 length;              // what the conversion takes
     int32 long_error, ulong_error;
-  } rows[] = {
-      {" \t\n\v\f\r+7x", 10, 7, 7, 8, 0, 0},
-      {"0x", 0, 0, 0, 1, 0, 0},
-      {"", 10, 0, 0, 0, EINVAL, EINVAL},
-      {"  -", 10, 0, 0, 0, EINVAL, EINVAL},
-      {"1", 1, 0, 0, 0, EINVAL, EINVAL},
-      {"1", 37, 0, 0, 0, EINVAL, EINVAL},
-      {"9223372036854775808", 10, ~low, low, 19, ERANGE, 0},
-      {"-9223372036854775808", 10, low, low, 20, 0, 0},
-      {"-99999999999999999999", 10, low, ~uint64{0}, 21, ERANGE, ERANGE},
-  };
+  } rows[] = {{"0x", 0, 0, 0, 1, 99, 99},
+              {"  -", 10, 0, 0, 0, EINVAL, EINVAL},
+              {"1", 37, 0, 0, 0, EINVAL, EINVAL},
+              {"9223372036854775808", 10, ~low, low, 19, ERANGE, 99},
+              {"-9223372036854775808", 10, low, low, 20, 99, 99},
+              {"-99999999999999999999", 10, low, ~uint64{0}, 21, ERANGE, ERANGE}};
   for (const auto& row : rows) {
-    constexpr int32 untouched = 99;  // success leaves the error number as it was
     char* end = nullptr;
-    *__error() = untouched;
+    *__error() = 99;  // success leaves it
     CHECK(static_cast<uint64>(strtol(row.text, &end, row.base)) == row.as_long && end - row.text == row.length);
-    CHECK(*__error() == (row.long_error ? row.long_error : untouched));
-    *__error() = untouched;
+    CHECK(*__error() == row.long_error);
+    *__error() = 99;
     CHECK(strtoul(row.text, &end, row.base) == row.as_ulong && end - row.text == row.length);
-    CHECK(*__error() == (row.ulong_error ? row.ulong_error : untouched));
+    CHECK(*__error() == row.ulong_error);
   }
 }
 
 GUEST_TEST(a_copy_is_cut_at_its_size) {
-  static const char* const expected[] = {"........", "\0.......", "a\0......", "ab\0.....", "abc\0....", "abc\0...."};
   for (uint64 size = 0; size < 6; ++size) {
     char buffer[9] = "........";
-    CHECK(strlcpy(buffer, "abc", size) == 3 && memcmp(buffer, expected[size], 8) == 0);
+    CHECK(strlcpy(buffer, "abc", size) == 3 && memcmp(buffer, "abc", size > 3 ? 4 : size - (size > 0)) == 0);
+    CHECK((size == 0 || buffer[size < 4 ? size - 1 : 3] == 0) && buffer[size < 4 ? size : 4] == '.');
   }
 }
 
@@ -222,12 +205,9 @@ GUEST_TEST(character_classes_as_the_macros_of_macos_read_them) {
     int32 c;
     uint32 classes;
     int32 lower, upper;
-  } rows[] = {{' ', 0x40064000, ' ', ' '}, {'9', 0x40050C09, '9', '9'},
-              {'A', 0x4005890A, 'a', 'A'}, {'Z', 0x40048900, 'z', 'Z'},
-              {'f', 0x4005190F, 'f', 'F'}, {'g', 0x40041900, 'g', 'G'},
-              {'!', 0x40042800, '!', '!'}, {'\t', 0x24200, '\t', '\t'},
-              {'\n', 0x4200, '\n', '\n'},  {0, 0x200, 0, 0},
-              {127, 0x200, 127, 127},      {255, 0, 255, 255}};
+  } rows[] = {{' ', 0x40064000, ' ', ' '}, {'9', 0x40050C09, '9', '9'}, {'A', 0x4005890A, 'a', 'A'},
+              {'Z', 0x40048900, 'z', 'Z'}, {'f', 0x4005190F, 'f', 'F'}, {'!', 0x40042800, '!', '!'},
+              {'\t', 0x24200, '\t', '\t'}, {127, 0x200, 127, 127},      {255, 0, 255, 255}};
   for (const auto& row : rows) {
     const auto entry = [&](int64 table) {
       return *reinterpret_cast<const uint32*>(_DefaultRuneLocale + table + 4 * row.c);
@@ -240,10 +220,6 @@ GUEST_TEST(character_classes_as_the_macros_of_macos_read_them) {
   for (const int32 c : outside) CHECK(__maskrune(c, 0xFFFFFFFF) == 0 && __tolower(c) == c);
   CHECK(memcmp(_DefaultRuneLocale, "RuneMagANONE", 13) == 0);
   CHECK(*reinterpret_cast<const int32*>(_DefaultRuneLocale + 56) == 0xFFFD);
-  uint64 behind = 0;  // no ranges, no variable part
-  for (uint64 i = 3132; i < sizeof _DefaultRuneLocale; ++i) behind += _DefaultRuneLocale[i];
-  CHECK(behind == 0);
-
   CHECK(same(setlocale(0, nullptr), "C") && same(setlocale(1, "de_DE.UTF-8"), "C"));
   void* const locale = newlocale(0x3F, "C", nullptr);
   CHECK(locale != nullptr && newlocale(0x3F, "fr_FR", locale) == locale && freelocale(locale) == 0);
@@ -257,10 +233,10 @@ GUEST_TEST(error_numbers_have_the_texts_of_macos) {
   } rows[] = {{2, 64, "No such file or directory"},
               {2, 5, "No s"},
               {0, 64, "Undefined error: 0"},
+              {13, 0, "...."},
               {35, 64, "Resource temporarily unavailable"},
               {60, 64, "Unknown error"},
-              {-1, 1, ""},
-              {13, 0, "...."}};
+              {-1, 1, ""}};
   for (const auto& row : rows) {
     char buffer[64] = "....";
     CHECK(strerror_r(row.error, buffer, row.size) == 0 && same(buffer, row.expected));

@@ -26,34 +26,30 @@ GUEST_TEST(a_request_of_nothing_gives_a_block_and_one_that_wraps_none) {
 }
 
 GUEST_TEST(aligned_blocks_are_moved_and_freed_as_any_other) {
-  static const uint64 alignments[] = {8, 16, 32, 64, 4096, 65536};
+  static const uint64 alignments[] = {8, 32, 4096, 65536};
   for (const uint64 alignment : alignments) {
-    void* blocks[8];
-    for (void*& block : blocks) {
-      CHECK(posix_memalign(&block, alignment, 100) == 0 && reinterpret_cast<uint64>(block) % alignment == 0);
-      memset(block, 0xAA, 100);
-    }
-    auto* const grown = static_cast<uint8*>(realloc(realloc(blocks[0], 1 << 20), 80));
+    void* block;
+    CHECK(posix_memalign(&block, alignment, 100) == 0 && reinterpret_cast<uint64>(block) % alignment == 0);
+    memset(block, 0xAA, 100);
+    auto* const grown = static_cast<uint8*>(realloc(realloc(block, 1 << 20), 80));
     CHECK(grown[0] == 0xAA && memcmp(grown, grown + 1, 79) == 0);
     free(grown);
-    for (int i = 1; i < 8; ++i) free(blocks[i]);
     // A block that really went back to the heap has its place used again.
     bool used_again = false;
-    for (int i = 0; i < 100 && posix_memalign(&blocks[0], alignment, 50'000) == 0; ++i) {
-      for (int j = 1; j < 8; ++j) used_again = used_again || blocks[0] == blocks[j];
-      blocks[1 + i % 7] = blocks[0];
-      free(blocks[0]);
+    void* freed[8] = {};
+    for (int i = 0; i < 100 && posix_memalign(&block, alignment, 50'000) == 0; ++i) {
+      for (const void* other : freed) used_again = used_again || block == other;
+      free(freed[i % 8] = block);
     }
     CHECK(used_again);
   }
-  struct {
-    uint64 alignment, size;
-  } static const refused[] = {{64, ~0UL}, {64, ~0UL - 64}, {16, ~0UL},    {64, 1UL << 62},
-                              {24, 8},    {100, 8},        {1UL << 63, 8}};
-  void* block = &block;
+  static const uint64 refused[][2] = {{64, ~0UL}, {64, ~0UL - 64}, {16, ~0UL}, {24, 8}, {100, 8}, {1UL << 63, 8}};
+  void* block = nullptr;
   CHECK(posix_memalign(&block, 64, 0) == 0 && block != nullptr);
   free(block);
-  for (const auto& row : refused) CHECK(posix_memalign(&block, row.alignment, row.size) == ENOMEM && block == nullptr);
+  for (const auto& [alignment, size] : refused) {
+    CHECK(posix_memalign(&block, alignment, size) == ENOMEM && block == nullptr);
+  }
 }
 
 GUEST_TEST(aligned_blocks_are_freed_by_other_threads) {
@@ -80,10 +76,7 @@ GUEST_TEST(filling_and_finding_as_only_macos_does) {
   CHECK(memcmp(text, ".0123456789abcdef0123456789abcdef01234567.", 42) == 0);
   CHECK(memset_chk(text + 8, 'y' + 256, 2, 2) == text + 8 && memmove_chk(text, text + 5, 4, 4) == text);
   __bzero(text + 4, 2);
-  CHECK(memcmp(text,
-               "456y\0\0"
-               "56yy9",
-               11) == 0);
+  CHECK(same(text, "456y") && same(text + 5, "") && memcmp(text + 6, "56yy9", 5) == 0);
   const int32 wide[] = {0x10041, 0x41, -1, 0x41};
   CHECK(wmemchr(wide, -1, 4) == wide + 2 && wmemchr(wide, 0x41, 4) == wide + 1 && wmemchr(wide, -1, 2) == nullptr);
 }
@@ -124,19 +117,18 @@ GUEST_TEST(no_comparison_makes_sorting_slow) {
   // One that never agrees with itself still leaves each element once.
   qsort(numbers, adversary_count, sizeof numbers[0],
         [](const void*, const void*) -> int32 { return comparisons++ % 3 - 1; });
-  qsort(numbers, adversary_count, sizeof numbers[0],
-        [](const void* a, const void* b) { return *static_cast<const int32*>(a) - *static_cast<const int32*>(b); });
-  for (int32 i = 0; i < adversary_count; ++i) CHECK(numbers[i] == i);
+  bool seen[adversary_count] = {};
+  for (const int32 number : numbers) CHECK(!seen[number]), seen[number] = true;
 }
 
 GUEST_TEST(a_comparison_may_leave_by_a_jump_and_is_not_called_for_nothing) {
   uint8 one = 1;
   comparisons = 0;
   CHECK(bsearch(&one, &one, 0, 1, compare_and_leave) == nullptr);
-  qsort(nullptr, 0, 4, compare_and_leave);
+  qsort(&one, 0, 4, compare_and_leave);
   qsort(&one, 1, 1, compare_and_leave);
   CHECK(comparisons == 0);
-  static const uint64 moments[] = {0, 7, 100, 1000, 2000};  // an element is never elsewhere while two are compared
+  static const uint64 moments[] = {0, 100, 1000};  // an element is never elsewhere while two are compared
   for (const uint64 moment : moments) {
     uint8 bytes[256];
     for (int32 i = 0; i < 256; ++i) bytes[i] = static_cast<uint8>(i * 77);
@@ -144,7 +136,7 @@ GUEST_TEST(a_comparison_may_leave_by_a_jump_and_is_not_called_for_nothing) {
     leave_at = moment;
     if (setjmp(jump_buffer) == 0) {
       qsort(bytes, sizeof bytes, 1, compare_and_leave);
-      CHECK(moment > 1000);  // it did not come so far
+      CHECK(false);
     }
     bool seen[256] = {};
     for (const uint8 byte : bytes) CHECK(!seen[byte]), seen[byte] = true;

@@ -29,8 +29,8 @@ GUEST_TEST(a_moment_has_its_fields_and_texts_in_utc) {
   const tm* const fields = gmtime(&billion);
   CHECK(fields->tm_gmtoff == 0 && same(fields->tm_zone, "UTC"));
   check_text(fields, "%c|%x|%X", "Sun Sep  9 01:46:40 2001|09/09/01|01:46:40");
-  check_text(fields, "%r|%v|%+", "01:46:40 AM| 9-Sep-2001|Sun Sep  9 01:46:40 UTC 2001");
-  check_text(fields, "%Ey%Od%z %Z|%Q %", "0109+0000 UTC|Q %");
+  check_text(fields, "%r|%v|%+|%Ey%Od%z %Z|%Q %",
+             "01:46:40 AM| 9-Sep-2001|Sun Sep  9 01:46:40 UTC 2001|0109+0000 UTC|Q %");
   CHECK(gmtime(&late) == nullptr && localtime(&late) == nullptr);
   CHECK(difftime((1L << 53) + 3, 1L << 53) == 3.0 && difftime(3, 5) == -2.0);
   char text[8] = {1, 1, 1, 1, 1, 1, 1, 1};
@@ -44,16 +44,14 @@ GUEST_TEST(a_moment_has_its_fields_and_texts_in_utc) {
 }
 
 GUEST_TEST(local_time_agrees_with_itself_in_every_zone) {
-  // The last is the system's own zone.
-  static constexpr const char* zones[] = {"UTC0", "EST5", "XYZ-05:30", "PST8PDT", nullptr};
-  static constexpr int64 offsets[] = {0, -5 * 3600, 5 * 3600 + 30 * 60};
-  static constexpr int64 times[] = {100'000, 951'782'399, 1'720'000'000, 4'107'542'400};
-  for (uint64 z = 0; z < 5; ++z) {
+  static constexpr const char* zones[] = {"EST5", "XYZ-05:30", "PST8PDT", nullptr};  // the last: the system's own
+  static constexpr int64 offsets[] = {-5 * 3600, 5 * 3600 + 30 * 60}, times[] = {100'000, 1'720'000'000, 4'107'542'400};
+  for (uint64 z = 0; z < 4; ++z) {
     CHECK((zones[z] ? setenv("TZ", zones[z], 1) : unsetenv("TZ")) == 0);
     for (const int64 time : times) {
       tm local = *localtime(&time);
       CHECK(gmtime(&time) == localtime(&time) && same(local.tm_zone, "LOCAL"));
-      if (z < 3) CHECK(local.tm_gmtoff == offsets[z]);
+      if (z < 2) CHECK(local.tm_gmtoff == offsets[z]);
       const int64 shifted = time + local.tm_gmtoff;
       const tm* const utc = gmtime(&shifted);
       CHECK(utc->tm_mday == local.tm_mday && utc->tm_hour == local.tm_hour && utc->tm_min == local.tm_min);
@@ -101,7 +99,7 @@ GUEST_TEST(the_clocks_tell_the_same_time_in_their_units) {
 GUEST_TEST(a_wait_is_never_shorter_than_asked) {
   CHECK(sched_yield() == 0);
   void* const semaphore = dispatch_semaphore_create(0);
-  static constexpr int64 lengths[] = {0, 1, 500'000, 999'999, 1'000'001, 15'700'000, 60'900'000, 1'100'000'000};
+  static constexpr int64 lengths[] = {0, 1, 999'999, 1'000'001, 15'700'000, 1'100'000'000};
   for (const int64 length : lengths) {
     const timespec request{length / 1'000'000'000, length % 1'000'000'000};
     timespec left{7, 7};
@@ -112,7 +110,7 @@ GUEST_TEST(a_wait_is_never_shorter_than_asked) {
     CHECK(dispatch_semaphore_wait(semaphore, dispatch_time(0, length)) == 49);
     CHECK(ordered(length, mach_absolute_time() - slept, length + 5 * second));
   }
-  constexpr int64 day = 86'400 * 1'000'000'000L, past[] = {-1, -day, -1000 * day, -(1L << 62) - (1L << 62)};
+  constexpr int64 day = 86'400 * 1'000'000'000L, past[] = {-1, -1000 * day, -(1L << 62) - (1L << 62)};
   for (const int64 delta : past) CHECK(dispatch_semaphore_wait(semaphore, dispatch_time(0, delta)) == 49);
   dispatch_semaphore_signal(semaphore);
   CHECK(dispatch_semaphore_wait(semaphore, dispatch_time(0, 100 * day)) == 0);
