@@ -44,9 +44,7 @@ static long shapes_made = 0;
 }
 - (Pair)pair { return {_sides * 0.5, _sides}; }
 - (float)half { return _sides / 2.0f; }
-- (long)sum:(long)a and:(long)b and:(long)c and:(long)d and:(long)e and:(long)f {
-  return _sides + 10 * a + 100 * b + 1000 * c + 10000 * d + 100000 * e + 1000000 * f;
-}
+- (long)sum:(long)a and:(long)b and:(long)c and:(long)d { return _sides + 10 * a + 100 * b + 1000 * c + 10000 * d; }
 - (double)total:(int)count, ... {
   double total = 0;
   __builtin_va_list list;
@@ -88,7 +86,6 @@ static long shapes_made = 0;
 @interface Relative : NSObject
 - (long)seven;
 - (long)first;
-+ (long)eight;
 @end
 
 @interface NSObject (NeverImplemented)
@@ -106,14 +103,14 @@ GUEST_TEST(messages_carry_every_kind_of_argument_and_result) {
   CHECK(pair.first == 1.5 && pair.second == 3);
   const Vector vector = [shape scaled:2 plus:{1, 2, 3}];
   CHECK(vector.x == 7 && vector.y == 8 && vector.z == 9);
-  CHECK([shape sum:1 and:2 and:3 and:4 and:5 and:6] == 6543213);
+  CHECK([shape sum:1 and:2 and:3 and:4] == 43213);
   CHECK(([shape total:10, 1., 2., 3., 4., 5., 6., 7., 8., 9., 10.] == 55));
   CHECK([shape doubledSides] == 6 && [shape greeting] == 11 && [Shape classGreeting] == 22);
   CHECK([[NSObject new] greeting] == 11 && [NSObject classGreeting] == 22);
   Square *square = [Square new];
   CHECK([square sides] == 104 && [square isSquare] && [square doubledSides] == 8);
   Relative *relative = [Relative new];
-  CHECK([relative first] == 1 && [relative seven] == 7 && [Relative eight] == 8 && [relative greeting] == 11);
+  CHECK([relative first] == 1 && [relative seven] == 7 && [relative greeting] == 11);
   CHECK(objc_alloc(nullptr) == nil && objc_alloc([Square class]) != nil);
 }
 
@@ -197,28 +194,26 @@ GUEST_TEST(blocks_keep_what_they_caught) {
 // ---- Selectors of many addresses, from many threads -----------------------------------------------------------------
 
 #define NUMBERED(number)                \
-  @interface Numbered##number : Shape   \
-  @end                                  \
-  @implementation Numbered##number      \
-  -(long)sides { return number; }       \
+  @interface Numbered##number : Shape    \
+  @end                                   \
+  @implementation Numbered##number       \
+  -(long)sides { return number; }        \
   @end
 NUMBERED(1)
 NUMBERED(2)
-NUMBERED(3)
-NUMBERED(4)
 
 // Texts of "sides" and of "unknown" at 4,096 addresses, which share slots of the method cache with each other.
 GUEST_TEST(eight_threads_never_meet_another_method) {
   constexpr unsigned copies = 4096;
   alignas(16) static char texts[copies][16];
   for (unsigned i = 0; i < copies; ++i) memcpy(texts[i], i % 2 == 0 ? "sides" : "unknown", 8);
-  const id numbered[] = {[Numbered1 new], [Numbered2 new], [Numbered3 new], [Numbered4 new]};
+  const id numbered[] = {[Numbered1 new], [Numbered2 new]};
   uint64 wrong_answers = 0;
   run_on_threads(8, [&](int64 number) {
     uint64 state = number + 1, wrong = 0;
     for (int i = 0; i < 40'000; ++i) {
       state = state * 6364136223846793005ul + 1442695040888963407ul;
-      const unsigned copy = (state >> 33) % copies, who = (state >> 60) % 4;
+      const unsigned copy = (state >> 33) % copies, who = state >> 63;
       wrong += send_for_long(numbered[who], (SEL)texts[copy]) != (copy % 2 == 0 ? who + 1 : 0);
     }
     __atomic_fetch_add(&wrong_answers, wrong, __ATOMIC_SEQ_CST);

@@ -1,5 +1,5 @@
-// Game threads that do everything at once for as long as soak_test says: blocks, files, exceptions, locks
-// and conditions, internal calls; while threads come and go, and a collector stops the others now and then.
+// Game threads that do everything at once for as long as soak_test says: blocks, files, exceptions, locks, internal
+// calls; while threads come and go, and a collector stops the others now and then.
 #include "reflection_runtime.h"
 
 #include "darwin_threads.h"
@@ -31,14 +31,6 @@ bool stop = false;
 Mix* mix = nullptr;
 Mutex counter_lock = static_mutex;
 int64 counter = 0;  // guarded by counter_lock
-
-/// Two workers that wake each other in turn.
-struct Pair {
-  Mutex mutex = static_mutex;
-  Condition condition = static_condition;
-  int64 turn = 0;  // of both; odd: the second one's
-  bool leaving = false;
-} pairs[worker_count / 2];
 
 struct Worker {
   int64 number;
@@ -83,29 +75,24 @@ void use_files(Worker& self) {
   self.check(memcmp(text, found, size) == 0 && unlink(name) == 0, "a file");
 }
 
-struct Thrown {
-  int64 depth;
-};
-struct Frame {
-  int64& open_frames;
-  explicit Frame(int64& open_frames) : open_frames(open_frames) { ++open_frames; }
-  ~Frame() { --open_frames; }
-};
-[[gnu::noinline]] int64 descend(int64 depth, int64& open_frames) {
-  const Frame frame(open_frames);
-  if (depth == 0) throw Thrown{open_frames};
-  const int64 result = descend(depth - 1, open_frames);
+[[gnu::noinline]] int64 descend(int64 depth, int64& left) {
+  struct Frame {
+    int64& left;
+    ~Frame() { ++left; }
+  } frame{left};
+  if (depth == 0) throw left;
+  const int64 result = descend(depth - 1, left);
   asm volatile("" ::: "memory");
   return result + 1;
 }
 void throw_across_frames(Worker& self) {
   const int64 depth = static_cast<int64>(self.below(20));
-  int64 open_frames = 0;
+  int64 left = 0;
   try {
-    descend(depth, open_frames);
-  } catch (const Thrown& thrown) {
-    self.check(thrown.depth == depth + 1 && open_frames == 0, "an exception");
+    descend(depth, left);
+  } catch (int64) {
   }
+  self.check(left == depth + 1, "an exception");
 }
 
 void call_the_player(Worker& self) {
@@ -121,18 +108,6 @@ void lock_and_count(Worker& self) {
   ++self.counted;
 }
 
-/// Both come here as often, so each waits for the other: a wake-up that is lost holds both forever.
-void wake_each_other(Worker& self) {
-  Pair& pair = pairs[self.number / 2];
-  for (int32 i = 0; i < 10; ++i) {
-    pthread_mutex_lock(&pair.mutex);
-    while (pair.turn % 2 != self.number % 2 && !pair.leaving) pthread_cond_wait(&pair.condition, &pair.mutex);
-    ++pair.turn;
-    pthread_cond_signal(&pair.condition);
-    pthread_mutex_unlock(&pair.mutex);
-  }
-}
-
 void (*const steps[])(Worker&) = {use_blocks, use_files, throw_across_frames, call_the_player, lock_and_count};
 
 void work(Worker& self) {
@@ -140,14 +115,8 @@ void work(Worker& self) {
   while (!__atomic_load_n(&stop, __ATOMIC_RELAXED)) {
     const auto step = steps[self.below(sizeof steps / sizeof steps[0])];
     for (int32 i = 0; i < 10; ++i) step(self);
-    wake_each_other(self);
     ++self.steps;
   }
-  Pair& pair = pairs[self.number / 2];
-  pthread_mutex_lock(&pair.mutex);
-  pair.leaving = true;
-  pthread_cond_broadcast(&pair.condition);
-  pthread_mutex_unlock(&pair.mutex);
 }
 
 /// Between the stop and the go no heap is used: the stopped thread may hold its lock.
