@@ -82,17 +82,15 @@ GUEST_TEST(the_file_holds_every_entry_in_its_order) {
   [store() setString:@"a\tb\nc\\d\re" forKey:@"tab\tfeed\nback\\"];
   [store() setLongLong:(long long)(1ul << 63) forKey:@"first"];
   [store() setObject:[NSArray array] forKey:@"in memory alone"];
-  [store() setDouble:-1e300 forKey:@"second"];
   [store() setLongLong:7 forKey:@"again"];
   [store() setDouble:__builtin_inf() forKey:@"first"];  // keeps its place
   [store() setBool:YES forKey:nil];
   [store() removeObjectForKey:@"again"];
   [store() setString:@"at\0the end" forKey:@"again"];
-  CHECK(same(file_bytes(), "s\ttab\\tfeed\\nback\\\\\ta\\tb\\nc\\\\d\re\nd\tfirst\tinf\n"
-                           "d\tsecond\t-1.0000000000000001e+300\ni\t\t1\ns\tagain\tat\n"));
+  CHECK(same(file_bytes(), "s\ttab\\tfeed\\nback\\\\\ta\\tb\\nc\\\\d\re\nd\tfirst\tinf\ni\t\t1\ns\tagain\tat\n"));
   NSDictionary *all = [store() dictionaryRepresentation];
   [store() removeObjectForKey:@"again"];
-  CHECK([all count] == 6 && [all objectForKey:@"again"] != nil);  // a copy
+  CHECK([all count] == 5 && [all objectForKey:@"again"] != nil);  // a copy
 }
 
 GUEST_TEST(threads_do_not_lose_each_others_changes) {
