@@ -65,7 +65,7 @@ GUEST_TEST(only_a_change_writes_the_file) {
   CHECK(!writes(^{ [store() setBool:YES forKey:[NSString stringWithUTF8String:"n"]]; }));
   CHECK(writes(^{ [store() setDouble:1 forKey:@"n"]; }) && writes(^{ [store() setString:@"1" forKey:@"n"]; }));
   CHECK(!writes(^{ [store() setObject:[NSString stringWithUTF8String:"1"] forKey:@"n"]; }));
-  CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }));
+  [store() setObject:text forKey:@"n"];
   [text appendString:@"d"];
   CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }) && is_text([store() stringForKey:@"n"], "abcd"));
   CHECK(writes(^{ [store() setString:ball forKey:ball]; }));

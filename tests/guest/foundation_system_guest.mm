@@ -153,19 +153,16 @@ GUEST_TEST(dates_are_written_and_read_as_iso_8601) {
   const struct {
     const char *read;
     double time;
-    const char *written;  // null: as it was read
-  } cases[] = {
-      {"2024-02-29T12:34:56.9+09:00", 1709210096, "2024-02-29T12:34:56Z"},
-      {"1969-12-31T23:59:59Z", -1, nullptr},
-      {"0001-01-01T00:00:00Z", -62135596800, nullptr},
-      {"9999-12-31T23:59:59Z", 253402300799, nullptr},
-      {"2023-14-01T24:00:60Z", 1706832060, "2024-02-02T00:01:00Z"},
-      {" 2024-2-3junk", 1706918400, "2024-02-03T00:00:00Z"},
-  };
+    const char *written;
+  } cases[] = {{"2024-02-29T12:34:56.9+09:00", 1709210096, "2024-02-29T12:34:56Z"},
+               {"0001-01-01T00:00:00Z", -62135596800, "0001-01-01T00:00:00Z"},
+               {"9999-12-31T23:59:59Z", 253402300799, "9999-12-31T23:59:59Z"},
+               {" 2023-14-1junk", 1706745600, "2024-02-01T00:00:00Z"},
+               {"2023-12-31T24:00:60Z", 1704067260, "2024-01-01T00:01:00Z"}};
   for (const auto &c : cases) {
     NSDate *date = [formatter dateFromString:[NSString stringWithUTF8String:c.read]];
     CHECK(((Date *)(__bridge void *)date)->time == c.time);
-    CHECK(is_text([formatter stringFromDate:date], c.written ? c.written : c.read));
+    CHECK(is_text([formatter stringFromDate:date], c.written));
   }
   CHECK([formatter dateFromString:nil] == nil && [formatter dateFromString:@"2024-02"] == nil);
 

@@ -46,20 +46,14 @@ struct Worker {
 } workers[worker_count];
 
 void use_blocks(Worker& self) {
-  uint8* blocks[16];
-  uint64 sizes[16];
-  for (int32 i = 0; i < 16; ++i) {
-    sizes[i] = 1 + self.below(i == 0 ? 300'000 : 3000);
-    void* block = i % 4 == 3 ? nullptr : malloc(sizes[i]);
-    if (block == nullptr) posix_memalign(&block, 256, sizes[i]);
-    blocks[i] = static_cast<uint8*>(memset(block, i, sizes[i]));
-  }
-  for (int32 i = 0; i < 16; ++i) {
-    const uint64 size = 1 + self.below(5000), kept = size < sizes[i] ? size : sizes[i];
-    blocks[i] = static_cast<uint8*>(realloc(blocks[i], size));
-    self.check(blocks[i][0] == i && blocks[i][kept - 1] == i, "blocks");
-  }
-  for (uint8* block : blocks) free(block);
+  const uint64 size = 1 + self.below(300'000), smaller = 1 + self.below(size);
+  void* block = nullptr;
+  self.check(posix_memalign(&block, 256, size) == 0, "an aligned block");
+  auto* const grown = static_cast<uint8*>(realloc(memset(block, 7, smaller), 2 * size));
+  auto* const last = static_cast<uint8*>(realloc(memcpy(malloc(smaller), grown, smaller), smaller / 2 + 1));
+  self.check(grown[smaller - 1] == 7 && last[0] == 7 && last[smaller / 2] == 7, "blocks");
+  free(grown);
+  free(last);
 }
 
 void use_files(Worker& self) {
