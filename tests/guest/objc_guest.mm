@@ -116,16 +116,13 @@ GUEST_TEST(messages_carry_every_kind_of_argument_and_result) {
 
 GUEST_TEST(nil_and_unknown_selectors_answer_zero) {
   Shape *nothing = nil, *shape = [Shape new];
-  for (int round = 0; round < 2; ++round) {  // the second comes from the cache
-    for (Shape *receiver : (Shape * __unsafe_unretained[]){nothing, shape}) {
-      CHECK([receiver nobodyDoesThis] == 0 && [receiver nobodyDoesThisDouble] == 0);
-      Vector vector = {1, 2, 3};
-      send_for_vector(&vector, receiver, @selector(nobodyDoesThisVector));
-      CHECK(vector.x == 1 && vector.y == 2 && vector.z == 3);
-    }
-    CHECK([nothing sides] == 0 && [nothing half] == 0 && [nothing pair].first == 0 && [nothing pair].second == 0);
-    CHECK([NSObject nobodyDoesThisEither] == 0);
+  for (Shape *receiver : (Shape * __unsafe_unretained[]){nothing, shape, shape}) {  // the last from the cache
+    CHECK([receiver nobodyDoesThis] == 0 && [receiver nobodyDoesThisDouble] == 0);
+    Vector vector = {1, 2, 3};
+    send_for_vector(&vector, receiver, @selector(nobodyDoesThisVector));
+    CHECK(vector.x == 1 && vector.y == 2 && vector.z == 3 && [NSObject nobodyDoesThisEither] == 0);
   }
+  CHECK([nothing sides] == 0 && [nothing half] == 0 && [nothing pair].first == 0 && [nothing pair].second == 0);
 }
 
 GUEST_TEST(classes_know_what_they_are) {

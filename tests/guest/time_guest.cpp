@@ -32,7 +32,7 @@ GUEST_TEST(a_moment_has_its_fields_and_texts_in_utc) {
   check_text(fields, "%r|%v|%+|%Ey%Od%z %Z|%Q %",
              "01:46:40 AM| 9-Sep-2001|Sun Sep  9 01:46:40 UTC 2001|0109+0000 UTC|Q %");
   CHECK(gmtime(&late) == nullptr && localtime(&late) == nullptr);
-  CHECK(difftime((1L << 53) + 3, 1L << 53) == 3.0 && difftime(3, 5) == -2.0);
+  CHECK(difftime((1L << 53) + 3, 1L << 53) == 3.0);
   char text[8] = {1, 1, 1, 1, 1, 1, 1, 1};
   CHECK(strftime(text, 5, "%Y", fields) == 4 && text[4] == '\0' && text[5] == 1);
   CHECK(strftime(text, 4, "%Y", fields) == 0 && strftime(text, 0, "", fields) == 0 && text[5] == 1);
@@ -81,10 +81,9 @@ GUEST_TEST(the_clocks_tell_the_same_time_in_their_units) {
   CHECK(ordered(micros, clock_gettime_nsec_np(realtime) / 1000, micros + 2'000'000));
   uint32 base[2] = {};
   CHECK(mach_timebase_info(base) == 0 && base[0] == 1 && base[1] == 1);
-  const uint64 before = mach_absolute_time(), between = clock_gettime_nsec_np(monotonic);
-  CHECK(ordered(before, between, mach_absolute_time()));
-  // Work until a clock of the thread's time has moved.
   const uint64 start = mach_absolute_time(), thread_start = clock_gettime_nsec_np(thread_cpu);
+  CHECK(ordered(start, clock_gettime_nsec_np(monotonic), mach_absolute_time()));
+  // Work until a clock of the thread's time has moved.
   const uint64 clock_start = clock(), process_start = clock_gettime_nsec_np(process_cpu);
   while (clock_gettime_nsec_np(thread_cpu) < thread_start + second / 10 && mach_absolute_time() < start + 20 * second) {
   }
@@ -110,8 +109,6 @@ GUEST_TEST(a_wait_is_never_shorter_than_asked) {
   }
   constexpr int64 day = 86'400 * 1'000'000'000L, past[] = {-1, -1000 * day, -(1L << 62) - (1L << 62)};
   for (const int64 delta : past) CHECK(dispatch_semaphore_wait(semaphore, dispatch_time(0, delta)) == 49);
-  dispatch_semaphore_signal(semaphore);
-  CHECK(dispatch_semaphore_wait(semaphore, dispatch_time(0, 100 * day)) == 0);
   run_on_threads(2, [&](int64 own) {  // the signal comes while the other waits for days
     if (own == 0) CHECK(dispatch_semaphore_wait(semaphore, dispatch_time(0, 100 * day)) == 0);
     constexpr timespec a_while{0, 30'000'000};
