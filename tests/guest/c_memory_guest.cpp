@@ -14,6 +14,7 @@ void arc4random_buf(void*, uint64);
 GUEST_TEST(a_request_of_nothing_gives_a_block_and_one_that_wraps_none) {
   void* const blocks[] = {malloc(0), malloc(0), realloc(malloc(0), 0), calloc(0, 8)};
   CHECK(blocks[0] != blocks[1]);
+  free(nullptr);
   for (void* block : blocks) CHECK(block != nullptr), free(block);
   auto* const zeros = static_cast<uint8*>(calloc(3, 100));
   CHECK(zeros[0] == 0 && memcmp(zeros, zeros + 1, 299) == 0);

@@ -91,6 +91,7 @@ GUEST_TEST(new_and_malloc_share_a_heap_and_locks_have_nothing_to_destroy) {
   CHECK(posix_memalign(&block, 4096, 100) == 0);
   operator delete[](block);
   free(operator new[](100));
+  operator delete(nullptr);
   Mutex mutex = static_mutex;
   Condition condition = static_condition;
   destroy_condition(&condition);
