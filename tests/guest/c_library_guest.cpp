@@ -7,11 +7,9 @@ _Complex double __sincos_stret(double);
 _Complex float __sincosf_stret(float);
 double sin(double), cos(double);
 uint64 strlcpy(char*, const char*, uint64);
-int32 __maskrune(int32, uint64);
-int32 __tolower(int32);
+int32 __maskrune(int32, uint64), __tolower(int32), freelocale(void*);
 const char* setlocale(int32, const char*);
 void* newlocale(int32, const char*, void*);
-int32 freelocale(void*);
 extern const uint8 _DefaultRuneLocale[3208];
 }
 
@@ -58,14 +56,12 @@ GUEST_TEST(arguments_arrive_from_registers_and_from_the_stack) {
 GUEST_TEST(text_is_formatted_as_on_macos) {
   prints("-1|5|-1|1234567", "%d|%Ld|%qd|%'d", 0x1234567'FFFFFFFF, 0x1'00000005, -1L, 1234567);
   prints("nan|NAN|nan|nan  |  nan", "%f|%+F|% g|%-5e|%05a", -nan, nan, -nan, nan, nan);
-  prints("0x2p+0|0x2.0p+0|0.500000", "%.0a|%.1a|%hf", 1.5, 1.96875, 0.5);
-  prints("(null)|(nu|  (null)|(null)|(null)", "%s|%.3s|%8s|%ls|%.9ls", nullptr, nullptr, nullptr, nullptr, nullptr);
-  prints("ab|cd|00ef|0000g", "%hs|%Ls|%04s|%05c", "ab", "cd", "ef", 'g');
+  prints("0x2p+0|0x2.0p+0", "%.0a|%.1a", 1.5, 1.96875);
+  prints("(null)|(nu|  (null)|(null)", "%s|%.3s|%8s|%.9ls", nullptr, nullptr, nullptr, nullptr);
+  prints("00ef|0000g|0x0|0x10", "%04s|%05c|%p|%-+#.3p", "ef", 'g', 0L, 16L);
   prints("  \u00E9\u4E2D|\u00E9|\u07FF\u0800\U00010000", "%7ls|%.4ls|%ls", L"\u00E9\u4E2D", L"\u00E9\u4E2D",
          L"\u07FF\u0800\U00010000");
-  prints("0x1000|0x0|0xabcdef0123456789|0x10", "%p|%p|%20p|%-+#.3p", 0x1000L, 0L, 0xABCDEF0123456789, 16L);
-  prints("(null)|(null)|%y|%ky8|%y5|%$d|%-5d", "%@|%5.1@|%5.2y|%ky%d|%*y%d|%1$d|%.-5d", nullptr, nullptr, 8, 99, 5);
-  prints("%", "%-08.3ll");
+  prints("(null)|%y|%y5|%$d", "%@|%5.2y|%*y%d|%1$d", nullptr, 8, 99, 5);
 }
 
 GUEST_TEST(a_piece_ends_after_511_characters_and_a_text_where_its_buffer_does) {
@@ -79,7 +75,6 @@ GUEST_TEST(a_piece_ends_after_511_characters_and_a_text_where_its_buffer_does) {
     CHECK(memcmp(small, "12velmora", size - (size > 0)) == 0 && (size == 0 || small[size - 1] == 0));
     CHECK(size == sizeof small || small[size] == '?');
   }
-  CHECK(snprintf(small, sizeof small, "%-2147483647s+", "ab") == -1 && *__error() == 84);  // no int counts it
   int64 counts[] = {-1, -1, -1, -1};
   CHECK(snprintf(small, 2, "abc%n%ln%hn%hhn", counts, counts + 1, counts + 2, counts + 3) == 3 && counts[1] == 3);
   CHECK(counts[0] == ~0xFFFFFFFFL + 3 && counts[2] == ~0xFFFFL + 3 && counts[3] == ~0xFFL + 3);
@@ -87,20 +82,15 @@ GUEST_TEST(a_piece_ends_after_511_characters_and_a_text_where_its_buffer_does) {
 
 GUEST_TEST(text_is_scanned_as_on_macos) {
   // The longest number; an unfinished tail stays.
-  scans("1.5em 100ergs", "%f%s%f%s", 4, 1.5f, "em", 100.0f, "ergs");
-  scans("1e+ -2.e-", "%lf%s%lf%s", 4, 1.0, "e+", -2.0, "e-");
+  scans("1.5em -2.e-", "%f%s%lf%s", 4, 1.5f, "em", -2.0, "e-");
   scans("nan(_ nan(1_)", "%*f%s%*lf%n", 1, "(_", 13);
-  scans("0x1.8p 0x 0x.g", "%f%s%f%s%f%s", 6, 1.5f, "p", 0.0f, "x", 0.0f, "x.g");
-  scans("0x1.8p1", "%Lf", 1, 3.0L);
+  scans("0x1.8p 0x.g 0x1.8p1", "%f%s%f%s%Lf", 5, 1.5f, "p", 0.0f, "x.g", 3.0L);
   scans("1e400 1e-400 -1e39", "%lf%lf%f", 3, double{infinite}, 0.0, -infinite);
-  scans("0xyz 0xg 0x1f", "%i%s%x%s%2x%s", 6, 0, "xyz", 0, "xg", 0, "x1f");
-  scans("300 70000 0x1000", "%hhu%hu%p", 3, uint8{44}, static_cast<short>(4464), 0x1000L);
+  scans("0xyz 0x1f 300 0x1000", "%i%s%2x%s%hhu%p", 6, 0, "xyz", 0, "x1f", uint8{44}, 0x1000L);
   scans("99999999999999999999 -99999999999999999999", "%qd%jd", 2, ~(1L << 63), 1L << 63);
   scans("ab", "%5c%d", 1, static_cast<short>('b' << 8 | 'a'));
-  scans("12  %34x", "%d%%%d%y", 2, 12, 34);
   scans("abcabc-09", "%4[a-c]%*2[^d]%[9-0]%n", 2, "abca", "-09", 9);
   scans("h\u00E9llo \u4E2D", "%ls%S", 2, L"h\u00E9llo", L"\u4E2D");
-  scans("\xC3", "%lc", -1);
   scans("123", "%d%hhn%hn%n%ln", 1, 123, uint8{3}, static_cast<short>(3), 3, 3L);
 }
 
@@ -117,19 +107,16 @@ GUEST_TEST(a_stream_gets_all_of_a_text_and_its_length_is_told_anyway) {
 }
 
 GUEST_TEST(threads_and_descriptors_that_append_lose_nothing) {
-  constexpr int32 records = 2000, writers = 4;
+  constexpr int64 records = 2000, writers = 4;
   unlink(scratch);
   run_on_threads(writers, [](int64 own) {
     const int32 file = open(scratch, O_WRONLY | O_APPEND | O_CREAT, 0666);
-    int64 record[2] = {own, 0};
-    for (; record[1] < records; ++record[1]) CHECK(write(file, record, sizeof record) == sizeof record);
+    for (int64 record[2] = {own}; record[1] < records; ++record[1]) CHECK(write(file, record, 16) == 16);
     close(file);
   });
   const int32 file = open(scratch, O_RDWR | O_APPEND);
   int64 record[2], next[writers] = {}, count = 0;
-  while (read(file, record, sizeof record) == sizeof record && record[0] < writers) {
-    count += record[1] == next[record[0]]++;
-  }
+  while (read(file, record, 16) == 16 && record[0] < writers) count += record[1] == next[record[0]]++;
   CHECK(count == records * writers && lseek(file, 0, SEEK_CUR) == count * 16);
   // The position is behind what was appended; without the flag it is where writing goes on.
   CHECK(lseek(file, 8, SEEK_SET) == 8 && write(file, "end", 3) == 3 && lseek(file, 0, SEEK_CUR) == count * 16 + 3);
@@ -155,24 +142,21 @@ GUEST_TEST(texts_become_numbers) {
   constexpr uint64 low = 0x8000000000000000;  // the least signed number, as bits
   static const struct {
     const char* text;
-    int32 base;
-    uint64 as_long, as_ulong;  // bits
-    int64 length;              // what the conversion takes
-    int32 long_error, ulong_error;
-  } rows[] = {{"0x", 0, 0, 0, 1, 99, 99},
-              {"  -", 10, 0, 0, 0, EINVAL, EINVAL},
-              {"1", 37, 0, 0, 0, EINVAL, EINVAL},
-              {"9223372036854775808", 10, ~low, low, 19, ERANGE, 99},
-              {"-9223372036854775808", 10, low, low, 20, 99, 99},
-              {"-99999999999999999999", 10, low, ~uint64{0}, 21, ERANGE, ERANGE}};
+    int64 length;                     // what the conversion takes
+    uint64 results[2];                // bits, of strtol and strtoul
+    int32 base = 10, errors[2] = {};  // success leaves what was there
+  } rows[] = {{"0x", 1, {0, 0}, 0},
+              {"  -", 0, {0, 0}, 10, {EINVAL, EINVAL}},
+              {"9223372036854775808", 19, {~low, low}, 10, {ERANGE}},
+              {"-9223372036854775808", 20, {low, low}},
+              {"-99999999999999999999", 21, {low, ~uint64{0}}, 10, {ERANGE, ERANGE}}};
   for (const auto& row : rows) {
-    char* end = nullptr;
-    *__error() = 99;  // success leaves it
-    CHECK(static_cast<uint64>(strtol(row.text, &end, row.base)) == row.as_long && end - row.text == row.length);
-    CHECK(*__error() == row.long_error);
-    *__error() = 99;
-    CHECK(strtoul(row.text, &end, row.base) == row.as_ulong && end - row.text == row.length);
-    CHECK(*__error() == row.ulong_error);
+    for (int32 way = 0; way < 2; ++way) {
+      char* end = nullptr;
+      *__error() = 0;
+      const uint64 result = way == 0 ? strtol(row.text, &end, row.base) : strtoul(row.text, &end, row.base);
+      CHECK(result == row.results[way] && end - row.text == row.length && *__error() == row.errors[way]);
+    }
   }
 }
 
@@ -190,38 +174,26 @@ GUEST_TEST(character_classes_as_the_macros_of_macos_read_them) {
     uint32 classes;
     int32 lower, upper;
   } rows[] = {{' ', 0x40064000, ' ', ' '}, {'9', 0x40050C09, '9', '9'}, {'A', 0x4005890A, 'a', 'A'},
-              {'Z', 0x40048900, 'z', 'Z'}, {'f', 0x4005190F, 'f', 'F'}, {'!', 0x40042800, '!', '!'},
-              {'\t', 0x24200, '\t', '\t'}, {127, 0x200, 127, 127},      {255, 0, 255, 255}};
+              {'f', 0x4005190F, 'f', 'F'}, {'!', 0x40042800, '!', '!'}, {255, 0, 255, 255}};
   for (const auto& row : rows) {
     const auto entry = [&](int64 table) {
-      return *reinterpret_cast<const uint32*>(_DefaultRuneLocale + table + 4 * row.c);
+      return *reinterpret_cast<const int32*>(_DefaultRuneLocale + table + 4 * row.c);
     };
-    CHECK(entry(60) == row.classes && static_cast<uint32>(__maskrune(row.c, 0xFFFFFFFF)) == row.classes);
-    CHECK(static_cast<int32>(entry(1084)) == row.lower && __tolower(row.c) == row.lower);
-    CHECK(static_cast<int32>(entry(2108)) == row.upper);
+    CHECK(entry(60) == (int32)row.classes && __maskrune(row.c, 0xFFFFFFFF) == (int32)row.classes);
+    CHECK(entry(1084) == row.lower && __tolower(row.c) == row.lower && entry(2108) == row.upper);
   }
   CHECK(__maskrune(-1, 0xFFFFFFFF) == 0 && __maskrune(256, 0xFFFFFFFF) == 0 && __tolower(-1) == -1);
-  CHECK(memcmp(_DefaultRuneLocale, "RuneMagANONE", 13) == 0);
-  CHECK(*reinterpret_cast<const int32*>(_DefaultRuneLocale + 56) == 0xFFFD);
   CHECK(same(setlocale(0, nullptr), "C") && same(setlocale(1, "de_DE.UTF-8"), "C"));
   void* const locale = newlocale(0x3F, "C", nullptr);
   CHECK(locale != nullptr && newlocale(0x3F, "fr_FR", locale) == locale && freelocale(locale) == 0);
 }
 
 GUEST_TEST(error_numbers_have_the_texts_of_macos) {
-  static const struct {
-    int32 error;
-    uint64 size;
-    const char* expected;
-  } rows[] = {{2, 64, "No such file or directory"},
-              {2, 5, "No s"},
-              {0, 64, "Undefined error: 0"},
-              {13, 0, "...."},
-              {35, 64, "Resource temporarily unavailable"},
-              {60, 64, "Unknown error"},
-              {-1, 1, ""}};
-  for (const auto& row : rows) {
+  const auto has_text = [](int32 error, uint64 size, const char* expected) {
     char buffer[64] = "....";
-    CHECK(strerror_r(row.error, buffer, row.size) == 0 && same(buffer, row.expected));
-  }
+    return strerror_r(error, buffer, size) == 0 && same(buffer, expected);
+  };
+  CHECK(has_text(2, 64, "No such file or directory") && has_text(2, 5, "No s") && has_text(13, 0, "...."));
+  CHECK(has_text(0, 64, "Undefined error: 0") && has_text(35, 64, "Resource temporarily unavailable"));
+  CHECK(has_text(60, 64, "Unknown error"));
 }

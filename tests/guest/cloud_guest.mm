@@ -11,11 +11,10 @@ static const char *store_path() {
   return path;
 }
 
-/// The entries in the store's file, without its last line; null when there is no file.
+/// The entries in the store's file, without its last line.
 static const char *file_bytes() {
   static char bytes[4096];
   FILE *const file = fopen(store_path(), "r");
-  if (file == nullptr) return nullptr;
   bytes[fread(bytes, 1, sizeof bytes - 1, file)] = 0;
   fclose(file);
   char *const proof = strstr(bytes, "#whole ");
@@ -26,15 +25,14 @@ static const char *file_bytes() {
 static bool writes(__attribute__((noescape)) void (^change)()) {
   unlink(store_path());
   change();
-  return file_bytes() != nullptr;
+  return access(store_path(), 0) == 0;
 }
 
 // The first test: nothing has asked for the default store yet. The file is cloud_test.cpp's.
 GUEST_TEST(a_store_that_is_only_allocated_has_what_the_file_has) {
   NSUbiquitousKeyValueStore *mine = [[NSUbiquitousKeyValueStore alloc] init];
   CHECK([mine longLongForKey:@"games"] == 41 && is_text([mine stringForKey:@"name"], "a\tb"));
-  CHECK(store() != nil && store() == store() && [store() isKindOfClass:[NSUbiquitousKeyValueStore class]]);
-  CHECK([store() doubleForKey:@"ratio"] == 0.1 && [store() longLongForKey:@"games"] == 41);
+  CHECK(store() == store() && [store() doubleForKey:@"ratio"] == 0.1 && [store() synchronize] == YES);
   [mine removeObjectForKey:@"games"];
   CHECK([store() objectForKey:@"games"] == nil);
   CHECK(same(file_bytes(), "s\tname\ta\\tb\nd\tratio\t0.10000000000000001\n"));
@@ -46,8 +44,7 @@ GUEST_TEST(values_are_read_as_the_kind_that_is_asked_for) {
     NSObject *value;
     double number;
     long long integer;
-  } rows[] = {{@YES, 1, 1},  {@0.5, 0.5, 0}, {@(-(1ll << 62)), -0x1p62, -(1ll << 62)},
-              {@"12", 0, 0}, {array, 0, 0}, {nil, 0, 0}};
+  } rows[] = {{@YES, 1, 1}, {@0.5, 0.5, 0}, {@(-(1ll << 62)), -0x1p62, -(1ll << 62)}, {@"12", 0, 0}, {array, 0, 0}};
   for (const auto &row : rows) {
     [store() setObject:row.value forKey:@"key"];
     CHECK([store() objectForKey:@"key"] == row.value || row.value != array);
@@ -55,21 +52,17 @@ GUEST_TEST(values_are_read_as_the_kind_that_is_asked_for) {
     CHECK([store() doubleForKey:@"key"] == row.number && [store() longLongForKey:@"key"] == row.integer);
     CHECK([store() boolForKey:@"key"] == (row.integer != 0));
   }
-  CHECK([store() synchronize] == YES);
 }
 
 GUEST_TEST(only_a_change_writes_the_file) {
   NSMutableString *text = [[NSMutableString alloc] initWithString:@"abc"];
-  NSString *ball = @"ボール";  // the compiler makes UTF-16 of it
   CHECK(writes(^{ [store() setLongLong:1 forKey:@"n"]; }));
   CHECK(!writes(^{ [store() setBool:YES forKey:[NSString stringWithUTF8String:"n"]]; }));
-  CHECK(writes(^{ [store() setDouble:1 forKey:@"n"]; }) && writes(^{ [store() setString:@"1" forKey:@"n"]; }));
-  CHECK(!writes(^{ [store() setObject:[NSString stringWithUTF8String:"1"] forKey:@"n"]; }));
+  CHECK(writes(^{ [store() setDouble:1 forKey:@"n"]; }) && writes(^{ [store() setString:@"ボ" forKey:@"n"]; }));
+  CHECK(!writes(^{ [store() setObject:[NSString stringWithUTF8String:"ボ"] forKey:@"n"]; }));
   [store() setObject:text forKey:@"n"];
   [text appendString:@"d"];
   CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }) && is_text([store() stringForKey:@"n"], "abcd"));
-  CHECK(writes(^{ [store() setString:ball forKey:ball]; }));
-  CHECK(!writes(^{ [store() setString:[ball copy] forKey:[ball copy]]; }));
   CHECK(!writes(^{ [store() removeObjectForKey:nil]; }) && writes(^{ [store() removeObjectForKey:@"n"]; }));
 }
 
@@ -84,33 +77,27 @@ GUEST_TEST(the_file_holds_every_entry_in_its_order) {
   [store() setObject:[NSArray array] forKey:@"in memory alone"];
   [store() setLongLong:7 forKey:@"again"];
   [store() setDouble:__builtin_inf() forKey:@"first"];  // keeps its place
-  [store() setBool:YES forKey:nil];
   [store() removeObjectForKey:@"again"];
+  [store() setBool:YES forKey:nil];
   [store() setString:@"at\0the end" forKey:@"again"];
   CHECK(same(file_bytes(), "s\ttab\\tfeed\\nback\\\\\ta\\tb\\nc\\\\d\re\nd\tfirst\tinf\ni\t\t1\ns\tagain\tat\n"));
-  NSDictionary *all = [store() dictionaryRepresentation];
-  [store() removeObjectForKey:@"again"];
-  CHECK([all count] == 5 && [all objectForKey:@"again"] != nil);  // a copy
 }
 
 GUEST_TEST(threads_do_not_lose_each_others_changes) {
   constexpr int64 threads = 4, changes = 25;
   remove_all();
-  [store() setLongLong:7 forKey:@"shared"];
   run_on_threads(threads, [](int64 number) {
-    NSString *key = [NSString stringWithFormat:@"thread %ld", number];
+    NSString *key = [NSString stringWithFormat:@"%ld", number];
     for (int64 i = 1; i <= changes; ++i) {
       [store() setLongLong:i forKey:key];
-      [store() setLongLong:7 forKey:@"shared"];
-      CHECK([store() longLongForKey:key] == i && [[store() dictionaryRepresentation] count] <= threads + 1);
+      CHECK([store() longLongForKey:key] == i && [[store() dictionaryRepresentation] count] <= threads);
     }
   });
   NSMutableString *expected = [NSMutableString new];  // saves have not mixed
   for (NSString *key in [[store() dictionaryRepresentation] allKeys]) {
-    const int value = [key isEqualToString:@"shared"] ? 7 : 25;
-    [expected appendString:[NSString stringWithFormat:@"i\t%s\t%d\n", [key UTF8String], value]];
+    [expected appendString:[NSString stringWithFormat:@"i\t%s\t25\n", [key UTF8String]]];
   }
-  CHECK([[store() dictionaryRepresentation] count] == threads + 1 && is_text(expected, file_bytes()));
+  CHECK([[store() dictionaryRepresentation] count] == threads && is_text(expected, file_bytes()));
 }
 
 // ---- The plug-in ----------------------------------------------------------------------------------------------------
@@ -143,7 +130,7 @@ GUEST_TEST(managed_code_reaches_the_store_through_the_plug_in) {
 
 // ---- Probes ---------------------------------------------------------------------------------------------------------
 
-// What is changed stays in memory, whatever the disk does. The first change is of 1 MB.
+// What is changed stays in memory, whatever the disk does. This change is of 1 MB.
 extern "C" int64 change_once() {
   static char large[1 << 20];
   memset(large, 'x', sizeof large - 1);
@@ -152,11 +139,8 @@ extern "C" int64 change_once() {
 }
 
 extern "C" int64 change_ten_times() {
-  for (int64 i = 0; i < 10; ++i) {
-    [store() setLongLong:i forKey:@"change"];
-    if ([store() longLongForKey:@"change"] != i) return 1;
-  }
-  return 0;
+  for (int64 i = 0; i < 10; ++i) [store() setLongLong:i forKey:@"change"];
+  return [store() longLongForKey:@"change"] == 9 ? 0 : 1;
 }
 
 /// Changes one key of 40 after the other, each to a text that begins with the number of the step, and tells each step
@@ -169,8 +153,8 @@ extern "C" int64 save_until_killed() {
   };
   const auto key_of = [](int64 step) { return [NSString stringWithFormat:@"level_%02ld", step % 40]; };
   int64 step = -1;
-  for (int64 key = 0; key < 40; ++key) {
-    const int64 last = [store() stringForKey:key_of(key)] ? [[store() stringForKey:key_of(key)] longLongValue] : -1;
+  for (NSString *key in [[store() dictionaryRepresentation] allKeys]) {
+    const int64 last = [[store() stringForKey:key] longLongValue];
     if (last > step) step = last;
   }
   for (int64 kept = step; kept >= 0 && kept > step - 40; --kept) {
