@@ -61,7 +61,7 @@ GUEST_TEST(text_is_formatted_as_on_macos) {
   prints("00ef|0000g|0x0|0x10", "%04s|%05c|%p|%-+#.3p", "ef", 'g', 0L, 16L);
   prints("  \u00E9\u4E2D|\u00E9|\u07FF\u0800\U00010000", "%7ls|%.4ls|%ls", L"\u00E9\u4E2D", L"\u00E9\u4E2D",
          L"\u07FF\u0800\U00010000");
-  prints("(null)|%y|%y5|%$d", "%@|%5.2y|%*y%d|%1$d", nullptr, 8, 99, 5);
+  prints("(null)|%y|%y5|%$d", "%@|%5.2y|%*y%d|%1$d", nullptr, 99, 5);
 }
 
 GUEST_TEST(a_piece_ends_after_511_characters_and_a_text_where_its_buffer_does) {

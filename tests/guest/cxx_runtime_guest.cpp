@@ -1,15 +1,10 @@
 // Guards of function-local statics, operators new and delete, and the ends of C++ code that cannot go on.
 #include "darwin_threads.h"
 
-extern "C" {
-int32 __cxa_guard_acquire(uint64*);
-void __cxa_guard_release(uint64*);
-void __cxa_guard_abort(uint64*);
-}
-void* operator new(unsigned long);
-void* operator new[](unsigned long);
-void operator delete(void*) noexcept;
-void operator delete[](void*) noexcept;
+extern "C" int32 __cxa_guard_acquire(uint64*);
+extern "C" void __cxa_guard_release(uint64*), __cxa_guard_abort(uint64*);
+void* operator new(unsigned long), *operator new[](unsigned long);
+void operator delete(void*) noexcept, operator delete[](void*) noexcept;
 void destroy_mutex(Mutex*) __asm("__ZNSt3__15mutexD1Ev");
 void destroy_condition(Condition*) __asm("__ZNSt3__118condition_variableD1Ev");
 namespace std {
@@ -47,16 +42,11 @@ GUEST_TEST(guards_let_one_of_many_threads_initialize) {
   int32 wrong = 0;  // results that a thread saw too early
   run_on_threads(8, [&](int64) {
     for (Raced& one : raced) {
-      while (__cxa_guard_acquire(&one.guard)) {
+      while (one.result == 0 && __cxa_guard_acquire(&one.guard)) {
         for (volatile int spin = 0; spin < 200; spin = spin + 1) {
         }
-        if (++one.attempts == 1 && (&one - raced) % 2 == 0) {  // gives up, and takes part again
-          __cxa_guard_abort(&one.guard);
-          continue;
-        }
-        one.result = 1;
-        __cxa_guard_release(&one.guard);
-        break;
+        one.result = ++one.attempts == 2 || (&one - raced) % 2;  // else gives up, and takes part again
+        one.result ? __cxa_guard_release(&one.guard) : __cxa_guard_abort(&one.guard);
       }
       if (one.result != 1) __atomic_add_fetch(&wrong, 1, __ATOMIC_RELAXED);
     }

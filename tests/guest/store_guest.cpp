@@ -13,73 +13,65 @@
 
 namespace {
 
-constexpr char folder[] = "store.tmp", log_name[] = "store.tmp/log", new_name[] = "store.tmp/new";
-constexpr uint64 record_size = 256;
+constexpr char log_name[] = "store.tmp/log", new_name[] = "store.tmp/new";
+constexpr int64 record_size = 256;
+int64 last = 0;  // number of the newest record
+
+void tell(const char* line, int64 a = 0, int64 b = 0) {
+  char text[100];
+  write(1, text, snprintf(text, sizeof text, line, a, b));
+}
 
 /// Each number has bytes of its own, so that whatever is not where it was written shows.
-void make_record(uint64 number, uint64* words) {
-  words[0] = number;
-  for (uint64 i = 1; i < record_size / 8; ++i) words[i] = (number << 8 | i) * 2654435761;
+void make_record(int64 number, int64* words) {
+  for (int64 i = 0; i < record_size / 8; ++i) words[i] = i == 0 ? number : (number << 8 | i) * 2654435761;
 }
-
-void tell(const char* line, uint64 a = 0, uint64 b = 0) {
-  char text[100];
-  write(1, text, static_cast<uint64>(snprintf(text, sizeof text, line, a, b)));
-}
-bool broken(const char* what) { return tell("broken: %s\n", reinterpret_cast<uint64>(what)), false; }
-
-uint64 last = 0;  // number of the newest record
 
 /// In small pieces, so that a process that is killed leaves some of them behind.
-bool write_record(int32 file, uint64 number) {
-  uint64 words[record_size / 8];
+bool write_record(int32 file, int64 number) {
+  int64 words[record_size / 8], written = 0;
   make_record(number, words);
-  bool good = true;
-  for (uint64 at = 0; at < record_size / 8; at += 2) good &= write(file, words + at, 16) == 16;
-  return good;
+  for (uint64 at = 0; at < record_size / 8; at += 2) written += write(file, words + at, 16);
+  return written == record_size;
 }
 
 /// Puts a file with the newest records in the log's place.
 bool compact() {
   const int32 file = open(new_name, O_WRONLY | O_CREAT | O_TRUNC, 0644);
   bool good = true;
-  for (uint64 number = last < 32 ? 1 : last - 31; number <= last; ++number) good &= write_record(file, number);
+  for (int64 number = last - 31; number <= last; ++number) good &= write_record(file, number);
   return good && close(file) == 0 && rename(new_name, log_name) == 0;
 }
 
-/// Reads and checks the whole log and cuts a record off that is not whole.
-bool load_log(bool& torn) {
+/// Reads and checks the whole log and cuts a record off that is not whole. What is wrong with it, or null.
+const char* load_log(bool& torn) {
   const int32 file = open(log_name, O_RDWR | O_CREAT, 0644);
-  uint64 found[record_size / 8], expected[record_size / 8];
-  int64 size, end = 0;
-  for (uint64 number = 0; (size = read(file, found, record_size)) > 0; ++number) {
-    if (number == 0) number = found[0];
-    make_record(number, expected);
-    if (memcmp(found, expected, size) != 0) return broken("the log holds what was not written there");
-    if (size < (int64)record_size) break;
-    last = number;
-    end += record_size;
+  int64 found[record_size / 8], expected[record_size / 8], size, count = 0;
+  for (; (size = read(file, found, record_size)) == record_size; ++count) {
+    make_record(last = count == 0 ? found[0] : last + 1, expected);
+    if (memcmp(found, expected, size) != 0) return "the log holds what was not written there";
   }
-  if (last >= 32 && end < 32 * (int64)record_size) return broken("a record of a file that was renamed into place");
   torn = size > 0;
-  return (!torn || ftruncate(file, end) == 0 || broken("ftruncate")) && close(file) == 0;
+  if (last >= 32 && count < 32) return "a record of a file that was renamed into place";
+  return ftruncate(file, count * record_size) == 0 && close(file) == 0 ? nullptr : "it cannot be cut";
 }
 
 }  // namespace
 
 /// Opens the store, checks all that is in it and writes until somebody ends the process.
 extern "C" int64 write_until_killed() {
-  mkdir(folder, 0755);
+  mkdir("store.tmp", 0755);
   bool torn;
-  if (!load_log(torn)) return 1;
-  for (tell("opened %llu %llu\n", last, torn);; tell("kept %llu\n", last)) {
+  const char* wrong = load_log(torn);
+  for (tell("opened %ld %ld\n", last, torn); wrong == nullptr; tell("kept %ld\n", last)) {
     const int32 file = open(log_name, O_WRONLY | O_APPEND);
-    for (int32 i = 0; i < 40; ++i) {
-      if (!write_record(file, last + 1)) return broken("a record cannot be written");
-      if (++last % 8 == 0) tell("kept %llu\n", last);
+    for (int32 i = 0; i < 40 && wrong == nullptr; ++i) {
+      if (!write_record(file, last + 1)) wrong = "a record cannot be written";
+      if (++last % 8 == 0) tell("kept %ld\n", last);
     }
     close(file);
-    if (!load_log(torn) || torn) return broken("a record is not whole although it was written");
-    if (!compact()) return broken("the log cannot be replaced");
+    if (wrong == nullptr) wrong = load_log(torn);
+    if (wrong == nullptr && (torn || !compact())) wrong = "a record is not whole, or the log cannot be replaced";
   }
+  return tell("broken: %s\n", reinterpret_cast<int64>(wrong)), 1;
 }
