@@ -2,22 +2,14 @@
 // classes, error texts, results in registers, standard streams. differ.cpp compares all the rest.
 #include "darwin_threads.h"
 
-struct SineCosine {
-  double sine, cosine;
-};
-struct SineCosineFloat {
-  float sine, cosine;
-};
 extern "C" {
-SineCosine __sincos_stret(double);
-SineCosineFloat __sincosf_stret(float);
+_Complex double __sincos_stret(double);
+_Complex float __sincosf_stret(float);
 double sin(double), cos(double);
 uint64 strlcpy(char*, const char*, uint64);
-int32 __maskrune(int32, uint64);
-int32 __tolower(int32);
+int32 __maskrune(int32, uint64), __tolower(int32), freelocale(void*);
 const char* setlocale(int32, const char*);
 void* newlocale(int32, const char*, void*);
-int32 freelocale(void*);
 extern const uint8 _DefaultRuneLocale[3208];
 }
 
@@ -34,40 +26,29 @@ void prints(const char* expected, const char* format, T... arguments) {
   guest_test::check(same(text, expected) && length == static_cast<int32>(strlen(text)), format, __LINE__, text);
 }
 
-/// What lies at a place where sscanf stored: exactly this value, behind it what was there before.
-template <class T>
-bool holds(const char* place, T value) {
-  constexpr uint64 size = sizeof(T) == 16 ? 10 : sizeof(T);
-  return memcmp(place, &value, size) == 0 && place[size] == '?';
-}
-bool holds(const char* place, const char* text) { return same(place, text) && place[strlen(text) + 1] == '?'; }
-bool holds(const char* place, const wchar_t* wide) {
-  int i = 0;
-  while (memcmp(place + 4 * i, wide + i, 4) == 0 && wide[i] != 0) ++i;
-  return wide[i] == 0 && place[4 * i + 4] == '?';
-}
-
-template <class T, int... I>
-struct Positions {};
-template <int... I, class... T>
-void scans(Positions<int, I...>, const char* input, const char* format, int32 result, T... values) {
-  char places[sizeof...(T) + 1][64];
-  memset(places, '?', sizeof places);
-  const int32 found = sscanf(input, format, places[I]..., places[sizeof...(T)]);
-  const bool right = found == result && (holds(places[I], values) && ... && (places[sizeof...(T)][0] == '?'));
-  guest_test::check(right, format, found, input);
-}
+/// sscanf stores exactly these values; behind each, and in the next place, is what was there before.
 template <class... T>
-void scans(const char* input, const char* format, int32 result, T... values) {
-  scans(__make_integer_seq<Positions, int, sizeof...(T)>(), input, format, result, values...);
+void scans(const char* input, const char* format, int32 result, const T&... values) {
+  char places[8][64];
+  memset(places, '?', sizeof places);
+  const int32 found =
+      sscanf(input, format, places[0], places[1], places[2], places[3], places[4], places[5], places[6]);
+  const char* place = places[0];
+  bool right = found == result;
+  const auto holds = [&](const auto& value) {
+    const uint64 size = sizeof value == sizeof(long double) ? 10 : sizeof value;
+    right = right && memcmp(place, &value, size) == 0 && place[size] == '?';
+    place += sizeof places[0];
+  };
+  (holds(values), ...);
+  guest_test::check(right && *place == '?', format, found, input);
 }
 
 }  // namespace
 
 GUEST_TEST(arguments_arrive_from_registers_and_from_the_stack) {
   prints("12345678", "%d%d%d%d%d%d%d%d", 1, 2, 3, 4, 5, 6, 7, 8);
-  prints("1.5 2.5 3.5 4.5 5.5 6.5 7.5 8.5 9.5", "%g %g %g %g %g %g %g %g %g", 1.5, 2.5, 3.5, 4.5, 5.5, 6.5, 7.5, 8.5,
-         9.5);
+  prints("1 2 3 4 5 6 7 8.5 9.5", "%g %g %g %g %g %g %g %g %g", 1., 2., 3., 4., 5., 6., 7., 8.5, 9.5);
   prints("1 2 3 4 5.5 6 -7.2 end", "%d %d %d %d %Lg %d %.1Lf %s", 1, 2, 3, 4, 5.5L, 6, -7.25L, "end");
   scans("1 2 3 4 5 -6 seven", "%d %d %d %*d %d %ld %15s%n", 6, 1, 2, 3, 5, -6L, "seven", 18);
 }
@@ -75,16 +56,12 @@ GUEST_TEST(arguments_arrive_from_registers_and_from_the_stack) {
 GUEST_TEST(text_is_formatted_as_on_macos) {
   prints("-1|5|-1|1234567", "%d|%Ld|%qd|%'d", 0x1234567'FFFFFFFF, 0x1'00000005, -1L, 1234567);
   prints("nan|NAN|nan|nan  |  nan", "%f|%+F|% g|%-5e|%05a", -nan, nan, -nan, nan, nan);
-  prints("0x2p+0|0x2.0p+0|-2.25|0.500000", "%.0a|%.1a|%Lg|%hf", 1.5, 1.96875, -2.25L, 0.5);
-  prints("(null)|(nu|  (null)|(null)|(null)", "%s|%.3s|%8s|%ls|%.9ls", nullptr, nullptr, nullptr, nullptr, nullptr);
-  prints("ab|cd|00ef|0000g", "%hs|%Ls|%04s|%05c", "ab", "cd", "ef", 'g');
-  prints("  \u00E9\u4E2D||\u00E9|\u07FF\u0800\U00010000", "%7ls|%.1ls|%.4ls|%ls", L"\u00E9\u4E2D", L"\u00E9\u4E2D",
-         L"\u00E9\u4E2D", L"\u07FF\u0800\U00010000");
-  prints("0x1000|0x0|0xabcdef0123456789|0x10", "%p|%p|%20p|%-+#.3p", 0x1000L, 0L, 0xABCDEF0123456789, 16L);
-  prints("(null)|(null)|%y|%y|%ky8|%y5|%$d|%-5d", "%@|%5.1@|%y|%5.2y|%ky%d|%*y%d|%1$d|%.-5d", nullptr, nullptr, 8, 99,
-         5);
-  prints("%", "%");
-  prints("%", "%-08.3ll");
+  prints("0x2p+0|0x2.0p+0", "%.0a|%.1a", 1.5, 1.96875);
+  prints("(null)|(nu|  (null)|(null)", "%s|%.3s|%8s|%.9ls", nullptr, nullptr, nullptr, nullptr);
+  prints("00ef|0000g|0x0|0x10", "%04s|%05c|%p|%-+#.3p", "ef", 'g', 0L, 16L);
+  prints("  \u00E9\u4E2D|\u00E9|\u07FF\u0800\U00010000", "%7ls|%.4ls|%ls", L"\u00E9\u4E2D", L"\u00E9\u4E2D",
+         L"\u07FF\u0800\U00010000");
+  prints("(null)|%y|%y5|%$d", "%@|%5.2y|%*y%d|%1$d", nullptr, 99, 5);
 }
 
 GUEST_TEST(a_piece_ends_after_511_characters_and_a_text_where_its_buffer_does) {
@@ -98,7 +75,6 @@ GUEST_TEST(a_piece_ends_after_511_characters_and_a_text_where_its_buffer_does) {
     CHECK(memcmp(small, "12velmora", size - (size > 0)) == 0 && (size == 0 || small[size - 1] == 0));
     CHECK(size == sizeof small || small[size] == '?');
   }
-  CHECK(snprintf(small, sizeof small, "%-2147483647s+", "ab") == -1 && *__error() == 84);  // no int counts it
   int64 counts[] = {-1, -1, -1, -1};
   CHECK(snprintf(small, 2, "abc%n%ln%hn%hhn", counts, counts + 1, counts + 2, counts + 3) == 3 && counts[1] == 3);
   CHECK(counts[0] == ~0xFFFFFFFFL + 3 && counts[2] == ~0xFFFFL + 3 && counts[3] == ~0xFFL + 3);
@@ -106,62 +82,46 @@ GUEST_TEST(a_piece_ends_after_511_characters_and_a_text_where_its_buffer_does) {
 
 GUEST_TEST(text_is_scanned_as_on_macos) {
   // The longest number; an unfinished tail stays.
-  scans("1.5em 100ergs", "%f%s%f%s", 4, 1.5f, "em", 100.0f, "ergs");
-  scans("1e+ -2.e-", "%lf%s%lf%s", 4, 1.0, "e+", -2.0, "e-");
+  scans("1.5em -2.e-", "%f%s%lf%s", 4, 1.5f, "em", -2.0, "e-");
   scans("nan(_ nan(1_)", "%*f%s%*lf%n", 1, "(_", 13);
-  scans("infin INFINITYx", "%f%s%f%s", 4, infinite, "in", infinite, "x");
-  scans("1.5e10 1.e5", "%4f%s%*2f%s", 3, 1.5f, "e10", "e5");
-  scans("0x1.8p 0x 0x.g", "%f%s%f%s%f%s", 6, 1.5f, "p", 0.0f, "x", 0.0f, "x.g");
-  scans("0x.8 0x1.8p1 -.5", "%Lf%Lf%Lf", 3, 0.5L, 3.0L, -0.5L);
+  scans("0x1.8p 0x.g 0x1.8p1", "%f%s%f%s%Lf", 5, 1.5f, "p", 0.0f, "x.g", 3.0L);
   scans("1e400 1e-400 -1e39", "%lf%lf%f", 3, double{infinite}, 0.0, -infinite);
-  scans(". e1", "%f", 0);
-  scans("in", "%f", 0);
-  scans("0xyz 0xg 0x1f", "%i%s%x%s%2x%s", 6, 0, "xyz", 0, "xg", 0, "x1f");
-  scans("300 70000 0x1000", "%hhu%hu%p", 3, uint8{44}, static_cast<short>(4464), 0x1000L);
+  scans("0xyz 0x1f 300 0x1000", "%i%s%2x%s%hhu%p", 6, 0, "xyz", 0, "x1f", uint8{44}, 0x1000L);
   scans("99999999999999999999 -99999999999999999999", "%qd%jd", 2, ~(1L << 63), 1L << 63);
   scans("ab", "%5c%d", 1, static_cast<short>('b' << 8 | 'a'));
-  scans("12", "%*d%d", -1);
-  scans("12", "%d%*d", 1, 12);
-  scans("1", "%d%", -1, 1);
-  scans("12  %34x", "%d%%%d%y", 2, 12, 34);
   scans("abcabc-09", "%4[a-c]%*2[^d]%[9-0]%n", 2, "abca", "-09", 9);
   scans("h\u00E9llo \u4E2D", "%ls%S", 2, L"h\u00E9llo", L"\u4E2D");
-  scans("\xC3", "%lc", -1);
   scans("123", "%d%hhn%hn%n%ln", 1, 123, uint8{3}, static_cast<short>(3), 3, 3L);
 }
 
 GUEST_TEST(a_stream_gets_all_of_a_text_and_its_length_is_told_anyway) {
   static char part[2000], read[5000];
-  for (int i = 0; i < 1999; ++i) part[i] = static_cast<char>('a' + i % 26);
+  memset(part, 'x', 1999);
   FILE* const file = fopen(scratch, "w+b");
   CHECK(fprintf(file, "%s|%d|%s", part, 42, part) == 4002 && fseek(file, 0, SEEK_SET) == 0);
   CHECK(fread(read, 1, sizeof read, file) == 4002 && memcmp(read, part, 1999) == 0 && same(read + 2003, part));
   CHECK(fclose(file) == 0);
   const char line[] = "guest: printed through ___stdoutp\n";
   CHECK(fwrite(line, 1, sizeof line - 1, stdout) == sizeof line - 1 && fflush(stdout) == 0);
-  CHECK(fprintf(stderr, "%d: %s\n", 1, "short") == 9);
-  CHECK(stdin != stdout && fprintf(stdin, "%d: %s\n", 1, "nobody reads it") == 19);
+  CHECK(fprintf(stderr, "%d: %s\n", 1, "short") == 9 && fprintf(stdin, "%d: %s\n", 1, "nobody reads it") == 19);
 }
 
 GUEST_TEST(threads_and_descriptors_that_append_lose_nothing) {
-  constexpr int32 records = 2000, writers = 4;
+  constexpr int64 records = 2000, writers = 4;
   unlink(scratch);
   run_on_threads(writers, [](int64 own) {
     const int32 file = open(scratch, O_WRONLY | O_APPEND | O_CREAT, 0666);
-    int64 record[2] = {own, 0};
-    for (; record[1] < records; ++record[1]) CHECK(write(file, record, sizeof record) == sizeof record);
+    for (int64 record[2] = {own}; record[1] < records; ++record[1]) CHECK(write(file, record, 16) == 16);
     close(file);
   });
   const int32 file = open(scratch, O_RDWR | O_APPEND);
   int64 record[2], next[writers] = {}, count = 0;
-  while (read(file, record, sizeof record) == sizeof record && record[0] < writers) {
-    count += record[1] == next[record[0]]++;
-  }
+  while (read(file, record, 16) == 16 && record[0] < writers) count += record[1] == next[record[0]]++;
   CHECK(count == records * writers && lseek(file, 0, SEEK_CUR) == count * 16);
   // The position is behind what was appended; without the flag it is where writing goes on.
   CHECK(lseek(file, 8, SEEK_SET) == 8 && write(file, "end", 3) == 3 && lseek(file, 0, SEEK_CUR) == count * 16 + 3);
-  CHECK(ftruncate(file, 16) == 0 && fcntl(file, 4, O_RDWR) == 0 && lseek(file, 4, SEEK_SET) == 4);
-  CHECK(write(file, "4567", 4) == 4 && lseek(file, 0, SEEK_END) == 16 && close(file) == 0 && unlink(scratch) == 0);
+  CHECK(fcntl(file, 4, O_RDWR) == 0 && lseek(file, 4, SEEK_SET) == 4 && write(file, "4567", 4) == 4);
+  CHECK(lseek(file, 0, SEEK_END) == count * 16 + 3 && close(file) == 0 && unlink(scratch) == 0);
 }
 
 GUEST_TEST(a_thread_of_the_game_computes_with_64_bits) {
@@ -172,48 +132,39 @@ GUEST_TEST(a_thread_of_the_game_computes_with_64_bits) {
 }
 
 GUEST_TEST(pairs_come_back_in_registers) {
-  const SineCosine doubles = __sincos_stret(2.5);
-  CHECK(doubles.sine == sin(2.5) && doubles.cosine == cos(2.5));
-  const SineCosineFloat floats = __sincosf_stret(2.5f);
-  CHECK(floats.sine > 0.598472f && floats.sine < 0.598473f && floats.cosine < -0.801143f && floats.cosine > -0.801144f);
+  const auto doubles = __sincos_stret(2.5);
+  const auto floats = __sincosf_stret(2.5f);
+  CHECK(__real__ doubles == sin(2.5) && __imag__ doubles == cos(2.5));
+  CHECK(static_cast<int32>(__real__ floats * 1e5f) == 59847 && static_cast<int32>(__imag__ floats * 1e5f) == -80114);
 }
 
 GUEST_TEST(texts_become_numbers) {
   constexpr uint64 low = 0x8000000000000000;  // the least signed number, as bits
   static const struct {
     const char* text;
-    int32 base;
-    uint64 as_long, as_ulong;  // bits
-    int64 length;              // what the conversion takes
-    int32 long_error, ulong_error;
-  } rows[] = {
-      {" \t\n\v\f\r+7x", 10, 7, 7, 8, 0, 0},
-      {"0x", 0, 0, 0, 1, 0, 0},
-      {"", 10, 0, 0, 0, EINVAL, EINVAL},
-      {"  -", 10, 0, 0, 0, EINVAL, EINVAL},
-      {"1", 1, 0, 0, 0, EINVAL, EINVAL},
-      {"1", 37, 0, 0, 0, EINVAL, EINVAL},
-      {"9223372036854775808", 10, ~low, low, 19, ERANGE, 0},
-      {"-9223372036854775808", 10, low, low, 20, 0, 0},
-      {"-99999999999999999999", 10, low, ~uint64{0}, 21, ERANGE, ERANGE},
-  };
+    int64 length;                     // what the conversion takes
+    uint64 results[2];                // bits, of strtol and strtoul
+    int32 base = 10, errors[2] = {};  // success leaves what was there
+  } rows[] = {{"0x", 1, {0, 0}, 0},
+              {"  -", 0, {0, 0}, 10, {EINVAL, EINVAL}},
+              {"9223372036854775808", 19, {~low, low}, 10, {ERANGE}},
+              {"-9223372036854775808", 20, {low, low}},
+              {"-99999999999999999999", 21, {low, ~uint64{0}}, 10, {ERANGE, ERANGE}}};
   for (const auto& row : rows) {
-    constexpr int32 untouched = 99;  // success leaves the error number as it was
-    char* end = nullptr;
-    *__error() = untouched;
-    CHECK(static_cast<uint64>(strtol(row.text, &end, row.base)) == row.as_long && end - row.text == row.length);
-    CHECK(*__error() == (row.long_error ? row.long_error : untouched));
-    *__error() = untouched;
-    CHECK(strtoul(row.text, &end, row.base) == row.as_ulong && end - row.text == row.length);
-    CHECK(*__error() == (row.ulong_error ? row.ulong_error : untouched));
+    for (int32 way = 0; way < 2; ++way) {
+      char* end = nullptr;
+      *__error() = 0;
+      const uint64 result = way == 0 ? strtol(row.text, &end, row.base) : strtoul(row.text, &end, row.base);
+      CHECK(result == row.results[way] && end - row.text == row.length && *__error() == row.errors[way]);
+    }
   }
 }
 
 GUEST_TEST(a_copy_is_cut_at_its_size) {
-  static const char* const expected[] = {"........", "\0.......", "a\0......", "ab\0.....", "abc\0....", "abc\0...."};
   for (uint64 size = 0; size < 6; ++size) {
     char buffer[9] = "........";
-    CHECK(strlcpy(buffer, "abc", size) == 3 && memcmp(buffer, expected[size], 8) == 0);
+    CHECK(strlcpy(buffer, "abc", size) == 3 && memcmp(buffer, "abc", size > 3 ? 4 : size - (size > 0)) == 0);
+    CHECK((size == 0 || buffer[size < 4 ? size - 1 : 3] == 0) && buffer[size < 4 ? size : 4] == '.');
   }
 }
 
@@ -222,47 +173,27 @@ GUEST_TEST(character_classes_as_the_macros_of_macos_read_them) {
     int32 c;
     uint32 classes;
     int32 lower, upper;
-  } rows[] = {{' ', 0x40064000, ' ', ' '}, {'9', 0x40050C09, '9', '9'},
-              {'A', 0x4005890A, 'a', 'A'}, {'Z', 0x40048900, 'z', 'Z'},
-              {'f', 0x4005190F, 'f', 'F'}, {'g', 0x40041900, 'g', 'G'},
-              {'!', 0x40042800, '!', '!'}, {'\t', 0x24200, '\t', '\t'},
-              {'\n', 0x4200, '\n', '\n'},  {0, 0x200, 0, 0},
-              {127, 0x200, 127, 127},      {255, 0, 255, 255}};
+  } rows[] = {{' ', 0x40064000, ' ', ' '}, {'9', 0x40050C09, '9', '9'}, {'A', 0x4005890A, 'a', 'A'},
+              {'f', 0x4005190F, 'f', 'F'}, {'!', 0x40042800, '!', '!'}, {255, 0, 255, 255}};
   for (const auto& row : rows) {
     const auto entry = [&](int64 table) {
-      return *reinterpret_cast<const uint32*>(_DefaultRuneLocale + table + 4 * row.c);
+      return *reinterpret_cast<const int32*>(_DefaultRuneLocale + table + 4 * row.c);
     };
-    CHECK(entry(60) == row.classes && static_cast<uint32>(__maskrune(row.c, 0xFFFFFFFF)) == row.classes);
-    CHECK(static_cast<int32>(entry(1084)) == row.lower && __tolower(row.c) == row.lower);
-    CHECK(static_cast<int32>(entry(2108)) == row.upper);
+    CHECK(entry(60) == (int32)row.classes && __maskrune(row.c, 0xFFFFFFFF) == (int32)row.classes);
+    CHECK(entry(1084) == row.lower && __tolower(row.c) == row.lower && entry(2108) == row.upper);
   }
-  static const int32 outside[] = {-1, 256, 0x3042, -128};
-  for (const int32 c : outside) CHECK(__maskrune(c, 0xFFFFFFFF) == 0 && __tolower(c) == c);
-  CHECK(memcmp(_DefaultRuneLocale, "RuneMagANONE", 13) == 0);
-  CHECK(*reinterpret_cast<const int32*>(_DefaultRuneLocale + 56) == 0xFFFD);
-  uint64 behind = 0;  // no ranges, no variable part
-  for (uint64 i = 3132; i < sizeof _DefaultRuneLocale; ++i) behind += _DefaultRuneLocale[i];
-  CHECK(behind == 0);
-
+  CHECK(__maskrune(-1, 0xFFFFFFFF) == 0 && __maskrune(256, 0xFFFFFFFF) == 0 && __tolower(-1) == -1);
   CHECK(same(setlocale(0, nullptr), "C") && same(setlocale(1, "de_DE.UTF-8"), "C"));
   void* const locale = newlocale(0x3F, "C", nullptr);
   CHECK(locale != nullptr && newlocale(0x3F, "fr_FR", locale) == locale && freelocale(locale) == 0);
 }
 
 GUEST_TEST(error_numbers_have_the_texts_of_macos) {
-  static const struct {
-    int32 error;
-    uint64 size;
-    const char* expected;
-  } rows[] = {{2, 64, "No such file or directory"},
-              {2, 5, "No s"},
-              {0, 64, "Undefined error: 0"},
-              {35, 64, "Resource temporarily unavailable"},
-              {60, 64, "Unknown error"},
-              {-1, 1, ""},
-              {13, 0, "...."}};
-  for (const auto& row : rows) {
+  const auto has_text = [](int32 error, uint64 size, const char* expected) {
     char buffer[64] = "....";
-    CHECK(strerror_r(row.error, buffer, row.size) == 0 && same(buffer, row.expected));
-  }
+    return strerror_r(error, buffer, size) == 0 && same(buffer, expected);
+  };
+  CHECK(has_text(2, 64, "No such file or directory") && has_text(2, 5, "No s") && has_text(13, 0, "...."));
+  CHECK(has_text(0, 64, "Undefined error: 0") && has_text(35, 64, "Resource temporarily unavailable"));
+  CHECK(has_text(60, 64, "Unknown error"));
 }

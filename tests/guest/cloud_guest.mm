@@ -11,11 +11,10 @@ static const char *store_path() {
   return path;
 }
 
-/// The entries in the store's file, without its last line; null when there is no file.
+/// The entries in the store's file, without its last line.
 static const char *file_bytes() {
   static char bytes[4096];
   FILE *const file = fopen(store_path(), "r");
-  if (file == nullptr) return nullptr;
   bytes[fread(bytes, 1, sizeof bytes - 1, file)] = 0;
   fclose(file);
   char *const proof = strstr(bytes, "#whole ");
@@ -26,15 +25,14 @@ static const char *file_bytes() {
 static bool writes(__attribute__((noescape)) void (^change)()) {
   unlink(store_path());
   change();
-  return file_bytes() != nullptr;
+  return access(store_path(), 0) == 0;
 }
 
 // The first test: nothing has asked for the default store yet. The file is cloud_test.cpp's.
 GUEST_TEST(a_store_that_is_only_allocated_has_what_the_file_has) {
   NSUbiquitousKeyValueStore *mine = [[NSUbiquitousKeyValueStore alloc] init];
   CHECK([mine longLongForKey:@"games"] == 41 && is_text([mine stringForKey:@"name"], "a\tb"));
-  CHECK(store() != nil && store() == store() && [store() isKindOfClass:[NSUbiquitousKeyValueStore class]]);
-  CHECK([store() doubleForKey:@"ratio"] == 0.1 && [store() longLongForKey:@"games"] == 41);
+  CHECK(store() == store() && [store() doubleForKey:@"ratio"] == 0.1 && [store() synchronize] == YES);
   [mine removeObjectForKey:@"games"];
   CHECK([store() objectForKey:@"games"] == nil);
   CHECK(same(file_bytes(), "s\tname\ta\\tb\nd\tratio\t0.10000000000000001\n"));
@@ -44,43 +42,28 @@ GUEST_TEST(values_are_read_as_the_kind_that_is_asked_for) {
   NSArray *array = [NSArray arrayWithObject:@"12"];
   const struct {
     NSObject *value;
-    bool is_text;
     double number;
     long long integer;
-  } rows[] = {{[NSNumber numberWithBool:YES], false, 1, 1},
-              {[NSNumber numberWithDouble:0.5], false, 0.5, 0},
-              {[NSNumber numberWithLongLong:-(1l << 62)], false, -0x1p62, -(1l << 62)},
-              {@"12", true, 0, 0},
-              {array, false, 0, 0},
-              {nil, false, 0, 0}};
+  } rows[] = {{@YES, 1, 1}, {@0.5, 0.5, 0}, {@(-(1ll << 62)), -0x1p62, -(1ll << 62)}, {@"12", 0, 0}, {array, 0, 0}};
   for (const auto &row : rows) {
     [store() setObject:row.value forKey:@"key"];
-    CHECK(([store() stringForKey:@"key"] != nil) == row.is_text && [store() boolForKey:@"key"] == (row.integer != 0));
+    CHECK([store() objectForKey:@"key"] == row.value || row.value != array);
+    CHECK(([store() stringForKey:@"key"] != nil) == [row.value isKindOfClass:[NSString class]]);
     CHECK([store() doubleForKey:@"key"] == row.number && [store() longLongForKey:@"key"] == row.integer);
+    CHECK([store() boolForKey:@"key"] == (row.integer != 0));
   }
-  [store() setObject:array forKey:@"key"];
-  CHECK([store() objectForKey:@"key"] == array && [store() synchronize] == YES);
-  [store() removeObjectForKey:@"key"];
 }
 
 GUEST_TEST(only_a_change_writes_the_file) {
   NSMutableString *text = [[NSMutableString alloc] initWithString:@"abc"];
-  NSString *ball = @"ボール";  // the compiler makes UTF-16 of it
   CHECK(writes(^{ [store() setLongLong:1 forKey:@"n"]; }));
-  CHECK(!writes(^{ [store() setLongLong:1 forKey:@"n"]; }));
   CHECK(!writes(^{ [store() setBool:YES forKey:[NSString stringWithUTF8String:"n"]]; }));
-  CHECK(writes(^{ [store() setDouble:1 forKey:@"n"]; }));
-  CHECK(writes(^{ [store() setString:@"1" forKey:@"n"]; }));
-  CHECK(!writes(^{ [store() setObject:[NSString stringWithUTF8String:"1"] forKey:@"n"]; }));
-  CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }));
+  CHECK(writes(^{ [store() setDouble:1 forKey:@"n"]; }) && writes(^{ [store() setString:@"ボ" forKey:@"n"]; }));
+  CHECK(!writes(^{ [store() setObject:[NSString stringWithUTF8String:"ボ"] forKey:@"n"]; }));
+  [store() setObject:text forKey:@"n"];
   [text appendString:@"d"];
   CHECK(writes(^{ [store() setObject:text forKey:@"n"]; }) && is_text([store() stringForKey:@"n"], "abcd"));
-  CHECK(!writes(^{ [store() setString:@"abcd" forKey:@"n"]; }));
-  CHECK(writes(^{ [store() setString:ball forKey:ball]; }));
-  CHECK(!writes(^{ [store() setString:[ball copy] forKey:[ball copy]]; }));
-  CHECK(is_text([store() stringForKey:ball], "ボール"));
-  CHECK(!writes(^{ [store() removeObjectForKey:nil]; }));
-  CHECK(writes(^{ [store() removeObjectForKey:@"n"]; }));
+  CHECK(!writes(^{ [store() removeObjectForKey:nil]; }) && writes(^{ [store() removeObjectForKey:@"n"]; }));
 }
 
 static void remove_all() {
@@ -89,52 +72,32 @@ static void remove_all() {
 
 GUEST_TEST(the_file_holds_every_entry_in_its_order) {
   remove_all();
-  CHECK(same(file_bytes(), ""));
   [store() setString:@"a\tb\nc\\d\re" forKey:@"tab\tfeed\nback\\"];
   [store() setLongLong:(long long)(1ul << 63) forKey:@"first"];
   [store() setObject:[NSArray array] forKey:@"in memory alone"];
-  [store() setDouble:-1e300 forKey:@"second"];
   [store() setLongLong:7 forKey:@"again"];
   [store() setDouble:__builtin_inf() forKey:@"first"];  // keeps its place
+  [store() removeObjectForKey:@"again"];
   [store() setBool:YES forKey:nil];
-  [store() removeObjectForKey:@"again"];
   [store() setString:@"at\0the end" forKey:@"again"];
-  [store() setString:@"cut" forKey:@"NUL\0cut"];
-  CHECK(same(file_bytes(), "s\ttab\\tfeed\\nback\\\\\ta\\tb\\nc\\\\d\re\n"
-                           "d\tfirst\tinf\n"
-                           "d\tsecond\t-1.0000000000000001e+300\n"
-                           "i\t\t1\n"
-                           "s\tagain\tat\n"
-                           "s\tNUL\tcut\n"));
-  CHECK(is_text([store() stringForKey:@"NUL\0another"], "cut"));
-
-  NSDictionary *all = [store() dictionaryRepresentation];
-  CHECK([all count] == 7 && is_text([[all allKeys] objectAtIndex:2], "in memory alone"));
-  [store() removeObjectForKey:@"again"];
-  CHECK([all objectForKey:@"again"] != nil);  // a copy
+  CHECK(same(file_bytes(), "s\ttab\\tfeed\\nback\\\\\ta\\tb\\nc\\\\d\re\nd\tfirst\tinf\ni\t\t1\ns\tagain\tat\n"));
 }
 
 GUEST_TEST(threads_do_not_lose_each_others_changes) {
   constexpr int64 threads = 4, changes = 25;
   remove_all();
   run_on_threads(threads, [](int64 number) {
-    NSString *key = [NSString stringWithFormat:@"thread %ld", number];
+    NSString *key = [NSString stringWithFormat:@"%ld", number];
     for (int64 i = 1; i <= changes; ++i) {
       [store() setLongLong:i forKey:key];
-      [store() setBool:i % 2 forKey:@"shared"];
-      CHECK([store() longLongForKey:key] == i && [[store() dictionaryRepresentation] count] <= threads + 1);
+      CHECK([store() longLongForKey:key] == i && [[store() dictionaryRepresentation] count] <= threads);
     }
   });
-  CHECK([[store() dictionaryRepresentation] count] == threads + 1);
-  const char *const bytes = file_bytes();  // saves have not mixed
-  uint64 size = 0;
+  NSMutableString *expected = [NSMutableString new];  // saves have not mixed
   for (NSString *key in [[store() dictionaryRepresentation] allKeys]) {
-    char line[64];
-    snprintf(line, sizeof line, "i\t%s\t%lld\n", [key UTF8String], [store() longLongForKey:key]);
-    CHECK(strncmp(bytes + size, line, strlen(line)) == 0);
-    size += strlen(line);
+    [expected appendString:[NSString stringWithFormat:@"i\t%s\t25\n", [key UTF8String]]];
   }
-  CHECK(bytes[size] == 0);
+  CHECK([[store() dictionaryRepresentation] count] == threads && is_text(expected, file_bytes()));
 }
 
 // ---- The plug-in ----------------------------------------------------------------------------------------------------
@@ -145,69 +108,53 @@ static Result call(const char *name, Arguments... arguments) {
   return reinterpret_cast<Result (*)(Arguments...)>(dlsym(plug_in, name))(arguments...);
 }
 
-/// Also gives the text back.
-template <class... Arguments>
-static bool gives(const char *expected, const char *name, Arguments... arguments) {
-  char *const text = call<char *>(name, arguments...);
-  const bool good = same(text, expected);
-  free(text);
-  return good;
-}
-
 GUEST_TEST(managed_code_reaches_the_store_through_the_plug_in) {
   remove_all();
-  CHECK(call<int32>("QKCloud_Synchronize") == 1);
-  CHECK(gives("", "QKCloud_RetrieveAllCloudKeys", ";"));
+  CHECK(call<int32>("QKCloud_Synchronize") == 1 && same(call<char *>("QKCloud_RetrieveAllCloudKeys", ";"), ""));
   call<void>("QKCloud_SetIntForKey", -5, "a");
   call<void>("QKCloud_SetFloatForKey", 0.1f, "b");
   call<void>("QKCloud_SetStringForKey", "text", "c");
   call<void>("QKCloud_SetBoolForKey", 256, "d");
   CHECK(call<int64>("QKCloud_IntForKey", "a") == -5 && call<float>("QKCloud_FloatForKey", "b") == 0.1f);
-  CHECK(gives("text", "QKCloud_StringForKey", "c") && call<int32>("QKCloud_BoolForKey", "d") == 1);
-  CHECK(call<char *>("QKCloud_StringForKey", "a") == nullptr && call<int64>("QKCloud_IntForKey", "none") == 0);
+  char *const text = call<char *>("QKCloud_StringForKey", "c");
+  CHECK(same(text, "text") && call<int32>("QKCloud_BoolForKey", "d") == 1);
+  free(text);
+  CHECK(call<int64>("QKCloud_IntForKey", "e") == 0 && call<char *>("QKCloud_StringForKey", "a") == nullptr);
   CHECK(same(file_bytes(), "i\ta\t-5\nd\tb\t0.10000000149011612\ns\tc\ttext\ni\td\t1\n"));
   call<void>("QKCloud_RemoveForKey", "c");
-  CHECK(gives("a;b;d", "QKCloud_RetrieveAllCloudKeys", ";"));
   static char separator[1000], joined[2100];
-  for (char &c : separator) c = '-';
-  separator[sizeof separator - 1] = 0;
+  memset(separator, '-', sizeof separator - 1);
   snprintf(joined, sizeof joined, "a%sb%sd", separator, separator);
-  CHECK(gives(joined, "QKCloud_RetrieveAllCloudKeys", separator));
+  CHECK(same(call<char *>("QKCloud_RetrieveAllCloudKeys", separator), joined));
 }
 
 // ---- Probes ---------------------------------------------------------------------------------------------------------
 
-// What is changed stays in memory, whatever the disk does.
-
-/// A change of 1 MB.
+// What is changed stays in memory, whatever the disk does. This change is of 1 MB.
 extern "C" int64 change_once() {
   static char large[1 << 20];
-  for (char &c : large) c = 'x';
-  large[sizeof large - 1] = 0;
+  memset(large, 'x', sizeof large - 1);
   [store() setString:[NSString stringWithUTF8String:large] forKey:@"large"];
   return [[store() stringForKey:@"large"] length] == sizeof large - 1 ? 0 : 1;
 }
 
 extern "C" int64 change_ten_times() {
-  for (int64 i = 0; i < 10; ++i) {
-    [store() setLongLong:i forKey:@"change"];
-    if ([store() longLongForKey:@"change"] != i) return 1;
-  }
-  return 0;
+  for (int64 i = 0; i < 10; ++i) [store() setLongLong:i forKey:@"change"];
+  return [store() longLongForKey:@"change"] == 9 ? 0 : 1;
 }
 
 /// Changes one key of 40 after the other, each to a text that begins with the number of the step, and tells each step
 /// that is saved. Goes on where the store ends, which has to be as a step left it.
 extern "C" int64 save_until_killed() {
   static char padding[970];
-  for (char &c : padding) c = 'x';
+  memset(padding, 'x', sizeof padding);
   const auto text_of = [](int64 step) {
     return [NSString stringWithFormat:@"%ld %.*s", step, (int)(step % 97 * 10), padding];
   };
   const auto key_of = [](int64 step) { return [NSString stringWithFormat:@"level_%02ld", step % 40]; };
   int64 step = -1;
-  for (int64 key = 0; key < 40; ++key) {
-    const int64 last = [store() stringForKey:key_of(key)] ? [[store() stringForKey:key_of(key)] longLongValue] : -1;
+  for (NSString *key in [[store() dictionaryRepresentation] allKeys]) {
+    const int64 last = [[store() stringForKey:key] longLongValue];
     if (last > step) step = last;
   }
   for (int64 kept = step; kept >= 0 && kept > step - 40; --kept) {

@@ -27,10 +27,7 @@ constexpr std::size_t least_samples = 6;   // on a busy machine it takes longer
 
 int failures = 0;
 ULONGLONG begin, length_ms;
-struct Sample {
-  std::int64_t bytes, handles, records;
-};
-std::vector<Sample> samples;
+std::vector<std::int64_t> samples[3];  // bytes, handles, records
 
 void report(std::int64_t worker, const char* what) {
   if (++failures <= 20) std::printf("worker %lld: %s\n", static_cast<long long>(worker), what);
@@ -52,27 +49,24 @@ bool go_on(std::int64_t ended_threads) {
   GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
   vlm_record_counts records{};
   library_function<decltype(&vlm_count_records)>("vlm_count_records")(&records);
-  const Sample sample = {static_cast<std::int64_t>(counters.PagefileUsage), count_open_handles(),
-                         records.frames + records.methods + records.callbacks + records.calls + records.threads};
-  if (passed > length_ms / 4) samples.push_back(sample);
+  const std::int64_t found[] = {static_cast<std::int64_t>(counters.PagefileUsage), count_open_handles(),
+                                records.frames + records.methods + records.callbacks + records.calls + records.threads};
+  for (int i = 0; i < 3 && passed > length_ms / 4; ++i) samples[i].push_back(found[i]);
   if (calls++ % 30 == 0) {
-    std::printf("%llu s: %zu KiB private, %lld threads ended, %lld handles, %lld records\n", passed / 1000,
-                static_cast<std::size_t>(counters.PagefileUsage / 1024), static_cast<long long>(ended_threads),
-                static_cast<long long>(sample.handles), static_cast<long long>(sample.records));
+    std::printf("%llu s: %lld KiB private, %lld threads ended, %lld handles, %lld records\n", passed / 1000,
+                found[0] / 1024, static_cast<long long>(ended_threads), found[1], found[2]);
     std::fflush(stdout);
   }
-  return passed < length_ms || samples.size() < least_samples;
+  return passed < length_ms || samples[0].size() < least_samples;
 }
 
-std::int64_t growth_of(std::int64_t Sample::* member) {
-  const std::size_t third = samples.size() / 3;
-  const auto median = [&](std::size_t from) {
-    std::vector<std::int64_t> values;
-    for (std::size_t i = from; i < from + third; ++i) values.push_back(samples[i].*member);
-    std::ranges::sort(values);
-    return values[third / 2];
+std::int64_t growth_of(std::vector<std::int64_t>& values) {
+  const auto third = static_cast<std::ptrdiff_t>(values.size() / 3);
+  const auto median = [&](auto begin) {
+    std::sort(begin, begin + third);
+    return begin[third / 2];
   };
-  return median(samples.size() - third) - median(0);
+  return median(values.end() - third) - median(values.begin());
 }
 
 }  // namespace
@@ -89,16 +83,11 @@ HOST_PROGRAM(soak) {
   begin = GetTickCount64();
   length_ms = 1000 * std::strtoull(argv[2], nullptr, 10);
   const auto steps = call_game<std::int64_t>("run_soak");
-  if (steps == 0) {
-    ++failures;
-  } else {
-    const std::int64_t bytes = growth_of(&Sample::bytes), handles = growth_of(&Sample::handles),
-                       records = growth_of(&Sample::records);
-    std::printf("%lld steps; growth after the warm-up: %lld KiB, %lld handles, %lld records\n",
-                static_cast<long long>(steps), static_cast<long long>(bytes / 1024), static_cast<long long>(handles),
-                static_cast<long long>(records));
-    if (bytes > byte_slack || handles > handle_slack || records > record_slack) ++failures;
-  }
+  const std::int64_t bytes = growth_of(samples[0]), handles = growth_of(samples[1]), records = growth_of(samples[2]);
+  std::printf("%lld steps; growth after the warm-up: %lld KiB, %lld handles, %lld records\n",
+              static_cast<long long>(steps), static_cast<long long>(bytes / 1024), static_cast<long long>(handles),
+              static_cast<long long>(records));
+  if (steps == 0 || bytes > byte_slack || handles > handle_slack || records > record_slack) ++failures;
   std::printf("%d failures\n", failures);
   leave(failures == 0 ? 0 : 1);
 }

@@ -2,92 +2,76 @@
 // newest records go into a new file, which takes the place of the old one by being renamed over it.
 // store_test kills the process while it writes and starts it again.
 //
-//   log:  number of records that the file was made with | records, numbered one after the other
+//   log:  records, numbered one after the other; of a file that was renamed, the first 32 are whole
 //
 // Told to the standard output, line by line:
 //
-//   opened LAST TORN UNFINISHED    number of the last record; what of an interrupted process was thrown away: 1 for a
-//                                  record that is not whole, 1 for a new file that was not renamed
-//   kept LAST                      all records up to this one are in the file
-//   broken: WHAT                   the end: something that was kept is not there, or something half-written is
+//   opened LAST TORN     number of the last record; 1 for one of an interrupted process that is not whole, thrown away
+//   kept LAST            all records up to this one are in the file
+//   broken: WHAT         the end: something that was kept is not there, or something half-written is
 #include "darwin.h"
 
 namespace {
 
-constexpr char folder[] = "store.tmp", log_name[] = "store.tmp/log", new_name[] = "store.tmp/new";
+constexpr char log_name[] = "store.tmp/log", new_name[] = "store.tmp/new";
+constexpr int64 record_size = 256;
+int64 last = 0;  // number of the newest record
+
+void tell(const char* line, int64 a = 0, int64 b = 0) {
+  char text[100];
+  write(1, text, snprintf(text, sizeof text, line, a, b));
+}
 
 /// Each number has bytes of its own, so that whatever is not where it was written shows.
-struct Record {
-  uint64 number, words[31];
-  explicit Record(uint64 number) : number(number) {
-    for (uint64 i = 0; i < 31; ++i) words[i] = (number << 8 | i) * 2654435761;
-  }
-};
-
-void tell(const char* line, uint64 a = 0, uint64 b = 0, uint64 c = 0) {
-  char text[100];
-  write(1, text, static_cast<uint64>(snprintf(text, sizeof text, line, a, b, c)));
+void make_record(int64 number, int64* words) {
+  for (int64 i = 0; i < record_size / 8; ++i) words[i] = i == 0 ? number : (number << 8 | i) * 2654435761;
 }
-bool broken(const char* what) { return tell("broken: %s\n", reinterpret_cast<uint64>(what)), false; }
-
-uint64 last = 0;  // number of the newest record
 
 /// In small pieces, so that a process that is killed leaves some of them behind.
-bool write_record(int32 file, uint64 number) {
-  const Record record(number);
-  bool good = true;
-  for (uint64 at = 0; at < sizeof record; at += 16) good &= write(file, (const uint8*)&record + at, 16) == 16;
-  return good;
+bool write_record(int32 file, int64 number) {
+  int64 words[record_size / 8], written = 0;
+  make_record(number, words);
+  for (uint64 at = 0; at < record_size / 8; at += 2) written += write(file, words + at, 16);
+  return written == record_size;
 }
 
 /// Puts a file with the newest records in the log's place.
 bool compact() {
   const int32 file = open(new_name, O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  const uint64 made = last < 32 ? last : 32;
-  bool good = write(file, &made, sizeof made) == sizeof made;
-  for (uint64 number = last - made + 1; number <= last; ++number) good &= write_record(file, number);
-  return close(file) == 0 && good && rename(new_name, log_name) == 0;
+  bool good = true;
+  for (int64 number = last - 31; number <= last; ++number) good &= write_record(file, number);
+  return good && close(file) == 0 && rename(new_name, log_name) == 0;
 }
 
-/// Reads and checks the whole log and cuts a record off that is not whole.
-bool load_log(bool& torn) {
-  const int32 file = open(log_name, O_RDWR);
-  struct stat status;
-  if (fstat(file, &status) != 0 || status.st_size < 8) return broken("the log is shorter than its header");
-  const uint64 size = static_cast<uint64>(status.st_size) - 8, count = size / sizeof(Record);
-  const auto* const log = static_cast<const uint64*>(mmap(nullptr, size + 8, PROT_READ, MAP_SHARED, file, 0));
-  if (*log > count) return broken("a record of a file that was renamed into place");
-  const auto* const records = reinterpret_cast<const Record*>(log + 1);
-  for (uint64 i = 0; i * sizeof(Record) < size; ++i) {
-    const Record expected(records->number + i);
-    const uint64 rest = size - i * sizeof(Record), part = rest < sizeof expected ? rest : sizeof expected;
-    if (memcmp(records + i, &expected, part) != 0) return broken("the log holds what was not written there");
+/// Reads and checks the whole log and cuts a record off that is not whole. What is wrong with it, or null.
+const char* load_log(bool& torn) {
+  const int32 file = open(log_name, O_RDWR | O_CREAT, 0644);
+  int64 found[record_size / 8], expected[record_size / 8], size, count = 0;
+  for (; (size = read(file, found, record_size)) == record_size; ++count) {
+    make_record(last = count == 0 ? found[0] : last + 1, expected);
+    if (memcmp(found, expected, size) != 0) return "the log holds what was not written there";
   }
-  if (count > 0) last = records->number + count - 1;
-  torn = size % sizeof(Record) != 0;
-  munmap(const_cast<uint64*>(log), size + 8);
-  if (torn && ftruncate(file, static_cast<int64>(8 + count * sizeof(Record))) != 0) return broken("ftruncate");
-  return close(file) == 0;
+  torn = size > 0;
+  if (last >= 32 && count < 32) return "a record of a file that was renamed into place";
+  return ftruncate(file, count * record_size) == 0 && close(file) == 0 ? nullptr : "it cannot be cut";
 }
 
 }  // namespace
 
 /// Opens the store, checks all that is in it and writes until somebody ends the process.
 extern "C" int64 write_until_killed() {
-  mkdir(folder, 0755);
-  const bool unfinished = access(new_name, 0) == 0;
-  if (unfinished && unlink(new_name) != 0) return broken("an unfinished file cannot be removed");
-  if (access(log_name, 0) != 0 && !compact()) return broken("the first log cannot be made");
+  mkdir("store.tmp", 0755);
   bool torn;
-  if (!load_log(torn)) return 1;
-  for (tell("opened %llu %llu %llu\n", last, torn, unfinished);; tell("kept %llu\n", last)) {
+  const char* wrong = load_log(torn);
+  for (tell("opened %ld %ld\n", last, torn); wrong == nullptr; tell("kept %ld\n", last)) {
     const int32 file = open(log_name, O_WRONLY | O_APPEND);
-    for (int32 i = 0; i < 40; ++i) {
-      if (!write_record(file, last + 1)) return broken("a record cannot be written");
-      if (++last % 8 == 0) tell("kept %llu\n", last);
+    for (int32 i = 0; i < 40 && wrong == nullptr; ++i) {
+      if (!write_record(file, last + 1)) wrong = "a record cannot be written";
+      if (++last % 8 == 0) tell("kept %ld\n", last);
     }
     close(file);
-    if (!load_log(torn) || torn) return broken("a record is not whole although it was written");
-    if (!compact()) return broken("the log cannot be replaced");
+    if (wrong == nullptr) wrong = load_log(torn);
+    if (wrong == nullptr && (torn || !compact())) wrong = "a record is not whole, or the log cannot be replaced";
   }
+  return tell("broken: %s\n", reinterpret_cast<int64>(wrong)), 1;
 }
