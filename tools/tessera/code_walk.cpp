@@ -162,13 +162,15 @@ bool CodeWalk::read_everything(bool may_begin_anew) {
 void CodeWalk::decode_from(std::uint32_t place, Reach reach) {
   std::array<std::uint8_t, 2> before = {};
   while (place < range_.end && !starts_.has(place - range_.begin) && !(!tables_.empty() && in_table(place))) {
-    const std::uint32_t at = place - range_.begin, data = data_.next(at, range_.size(), true);
+    const std::uint32_t at = place - range_.begin;
     ZydisDecoderContext context;
     ZydisDecodedInstruction instruction;
-    if (ZYAN_FAILED(ZydisDecoderDecodeInstruction(&decoder_, &context, bytes_.data() + at, data - at, &instruction))) {
+    if (ZYAN_FAILED(
+            ZydisDecoderDecodeInstruction(&decoder_, &context, bytes_.data() + at, range_.end - place, &instruction))) {
       return;
     }
     const std::uint32_t behind = at + instruction.length;
+    if (data_.next(at, behind, true) != behind) return;
     if (reach == Reach::gap && covered_.next(at, behind, true) != behind) return;
     starts_.set(at);
     covered_.set(at, instruction.length);
@@ -406,7 +408,7 @@ bool CodeWalk::fill_one_gap() {
     gap_at_ = data_.next(at, size, false);
     return true;
   }
-  const std::uint32_t end = std::min(covered_.next(at, size, true), data_.next(at, size, true));
+  const std::uint32_t end = data_.next(at, covered_.next(at, size, true), true);
   std::uint32_t zeros = at;
   while (zeros < end && bytes_[zeros] == std::byte{0}) ++zeros;
   if (zeros == end) {
