@@ -1,9 +1,9 @@
 // Starts the library with an image that may be damaged and asks for all that it says about an image.
 //
-//   damage_start IMAGE [expansion | FUNCTION]
+//   damage_start IMAGE [FUNCTION]
 //
-// expansion: all 64 slots of the TEB are taken before the library is loaded. FUNCTION of the image is called last; it
-// throws. Exit code 0: the library started and answered, 3: it refused; a crash ends the process with its own code.
+// FUNCTION of the image is called last; it throws. Exit code 0: the library started and answered, 3: it refused; a
+// crash ends the process with its own code.
 #include <cstddef>
 #include <cstring>
 #include <iterator>
@@ -44,11 +44,8 @@ void replace(const char* module, const char* name, void* function) {
 }  // namespace
 
 HOST_PROGRAM(damage_start) {
-  if (argc < 2) return std::puts("usage: damage_start IMAGE [expansion | FUNCTION]"), 1;
+  if (argc < 2) return std::puts("usage: damage_start IMAGE [FUNCTION]"), 1;
   void* const handler = AddVectoredExceptionHandler(0, end_unless_report);
-  const std::string wish = argc > 2 ? argv[2] : "";
-  while (wish == "expansion" && TlsAlloc() < 63) {
-  }
   replace("kernel32.dll", "CreateMutexW", reinterpret_cast<void*>(&make_mutex_without_name));
   replace("user32.dll", "MessageBoxW", reinterpret_cast<void*>(&show_no_box));
   load_library(argv[1]);
@@ -61,6 +58,6 @@ HOST_PROGRAM(damage_start) {
   const std::byte* volatile stack[64];  // a crash report names the functions that a stack has addresses of
   for (std::size_t i = 0; i < std::size(stack); ++i) stack[i] = image + i * 0x101;
   for (int i = 0; i < 2; ++i) RaiseException(report_wanted, 0, 0, nullptr);
-  if (!wish.empty() && wish != "expansion") call_game<void>(wish.c_str());
+  if (argc > 2) call_game<void>(argv[2]);
   leave(stack[0] == image ? 0 : 1);
 }

@@ -17,12 +17,6 @@ _\name:
         ud2
         .cfi_endproc
 
-// Not described at all.
-        frame   throw_from_bare_frame
-        subq    $8, %rsp
-        callq   _uncaught_class
-        ud2
-
 // Says that it saves seven registers, of six that there are.
         frame   throw_from_seven_registers
         subq    $8, %rsp
@@ -35,25 +29,18 @@ Lseven_end:
         .quad   0, 0
         .text
 
-        .macro  frame_with_table name, table
-        frame   \name
+        frame   throw_past_damaged_table
         .cfi_startproc
         .cfi_personality 155, ___gxx_personality_v0
-        .cfi_lsda 16, \table
+        .cfi_lsda 16, damaged_call_sites
         subq    $8, %rsp
         .cfi_def_cfa_offset 16
         callq   _uncaught_class
         ud2
         .cfi_endproc
-        .endm
-
-        frame_with_table throw_past_unsupported_pointer, unsupported_pointers
-        frame_with_table throw_past_damaged_table, damaged_call_sites
 
         .section __TEXT,__gcc_except_tab
         .p2align 2
-unsupported_pointers:
-        .byte   255, 255, 5, 4, 1, 1, 1, 0      // the call sites' encoding is none
 damaged_call_sites:
         .byte   255, 255, 1                     // LPStart and TType omitted, call sites in uleb128
         .byte   0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F
