@@ -43,7 +43,7 @@ void check_fatal(const Ending& ending, const std::string& text, const std::strin
   CHECK_EQ(ending.exit_code, 3);
   CHECK_EQ(ending.box_caption, "Velmora");
   CHECK(ending.box_text.starts_with(text.substr(0, star)));
-  CHECK(ending.box_text.ends_with(star == text.npos ? text : text.substr(star + 1)));
+  CHECK((star == text.npos ? ending.box_text == text : ending.box_text.ends_with(text.substr(star + 1))));
   CHECK(ending.log.contains("FATAL: " + ending.box_text + "\r\n"));
   CHECK(ending.log.contains(logged));
 }
@@ -157,7 +157,6 @@ TEST_CASE("game code that cannot go on ends the game with the reason") {
       {L"exceptions", L"rethrow_null_pointer", "rethrow_exception(nullptr)"},
       {L"uncaught", L"call_personality", "__gxx_personality_v0 called directly"},
       {L"uncaught", L"throw_from_dwarf_frame", uncaught, "[eh] unsupported unwind encoding 0x04"},
-      {L"uncaught", L"throw_from_seven_registers", uncaught, "[eh] unsupported unwind encoding 0x02021c00 at "},
       {L"uncaught", L"throw_past_damaged_table", "[eh] the exception table at 0x*is damaged: its call sites leave the image"},
       {L"marshal", L"Game.Space.Outer/Deep::Half", no_signature + "Game.Space.Outer/Deep::Half",
        "[icall] class not found for Game.Space.Outer/Deep::Half", L"marshal"},

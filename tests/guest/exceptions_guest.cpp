@@ -143,17 +143,6 @@ GUEST_TEST(a_handler_for_a_base_receives_that_base) {
     }
   });
   CHECK(clause == 15);
-
-  try {
-    try {
-      throw &derived;
-    } catch (Second*& second) {
-      CHECK(second == &derived && static_cast<void*>(second) != &derived);
-      throw;
-    }
-  } catch (Derived* object) {
-    CHECK(object == &derived);  // adjusted from what was thrown, not from what the first handler saw
-  }
 }
 
 [[gnu::noinline]] void descend(int depth, int value) {
@@ -291,8 +280,6 @@ GUEST_TEST(threads_throw_at_the_same_time) {
 extern "C" {
 void* __cxa_allocate_exception(uint64 size) noexcept;
 [[noreturn]] void __cxa_throw(void* thrown, const void* type, void (*destroy)(void*));
-const char* base_what(const void*) __asm("__ZNKSt9exception4whatEv");
-void destroy_base(void*) __asm("__ZNSt9exceptionD1Ev");
 extern char function_types __asm("__ZTVN10__cxxabiv120__function_type_infoE");
 extern char fundamental_types __asm("__ZTVN10__cxxabiv123__fundamental_type_infoE");
 }
@@ -301,9 +288,8 @@ GUEST_TEST(types_without_a_class_are_thrown) {
   const char* volatile table = &function_types;  // the compiler would know the answer
   const char* const number_type[] = {&fundamental_types + 16, "i"};
   CHECK(taken_by([&] { __cxa_throw(__cxa_allocate_exception(4), number_type, nullptr); }) == 16);
-  std::exception base;
-  CHECK(table != &fundamental_types && std::string(base_what(&base)) == "std::exception");
-  destroy_base(&base);
+  const std::exception base;
+  CHECK(table != &fundamental_types && std::string(base.what()) == "std::exception");
 }
 
 }  // namespace

@@ -64,19 +64,24 @@ HOST_PROGRAM(report_probe) {
   leave(result);
 }
 
-TEST_CASE("a report names the callers, in order, none missing") {
+TEST_CASE("a crash is reported once, with its callers in order, none missing") {
   const std::u8string program = std::filesystem::path(program_path()).filename().u8string();
   const struct {
     const wchar_t* probe;
-    DWORD code = 0xC0000005;
+    std::string report;
     std::string first = "";  // frame 0, when it is none of the game's own functions
-  } cases[] = {{L"leaf_crash"},
-               {L"callback_crash"},
-               {L"shim_crash", 0xC0000005, "GameAssembly.dll+0x"},
-               {L"internal_call_crash", 0xC0000005, std::string(program.begin(), program.end()) + "+0x"},
-               {L"overflow_crash", 0xC00000FD},
-               {L"jump_crash", 0xC0000005, "unknown code"},
-               {L"fatal_end", 3, "GameAssembly.dll+0x"}};
+    DWORD code = 0xC0000005;
+  } cases[] = {{L"leaf_crash", "  read address 0x10\r\n"},
+               {L"write_crash", "  write address 0x1234\r\n"},
+               {L"execute_crash", "  execute address 0x", "unknown code"},
+               {L"division_crash", "EXCEPTION 0xc0000094 at 0x", "", 0xC0000094},
+               {L"stack_crash", "  read address 0x0\r\n"},
+               {L"callback_crash", "  read address 0x10\r\n"},
+               {L"shim_crash", "  read address 0x10\r\n", "GameAssembly.dll+0x"},
+               {L"internal_call_crash", "  read address 0x10\r\n", std::string(program.begin(), program.end()) + "+0x"},
+               {L"overflow_crash", "EXCEPTION 0xc00000fd at 0x", "", 0xC00000FD},
+               {L"jump_crash", "  execute address 0x1230\r\n", "unknown code"},
+               {L"fatal_end", "abort() called by game code", "GameAssembly.dll+0x", 3}};
   for (const auto& c : cases) {
     DeleteFileW(L"callers.tmp");
     const Ending ending = run(c.probe);
@@ -86,6 +91,9 @@ TEST_CASE("a report names the callers, in order, none missing") {
     std::vector<std::string> called = lines_of(read_file(L"callers.tmp"));
     std::ranges::reverse(called);
     CHECK_EQ(game_frames(log), called);
+    CHECK_EQ(missing_part(log, {c.report, c.code == 3 ? "" : "  rax=", c.code == 3 ? "" : "  r8="}), "");
+    CHECK_EQ(log.find(c.report), log.rfind(c.report));
+    CHECK_EQ(log.contains("  stack rsp+0x"), c.probe != std::wstring(L"stack_crash") && c.code != 3);
     CHECK(log.contains("  frame 0 " + (c.first.empty() ? "GameAssembly.dylib!" + called.at(0) : c.first)));
   }
 }

@@ -6,7 +6,6 @@
 
 #include "macho/commands.h"
 #include "support/good_image.h"
-#include "tls/patch_list.h"
 
 namespace vlm::test {
 namespace {
@@ -96,29 +95,6 @@ Bytes damaged_image(std::uint64_t seed) {
   if (random.one_in(8)) file = build_universal({{CPU_TYPE_X86_64, file}, {0x0100000C, Bytes().u64(0)}});
   if (random.one_in(8)) random.change_byte(file, 0, 48);
   return file;
-}
-
-Bytes image_to_patch() { return build_image(draft_without_code()); }
-
-Bytes damaged_patch_list(std::uint64_t seed) {
-  Random random(seed);
-  const Bytes expected(9, std::byte{0xC3});  // all of the text, from 0x1000 on
-  // A template as the build tool writes it: the slot's address, a load of the block, the way back.
-  Bytes trampoline = Bytes().u8(0x48).u8(0xB8).u64(0).u32(0x65'00'8B'48).u32(0x00'00'8B'48);
-  trampoline.pad_to(21).u8(0xFF).u8(0x25).u32(0).u64(0);
-  std::vector<PatchEntry> entries;
-  for (std::uint64_t n = random.below(40); n > 0; --n) {
-    const std::uint64_t site = random.one_in(200) ? random.number() : 0x1000 + n * 16;
-    const std::size_t length = random.one_in(200) ? random.below(10) : 5 + random.below(5);
-    entries.push_back({static_cast<std::uint32_t>(site), std::span(expected).first(length), 2, trampoline});
-  }
-  Bytes list = Bytes().append(write_patch_list(entries));
-  for (std::uint64_t changes = random.below(3); changes > 0; --changes) {
-    const std::size_t anywhere = random.below(list.size() / 4 - 1) * 4, size = list.size() - gs_patch_trailer_size;
-    const std::size_t places[] = {anywhere, anywhere, 8, size};  // 8: the count
-    random.change_field(list, places[random.below(4)], random.one_in(2) ? 4 : 8);
-  }
-  return list;
 }
 
 void damage_unwind_information(Bytes& image, std::uint64_t seed) {
