@@ -1,4 +1,4 @@
-// Starts the library with thousands of damaged images, patch lists and unwind tables, several at a time in folders of
+// Starts the library with thousands of damaged images and unwind tables, several at a time in folders of
 // their own. It has to start, or to end the game with a message.
 //
 //   damage LIBRARY IMAGE FIRST COUNT
@@ -12,10 +12,12 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string>
 
 #include "support/damage.h"
+#include "support/game.h"
 #include "support/game_process.h"
 #include "support/host_program.h"
 
@@ -27,16 +29,11 @@ namespace {
 constexpr DWORD time_limit_ms = 30'000;
 constexpr std::size_t worker_count = 3;
 
-enum Kind { image_kind, list_kind, unwind_kind };
-constexpr const char* kind_names[] = {"images", "patch lists", "unwind tables"};
-
-std::string library, image, throwing_image;
+std::string sound_library, throwing_image;
 std::wstring folder;
 std::atomic<std::uint64_t> next_seed;
 std::uint64_t end_seed;
-std::atomic<int> starts[std::size(kind_names)], refusals[std::size(kind_names)], faults;
-
-Kind kind_of(std::uint64_t seed) { return seed % 8 == 0 ? unwind_kind : seed % 8 < 3 ? list_kind : image_kind; }
+std::atomic<int> starts, refusals, faults;
 
 std::string text_of(const Bytes& bytes) { return {reinterpret_cast<const char*>(bytes.data()), bytes.size()}; }
 
@@ -46,15 +43,14 @@ void require_written(const std::wstring& path, const std::string& bytes) {
 
 /// Writes the damaged file into a worker's folder; what the process that reads it is asked.
 std::wstring prepare(const std::wstring& home, std::uint64_t seed) {
-  if (kind_of(seed) == list_kind) {  // a list is applied to images of that name only
-    require_written(home + L"GameAssembly.dll", library + text_of(damaged_patch_list(seed)));
-    return home + L"GameAssembly.dylib\"" + (seed % 2 == 1 ? L" expansion" : L"");
+  Bytes damaged;
+  if (seed % 8 == 0) {
+    damage_unwind_information(damaged.append(std::as_bytes(std::span(throwing_image))), seed);
+  } else {
+    damaged = damaged_image(seed);
   }
-  const auto whole = std::as_bytes(std::span(throwing_image));
-  Bytes damaged(whole.begin(), whole.end());
-  kind_of(seed) == image_kind ? void(damaged = damaged_image(seed)) : damage_unwind_information(damaged, seed);
   require_written(home + L"image.dylib", text_of(damaged));
-  return home + L"image.dylib\"" + (kind_of(seed) == unwind_kind ? L" uncaught_class" : L"");
+  return home + L"image.dylib\"" + (seed % 8 == 0 ? L" uncaught_class" : L"");
 }
 
 /// The exit code; STILL_ACTIVE when the process had to be stopped.
@@ -69,8 +65,7 @@ DWORD run(const std::wstring& arguments) {
 DWORD WINAPI work(void* number) {
   const std::wstring home = folder + std::to_wstring(reinterpret_cast<std::uintptr_t>(number)) + L"\\";
   CreateDirectoryW(home.c_str(), nullptr);
-  require_written(home + L"GameAssembly.dll", library);
-  require_written(home + L"GameAssembly.dylib", image);
+  require_written(home + L"GameAssembly.dll", sound_library);
   for (std::uint64_t seed; (seed = next_seed++) < end_seed;) {
     const std::wstring arguments = L"--in \"" + home + L".\" damage_start \"" + prepare(home, seed);
     DeleteFileW((home + L"PCSaveData\\loader.log").c_str());
@@ -80,16 +75,44 @@ DWORD WINAPI work(void* number) {
     if (code == STILL_ACTIVE) code = run(arguments);
     const std::string log = read_file(home + L"PCSaveData\\loader.log");
     if (code == 0 || (code == 3 && log.contains("FATAL: "))) {
-      ++(code == 0 ? starts : refusals)[kind_of(seed)];
+      ++(code == 0 ? starts : refusals);
       continue;
     }
     ++faults;
-    std::printf("seed %llu (of the %s): exit code 0x%lx; again: damage LIBRARY IMAGE %llu 1; the log ends so:\n%s\n",
-                seed, kind_names[kind_of(seed)], code, seed,
-                log.substr(log.size() - std::min<std::size_t>(log.size(), 3000)).c_str());
+    std::printf("seed %llu: exit code 0x%lx; again: damage LIBRARY IMAGE %llu 1; the log ends so:\n%s\n", seed, code,
+                seed, log.substr(log.size() - std::min<std::size_t>(log.size(), 3000)).c_str());
     std::fflush(stdout);
   }
   return 0;
+}
+
+// ---- A process with one of them
+// --------------------------------------------------------------------------------------
+
+constexpr DWORD report_wanted = 0xC0DE0000;
+
+LONG CALLBACK end_unless_report(EXCEPTION_POINTERS* exception) {
+  // The report is written: the library's handler comes first.
+  const bool is_written = exception->ExceptionRecord->ExceptionCode == report_wanted;
+  return is_written ? EXCEPTION_CONTINUE_EXECUTION : end_when_crashed(exception);
+}
+
+/// Many games at a time.
+HANDLE WINAPI make_mutex_without_name(SECURITY_ATTRIBUTES*, BOOL, const wchar_t*) {
+  SetLastError(ERROR_SUCCESS);
+  return GetCurrentProcess();
+}
+
+/// Nobody is there to read; the log has the text.
+int WINAPI show_no_box(HWND, const wchar_t*, const wchar_t*, UINT) { return IDOK; }
+
+/// Puts a jump to `function` in the place of one of Windows'.
+void replace(const char* module, const char* name, void* function) {
+  auto* const place = reinterpret_cast<std::byte*>(GetProcAddress(GetModuleHandleA(module), name));
+  DWORD before;
+  VirtualProtect(place, 12, PAGE_EXECUTE_READWRITE, &before);
+  std::memcpy(place, "\x48\xB8--------\xFF\xE0", 12);  // movabs rax, function; jmp rax
+  std::memcpy(place + 2, &function, sizeof function);
 }
 
 }  // namespace
@@ -97,8 +120,8 @@ DWORD WINAPI work(void* number) {
 HOST_PROGRAM(damage) {
   if (argc != 5) return std::puts("usage: damage LIBRARY IMAGE FIRST COUNT"), 1;
   const auto path = [&](int i) { return (std::filesystem::path(program_folder()) / argv[i]).make_preferred(); };
-  library = read_file(path(1)), image = text_of(image_to_patch()), throwing_image = read_file(path(2));
-  if (library.empty() || throwing_image.empty()) return std::puts("cannot read LIBRARY or IMAGE"), 1;
+  sound_library = read_file(path(1)), throwing_image = read_file(path(2));
+  if (sound_library.empty() || throwing_image.empty()) return std::puts("cannot read LIBRARY or IMAGE"), 1;
   next_seed = std::strtoull(argv[3], nullptr, 10);
   end_seed = next_seed + std::strtoull(argv[4], nullptr, 10);
   const bool look_at_it = end_seed - next_seed == 1;
@@ -111,8 +134,27 @@ HOST_PROGRAM(damage) {
   }
   WaitForMultipleObjects(worker_count, workers, TRUE, INFINITE);
   if (!look_at_it) std::filesystem::remove_all(folder);
-  for (const Kind kind : {image_kind, list_kind, unwind_kind}) {
-    std::printf("%s: %d started, %d refused\n", kind_names[kind], starts[kind].load(), refusals[kind].load());
-  }
-  return faults == 0 && (look_at_it || starts[image_kind] > 0) ? 0 : 1;
+  std::printf("%d started, %d refused\n", starts.load(), refusals.load());
+  return faults == 0 && (look_at_it || starts > 0) ? 0 : 1;
+}
+
+/// damage_start IMAGE [FUNCTION]: starts the library with an image that may be damaged and asks for all that it says
+/// about an image. FUNCTION of the image is called last; it throws. Exit code 0: the library started and answered, 3:
+/// it refused; a crash ends the process with its own code.
+HOST_PROGRAM(damage_start) {
+  void* const handler = AddVectoredExceptionHandler(0, end_unless_report);
+  replace("kernel32.dll", "CreateMutexW", reinterpret_cast<void*>(&make_mutex_without_name));
+  replace("user32.dll", "MessageBoxW", reinterpret_cast<void*>(&show_no_box));
+  load_library(argv[1]);
+  RemoveVectoredExceptionHandler(handler);
+  AddVectoredExceptionHandler(0, end_unless_report);                          // now behind the library's, which reports
+  library_function<void (*)(void*)>("il2cpp_set_memory_callbacks")(nullptr);  // starts, and runs no game code
+
+  const std::byte* const image = static_cast<const std::byte*>(find_symbol("game_start"));
+  for (const char* name : {"_helper_alias", "", "_far", "not there"}) find_symbol(name);
+  const std::byte* volatile stack[64];  // a crash report names the functions that a stack has addresses of
+  for (std::size_t i = 0; i < std::size(stack); ++i) stack[i] = image + i * 0x101;
+  for (int i = 0; i < 2; ++i) RaiseException(report_wanted, 0, 0, nullptr);
+  if (argc > 2) call_game<void>(argv[2]);
+  leave(stack[0] == image ? 0 : 1);
 }

@@ -36,15 +36,6 @@ std::int64_t call_on_windows(void* guest_function, std::int64_t argument) {
   return game_function<std::int64_t, std::int64_t>(guest_function)(argument);
 }
 
-constexpr DWORD time_limit_ms = 100'000;
-
-/// Names the test that does not come to an end.
-DWORD WINAPI watch(void* running_test) {
-  Sleep(time_limit_ms);
-  std::printf("%s does not end\n", *static_cast<const char* volatile*>(running_test));
-  leave(1);
-}
-
 /// Gives the guest a function of this program, if it has a variable of this name for it.
 template <class Function>
 bool offer(const char* name, Function* function) {
@@ -64,9 +55,6 @@ HOST_PROGRAM(guest) {
   offer("windows_symbol", &windows_symbol);
   const bool counts_handles = offer("open_handles", &count_open_handles);
   if (argc > 2) leave(call_game<std::int64_t>(argv[2]) == 0 ? 0 : 2);
-  if (void* const running_test = find_symbol("running_test")) {
-    CloseHandle(CreateThread(nullptr, 0, watch, running_test, 0, nullptr));
-  }
   if (counts_handles) wait_until_handles_stay();
   const auto checks = call_game<std::int64_t>("run_guest_tests", callback(&report_failure));
   std::printf("%lld checks, %d failures\n", static_cast<long long>(checks), failures);

@@ -1,6 +1,6 @@
 // How a start ends that cannot go on: message box, log and exit code of the real library, each in its own process.
 #include <algorithm>
-#include <functional>
+#include <filesystem>
 
 #include <doctest/doctest.h>
 #include "support/game.h"
@@ -21,8 +21,8 @@ const std::wstring work_folder = folder + L"work\\";  // for what is made here; 
 
 std::wstring in_quotes(const std::wstring& text) { return L"\"" + text + L"\""; }
 std::wstring guest(const std::wstring& name) { return folder + L"guests\\" + name + L"_guest.dylib"; }
-std::string narrow(const std::wstring& text) { return std::string(text.begin(), text.end()); }
 std::string text_of(const auto& bytes) { return {reinterpret_cast<const char*>(bytes.data()), bytes.size()}; }
+std::string utf8(const std::wstring& path) { return text_of(std::filesystem::path(path).u8string()); }
 
 Ending start_with(const std::wstring& image, const std::wstring& probe = L"", const Environment& environment = {}) {
   return run_host(L"guest " + in_quotes(image) + L" " + probe, environment);
@@ -37,15 +37,13 @@ Ending start_patched(const std::string& appended) {
 
 /// Ended with this message, in which a * stands for anything, and with `logged` among the lines before it.
 void check_fatal(const Ending& ending, const std::string& text, const std::string& logged = "") {
-  const std::size_t star = std::min(text.find('*'), text.size());
+  const std::size_t star = text.find('*');
   CAPTURE(text);
   CAPTURE(ending.log);
-  CHECK_FALSE(ending.timed_out);
   CHECK_EQ(ending.exit_code, 3);
   CHECK_EQ(ending.box_caption, "Velmora");
   CHECK(ending.box_text.starts_with(text.substr(0, star)));
-  CHECK(ending.box_text.ends_with(text.substr(std::min(star + 1, text.size()))));
-  if (star == text.size()) CHECK_EQ(ending.box_text, text);
+  CHECK((star == text.npos ? ending.box_text == text : ending.box_text.ends_with(text.substr(star + 1))));
   CHECK(ending.log.contains("FATAL: " + ending.box_text + "\r\n"));
   CHECK(ending.log.contains(logged));
 }
@@ -69,35 +67,24 @@ TEST_CASE("a good image starts, and the log tells the steps in order") {
 
 TEST_CASE("an image that cannot be taken is named, with the reason in the box or in the log") {
   const std::wstring path = work_folder + L"image.dylib";
-  std::string damaged = narrow(path) + " is damaged or not supported: ";
+  std::string damaged = utf8(path) + " is damaged or not supported: ";
   std::ranges::replace(damaged, '\\', '/');
   const auto not_loaded = [](const std::wstring& image) {
-    return "could not load " + narrow(image) + " (copy GameAssembly.dylib from the Mac app's Contents/Frameworks)";
+    return "could not load " + utf8(image) + " (copy GameAssembly.dylib from the Mac app's Contents/Frameworks)";
   };
-  const auto changed = [](const std::function<void(ImageDraft&)>& change) {
-    ImageDraft draft = good_draft();
-    change(draft);
-    return text_of(build_image(draft));
-  };
-  const auto rebased = [&](unsigned segment, std::uint64_t offset) {
-    return changed([&](auto& draft) { draft.rebase = Bytes().u8(0x20 | segment).uleb(offset).u8(0x51); });
-  };
-  const Bytes bind = Bytes().u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_s").u8(0x70).uleb(0x10).u8(0x90);
+  ImageDraft rebased = good_draft(), started = good_draft();
+  rebased.rebase = Bytes().u8(0x22).uleb(0x2FF9).u8(0x51);
+  started.segments[data_segment].content.put_at(8, data_vmaddr);  // behind an initializer that returns at once
   const struct {
     std::string bytes, text, logged;
   } cases[] = {
-      {"", not_loaded(path), "[macho] cannot read " + narrow(path) + "\r\n"},
+      {"", not_loaded(path), "[macho] cannot read " + utf8(path) + "\r\n"},
       {"MZ is another format", not_loaded(path), "not a 64-bit Mach-O\r\n"},
       {std::string("\xCA\xFE\xBA\xBE\0\0\0\1\1\0\0\x0C\0\0\0\0\0\0\0\x1C\0\0\0\4\0\0\0\0", 28),  // arm64 only
-       not_loaded(path), "[macho] " + narrow(path) + " has no x86_64 slice\r\n"},
+       not_loaded(path), "[macho] " + utf8(path) + " has no x86_64 slice\r\n"},
       {text_of(build_image(good_draft())).substr(0, 40), damaged + "*", ""},
-      {rebased(9, 0), "bad segment index 9*", ""},
-      {rebased(2, 0x2FF9), damaged + "rebase stream, before offset 4: 1 pointers from 0x2ff9*", ""},
-      {changed([&](auto& draft) { draft.lazy_bind = bind; }),
-       damaged + "lazy-bind stream, before offset 7: 1 pointers from 0x10*", ""},
-      // Behind an initializer that returns at once.
-      {changed([](auto& draft) { draft.segments[data_segment].content.put_at(8, data_vmaddr); }),
-       damaged + "initializer 1 of section __DATA,__mod_init_func is 0x*", ""},
+      {text_of(build_image(rebased)), damaged + "rebase stream, before offset 4: 1 pointers from 0x2ff9*", ""},
+      {text_of(build_image(started)), damaged + "initializer 1 of section __DATA,__mod_init_func is 0x*", ""},
   };
   for (const auto& c : cases) {
     REQUIRE(write_file(path, c.bytes));
@@ -121,9 +108,8 @@ TEST_CASE("a call of a missing import is survived on request") {
   const Ending ending = start_with(guest(L"start"), L"call_missing_function", {{L"VLM_TRAP_CONTINUE", L"1"}});
   CHECK_EQ(ending.exit_code, 0);  // the four calls returned 0
   const std::string line = "[trap] unimplemented import _missing_function (flat) called; returning 0\r\n";
-  int lines = 0;
-  for (std::size_t at = 0; (at = ending.log.find(line, at)) != std::string::npos; ++at) ++lines;
-  CHECK_EQ(lines, 3);
+  CHECK_EQ(missing_part(ending.log, {line, line, line}), "");
+  CHECK_EQ(missing_part(ending.log, {line, line, line, line}), line);
 }
 
 TEST_CASE("the game ends as its code asks") {
@@ -171,9 +157,6 @@ TEST_CASE("game code that cannot go on ends the game with the reason") {
       {L"exceptions", L"rethrow_null_pointer", "rethrow_exception(nullptr)"},
       {L"uncaught", L"call_personality", "__gxx_personality_v0 called directly"},
       {L"uncaught", L"throw_from_dwarf_frame", uncaught, "[eh] unsupported unwind encoding 0x04"},
-      {L"uncaught", L"throw_from_bare_frame", uncaught, "[eh] unsupported unwind encoding 0x00000000 at "},
-      {L"uncaught", L"throw_from_seven_registers", uncaught, "[eh] unsupported unwind encoding 0x02021c00 at "},
-      {L"uncaught", L"throw_past_unsupported_pointer", "[eh] unsupported pointer encoding 0x5"},
       {L"uncaught", L"throw_past_damaged_table", "[eh] the exception table at 0x*is damaged: its call sites leave the image"},
       {L"marshal", L"Game.Space.Outer/Deep::Half", no_signature + "Game.Space.Outer/Deep::Half",
        "[icall] class not found for Game.Space.Outer/Deep::Half", L"marshal"},
@@ -185,7 +168,7 @@ TEST_CASE("game code that cannot go on ends the game with the reason") {
   };
   // clang-format on
   for (const auto& c : cases) {
-    CAPTURE(narrow(c.probe));
+    CAPTURE(utf8(c.probe));
     check_fatal(run_host(std::wstring(c.program) + L" " + in_quotes(guest(c.image)) + L" " + c.probe,
                          {{L"VLM_TRAP_CONTINUE", L"0"}}),
                 c.text, c.logged);

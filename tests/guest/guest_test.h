@@ -62,8 +62,7 @@ extern "C" {
 /// The driver starts the library with this export; 0 keeps the steps after a successful init from running.
 int il2cpp_init(const char*) { return 0; }
 
-/// Looked at by the driver when the tests take too long.
-const char* volatile running_test = "none";
+const char* running_test = "none";
 
 int64 run_guest_tests(guest_test::Report report) {
   guest_test::report = report;

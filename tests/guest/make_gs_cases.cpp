@@ -56,7 +56,7 @@ struct Row {
   const char* text;
   bool writes = false;            // the row's register
   std::uint32_t also_writes = 0;  // other registers
-  enum Kind { PLAIN, ALIGNED, AVX, LEGACY } kind = PLAIN;
+  enum Kind { PLAIN, ALIGNED, AVX } kind = PLAIN;
 };
 
 constexpr Row accesses[] = {
@@ -68,8 +68,6 @@ constexpr Row accesses[] = {
     {"mov{s|z}b{Z} {M}, {r}", true},
     {"movzwl {M}, {d}", true},
     {"{movslq|cvttss2si} {M}, {q}", true},
-    {"movb {M}, %ah", false, bit(rax), Row::LEGACY},
-    {"movb %dh, {M}", false, 0, Row::LEGACY},
     {"cmp{z} {M}, {r}"},
     {"{inc|dec|neg|not}{z} {M}"},
     {"{rol|ror|rcl|rcr|shl|shr|sar}{z} {$1|$2|$7|%cl}, {M}"},
@@ -204,16 +202,14 @@ class Case {
     return pending_.back();
   }
   void place_labels() {
-    if (!pending_.empty() && !near_only_ && frozen_ == 0 && one_in(10)) line(".fill 140, 1, 0x90");
+    if (!pending_.empty() && frozen_ == 0 && one_in(10)) line(".fill 140, 1, 0x90");
     for (const Text& name : pending_) label(name);
     pending_.clear();
-    near_only_ = false;
   }
 
   /// Base, index and displacement whose sum stays in the storage.
   Text place(Row::Kind kind) {
-    std::uint32_t usable = frozen_ != 0 ? safe_ & frozen_ : safe_;
-    if (kind == Row::LEGACY) usable &= 0xFF;
+    const std::uint32_t usable = frozen_ != 0 ? safe_ & frozen_ : safe_;
     const Text displacement = "!" + number(kind == Row::ALIGNED ? 16 * below(90) : below(1440));
     if (usable == 0) return displacement;
     const Text base = quad_name(any(usable)), index = quad_name(any(usable));
@@ -232,8 +228,7 @@ class Case {
   /// Fills in a row. What it writes is no longer fit to address storage.
   Text fill(const Row& row, const Text& storage = {}) {
     Text text = row.text;
-    const bool legacy = row.kind == Row::LEGACY;
-    const unsigned reg = any(row.writes ? writable() : legacy ? 0x0F : all_registers);
+    const unsigned reg = any(row.writes ? writable() : all_registers);
     choose(text);
     replace(text, "{c}", one_of(conditions));
     replace(text, "{M}", storage);
@@ -264,10 +259,6 @@ class Case {
     switch (below(12)) {
       case 0: line(Text("j") + one_of(conditions) + " " + use_label()); return;
       case 1:
-        if (one_in(3)) {
-          near_only_ = true;
-          return line("jrcxz " + use_label());
-        }
         if (!in_front) return line("jmp " + use_label());
         [[fallthrough]];
       default: line(fill(one_of(guards)));
@@ -367,7 +358,6 @@ class Case {
   std::vector<Text> pending_;
   std::uint32_t safe_ = all_registers;
   std::uint32_t frozen_ = 0;
-  bool near_only_ = false;  // a pending label is the target of a branch that has only a short form
 };
 
 constexpr const char* preamble = R"(# Written by make_gs_cases.

@@ -11,34 +11,7 @@ static const Class outer = {.name = "Outer", .name_space = "Game", .methods = me
 static const Image image = {{&outer, nullptr}};
 const Image* reflection::assemblies[] = {&image, nullptr};
 
-// Frames that no compiler makes for macOS: without a frame pointer.
-asm(R"(
-        .text
-        .globl _frameless_leaf
-_frameless_leaf:
-        .cfi_startproc
-        movq    (%rdi), %rax
-        retq
-        .cfi_endproc
-        .globl _frameless
-_frameless:
-        .cfi_startproc
-        pushq   %rbx
-        .cfi_def_cfa_offset 16
-        .cfi_offset %rbx, -16
-        subq    $0x20, %rsp
-        .cfi_def_cfa_offset 48
-        movq    %rdi, %rbx
-        callq   _frameless_leaf
-        addq    $0x20, %rsp
-        popq    %rbx
-        retq
-        .cfi_endproc
-)");
-
 extern "C" {
-
-int64 frameless(const int64* from);
 
 // Given by the host.
 int64 (*call_on_windows)(void* guest_function, int64 argument) = nullptr;
@@ -63,10 +36,28 @@ void enter(const char* name) {
     return result + 1;                     \
   }
 
-CALLER(leaf_crash, (enter("_frameless"), enter("_frameless_leaf"), frameless(reinterpret_cast<const int64*>(0x10))))
+void* readable() { return mmap(nullptr, 4096, 1, MAP_ANON | MAP_PRIVATE, -1, 0); }
+__attribute__((always_inline)) inline int64 divide() {
+  int32 quotient = 1;
+  asm volatile("cltd\n\tidivl %1" : "+a"(quotient) : "r"(0) : "edx");
+  return quotient;
+}
+/// The stack pointer in memory of the game's own, 64 bytes below a page that cannot be read.
+__attribute__((always_inline)) inline int64 move_stack() {
+  auto* const memory = static_cast<uint8*>(mmap(nullptr, 0x40000, 3, MAP_ANON | MAP_PRIVATE, -1, 0));
+  mprotect(memory + 0x3F000, 0x1000, 0);
+  asm volatile("movq %0, %%rsp\n\txorl %%eax, %%eax\n\tmovl (%%rax), %%eax" ::"r"(memory + 0x3EFC0) : "memory");
+  return 0;
+}
 
-CALLER(inner_callback, *reinterpret_cast<volatile int64*>(0x10))
-CALLER(outer_callback, call_on_windows(reinterpret_cast<void*>(&inner_callback), 0))
+CALLER(reads_badly, *reinterpret_cast<volatile int64*>(0x10))
+CALLER(leaf_crash, reads_badly())
+CALLER(write_crash, __atomic_exchange_n(reinterpret_cast<int64*>(0x1234), 1, __ATOMIC_SEQ_CST))
+CALLER(execute_crash, reinterpret_cast<int64 (*)()>(readable())())
+CALLER(division_crash, divide())
+CALLER(stack_crash, move_stack())
+
+CALLER(outer_callback, call_on_windows(reinterpret_cast<void*>(&reads_badly), 0))
 CALLER(callback_crash, call_on_windows(reinterpret_cast<void*>(&outer_callback), 0))
 
 CALLER(bad_strlen, static_cast<int64>(strlen(reinterpret_cast<const char*>(0x10))))

@@ -36,9 +36,7 @@ typedef unsigned long u64;
       switch (i % 8) {                                                          \
         case 0: sum += CONCAT(name, _inner)(kind, at); break;                   \
         case 1: sum ^= CONCAT(name, _inner)(kind + 1, at); break;               \
-        case 2: sum -= at; break;                                               \
         case 3: sum = sum * 31 + LOAD(place, at); break;                        \
-        case 4: sum = sum << 3 | sum >> 61; break;                              \
         case 6: sum += CONCAT(name, _inner)(kind, at + 8) * 5; break;           \
         default: sum += i;                                                      \
       }                                                                         \

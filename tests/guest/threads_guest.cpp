@@ -305,33 +305,3 @@ void come_and_go(int64 count) {
 GUEST_TEST(threads_come_and_go_without_end_while_a_collector_stops_them) { come_and_go(400); }
 /// Hours of play: a probe.
 extern "C" int64 come_and_go_for_long() { return come_and_go(20'000), 0; }
-
-GUEST_TEST(a_list_that_is_shifted_holds_every_reference_at_every_moment) {
-  constexpr int64 length = 1'000;
-  static uint64 list[length + 1];
-  for (int64 i = 0; i <= length; ++i) list[i] = i;
-  uint32 port = 0, count = 42;
-  bool done = false;
-  Crew crew(1, [&](int64) {
-    __atomic_store_n(&port, mach_thread_self(), __ATOMIC_RELEASE);
-    for (uint64 round = 0; !__atomic_load_n(&done, __ATOMIC_RELAXED); ++round) {
-      const uint64 size = round % 3 == 0 ? 8 * length : 8 * (2 + round % 70);
-      memmove(list, list + 1, size);  // the first goes, and comes back
-      memmove(list + 1, list, size);
-      list[0] = 0;
-    }
-  });
-  while (__atomic_load_n(&port, __ATOMIC_ACQUIRE) == 0) wait_milliseconds(1);
-  int64 lost = 0;
-  for (int32 look = 0; look < 2'000; ++look) {
-    bool seen[length + 1] = {};
-    ThreadState state;
-    CHECK(thread_suspend(port) == 0 && thread_get_state(port, x86_thread_state64, &state, &count) == 0);
-    for (const uint64 word : list) seen[word] = true;
-    for (int32 i = 0; i < 16; ++i) seen[(&state.rax)[i] <= length ? (&state.rax)[i] : 0] = true;
-    CHECK(thread_resume(port) == 0);
-    for (int64 i = 1; i <= length; ++i) lost += !seen[i];
-  }
-  done = true;
-  CHECK(lost == 0);
-}

@@ -6,7 +6,6 @@
 
 #include "macho/commands.h"
 #include "support/good_image.h"
-#include "tls/patch_list.h"
 
 namespace vlm::test {
 namespace {
@@ -51,14 +50,8 @@ ImageDraft draft_without_code() {
   data.sections[0] = {"__DATA", "__objc_catlist", data_vmaddr, 8};
   data.content.put_at(0, data_vmaddr + category_offset);
   draft.bind.pop_back();  // DONE
-  draft.bind.u8(BIND_OPCODE_SET_DYLIB_ORDINAL_IMM | 1)
-      .u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM)
-      .c_string("_OBJC_CLASS_$_NSObject")
-      .u8(BIND_OPCODE_SET_SEGMENT_AND_OFFSET_ULEB | data_segment)
-      .uleb(category_offset + 8)
-      .u8(BIND_OPCODE_SET_ADDEND_SLEB)
-      .sleb(0)
-      .u8(BIND_OPCODE_DO_BIND);
+  draft.bind.u8(0x11).u8(BIND_OPCODE_SET_SYMBOL_TRAILING_FLAGS_IMM).c_string("_OBJC_CLASS_$_NSObject");
+  draft.bind.u8(0x70 | data_segment).uleb(category_offset + 8).u8(0x60).sleb(0).u8(BIND_OPCODE_DO_BIND);
   return draft;
 }
 
@@ -68,11 +61,9 @@ void change_draft(Random& random, ImageDraft& draft) {
   switch (random.below(4)) {
     case 0: std::ranges::generate(table, [&] { return std::byte(random.below(256)); }); break;
     case 1: table.resize(random.below(table.size() + 1)); break;
-    case 2: {  // the list of categories, or a field of the category
-      const std::uint64_t field = random.below(5);
-      random.change_field(draft.segments[data_segment].content, field == 0 ? 0 : category_offset + 8 * (field - 1), 8);
+    case 2:  // a field of the category
+      random.change_field(draft.segments[data_segment].content, category_offset + 8 * random.below(4), 8);
       break;
-    }
     default: random.change_byte(table, 0, table.size());
   }
 }
@@ -104,36 +95,6 @@ Bytes damaged_image(std::uint64_t seed) {
   if (random.one_in(8)) file = build_universal({{CPU_TYPE_X86_64, file}, {0x0100000C, Bytes().u64(0)}});
   if (random.one_in(8)) random.change_byte(file, 0, 48);
   return file;
-}
-
-Bytes image_to_patch() { return build_image(draft_without_code()); }
-
-Bytes damaged_patch_list(std::uint64_t seed) {
-  Random random(seed);
-  constexpr std::uint32_t text = 0x1000;  // all C3, from the image's base
-  const Bytes expected(9, std::byte{0xC3});
-  // A template as the build tool writes it: the slot's address, a load of the block, the way back.
-  Bytes trampoline;
-  trampoline.u8(0x48).u8(0xB8).u64(0).u8(0x48).u8(0x8B).u8(0x00).u8(0x65).u8(0x48).u8(0x8B).u8(0x00);
-  trampoline.pad_to(trampoline.size() + 4).u8(0xFF).u8(0x25).u32(0).u64(0);
-  std::vector<PatchEntry> entries;
-  for (std::uint64_t n = random.below(40); n > 0; --n) {
-    const std::uint64_t site = random.one_in(200) ? random.number() : text + n * 16;
-    const std::uint64_t slot = random.one_in(200) ? random.number() : 2;
-    const std::size_t length = random.one_in(200) ? random.below(10) : 5 + random.below(5);
-    entries.push_back({static_cast<std::uint32_t>(site), std::span(expected).first(length),
-                       static_cast<std::uint16_t>(slot), trampoline});
-  }
-  Bytes list = Bytes().append(write_patch_list(entries));
-  for (std::uint64_t changes = random.below(3); changes > 0; --changes) {
-    switch (random.below(4)) {
-      case 0: random.change_byte(list, 0, list.size()); break;
-      case 1: random.change_field(list, random.below(list.size() / 4 - 1) * 4, random.one_in(2) ? 4 : 8); break;
-      case 2: random.change_field(list, 8, 8); break;                              // the count
-      default: random.change_field(list, list.size() - gs_patch_trailer_size, 8);  // the size
-    }
-  }
-  return list;
 }
 
 void damage_unwind_information(Bytes& image, std::uint64_t seed) {

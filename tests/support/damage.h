@@ -1,5 +1,5 @@
-// Damaged input for the loader: sound images, patch lists and unwind information with one to three things changed,
-// chosen by a seed, the same ones in every run. What an image's code would do is left sound: a loader cannot promise
+// Damaged input for the loader: sound images and unwind information with one to three things changed, chosen by a
+// seed, the same ones in every run. What an image's code would do is left sound: a loader cannot promise
 // anything about code.
 #pragma once
 
@@ -12,12 +12,6 @@ namespace vlm::test {
 /// Any part of an image that the loader reads: load commands, opcode streams, export trie, symbols, Objective-C
 /// categories. It has no code to run.
 Bytes damaged_image(std::uint64_t seed);
-
-/// A sound image for damaged_patch_list(); its path contains "GameAssembly" where a list is to be applied.
-Bytes image_to_patch();
-
-/// A patch list with its trailer, as it lies at the end of the library's file.
-Bytes damaged_patch_list(std::uint64_t seed);
 
 /// Changes the unwind information of a whole image whose code throws. Nothing is caught: personality routines, and with
 /// them the tables of handlers, are taken out.

@@ -23,7 +23,7 @@ std::string window_text(HWND window) {
   wchar_t wide[4096] = L"";
   char text[4096] = "";
   InternalGetWindowText(window, wide, 4096);
-  WideCharToMultiByte(CP_ACP, 0, wide, -1, text, sizeof text, nullptr, nullptr);
+  WideCharToMultiByte(CP_UTF8, 0, wide, -1, text, sizeof text, nullptr, nullptr);
   return text;
 }
 
