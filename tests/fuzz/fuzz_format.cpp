@@ -18,28 +18,15 @@ const char* vlm::objc_object_cstring(void* object) { return object != nullptr ? 
 
 namespace {
 
-constexpr std::size_t most_arguments = 260;  // every character of a format takes one at most; extended ones two words
-
-struct Block {
-  alignas(16) std::uint64_t area[sizeof(vlm::RegisterSaveArea) / 8];
-  std::uint64_t stack[2 * most_arguments];
-
-  vlm::SysvVaList list() const {
-    return {0, SAVE_AREA_XMM, reinterpret_cast<const std::byte*>(stack), reinterpret_cast<const std::byte*>(area)};
-  }
-};
+// Words: the registers' area, then the stack. Every character of a format takes one argument at most; extended ones
+// two.
+constexpr std::size_t area_words = sizeof(vlm::RegisterSaveArea) / 8, block_words = area_words + 2 * 260;
 
 /// A copy on the heap, with a NUL behind it and no byte longer: a read behind it shows.
 std::unique_ptr<char[]> copy_of(const std::string& text) {
   auto copy = std::make_unique<char[]>(text.size() + 1);
   std::memcpy(copy.get(), text.c_str(), text.size() + 1);
   return copy;
-}
-
-/// Makes a place for %n and for what is scanned; as a text, narrow or wide, it ends.
-void fill_place(std::vector<std::uint32_t>& place) {
-  std::ranges::fill(place, 0);
-  for (std::uint32_t i = 0; i < 20; ++i) place[i] = 0x41 + (i << (i % 21));
 }
 
 }  // namespace
@@ -57,31 +44,34 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   size -= 2 + length;
 
   const std::string input = std::string(reinterpret_cast<const char*>(data), size).c_str();  // up to its first NUL
-  std::vector<std::uint32_t> place(input.size() + 40);
-  fill_place(place);
-  const auto block = std::make_unique<Block>();
-  for (std::size_t i = 0; i < sizeof(Block) / 8; ++i) {
-    std::uint64_t word = 0;
-    for (std::size_t byte = 0; size > 0 && byte < 8; ++byte) word = word << 8 | data[(8 * i + byte) % size];
-    const bool vector = i >= 6 && i < std::size(block->area);
-    if (places && !vector) word = reinterpret_cast<std::uint64_t>(place.data());
-    std::memcpy(reinterpret_cast<std::byte*>(block.get()) + 8 * i, &word, 8);
+  std::vector<std::uint32_t> place(input.size() + 40);  // for %n and what is scanned; as a text it ends
+  const auto fill_place = [&] {
+    std::ranges::fill(place, 0);
+    for (std::uint32_t i = 0; i < 20; ++i) place[i] = 0x41 + (i << (i % 21));
+  };
+  fill_place();
+  std::vector<std::uint64_t> block(block_words);
+  for (std::size_t i = 0; i < block_words; ++i) {
+    for (std::size_t byte = 0; size > 0 && byte < 8; ++byte) block[i] = block[i] << 8 | data[(8 * i + byte) % size];
+    if (places && (i < 6 || i >= area_words)) block[i] = reinterpret_cast<std::uint64_t>(place.data());
   }
+  const auto* const area = reinterpret_cast<const std::byte*>(block.data());
+  const auto make_list = [&] { return vlm::SysvVaList{0, SAVE_AREA_XMM, area + 8 * area_words, area}; };
 
-  vlm::SysvVaList list = block->list();
+  vlm::SysvVaList list = make_list();
   const std::uint64_t complete = vlm::format_text(nullptr, 0, format.get(), list);
   std::string longest;
   for (const std::uint64_t room : {2000, 1000, 64, 17, 2, 1}) {
-    fill_place(place);
+    fill_place();
     const auto buffer = std::make_unique<char[]>(room);
-    list = block->list();
+    list = make_list();
     if (vlm::format_text(buffer.get(), room, format.get(), list) != complete) std::abort();
     const std::string written(buffer.get(), std::min(complete, room - 1));
     if (longest.empty()) longest = written;
     if (buffer[written.size()] != 0 || !longest.starts_with(written)) std::abort();
   }
 
-  list = block->list();
+  list = make_list();
   const std::int32_t stored = places ? vlm::scan_text(copy_of(input).get(), format.get(), list) : 0;
   if (stored < -1 || stored > 255) std::abort();
   return 0;

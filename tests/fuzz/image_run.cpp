@@ -28,8 +28,7 @@ void ask(const MachImage& image) {
   }
   for (const std::uint64_t address : {image.base - 1, image.base, image.base + image.extent() / 2,
                                       image.base + image.extent() - 1, image.base + image.extent()}) {
-    std::uint64_t offset = 0;
-    const char* name = macho_symbol_for_address(image, address, &offset);
+    const char* name = macho_symbol_for_address(image, address, nullptr);
     if (name != nullptr && std::strlen(name) > image.strsize) std::abort();
   }
   macho_find_section(image, "__TEXT", "__text");
@@ -45,13 +44,9 @@ ImageRun run_image(std::span<const std::byte> bytes, std::uint64_t max_extent) {
     return Bytes(part.begin(), part.end());
   };
   std::uint64_t head_size = std::min<std::uint64_t>(bytes.size(), 8);
-  const std::uint64_t table_size = macho_slice_table_size(copy_of(0, head_size));
-  head_size = std::min<std::uint64_t>(bytes.size(), std::max(head_size, table_size));
+  head_size = std::clamp<std::uint64_t>(macho_slice_table_size(copy_of(0, head_size)), head_size, bytes.size());
   const auto slice = macho_choose_slice(run_path, copy_of(0, head_size), bytes.size());
-  if (!slice) {
-    run.fault = slice.error().text;
-    return run;
-  }
+  if (!slice) return {.fault = slice.error().text};
 
   const FakeImage fake(copy_of(slice->offset, slice->size), run_path, max_extent);
   MachImage& image = *fake.image;
@@ -60,9 +55,8 @@ ImageRun run_image(std::span<const std::byte> bytes, std::uint64_t max_extent) {
   run.placed = !fake.memory.empty();
   if (!run.placed) return run;
   for (const MachSection& section : std::span(image.sections, static_cast<std::size_t>(image.section_count))) {
-    if (section.size != 0 && !(image.contains(section.addr) && image.contains(section.addr + section.size - 1))) {
-      std::abort();
-    }
+    if (section.size != 0 && !image.contains(section.addr)) std::abort();
+    if (section.size != 0 && !image.contains(section.addr + section.size - 1)) std::abort();
   }
 
   static const FakeImage other(good_draft(), "/games/run/libOther.dylib");  // a sound image to import from
@@ -74,9 +68,8 @@ ImageRun run_image(std::span<const std::byte> bytes, std::uint64_t max_extent) {
     if (!patched && run.fault.empty()) run.fault = patched.error().text.empty() ? "(no text)" : patched.error().text;
     return patched.has_value();
   };
-  if (add(macho_rebase(image, fake.memory)) && add(macho_bind(image, fake.memory, BindStream::binds, sources))) {
-    add(macho_bind(image, fake.memory, BindStream::lazy_binds, sources));
-  }
+  (void)(add(macho_rebase(image, fake.memory)) && add(macho_bind(image, fake.memory, BindStream::binds, sources)) &&
+         add(macho_bind(image, fake.memory, BindStream::lazy_binds, sources)));
   run.looked_up = look_ups;
   ask(image);
   return run;

@@ -25,22 +25,18 @@ struct FakeImage {
     std::snprintf(image->path, sizeof image->path, "%s", path);
     image->file_data = file.data();
     image->file_size = file.size();
-    if (const auto read = macho_read_commands(*image); !read) {
-      fault = read.error().text;
-      return;
-    }
-    if (image->extent() > max_extent) return;
+    if (const auto read = macho_read_commands(*image); !read) fault = read.error().text;
+    if (!fault.empty() || image->extent() > max_extent) return;
     block.reset(std::calloc(image->extent(), 1));
     memory = {static_cast<std::byte*>(block.get()), static_cast<std::size_t>(image->extent())};
     image->base = base;
     image->slide = static_cast<std::int64_t>(base - image->vm_min);
-    for (const MachSegment& segment : std::span(image->segments, static_cast<std::size_t>(image->segment_count))) {
+    for (int i = 0; i < image->segment_count; ++i) {
+      const MachSegment& segment = image->segments[i];
       if (!segment.mapped() || segment.filesize == 0) continue;
       std::memcpy(&memory[segment.vmaddr - image->vm_min], image->file_data + segment.fileoff, segment.filesize);
     }
-    for (MachSection& section : std::span(image->sections, static_cast<std::size_t>(image->section_count))) {
-      section.addr += static_cast<std::uint64_t>(image->slide);
-    }
+    for (int i = 0; i < image->section_count; ++i) image->sections[i].addr += base - image->vm_min;
   }
   explicit FakeImage(const ImageDraft& draft, const char* path = "/games/libFake.dylib")
       : FakeImage(build_image(draft), path) {}

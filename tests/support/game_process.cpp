@@ -7,17 +7,6 @@ namespace {
 
 constexpr DWORD time_limit_ms = 60'000;
 
-/// The process's message box, or null.
-HWND find_box(DWORD process) {
-  HWND box = nullptr;
-  while ((box = FindWindowExW(nullptr, box, L"#32770", nullptr)) != nullptr) {
-    DWORD owner = 0;
-    GetWindowThreadProcessId(box, &owner);
-    if (owner == process && IsWindowVisible(box)) break;
-  }
-  return box;
-}
-
 /// The text as the window manager keeps it: a message to the process would wait until it answers.
 std::string window_text(HWND window) {
   wchar_t wide[4096] = L"";
@@ -27,19 +16,20 @@ std::string window_text(HWND window) {
   return text;
 }
 
-/// Reads and dismisses a message box of the process, if it shows one.
-void dismiss_box(DWORD process, Ending& ending) {
-  const HWND box = find_box(process);
-  std::string text;
-  for (HWND label = nullptr; box && text.empty() && (label = FindWindowExW(box, label, L"Static", nullptr));) {
-    text = window_text(label);
+/// Reads and dismisses the message boxes of the process, if it shows any.
+void dismiss_boxes(DWORD process, Ending& ending) {
+  for (HWND box = nullptr; (box = FindWindowExW(nullptr, box, L"#32770", nullptr)) != nullptr;) {
+    DWORD owner = 0;
+    GetWindowThreadProcessId(box, &owner);
+    if (owner != process || !IsWindowVisible(box)) continue;
+    std::string text;
+    for (HWND label = nullptr; text.empty() && (label = FindWindowExW(box, label, L"Static", nullptr)) != nullptr;) {
+      text = window_text(label);
+    }
+    if (text.empty()) return;  // not filled yet: the next round sees it
+    if (ending.box_text.empty()) ending.box_caption = window_text(box), ending.box_text = text;
+    PostMessageW(box, WM_COMMAND, IDOK, 0);
   }
-  if (text.empty()) return;  // not filled yet: the next round sees it
-  if (ending.box_text.empty()) {
-    ending.box_caption = window_text(box);
-    ending.box_text = text;
-  }
-  PostMessageW(box, WM_COMMAND, IDOK, 0);
 }
 
 }  // namespace
@@ -55,14 +45,13 @@ std::wstring program_folder() {
 }
 
 UniqueHandle start_process(std::wstring command_line, HANDLE output) {
-  constexpr int attempts = 5;
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   if (output != nullptr) {
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdOutput = startup.hStdError = output;
   }
-  for (int attempt = 1; attempt <= attempts; ++attempt) {
+  for (int attempt = 1; attempt <= 5; ++attempt) {
     PROCESS_INFORMATION process{};
     if (CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, output != nullptr, 0, nullptr, nullptr, &startup,
                        &process)) {
@@ -83,14 +72,10 @@ Ending run_host(const std::wstring& arguments, const Environment& environment, c
   Ending ending;
   const UniqueHandle process = start_process(L"\"" + program_path() + L"\" --in \"" + folder + L".\" " + arguments);
   for (const auto& [name, value] : environment) SetEnvironmentVariableW(name.c_str(), nullptr);
-  if (!process) {
-    ending.box_text = "the process could not be started";
-    ending.exit_code = ~0u;
-    return ending;
-  }
+  if (!process) return {~0u, false, "", "the process could not be started", ""};
   const ULONGLONG deadline = GetTickCount64() + time_limit_ms;
   while (WaitForSingleObject(process.get(), 20) == WAIT_TIMEOUT) {
-    dismiss_box(GetProcessId(process.get()), ending);
+    dismiss_boxes(GetProcessId(process.get()), ending);
     if (GetTickCount64() > deadline) {
       ending.timed_out = true;
       TerminateProcess(process.get(), 99);

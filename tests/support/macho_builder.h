@@ -16,7 +16,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -69,16 +68,14 @@ class Bytes : public std::vector<std::byte> {
 };
 
 struct SectionDraft {
-  std::string segment;
-  std::string name;
-  std::uint64_t addr;
-  std::uint64_t size;
+  std::string segment, name;
+  std::uint64_t addr, size;
+  std::uint32_t flags = 0;
 };
 
 struct SegmentDraft {
   std::string name;
-  std::uint64_t vmaddr = 0;
-  std::uint64_t vmsize = 0;
+  std::uint64_t vmaddr = 0, vmsize = 0;
   std::uint32_t initprot = VM_PROT_READ | VM_PROT_WRITE;
   Bytes content;
   std::vector<SectionDraft> sections;
@@ -101,20 +98,13 @@ struct ImageDraft {
 
 struct ExportDraft {
   std::string name;
-  std::uint64_t address = 0;  // from the image's base
-  std::uint64_t flags = 0;
+  std::uint64_t address = 0, flags = 0;  // from the image's base
 };
 
 namespace detail {
-
-inline std::uint64_t align(std::uint64_t value, std::uint64_t to) { return (value + to - 1) / to * to; }
-
-template <std::size_t N>
-void put_name(char (&field)[N], std::string_view name) {
-  std::memset(field, 0, N);
-  std::memcpy(field, name.data(), std::min(N, name.size()));
+inline std::uint64_t align(std::uint64_t value, std::uint64_t to = file_alignment) {
+  return (value + to - 1) / to * to;
 }
-
 }  // namespace detail
 
 /// Adds a node for what these names, which are sorted and begin with the same `depth` characters, go on with; then a
@@ -155,24 +145,19 @@ inline Bytes dylib_command(std::uint32_t cmd, std::string_view install_name) {
 }
 
 inline Bytes segment_command(const SegmentDraft& segment, std::uint64_t fileoff, std::uint64_t filesize) {
-  SegmentCommand64 command{};
-  command.cmd = LC_SEGMENT_64;
-  command.nsects = static_cast<std::uint32_t>(segment.sections.size());
-  command.cmdsize = static_cast<std::uint32_t>(sizeof command + command.nsects * sizeof(Section64));
-  detail::put_name(command.segname, segment.name);
-  command.vmaddr = segment.vmaddr;
-  command.vmsize = segment.vmsize;
-  command.fileoff = fileoff;
-  command.filesize = filesize;
-  command.maxprot = 7;
-  command.initprot = segment.initprot;
+  const auto nsects = static_cast<std::uint32_t>(segment.sections.size());
+  const auto cmdsize = static_cast<std::uint32_t>(sizeof(SegmentCommand64) + nsects * sizeof(Section64));
+  SegmentCommand64 command{LC_SEGMENT_64,    cmdsize, {}, segment.vmaddr, segment.vmsize, fileoff, filesize, 7,
+                           segment.initprot, nsects,  0};
+  segment.name.copy(command.segname, sizeof command.segname);
   Bytes out;
   out.put(command);
   for (const SectionDraft& draft : segment.sections) {
     Section64 section{};
-    detail::put_name(section.sectname, draft.name);
-    detail::put_name(section.segname, draft.segment);
+    draft.name.copy(section.sectname, sizeof section.sectname);
+    draft.segment.copy(section.segname, sizeof section.segname);
     section.addr = draft.addr;
+    section.flags = draft.flags;
     section.size = draft.size;
     section.offset = static_cast<std::uint32_t>(fileoff + draft.addr - segment.vmaddr);
     out.put(section);
@@ -187,49 +172,37 @@ inline Bytes build_image(const ImageDraft& draft) {
   std::vector<Bytes> commands;
   bool covers_header = true;  // true for the first segment that has contents
   for (const SegmentDraft& segment : draft.segments) {
-    if (segment.content.empty()) {
-      commands.push_back(segment_command(segment, 0, 0));
-      continue;
-    }
-    body.pad_to(detail::align(body_end(), file_alignment) - header_room);
-    const std::uint64_t fileoff = covers_header ? 0 : body_end();
+    body.pad_to(detail::align(body_end()) - header_room);
+    const bool empty = segment.content.empty();
+    const std::uint64_t fileoff = empty || covers_header ? 0 : body_end();
     body.append(segment.content);
-    commands.push_back(segment_command(segment, fileoff, body_end() - fileoff));
-    covers_header = false;
+    commands.push_back(segment_command(segment, fileoff, empty ? 0 : body_end() - fileoff));
+    covers_header = covers_header && empty;
   }
 
-  body.pad_to(detail::align(body_end(), file_alignment) - header_room);
+  body.pad_to(detail::align(body_end()) - header_room);
   const std::uint64_t link_edit = body_end();
-  const auto add_table = [&](std::span<const std::byte> table) {
-    const auto offset = static_cast<std::uint32_t>(body_end());
+  const auto add_table = [&](Bytes& command, const Bytes& table) {
+    command.u32(body_end()).u32(table.size());
     body.append(table).pad_to(detail::align(body.size(), 8));
-    return std::pair(offset, static_cast<std::uint32_t>(table.size()));
   };
-  DyldInfoCommand info{};
-  info.cmd = LC_DYLD_INFO_ONLY;
-  info.cmdsize = sizeof info;
-  std::tie(info.rebase_off, info.rebase_size) = add_table(draft.rebase);
-  std::tie(info.bind_off, info.bind_size) = add_table(draft.bind);
-  std::tie(info.weak_bind_off, info.weak_bind_size) = add_table(draft.weak_bind);
-  std::tie(info.lazy_bind_off, info.lazy_bind_size) = add_table(draft.lazy_bind);
-  std::tie(info.export_off, info.export_size) = add_table(draft.exports);
-  commands.push_back(Bytes().put(info));
-
-  Bytes symbols, strings;
-  strings.c_string(" ");
+  Bytes info = Bytes().u32(LC_DYLD_INFO_ONLY).u32(sizeof(DyldInfoCommand));
+  for (const auto stream :
+       {&ImageDraft::rebase, &ImageDraft::bind, &ImageDraft::weak_bind, &ImageDraft::lazy_bind, &ImageDraft::exports}) {
+    add_table(info, draft.*stream);
+  }
+  Bytes symtab = Bytes().u32(LC_SYMTAB).u32(sizeof(SymtabCommand)).u32(body_end()).u32(draft.symbols.size());
+  Bytes strings = Bytes().c_string(" ");
   for (const SymbolDraft& symbol : draft.symbols) {
-    symbols.put(Nlist64{static_cast<std::uint32_t>(strings.size()), symbol.n_type, 1, 0, symbol.n_value});
+    body.put(Nlist64{static_cast<std::uint32_t>(strings.size()), symbol.n_type, 1, 0, symbol.n_value});
     strings.c_string(symbol.name);
   }
-  SymtabCommand symtab{LC_SYMTAB, sizeof(SymtabCommand), 0, static_cast<std::uint32_t>(draft.symbols.size()), 0, 0};
-  symtab.symoff = add_table(symbols).first;
-  std::tie(symtab.stroff, symtab.strsize) = add_table(strings);
-  commands.push_back(Bytes().put(symtab));
+  add_table(symtab, strings);
+  commands.insert(commands.end(), {info, symtab});
 
   if (draft.linkedit_vmaddr != 0) {
     const std::uint64_t size = body_end() - link_edit;
-    const SegmentDraft linkedit{
-        "__LINKEDIT", draft.linkedit_vmaddr, detail::align(size, file_alignment), VM_PROT_READ, {}, {}};
+    const SegmentDraft linkedit{"__LINKEDIT", draft.linkedit_vmaddr, detail::align(size), VM_PROT_READ, {}, {}};
     commands.insert(commands.begin() + static_cast<std::ptrdiff_t>(draft.segments.size()),
                     segment_command(linkedit, link_edit, size));
   }
@@ -237,34 +210,26 @@ inline Bytes build_image(const ImageDraft& draft) {
   for (const std::string& name : draft.dylibs) commands.push_back(dylib_command(LC_LOAD_DYLIB, name));
   commands.insert(commands.end(), draft.more_commands.begin(), draft.more_commands.end());
 
-  MachHeader64 header{
-      MH_MAGIC_64, CPU_TYPE_X86_64, 3, 6 /* MH_DYLIB */, static_cast<std::uint32_t>(commands.size()), 0, 0, 0};
-  Bytes file;
-  for (const Bytes& command : commands) header.sizeofcmds += static_cast<std::uint32_t>(command.size());
-  file.put(header);
-  for (const Bytes& command : commands) file.append(command);
+  Bytes all;
+  for (const Bytes& command : commands) all.append(command);
+  MachHeader64 header{MH_MAGIC_64, CPU_TYPE_X86_64, 3, 6 /* MH_DYLIB */, 0, 0, 0, 0};
+  header.ncmds = static_cast<std::uint32_t>(commands.size());
+  header.sizeofcmds = static_cast<std::uint32_t>(all.size());
+  Bytes file = Bytes().put(header).append(all);
   if (file.size() > header_room) return {};  // more commands than the layout has room for: a mistake of the test
   return file.pad_to(header_room).append(body);
 }
 
-struct SliceDraft {
-  std::uint32_t cputype;
-  Bytes bytes;
-};
-
-/// A universal file of these slices, each at a multiple of 0x1000.
-inline Bytes build_universal(const std::vector<SliceDraft>& slices) {
-  Bytes file;
+/// A universal file of these slices, each a cputype and its bytes at a multiple of 0x1000.
+inline Bytes build_universal(const std::vector<std::pair<std::uint32_t, Bytes>>& slices) {
+  Bytes file, body;
   file.big32(FAT_MAGIC).big32(slices.size());
-  std::uint64_t offset = file_alignment;
-  for (const SliceDraft& slice : slices) {
-    file.big32(slice.cputype).big32(3).big32(offset).big32(slice.bytes.size()).big32(12);
-    offset = detail::align(offset + slice.bytes.size(), file_alignment);
+  for (const auto& [cputype, bytes] : slices) {
+    body.pad_to(detail::align(body.size()));
+    file.big32(cputype).big32(3).big32(file_alignment + body.size()).big32(bytes.size()).big32(12);
+    body.append(bytes);
   }
-  for (const SliceDraft& slice : slices) {
-    file.pad_to(detail::align(file.size(), file_alignment)).append(slice.bytes);
-  }
-  return file;
+  return file.pad_to(file_alignment).append(body);
 }
 
 }  // namespace vlm::test

@@ -25,7 +25,6 @@ struct {
 std::uint64_t listed_words[8];  // the first the named one, the others read from the list
 double listed_doubles[10];
 std::vector<WalkedFrame> walked;
-bool walk_reached(const void* function) { return frame_of(walked, function) != nullptr; }
 
 constexpr std::uint64_t body_result = 0x123456789ABCDEF0;
 
@@ -39,13 +38,11 @@ SYSV std::uint64_t test_NSLog_body(std::uint64_t named, SysvVaList* list) {
   SysvVaList copy = *list;
   for (auto& word : listed_words) word = &word == listed_words ? named : copy.next<std::uint64_t>();
   for (auto& value : listed_doubles) value = list->next_double();
-  walked = walk_stack();
   return body_result;
 }
 
 std::uint64_t test_trap_unimplemented(void* record) {
   trap_record = record;
-  walked = walk_stack();
   return body_result;
 }
 
@@ -59,8 +56,6 @@ const void* test_objc_lookup(void* receiver, const char* selector) {
 
 }  // extern "C"
 
-static void* const run = reinterpret_cast<void*>(run_machine);
-
 TEST_CASE("a variadic entry hands over its named argument and a list that yields the others in order") {
   Machine sent = patterned_machine();
   sent.registers[rax] = 0;  // the vector registers are taken whatever al says
@@ -71,13 +66,11 @@ TEST_CASE("a variadic entry hands over its named argument and a list that yields
     CHECK_EQ(listed_doubles[i], i + 0.5);
   }
   CHECK_EQ(std::memcmp(&listed_doubles[8], sent.stack, 16), 0);
-  CHECK((walk_reached(test_entries[3]) && walk_reached(run)));
 }
 
 TEST_CASE("the trap entry hands its record over and returns the handler's answer") {
   CHECK_EQ(call_sysv_code(test_entries[0]).registers[rax], body_result);
   CHECK_EQ(reinterpret_cast<std::uint64_t>(trap_record), patterned_machine().registers[rax]);
-  CHECK(walk_reached(run));
 }
 
 TEST_CASE("a message reaches its method with every register and stack word as the sender left them") {
@@ -114,13 +107,8 @@ TEST_CASE("a message reaches its method with every register and stack word as th
       const auto& [rax_word, rdx_word, low, high] = recorded_results;
       CHECK((machine.registers[rax] == rax_word && machine.registers[rdx] == rdx_word));
       CHECK((machine.vectors[0][0] == low && machine.vectors[0][1] == high));
-      CHECK(walk_reached(run));
+      CHECK(frame_of(walked, reinterpret_cast<void*>(run_machine)) != nullptr);
     }
-    Machine sent = patterned_machine();
-    sent.registers[sysv_arguments[receiver]] = 0;
-    const Machine machine = call_sysv_code(entry, sent);
-    for (const auto& vector : {machine.vectors[0], machine.vectors[1]}) CHECK((vector[0] == 0 && vector[1] == 0));
-    CHECK((machine.registers[rax] == 0 && machine.registers[rdx] == 0));
   }
 }
 

@@ -66,32 +66,6 @@ TEST_CASE("a stack walk crosses Windows code, game code and both kinds of stubs 
   }
 }
 
-TEST_CASE("a walk that starts inside a stub finds its caller after every instruction of the prologue") {
-  // In the stub for which side, the offset there, bytes from rsp to the return address, whether rbp is the frame's.
-  static constexpr unsigned cases[][4] = {{0, 0, 0, 0},     {0, 1, 8, 0}, {0, 4, 8, 1},    {0, 8, 0x38, 1},
-                                          {0, 40, 0x38, 1}, {1, 0, 0, 0}, {1, 4, 0x68, 0}, {1, 80, 0x68, 0}};
-  for (const auto& [to_game, rip, depth, has_rbp] : cases) {
-    CAPTURE(rip);
-    CAPTURE(depth);
-    std::uint64_t stack[32] = {};
-    std::uint64_t* const return_address = &stack[depth / 8];
-    if (depth != 0) return_address[-1] = 0xCA11E5;  // the caller's rbp, where it was pushed
-    *return_address = 0xCA11E9;
-    CONTEXT context = {};
-    context.Rip = rip + reinterpret_cast<std::uint64_t>(to_game ? make_sysv_function_stub(game_code, 6)
-                                                                : make_callback_stub(windows_code));
-    context.Rsp = reinterpret_cast<std::uint64_t>(stack);
-    if (has_rbp) context.Rbp = reinterpret_cast<std::uint64_t>(return_address - 1);
-    DWORD64 image = 0, frame;
-    void* handler_data;
-    RUNTIME_FUNCTION* function = RtlLookupFunctionEntry(context.Rip, &image, nullptr);
-    REQUIRE(function != nullptr);
-    RtlVirtualUnwind(UNW_FLAG_NHANDLER, image, context.Rip, function, &context, &handler_data, &frame, nullptr);
-    CHECK((context.Rip == 0xCA11E9 && context.Rsp == reinterpret_cast<std::uint64_t>(return_address + 1)));
-    if (has_rbp) CHECK_EQ(context.Rbp, 0xCA11E5);
-  }
-}
-
 // Fills the process's registry for good.
 TEST_CASE("alone: the callback registry is filled" * doctest::skip()) {
   auto* targets = static_cast<std::byte*>(allocate_stub_memory(0x10000));

@@ -1,45 +1,19 @@
-// The loader on real files: placement, protections, the hook arena, and the image's own code running.
+// The loader on a real file: placement, protections, the hook arena.
 #include "macho/load.h"
 
 #include <doctest/doctest.h>
 
 #include <windows.h>
 
-#include <algorithm>
 #include <string>
-#include <vector>
 
 #include "binding/shim_table.h"
-#include "macho/queries.h"
 #include "support/game_process.h"
 #include "support/good_image.h"
-#include "support/sysv.h"
 #include "support/text.h"
 
 using namespace vlm;
 using namespace vlm::test;
-
-namespace {
-
-MachImage* load(std::span<const std::byte> file) {
-  const std::wstring path = program_folder() + L"image.dylib";
-  REQUIRE(write_file(path, std::string(reinterpret_cast<const char*>(file.data()), file.size())));
-  const LoadHooks hooks{lookup_shim, make_missing_symbol, [](const MachImage&) {}};
-  MachImage* const image = macho_load(from_host_path(path.c_str()).get(), hooks);
-  DeleteFileW(path.c_str());
-  REQUIRE(image != nullptr);
-  return image;
-}
-
-std::vector<void*> initializer_arguments;
-
-/// What the image's initializer jumps to.
-SYSV void record_call(std::int32_t argc, void** argv, void** envp, void** apple, void* vars) {
-  const auto count = reinterpret_cast<void*>(std::intptr_t{argc});
-  initializer_arguments.insert(initializer_arguments.end(), {count, argv, envp, apple, vars});
-}
-
-}  // namespace
 
 TEST_CASE("an image is placed, linked and protected; its hook arena lies behind it") {
   ImageDraft draft = good_draft();
@@ -47,7 +21,13 @@ TEST_CASE("an image is placed, linked and protected; its hook arena lies behind 
   draft.segments.push_back({"__RWX", behind, 0x1000, VM_PROT_READ | VM_PROT_WRITE | VM_PROT_EXECUTE, {}, {}});
   draft.segments.push_back({"__NONE", behind + 0x1000, 0x1000, 0, {}, {}});
   const Bytes file = build_image(draft);
-  MachImage* const image = load(build_universal({{0x0100000C, Bytes(5)}, {CPU_TYPE_X86_64, file}}));
+  const Bytes universal = build_universal({{0x0100000C, Bytes(5)}, {CPU_TYPE_X86_64, file}});
+  const std::wstring path = program_folder() + L"image.dylib";
+  REQUIRE(write_file(path, std::string(reinterpret_cast<const char*>(universal.data()), universal.size())));
+  const LoadHooks hooks{lookup_shim, make_missing_symbol, [](const MachImage&) {}};
+  MachImage* const image = macho_load(from_host_path(path.c_str()).get(), hooks);
+  DeleteFileW(path.c_str());
+  REQUIRE(image != nullptr);
   CHECK_EQ(image->file_size, file.size());
   CHECK(image->contains(reinterpret_cast<std::uintptr_t>(image->file_data)));  // the tables stay in __LINKEDIT
 
@@ -73,23 +53,4 @@ TEST_CASE("an image is placed, linked and protected; its hook arena lies behind 
   CHECK_EQ(arena.arena_start, base + 0x10000);
   void* const last_page = reinterpret_cast<void*>(arena.arena_start + hook_arena_size - 0x1000);
   CHECK_EQ(VirtualAlloc(last_page, 0x1000, MEM_COMMIT, PAGE_READWRITE), last_page);  // reserved up to its end
-}
-
-TEST_CASE("an initializer is called as dyld calls it; a section too small for one runs nothing") {
-  ImageDraft draft = good_draft();
-  const Bytes jump = Bytes().u8(0xFF).u8(0x25).u32(0x2800 - 0x1006);  // jmp [rip to __DATA + 0x800]
-  std::ranges::copy(jump, draft.segments[text_segment].content.begin());
-  draft.segments[data_segment].sections = {{"__DATA", "__mod_init_func", data_vmaddr + 0x200, 4},
-                                           {"__OTHER", "__mod_init_func", data_vmaddr, 12}};
-  draft.linkedit_vmaddr = 0;
-  MachImage* const image = load(build_image(draft));
-  *reinterpret_cast<void**>(image->base + 0x2800) = reinterpret_cast<void*>(&record_call);
-  CHECK_FALSE(image->contains(reinterpret_cast<std::uintptr_t>(image->file_data)));  // a copy of the tables
-  CHECK_EQ(macho_find_export(*image, "_game_start"), image->base + 0x1000);
-
-  macho_run_initializers(*image);
-  REQUIRE_EQ(initializer_arguments.size(), 5);
-  void* const list = initializer_arguments[1];
-  CHECK((initializer_arguments == std::vector<void*>{nullptr, list, list, list, nullptr}));
-  CHECK_EQ(*static_cast<void**>(list), nullptr);
 }

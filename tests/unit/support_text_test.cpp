@@ -1,4 +1,4 @@
-// Texts and paths between game code and Windows, and the reader that everything foreign goes through.
+// Texts and paths between game code and Windows.
 #include "support/text.h"
 
 #include <windows.h>
@@ -8,10 +8,8 @@
 #include <string>
 
 #include "objc/ns_string.h"
-#include "support/byte_reader.h"
 
 using namespace vlm;
-using namespace std::string_view_literals;
 
 TEST_CASE("a game path becomes a Windows path; a Windows path behind a macOS prefix wins") {
   static constexpr struct {
@@ -32,18 +30,6 @@ TEST_CASE("a game path becomes a Windows path; a Windows path behind a macOS pre
   char narrow[] = "?????";
   CHECK((from_host_path(L"a\\ü", narrow, 4) == 4 && from_host_path(L"a\\ü", narrow, 5) == 4));
   CHECK_EQ(std::string(narrow), "a/ü");
-}
-
-TEST_CASE("the byte reader stops at the end and stays stopped") {
-  const auto reader = [](std::string_view bytes) { return ByteReader(std::as_bytes(std::span(bytes))); };
-  ByteReader cut = reader("\1\2\3"sv);
-  CHECK((cut.read<std::uint16_t>() == 0x0201 && cut.read<std::uint32_t>() == 0));
-  CHECK((cut.read<std::uint8_t>() == 0 && !cut.ok() && cut.offset() == 2));  // a byte is left, but something was missed
-  CHECK_EQ(reader("\xE5\x8E\x26"sv).uleb128(), 624485);
-  CHECK_EQ(reader("\x80\x7F"sv).sleb128(), -128);
-  CHECK_EQ(reader("\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x01"sv).uleb128(), ~0ull);
-  CHECK_EQ(reader("\x81\x82"sv).uleb128(), 0x101);  // a value cut by the end of the bytes ends there
-  CHECK((range_fits(8, 0, 8) && !range_fits(9, 0, 8) && !range_fits(~0ull, 2, 8) && !range_fits(2, ~0ull, 8)));
 }
 
 TEST_CASE("a text has as many UTF-16 units as Windows makes of it, whatever its bytes are") {

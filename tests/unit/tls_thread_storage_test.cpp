@@ -7,8 +7,9 @@
 
 #include <atomic>
 #include <mutex>
+#include <tuple>
+#include <vector>
 
-#include "game_tls_mode.h"
 #include "run_alone.h"
 #include "support/handles.h"
 #include "tls/thread_record.h"
@@ -16,6 +17,28 @@
 using namespace vlm;
 
 namespace {
+
+/// The library's game TLS index in a mode of the test's choosing, for as long as the object lives.
+class ScopedTlsMode {
+ public:
+  explicit ScopedTlsMode(bool expansion) {
+    if (expansion) {  // all below 64 are used up
+      while (taken_.empty() || taken_.back() < teb_tls_slot_count) taken_.push_back(TlsAlloc());
+    }
+    game_tls_index = no_tls_index;
+    game_tls_init();
+    taken_.push_back(game_tls_index);
+  }
+  ~ScopedTlsMode() {
+    for (const DWORD index : taken_) TlsFree(index);
+    std::tie(game_tls_index, game_storage_offset, game_tls_expansion) = before_;
+  }
+
+ private:
+  std::tuple<std::uint32_t, std::uint64_t, std::uint32_t> before_{game_tls_index, game_storage_offset,
+                                                                  game_tls_expansion};
+  std::vector<DWORD> taken_;
+};
 
 /// Memory in the shape of a thread environment block.
 struct FakeTeb {
@@ -46,8 +69,8 @@ TEST_CASE("a slot is found by index, in the environment block and by gs; another
     const auto place = game_tls_place(static_cast<std::uint32_t>(index));
     CHECK((place.offset == offset && place.expansion == expansion));
   }
-  for (const TlsMode mode : {TlsMode::normal, TlsMode::expansion}) {
-    const ScopedTlsMode scoped(mode);
+  for (const bool expansion_mode : {false, true}) {
+    const ScopedTlsMode scoped(expansion_mode);
     auto has_none = [] { return DWORD{game_tls_get() == nullptr}; };
     game_tls_set(&record);
     CHECK_EQ(wait_for(start_thread(has_none)), 1);
@@ -58,12 +81,12 @@ TEST_CASE("a slot is found by index, in the environment block and by gs; another
     FakeTeb teb;
     ExpansionArray none, spare = make_expansion_array();
     CHECK_EQ(game_tls_read_teb(teb.address()), 0);
-    CHECK_EQ(game_tls_prepare_teb(teb.address(), none), (mode == TlsMode::normal));
+    CHECK_EQ(game_tls_prepare_teb(teb.address(), none), !expansion_mode);
     CHECK((game_tls_prepare_teb(teb.address(), spare) && spare == nullptr));
     game_tls_write_teb(teb.address(), &record);
     CHECK_EQ(game_tls_read_teb(teb.address()), reinterpret_cast<std::uint64_t>(record.storage));
     const ExpansionArray array(reinterpret_cast<void*>(teb.word(TEB_TLS_EXPANSION_SLOTS)));
-    CHECK_EQ(array == nullptr, (mode == TlsMode::normal));
+    CHECK_EQ(array == nullptr, !expansion_mode);
   }
 }
 
@@ -88,8 +111,8 @@ TEST_CASE("committing a stack covers all but its lowest 16 KiB; small stacks sta
 }
 
 TEST_CASE("adoption reaches the threads that run already, in both modes, and only those without storage") {
-  for (const TlsMode mode : {TlsMode::normal, TlsMode::expansion}) {
-    const ScopedTlsMode scoped(mode);
+  for (const bool expansion_mode : {false, true}) {
+    const ScopedTlsMode scoped(expansion_mode);
     const UniqueHandle go_on(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     std::atomic<int> ready = 0;
     ThreadRecord* adopted = nullptr;
