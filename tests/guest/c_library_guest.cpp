@@ -100,6 +100,7 @@ GUEST_TEST(a_stream_gets_all_of_a_text_and_its_length_is_told_anyway) {
   CHECK(fread(read, 1, sizeof read, file) == 4002 && memcmp(read, part, 1999) == 0 && same(read + 2003, part));
   CHECK(fclose(file) == 0);
   CHECK(fwrite("printed\n", 1, 8, stdout) == 8 && fflush(stdout) == 0 && fprintf(stderr, "%d: %s\n", 1, "short") == 9);
+  CHECK(fprintf(stdin, "%d: %s\n", 1, "nobody reads it") == 19);
 }
 
 GUEST_TEST(threads_and_descriptors_that_append_lose_nothing) {

@@ -25,7 +25,7 @@ namespace {
 template <class Result>
 bool fails(int32 error, Result result) {
   const bool failed = (int64)result == -1 || (__is_pointer(Result) && !result), right = *__error() == error;
-  *__error() = 0;
+  *__error() = 0;  // the next one has to set it
   return failed && right;
 }
 
