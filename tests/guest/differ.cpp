@@ -157,8 +157,9 @@ void convert_texts() {
     const long number = strtol(text, &end, base);
     const bool in_range = errno != ERANGE;
     const Bits unsigned_number = strtoul(text, &unsigned_end, base);
-    put("<%s> %d %ld %ld %d %lu %ld %d %d %ld", text, base, number, end - text, in_range, unsigned_number,
-        unsigned_end - text, errno == ERANGE, in_range ? atoi(text) : 0, atol(text));
+    const div_t parts = div(static_cast<int>(number), base + 1);
+    put("<%s> %d %ld %ld %d %lu %ld %d %d %ld %d %d", text, base, number, end - text, in_range, unsigned_number,
+        unsigned_end - text, errno == ERANGE, in_range ? atoi(text) : 0, atol(text), parts.quot, parts.rem);
   }
 }
 
@@ -168,11 +169,7 @@ void evaluate(const char* name, T (*function)(T, More...)) {
   for (int i = 0; i < 1500; ++i) {
     const auto x = static_cast<T>(some_double());
     const auto y = static_cast<T>(some_double());
-    T result;
-    if constexpr (sizeof...(More) == 0)
-      result = function(x);
-    else
-      result = function(x, y);
+    const T result = function(x, static_cast<More>(y)...);
     Bits bits = 0;
     memcpy(&bits, &result, sizeof result);
     put("m %s %.9g %.9g %016lx", name, x == x ? x : 0, y == y ? y : 0, result == result ? bits : 0);
@@ -187,10 +184,6 @@ float scale_float(float x, float n) { return ldexpf(x, n > -300 && n < 300 ? sta
 void calculate() {
 #define EVALUATE(name) evaluate(#name, &name);
   FUNCTIONS(EVALUATE)
-  for (int i = 0; i < 2000; ++i) {
-    const div_t quotient = div(static_cast<int>(some_integer()), below(100) + 1);
-    put("%d %d", quotient.quot, quotient.rem);
-  }
 }
 
 int sign_of(int value) { return (value > 0) - (value < 0); }

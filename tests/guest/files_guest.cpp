@@ -25,7 +25,7 @@ namespace {
 template <class Result>
 bool fails(int32 error, Result result) {
   const bool failed = (int64)result == -1 || (__is_pointer(Result) && !result), right = *__error() == error;
-  *__error() = 0;
+  *__error() = 0;  // the next one has to set it
   return failed && right;
 }
 
@@ -170,7 +170,7 @@ GUEST_TEST(open_flags_read_write_and_seek) {
   struct flock lock = {0, 0, 1, F_WRLCK, 0};
   CHECK(fcntl(file, F_GETLK, &lock) == 0 && lock.l_type == F_UNLCK);
   CHECK(fcntl(file, F_DUPFD, 100) == 100 && fcntl(file, F_DUPFD, 100) == 101 && close(100) == 0 && close(101) == 0);
-  CHECK(lseek(file, 0, 0) == 0 && write(file, "H", 1) == 1 && close(file) == 0 && holds(path, "Hello there\r\n\x1A"));
+  CHECK(lseek(file, 0, 0) == 0 && write(file, "H", 1) == 1 && holds(path, "Hello there\r\n\x1A") && close(file) == 0);
 
   file = open(path, O_RDWR);
   CHECK(lseek(file, -2, 2) == 12 && read(file, buffer, 8) == 2 && read(file, buffer, 8) == 0);

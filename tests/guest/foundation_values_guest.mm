@@ -174,22 +174,6 @@ GUEST_TEST(dictionaries_find_equal_keys) {
   CHECK([dictionary[(id)other] intValue] == 3 && dictionary[(id)[NSObject new]] == nil);
 }
 
-GUEST_TEST(loops_see_changes) {
-  NSMutableDictionary *dictionary = [NSMutableDictionary new];
-  dictionary[@"x"] = dictionary[@"y"] = @1;
-  NSFastEnumerationState state = {};
-  CHECK([dictionary countByEnumeratingWithState:&state objects:nullptr count:0] == 2);
-  CHECK(state.itemsPtr[1] != nil && [dictionary countByEnumeratingWithState:&state objects:nullptr count:0] == 0);
-  uint64 changes = *state.mutationsPtr;
-  dictionary[@"x"] = @11;
-  CHECK(*state.mutationsPtr == ++changes);
-  [dictionary removeObjectForKey:@"x"];
-  [dictionary removeObjectForKey:@"absent"];
-  CHECK(*state.mutationsPtr == ++changes);
-  [dictionary removeAllObjects];
-  CHECK(*state.mutationsPtr == ++changes);
-}
-
 // ---- How a game ends ------------------------------------------------------------------------------------------------
 
 extern "C" {

@@ -27,14 +27,9 @@ _methods:
         .p2align 3
 _info:  .long   0, 8, 8, 0
         .quad   0, L_name, _methods, 0, 0, 0, 0
-_metainfo:
-        .long   1, 40, 40, 0
-        .quad   0, L_name, 0, 0, 0, 0, 0
 
         .section __DATA,__objc_data
-        .globl  _OBJC_CLASS_$_Relative, _OBJC_METACLASS_$_Relative
+        .globl  _OBJC_CLASS_$_Relative
         .p2align 3
 _OBJC_CLASS_$_Relative:
-        .quad   _OBJC_METACLASS_$_Relative, _OBJC_CLASS_$_NSObject, __objc_empty_cache, 0, _info
-_OBJC_METACLASS_$_Relative:
-        .quad   _OBJC_METACLASS_$_NSObject, _OBJC_METACLASS_$_NSObject, __objc_empty_cache, 0, _metainfo
+        .quad   _OBJC_METACLASS_$_NSObject, _OBJC_CLASS_$_NSObject, __objc_empty_cache, 0, _info

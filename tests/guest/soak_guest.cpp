@@ -1,7 +1,6 @@
-// Game threads that do everything at once for as long as soak_test says: blocks, files, exceptions, locks, internal
-// calls; while threads come and go, and a collector stops the others now and then.
-#include "reflection_runtime.h"
-
+// Game threads that do everything at once for as long as soak_test says: blocks, files, exceptions, locks; while
+// threads come and go, and a collector stops the others now and then.
+#define GUEST_TEST_NO_MAIN
 #include "darwin_threads.h"
 
 extern "C" {
@@ -15,20 +14,9 @@ int32 il2cpp_init(const char*) { return 0; }
 
 namespace {
 
-using Vector = S3<float, float, float>;
-using Mix = double(Object*, int, float, double, Vector, long long, double, int, Vector*, float);
-
-const Type* (*const mix_parameters[])() = {
-    &TypeOf<Object*>::get,   &TypeOf<int>::get,    &TypeOf<float>::get, &TypeOf<double>::get,  &TypeOf<Vector>::get,
-    &TypeOf<long long>::get, &TypeOf<double>::get, &TypeOf<int>::get,   &TypeOf<Vector*>::get, &TypeOf<float>::get};
-const Method soak_methods[] = {{"Mix", false, 0x1000, 10, mix_parameters, &TypeOf<double>::get}};
-const Class soak_class = {.name = "Soak", .methods = soak_methods, .method_count = 1};
-const Image soak_image = {{&soak_class, nullptr}};
-
 constexpr int32 worker_count = 8;
 
 bool stop = false;
-Mix* mix = nullptr;
 Mutex counter_lock = static_mutex;
 int64 counter = 0;  // guarded by counter_lock
 
@@ -79,12 +67,6 @@ void throw_across_frames(Worker& self) {
   self.check(left == depth + 1, "an exception");
 }
 
-void call_the_player(Worker& self) {
-  Vector place = {1, 2, static_cast<float>(self.below(100))};
-  const double sum = mix(nullptr, 1, 2, 3, place, 4, 5, 6, &place, static_cast<float>(self.number));
-  self.check(sum == 1 + 2 + 3 + 1 + 2 + place.c + 4 + 5 + 6 + place.c + self.number, "an internal call");
-}
-
 void lock_and_count(Worker& self) {
   pthread_mutex_lock(&counter_lock);
   counter = counter + 1;
@@ -92,7 +74,7 @@ void lock_and_count(Worker& self) {
   ++self.counted;
 }
 
-void (*const steps[])(Worker&) = {use_heap_and_files, throw_across_frames, call_the_player, lock_and_count};
+void (*const steps[])(Worker&) = {use_heap_and_files, throw_across_frames, lock_and_count};
 
 void work(Worker& self) {
   __atomic_store_n(&self.port, mach_thread_self(), __ATOMIC_RELEASE);
@@ -116,13 +98,10 @@ void stop_and_look(Worker& worker) {
 
 }  // namespace
 
-const Image* reflection::assemblies[] = {&soak_image, nullptr};
-
 extern "C" {
 
 /// Returns the steps that were done. A worker that stands still holds up the end.
 int64 run_soak() {
-  mix = reinterpret_cast<Mix*>(il2cpp_resolve_icall("Soak::Mix"));
   mkdir("soak.tmp", 0755);
   Crew crew(worker_count, [](int64 i) {
     workers[i].number = i;

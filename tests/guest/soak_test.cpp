@@ -34,14 +34,6 @@ void report(std::int64_t worker, const char* what) {
   std::fflush(stdout);
 }
 
-/// What the internal call does on the player's side.
-struct Vector {
-  float x, y, z;
-};
-double mix(void*, int a, float b, double c, Vector d, long long e, double f, int g, Vector* h, float i) {
-  return a + b + c + d.x + d.y + d.z + static_cast<double>(e) + f + g + h->z + i;
-}
-
 bool go_on(std::int64_t ended_threads) {
   static unsigned calls = 0;
   const ULONGLONG passed = GetTickCount64() - begin;
@@ -75,8 +67,6 @@ HOST_PROGRAM(soak) {
   if (argc != 3) return std::puts("usage: soak_test IMAGE SECONDS"), 1;
   load_library(argv[1]);
   start_game();
-  library_function<void (*)(const char*, void*)>("il2cpp_add_internal_call")("Soak::Mix",
-                                                                             reinterpret_cast<void*>(&mix));
   game_variable<void*>("go_on") = callback(&go_on);
   game_variable<void*>("report") = callback(&report);
 

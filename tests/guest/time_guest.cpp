@@ -78,31 +78,28 @@ GUEST_TEST(the_clocks_tell_the_same_time_in_their_units) {
   const uint64 start = mach_absolute_time(), thread_start = clock_gettime_nsec_np(thread_cpu);
   CHECK(ordered(start, clock_gettime_nsec_np(monotonic), mach_absolute_time()));
   // Work until a clock of the thread's time has moved.
-  const uint64 clock_start = clock(), process_start = clock_gettime_nsec_np(process_cpu);
+  const uint64 clock_start = clock();
   while (clock_gettime_nsec_np(thread_cpu) < thread_start + second / 10 && mach_absolute_time() < start + 20 * second) {
   }
   const uint64 worked = clock_gettime_nsec_np(thread_cpu) - thread_start;
   CHECK(ordered(second / 10, worked, mach_absolute_time() - start + second / 10));
-  CHECK(clock_gettime_nsec_np(process_cpu) - process_start >= worked - second / 50);
   CHECK(ordered(clock_start + worked / 1000 - 20'000, clock(), clock_gettime_nsec_np(process_cpu) / 1000));
 }
 
 GUEST_TEST(a_wait_is_never_shorter_than_asked) {
-  CHECK(sched_yield() == 0);
   void* const semaphore = dispatch_semaphore_create(0);
-  static constexpr int64 lengths[] = {0, 1, 999'999, 1'000'001, 15'700'000, 1'100'000'000};
+  static constexpr int64 lengths[] = {0, 1, 999'999, 1'000'001, 15'700'000, 1'100'000'000}, day = 86'400 * second;
   for (const int64 length : lengths) {
     const timespec request{length / 1'000'000'000, length % 1'000'000'000};
     timespec left{7, 7};
     const uint64 start = mach_absolute_time();
-    CHECK(nanosleep(&request, &left) == 0 && left.tv_sec == 0 && left.tv_nsec == 0);
+    CHECK(nanosleep(&request, &left) == 0 && left.tv_sec == 0 && left.tv_nsec == 0 && sched_yield() == 0);
     const uint64 slept = mach_absolute_time();
     CHECK(ordered(length, slept - start, length + 5 * second));
     CHECK(dispatch_semaphore_wait(semaphore, dispatch_time(0, length)) == 49);
     CHECK(ordered(length, mach_absolute_time() - slept, length + 5 * second));
   }
-  constexpr int64 day = 86'400 * 1'000'000'000L, past[] = {-1, -1000 * day, -(1L << 62) - (1L << 62)};
-  for (const int64 delta : past) CHECK(dispatch_semaphore_wait(semaphore, dispatch_time(0, delta)) == 49);
+  CHECK(dispatch_semaphore_wait(semaphore, dispatch_time(0, -1000 * day)) == 49);
   run_on_threads(2, [&](int64 own) {  // the signal comes while the other waits for days
     if (own == 0) CHECK(dispatch_semaphore_wait(semaphore, dispatch_time(0, 100 * day)) == 0);
     constexpr timespec a_while{0, 30'000'000};
@@ -110,6 +107,5 @@ GUEST_TEST(a_wait_is_never_shorter_than_asked) {
   });
   dispatch_release(semaphore);
   constexpr timespec negative{0, -1}, too_many{0, 1'000'000'000};
-  *__error() = 0;
   CHECK(nanosleep(&negative, nullptr) == -1 && *__error() == EINVAL && nanosleep(&too_many, nullptr) == -1);
 }
