@@ -15,7 +15,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::memcpy(blob.data() + sizeof vlm::gs_patch_magic, data + 1, size - 1);
 
   const auto space = vlm::measure_patch_list(blob, expansion, "list");
-  if (!space && space.error().text.empty()) std::abort();
   if (!space) return 0;
   // One allocation, so that a jump reaches; its ends are the sanitizer's.
   constexpr std::size_t image_size = 256;

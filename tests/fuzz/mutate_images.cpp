@@ -18,8 +18,7 @@ using namespace vlm::test;
 
 namespace {
 
-constexpr std::uint64_t huge = std::uint64_t{1} << 60, minus_8 = ~std::uint64_t{7};
-constexpr std::uint64_t max_extent = std::uint64_t{1} << 32;
+constexpr std::uint64_t huge = std::uint64_t{1} << 60, minus_8 = ~std::uint64_t{7}, max_extent = 1ull << 32;
 
 int failures;
 

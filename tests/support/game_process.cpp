@@ -1,6 +1,9 @@
 #include "support/game_process.h"
 
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
 namespace vlm::test {
 namespace {
@@ -89,20 +92,15 @@ Ending run_host(const std::wstring& arguments, const Environment& environment, c
 }
 
 std::string read_file(const std::wstring& path) {
-  std::string bytes;
-  if (FILE* file = _wfopen(path.c_str(), L"rb")) {
-    char chunk[65536];
-    while (const std::size_t size = std::fread(chunk, 1, sizeof chunk, file)) bytes.append(chunk, size);
-    std::fclose(file);
-  }
-  return bytes;
+  std::ifstream file(std::filesystem::path(path), std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 bool write_file(const std::wstring& path, const std::string& bytes) {
-  FILE* file = _wfopen(path.c_str(), L"wb");
-  if (file == nullptr) return false;
-  const bool whole = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-  return (std::fclose(file) == 0) && whole;
+  std::ofstream file(std::filesystem::path(path), std::ios::binary);
+  file << bytes;
+  file.close();
+  return file.good();
 }
 
 }  // namespace vlm::test

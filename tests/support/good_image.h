@@ -12,13 +12,9 @@ namespace vlm::test {
 
 using namespace std::string_view_literals;
 
-inline constexpr std::uint64_t text_vmaddr = 0x100000000;
-inline constexpr std::uint64_t data_vmaddr = text_vmaddr + 0x2000;
-inline constexpr int text_segment = 1;
-inline constexpr int data_segment = 2;
-inline constexpr std::uint64_t good_rebases = 23;
-inline constexpr std::uint64_t good_binds = 7;
-inline constexpr std::uint64_t good_lazy_binds = 2;
+inline constexpr std::uint64_t text_vmaddr = 0x100000000, data_vmaddr = text_vmaddr + 0x2000;
+inline constexpr int text_segment = 1, data_segment = 2;
+inline constexpr std::uint64_t good_rebases = 23, good_binds = 7, good_lazy_binds = 2;
 
 // Streams as bytes: REBASE_OPCODE_ and BIND_OPCODE_ in macho/format.h name them.
 
@@ -35,14 +31,13 @@ constexpr auto good_lazy_stream = "\x72\x80\x10\x11\x40_free\0\x90\0\x13\x40_mis
 
 inline ImageDraft good_draft() {
   ImageDraft draft;
-  SegmentDraft pagezero{"__PAGEZERO", 0, text_vmaddr, 0, {}, {}};
   SegmentDraft text{"__TEXT", text_vmaddr, 0x2000, VM_PROT_READ | VM_PROT_EXECUTE, Bytes(0x1000, std::byte{0xC3}), {}};
   text.sections = {{"__TEXT", "__text", text_vmaddr + 0x1000, 0x800},
                    {"__TEXT", "__const", text_vmaddr + 0x1800, 0x80}};
   SegmentDraft data{"__DATA", data_vmaddr, 0x3000, VM_PROT_READ | VM_PROT_WRITE, {}, {}};
   for (int i = 0; i < 0x200; ++i) data.content.u64(text_vmaddr + 0x1000 + static_cast<std::uint64_t>(i));
   data.sections = {{"__DATA", "__mod_init_func", data_vmaddr, 0x10}, {"__DATA", "__data", data_vmaddr + 0x10, 0x2FF0}};
-  draft.segments = {pagezero, text, data};
+  draft.segments = {{"__PAGEZERO", 0, text_vmaddr, 0, {}, {}}, text, data};
   draft.linkedit_vmaddr = data_vmaddr + 0x3000;
   draft.dylibs = {"/usr/lib/libSystem.B.dylib", "@rpath/libOther.dylib", "Plain"};
   draft.rebase.text(good_rebase_stream);
@@ -55,8 +50,8 @@ inline ImageDraft good_draft() {
                                {"_elsewhere", 1, EXPORT_SYMBOL_FLAGS_REEXPORT},
                                {"_stub", 0x1020, EXPORT_SYMBOL_FLAGS_STUB_AND_RESOLVER},
                                {"_other_function", 0x1030}});
-  draft.symbols = {{"_game_start", N_SECT | N_EXT, text_vmaddr + 0x1000},
-                   {"_helper", N_SECT, text_vmaddr + 0x1100},
+  draft.symbols = {{"_helper", N_SECT, text_vmaddr + 0x1100},
+                   {"_game_start", N_SECT | N_EXT, text_vmaddr + 0x1000},
                    {"_helper_alias", N_SECT | N_PEXT, text_vmaddr + 0x1100},
                    {"_debug", 0x24 | N_SECT, text_vmaddr + 0x1180},
                    {"_absolute", 0x02 | N_EXT, 0x1200},

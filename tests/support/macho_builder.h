@@ -23,8 +23,7 @@
 
 namespace vlm::test {
 
-inline constexpr std::uint64_t header_room = 0x1000;
-inline constexpr std::uint64_t file_alignment = 0x1000;
+inline constexpr std::uint64_t header_room = 0x1000, file_alignment = 0x1000;
 
 /// Bytes in the making.
 class Bytes : public std::vector<std::byte> {

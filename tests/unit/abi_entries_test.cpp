@@ -5,6 +5,7 @@
 
 #include <bit>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "objc/dispatch.h"
@@ -18,11 +19,8 @@ namespace {
 
 // What the entries under test call, see abi_entries_copy.S, notes what reached it.
 const void* trap_record;
-struct {
-  const void* receiver;
-  const char* selector;
-} lookup;
-std::uint64_t listed_words[8];  // the first the named one, the others read from the list
+std::pair<const void*, const void*> lookup;  // receiver and selector
+std::uint64_t listed_words[8];               // the first the named one, the others read from the list
 double listed_doubles[10];
 std::vector<WalkedFrame> walked;
 
@@ -96,8 +94,7 @@ TEST_CASE("a message reaches its method with every register and stack word as th
       sent.registers[sysv_arguments[receiver + 1]] = reinterpret_cast<std::uint64_t>(selectors[0]);
       const Machine machine = call_sysv_code(entry, sent);
       const bool looked_up = slot.implementation == nullptr;
-      CHECK((lookup.receiver == (looked_up ? &object : nullptr)));
-      CHECK((lookup.selector == (looked_up ? selectors[0] : nullptr)));
+      CHECK((lookup == (looked_up ? decltype(lookup){&object, selectors[0]} : decltype(lookup){})));
       for (const Register each : {rdi, rsi, rdx, rcx, r8, r9, rax}) {  // rax: the variadic count
         CHECK_EQ(recorded_call.registers[each], sent.registers[each]);
       }

@@ -48,8 +48,6 @@ TEST_CASE("load commands that do not fit the file, their segment or the record a
   const auto segment_at = [](std::uint64_t fileoff, std::uint64_t filesize, std::uint64_t vmsize) {
     return segment_command({"__MORE", data_vmaddr, vmsize, 0, {}, {}}, fileoff, filesize);
   };
-  Bytes sections = segment_command({"__MORE", data_vmaddr, 8, 0, {}, {{"__MORE", "__s", data_vmaddr, 8}}}, 0, 0);
-  sections.put_at(offsetof(SegmentCommand64, nsects), 1000000);
   const struct {
     std::string fault;
     Bytes command;
@@ -63,8 +61,6 @@ TEST_CASE("load commands that do not fit the file, their segment or the record a
       {"segment __MORE has filesize 0x1001, more than its vmsize 0x1000", segment_at(0, 0x1001, 0x1000)},
       {"segment __MORE takes 0x1000 bytes at 0x3ff8 of a file of", segment_at(0x3FF8, 0x1000, 0x1000)},
       {"segment __MORE (0xfffffffffffff000 bytes at 0x100002000) wraps", segment_at(0, 0, ~std::uint64_t{0xFFF})},
-      {"more than 4 GiB", segment_at(0, 0, 0xFFFFF000)},
-      {"segment __MORE has 1000000 sections, its cmdsize 152 has room for 1", sections},
       {"the symbol table takes 0xffffffff0 bytes at 0x20 of a file of",
        Bytes().put(SymtabCommand{LC_SYMTAB, 24, 0x20, 0xFFFFFFFF, 0, 0})},
   };
@@ -228,7 +224,6 @@ TEST_CASE("streams that make no sense, leave their segment or the image's room a
        "of segment __LINKEDIT, 0xfffffffffffffff0 bytes apart, lie in the image"},
       {bind, shimmed + at_0 + "\xD1", "unknown bind opcode 0xd0"},
       {bind, at_0 + "\x90", "a bind without a symbol name"},
-      {bind, shimmed + "\x70\0\x90"s, "(__PAGEZERO, 0x100000000 bytes, not mapped"},
       {&ImageDraft::lazy_bind, shimmed + at_0 + "\xC0" + huge + minus_8, "has room for"},
   };
   for (const auto& c : cases) {
@@ -276,32 +271,21 @@ TEST_CASE("exports are found by their whole name only, as dyld walks the trie: t
 
 TEST_CASE("the symbol of an address is the nearest one below it") {
   const FakeImage fake(good_draft());
-  ImageDraft draft = good_draft();
-  draft.symbols = {{"_near", N_SECT, text_vmaddr + 0x1100},
-                   {"_low", N_SECT, text_vmaddr + 0x1000},
-                   {"_last", N_SECT, text_vmaddr + 0x1080}};
-  FakeImage broken(draft);
-  // Names that are not inside the string table: n_strx of _near; _last has no end any more.
-  broken.file.put_at(broken.image->symoff, 0xFFFFFFF0u);
-  broken.file.put_at(broken.image->stroff + broken.image->strsize - 1, std::byte{'x'});
-  const auto symbol_at = [](const FakeImage& in, std::uint64_t address) {
+  const auto symbol_at = [&](std::uint64_t address) {
     std::uint64_t distance = 7;
-    const char* const name = macho_symbol_for_address(*in.image, address, &distance);
+    const char* const name = macho_symbol_for_address(*fake.image, address, &distance);
     return (name != nullptr ? name : "none") + "+"s + std::to_string(distance);
   };
   for (const bool indexed : {false, true}) {
     CAPTURE(indexed);
-    if (indexed) macho_index_symbols(*fake.image), macho_index_symbols(*broken.image);
-    CHECK_EQ(symbol_at(fake, base + 0x1000), "_game_start+0");
-    CHECK_EQ(symbol_at(fake, base + 0x10FF), "_game_start+255");
-    CHECK_EQ(symbol_at(fake, base + 0x1180), "_helper+128");
+    if (indexed) macho_index_symbols(*fake.image);
+    CHECK_EQ(symbol_at(base + 0x1000), "_game_start+0");
+    CHECK_EQ(symbol_at(base + 0x10FF), "_game_start+255");
+    CHECK_EQ(symbol_at(base + 0x1180), "_helper+128");
     for (const std::uint64_t none : {base - 1, base, base + 0xFFF, base + fake.image->extent(), ~std::uint64_t{0}}) {
-      CHECK_EQ(symbol_at(fake, none), "none+7");
+      CHECK_EQ(symbol_at(none), "none+7");
     }
-    CHECK_EQ(symbol_at(broken, base + 0x1200), "_low+512");
   }
-  CHECK_EQ(macho_symbol_by_name(*broken.image, "_last"), 0);
-  CHECK_EQ(macho_symbol_by_name(*broken.image, "_low"), base + 0x1000);
 }
 
 TEST_CASE("symbols are found by name with or without the underscore, local ones included") {
