@@ -4,9 +4,6 @@
 
 #include "darwin_threads.h"
 
-guest_test::Report guest_test::report;
-int64 guest_test::checks;
-
 // ---- The cases as methods, and how to call them --------------------------------------------------------------------
 
 template <unsigned I, class = UpTo<Case<I>::count>>
