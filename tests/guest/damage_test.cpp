@@ -1,11 +1,10 @@
-// Starts the library with thousands of damaged images and unwind tables, several at a time in folders of
-// their own. It has to start, or to end the game with a message.
+// Starts the library with thousands of damaged images, several at a time in folders of their own. It has to start, or
+// to end the game with a message.
 //
-//   damage LIBRARY IMAGE FIRST COUNT
+//   damage LIBRARY FIRST COUNT
 //
 //   LIBRARY       the GameAssembly.dll to test
-//   IMAGE         a game image with a function uncaught_class, which throws
-//   FIRST, COUNT  seeds; with COUNT 1 the damaged files stay where they are, to be looked at
+//   FIRST, COUNT  seeds; after a fault the last damaged files stay where they are, to be looked at
 #include <windows.h>
 
 #include <algorithm>
@@ -29,7 +28,7 @@ namespace {
 constexpr DWORD time_limit_ms = 30'000;
 constexpr std::size_t worker_count = 3;
 
-std::string sound_library, throwing_image;
+std::string sound_library;
 std::wstring folder;
 std::atomic<std::uint64_t> next_seed;
 std::uint64_t end_seed;
@@ -39,18 +38,6 @@ std::string text_of(const Bytes& bytes) { return {reinterpret_cast<const char*>(
 
 void require_written(const std::wstring& path, const std::string& bytes) {
   if (!write_file(path, bytes)) std::printf("cannot write %ls\n", path.c_str()), std::exit(1);
-}
-
-/// Writes the damaged file into a worker's folder; what the process that reads it is asked.
-std::wstring prepare(const std::wstring& home, std::uint64_t seed) {
-  Bytes damaged;
-  if (seed % 8 == 0) {
-    damage_unwind_information(damaged.append(std::as_bytes(std::span(throwing_image))), seed);
-  } else {
-    damaged = damaged_image(seed);
-  }
-  require_written(home + L"image.dylib", text_of(damaged));
-  return home + L"image.dylib\"" + (seed % 8 == 0 ? L" uncaught_class" : L"");
 }
 
 /// The exit code; STILL_ACTIVE when the process had to be stopped.
@@ -67,7 +54,8 @@ DWORD WINAPI work(void* number) {
   CreateDirectoryW(home.c_str(), nullptr);
   require_written(home + L"GameAssembly.dll", sound_library);
   for (std::uint64_t seed; (seed = next_seed++) < end_seed;) {
-    const std::wstring arguments = L"--in \"" + home + L".\" damage_start \"" + prepare(home, seed);
+    require_written(home + L"image.dylib", text_of(damaged_image(seed)));
+    const std::wstring arguments = L"--in \"" + home + L".\" damage_start \"" + home + L"image.dylib\"";
     DeleteFileW((home + L"PCSaveData\\loader.log").c_str());
     DWORD code = run(arguments);
     // Wine loses one in thousands of processes while it ends them: the last thread waits for a lock of Wine's that a
@@ -79,8 +67,8 @@ DWORD WINAPI work(void* number) {
       continue;
     }
     ++faults;
-    std::printf("seed %llu: exit code 0x%lx; again: damage LIBRARY IMAGE %llu 1; the log ends so:\n%s\n", seed, code,
-                seed, log.substr(log.size() - std::min<std::size_t>(log.size(), 3000)).c_str());
+    std::printf("seed %llu: exit code 0x%lx; again: damage LIBRARY %llu 1; the log ends so:\n%s\n", seed, code, seed,
+                log.substr(log.size() - std::min<std::size_t>(log.size(), 3000)).c_str());
     std::fflush(stdout);
   }
   return 0;
@@ -118,29 +106,27 @@ void replace(const char* module, const char* name, void* function) {
 }  // namespace
 
 HOST_PROGRAM(damage) {
-  if (argc != 5) return std::puts("usage: damage LIBRARY IMAGE FIRST COUNT"), 1;
-  const auto path = [&](int i) { return (std::filesystem::path(program_folder()) / argv[i]).make_preferred(); };
-  sound_library = read_file(path(1)), throwing_image = read_file(path(2));
-  if (sound_library.empty() || throwing_image.empty()) return std::puts("cannot read LIBRARY or IMAGE"), 1;
-  next_seed = std::strtoull(argv[3], nullptr, 10);
-  end_seed = next_seed + std::strtoull(argv[4], nullptr, 10);
-  const bool look_at_it = end_seed - next_seed == 1;
+  if (argc != 4) return std::puts("usage: damage LIBRARY FIRST COUNT"), 1;
+  const auto path = (std::filesystem::path(program_folder()) / argv[1]).make_preferred();
+  sound_library = read_file(path);
+  if (sound_library.empty()) return std::puts("cannot read LIBRARY"), 1;
+  next_seed = std::strtoull(argv[2], nullptr, 10);
+  end_seed = next_seed + std::strtoull(argv[3], nullptr, 10);
 
-  folder = path(1).parent_path().wstring() + L"\\damage.tmp\\";
+  folder = path.parent_path().wstring() + L"\\damage.tmp\\";
   CreateDirectoryW(folder.c_str(), nullptr);
   HANDLE workers[worker_count];
   for (std::size_t i = 0; i < worker_count; ++i) {
     workers[i] = CreateThread(nullptr, 0, work, reinterpret_cast<void*>(i), 0, nullptr);
   }
   WaitForMultipleObjects(worker_count, workers, TRUE, INFINITE);
-  if (!look_at_it) std::filesystem::remove_all(folder);
+  if (faults == 0) std::filesystem::remove_all(folder);
   std::printf("%d started, %d refused\n", starts.load(), refusals.load());
-  return faults == 0 && (look_at_it || starts > 0) ? 0 : 1;
+  return faults == 0 && starts > 0 ? 0 : 1;
 }
 
-/// damage_start IMAGE [FUNCTION]: starts the library with an image that may be damaged and asks for all that it says
-/// about an image. FUNCTION of the image is called last; it throws. Exit code 0: the library started and answered, 3:
-/// it refused; a crash ends the process with its own code.
+/// damage_start IMAGE: starts the library with an image that may be damaged and asks for all that it says about an
+/// image. Exit code 0: the library started and answered, 3: it refused; a crash ends the process with its own code.
 HOST_PROGRAM(damage_start) {
   void* const handler = AddVectoredExceptionHandler(0, end_unless_report);
   replace("kernel32.dll", "CreateMutexW", reinterpret_cast<void*>(&make_mutex_without_name));
@@ -155,6 +141,5 @@ HOST_PROGRAM(damage_start) {
   const std::byte* volatile stack[64];  // a crash report names the functions that a stack has addresses of
   for (std::size_t i = 0; i < std::size(stack); ++i) stack[i] = image + i * 0x101;
   for (int i = 0; i < 2; ++i) RaiseException(report_wanted, 0, 0, nullptr);
-  if (argc > 2) call_game<void>(argv[2]);
   leave(stack[0] == image ? 0 : 1);
 }

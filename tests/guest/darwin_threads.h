@@ -27,8 +27,6 @@ inline constexpr int32 x86_thread_state64 = 4;
 /// A counting signal between threads: waits have no limit, so a lost wake-up shows as a test that does not end.
 class Signal {
  public:
-  Signal() = default;
-  Signal(const Signal&) = delete;
   ~Signal() { dispatch_release(semaphore_); }
   void raise() { dispatch_semaphore_signal(semaphore_); }
   void wait() { dispatch_semaphore_wait(semaphore_, DISPATCH_TIME_FOREVER); }

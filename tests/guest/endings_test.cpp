@@ -78,7 +78,6 @@ TEST_CASE("an image that cannot be taken is named, with the reason in the box or
   const struct {
     std::string bytes, text, logged;
   } cases[] = {
-      {"", not_loaded(path), "[macho] cannot read " + utf8(path) + "\r\n"},
       {"MZ is another format", not_loaded(path), "not a 64-bit Mach-O\r\n"},
       {std::string("\xCA\xFE\xBA\xBE\0\0\0\1\1\0\0\x0C\0\0\0\0\0\0\0\x1C\0\0\0\4\0\0\0\0", 28),  // arm64 only
        not_loaded(path), "[macho] " + utf8(path) + " has no x86_64 slice\r\n"},
@@ -90,9 +89,8 @@ TEST_CASE("an image that cannot be taken is named, with the reason in the box or
     REQUIRE(write_file(path, c.bytes));
     check_fatal(start_with(path), c.text, c.logged);
   }
-  for (const std::wstring& absent : {work_folder + L"absent.dylib", std::wstring()}) {
-    check_fatal(start_with(absent), not_loaded(absent), "[macho] cannot read ");
-  }
+  const std::wstring absent = work_folder + L"absent.dylib";
+  check_fatal(start_with(absent), not_loaded(absent), "[macho] cannot read ");
 }
 
 TEST_CASE("a second game is told so and leaves; the first plays on") {
@@ -150,7 +148,6 @@ TEST_CASE("game code that cannot go on ends the game with the reason") {
       {L"uncaught", L"uncaught_class", uncaught},
       {L"uncaught", L"uncaught_number", "uncaught C++ exception of type ?", "[eh] the exception's type is the import __ZTIi"},
       {L"uncaught", L"uncaught_in_thread", uncaught},
-      {L"uncaught", L"uncaught_in_depth", uncaught + ": the search for a handler stopped after 4096 frames"},
       {L"uncaught", L"leave_once", "a C++ exception of type 7Escaped leaves a dispatch_once function"},
       {L"uncaught", L"escape_noexcept", "std::terminate called"},
       {L"uncaught", L"rethrow_nothing", "__cxa_rethrow with no active exception"},
@@ -191,7 +188,6 @@ TEST_CASE("a patch list that is missing or does not fit is refused before the ga
   const struct {
     std::string appended, text;
   } cases[] = {{"", no_list},
-               {"\xFF\xFF\xFF\x04" + zeros.substr(4) + "VLMGSPEM", no_list},
                {with_trailer("VLMGSP2" + zeros + '\0'), name + " is not a gs patch file"},
                {with_trailer(header + "\2" + zeros.substr(1)), name + " is truncated"},
                {one(0xFFFFFFF0), name + ": bad entry 0"},  // outside the image

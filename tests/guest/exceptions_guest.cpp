@@ -47,9 +47,6 @@ struct Further : Derived {
 };
 struct Private : private Hidden {};
 struct Virtual : virtual Second {};
-struct Large {
-  uint8 bytes[1000];
-};
 struct Failure : std::exception {};
 
 Derived derived;
@@ -84,12 +81,8 @@ template <class Function>
     return object.number == 2 ? 15 : -1;
   } catch (Hidden&) {
     return -1;
-  } catch (const Large& thrown) {
-    return thrown.bytes[0] + thrown.bytes[999];
   } catch (const std::logic_error&) {
     return 17;
-  } catch (const std::bad_alloc&) {
-    return 18;
   } catch (const std::exception&) {
     return 19;
   } catch (...) {
@@ -121,10 +114,9 @@ GUEST_TEST(a_clause_takes_what_its_type_says) {
       {16, [] { throw Virtual(); }},  // no clause for a virtual base takes it
       {16, [] { throw static_cast<First*>(&further); }},
       {42, [] { Half half; }},
-      {53, [] { throw Large{{53}}; }},
       // Types of the C++ library are imports that stand for themselves alone, yet their bases are known.
       {17, [] { throw std::out_of_range("position"); }},
-      {18, [] { throw std::bad_array_new_length(); }},
+      {19, [] { throw std::bad_array_new_length(); }},
       {19, [] { throw std::bad_cast(); }},
       {19, [] { throw Failure(); }},
   };
@@ -154,8 +146,7 @@ GUEST_TEST(a_handler_for_a_base_receives_that_base) {
 }
 
 GUEST_TEST(every_frame_between_is_cleaned_up_once) {
-  static constexpr int depths[] = {0, 1, 10, 1000};
-  for (const int depth : depths) {
+  for (int depth = 0; depth < 1000; depth = depth * 9 + 1) {
     destroyed = 0;
     try {
       descend(depth, depth + 5);
@@ -187,13 +178,12 @@ struct Catches {
 };
 
 GUEST_TEST(exceptions_nest) {
-  CHECK(nested(3) == 43);
-  const int clause = taken_by([] {
+  const auto catch_in_cleanup = [] {
     Catches during_cleanup;
     asm volatile("" ::"r"(&during_cleanup) : "memory");
     throw Tracked(9);
-  });
-  CHECK(clause == 29 && alive == lasting);
+  };
+  CHECK(nested(3) == 43 && taken_by(catch_in_cleanup) == 29 && alive == lasting);
 }
 
 std::exception_ptr kept(int value) {
@@ -256,21 +246,12 @@ GUEST_TEST(a_million_exceptions_leave_nothing_behind) {
   CHECK(alive == lasting && highest - lowest < 1 << 20);  // the memory is used again
 }
 
-[[gnu::noinline]] int descend_alone(int depth) {
-  if (depth == 0) throw 1;
-  try {
-    return descend_alone(depth - 1) + 1;
-  } catch (int value) {
-    throw value + 1;
-  }
-}
-
 GUEST_TEST(threads_throw_at_the_same_time) {
   const std::exception_ptr shared = kept(77);
   int64 right = 0;
   run_on_threads(8, [&](int64) {
     for (int i = 0; i < 5000; ++i) {
-      const bool both = taken_by([=] { descend_alone(i % 8); }) == 1 + i % 8 && thrown_again(shared) == 77;
+      const bool both = taken_by([=] { throw i; }) == i && thrown_again(shared) == 77;
       __atomic_fetch_add(&right, both, __ATOMIC_RELAXED);
     }
   });

@@ -97,8 +97,7 @@ TEST_CASE("a callback that is handed over twice is one callback to the game; non
     library_function<void (*)(void*, void*)>("il2cpp_class_for_each")(callback, nullptr);
     return echo_record[0];
   };
-  void* const callback = reinterpret_cast<void*>(&unwrap_callback);
-  CHECK_EQ(received(callback), received(callback));
+  CHECK_EQ(received(&unwrap_callback), received(&unwrap_callback));
   CHECK_EQ(received(nullptr), 0);
 }
 

@@ -17,22 +17,16 @@ namespace guest_test {
 
 using Report = void (*)(const char* file, int64 line, const char* what);
 
+inline Report report = nullptr;
+inline int64 checks = 0;
+
 struct Test {
   const char* name;
   void (*run)();
-  Test* next;
-};
-extern Test* first_test;
-extern Test** last_test;
-extern Report report;
-extern int64 checks;
+  Test* next = nullptr;
 
-struct Registration {
-  Test test;
-  Registration(const char* name, void (*run)()) : test{name, run, nullptr} {
-    *last_test = &test;
-    last_test = &test.next;
-  }
+  Test(const char* name, void (*run)()) : name(name), run(run) { *last = this, last = &next; }
+  static inline Test *first = nullptr, **last = &first;
 };
 
 inline void check(bool passed, const char* file, int64 line, const char* what) {
@@ -45,19 +39,12 @@ inline void check(bool passed, const char* file, int64 line, const char* what) {
 #define CHECK(condition) guest_test::check(!!(condition), __FILE_NAME__, __LINE__, #condition)
 
 // Registered by static initializers: the tests also prove that those run, in order.
-#define GUEST_TEST(name)                                        \
-  static void name();                                           \
-  static guest_test::Registration register_##name(#name, name); \
+#define GUEST_TEST(name)                                \
+  static void name();                                   \
+  static guest_test::Test register_##name(#name, name); \
   static void name()
 
 #ifndef GUEST_TEST_NO_MAIN
-namespace guest_test {
-Test* first_test = nullptr;
-Test** last_test = &first_test;
-Report report = nullptr;
-int64 checks = 0;
-}  // namespace guest_test
-
 extern "C" {
 /// The driver starts the library with this export; 0 keeps the steps after a successful init from running.
 int il2cpp_init(const char*) { return 0; }
@@ -66,7 +53,7 @@ const char* running_test = "none";
 
 int64 run_guest_tests(guest_test::Report report) {
   guest_test::report = report;
-  for (guest_test::Test* test = guest_test::first_test; test; test = test->next) {
+  for (const auto* test = guest_test::Test::first; test; test = test->next) {
     running_test = test->name;
     test->run();
   }

@@ -80,29 +80,15 @@ TEST_CASE("the mod is called at its pace, on the main thread, once a scene is ac
   CHECK_EQ(mod_calls, "01");
 }
 
-TEST_CASE("a game exception leaves nothing behind that it leaves the library's frames with") {
-  const auto throws = [](std::int64_t (*function)(), bool in_reflection) {
-    return call_game<std::int64_t>("throws", callback(function), std::int64_t{in_reflection}) % 256 != 0;
-  };
+TEST_CASE("a game exception of the mod leaves nothing behind that it leaves the library's frames with") {
   const auto invoke_update = []() -> std::int64_t { return invoke("Update", library) != nullptr; };
   for (const bool mod_throws_now : {true, true, false}) {
     Sleep(40);
     mod_throws = mod_throws_now;
-    CHECK_EQ(throws(invoke_update, false), mod_throws_now);
+    CHECK_EQ(call_game<std::int64_t>("throws", callback(+invoke_update)) % 256 != 0, mod_throws_now);
   }
   CHECK_EQ(mod_calls.size(), 5);
   CHECK_EQ(game_variable<int>("handles_alive"), 0);
-
-  add_internal_call("UnityEngine.Transform::Called");
-  const auto wrap_callback = []() -> std::int64_t {
-    return library_function<decltype(&vlm_wrap_method_callback)>("vlm_wrap_method_callback")(
-               game_variable<const void*>("known_method"), add_address) != nullptr;
-  };
-  const auto call = []() -> std::int64_t { return call_internal("UnityEngine.Transform::Called"); };
-  for (const auto& function : {+wrap_callback, +call}) {
-    CHECK(throws(function, true));
-    CHECK_FALSE(throws(function, false));  // no lock was left behind
-  }
 }
 
 TEST_CASE("internal calls: the game gets a function of its own convention, the player its own back") {
@@ -133,8 +119,6 @@ TEST_CASE("the game's log lines reach the player's callback as they are") {
   const auto register_log = library_function<void (*)(void*)>("il2cpp_register_log_callback");
   register_log(reinterpret_cast<void*>(+[](const char* text) { logged = text; }));
   call_game<void>("emit_log", "点数: 12");
-  register_log(nullptr);
-  call_game<void>("emit_log", "nobody listens");
   CHECK_EQ(logged, "点数: 12");
 }
 
@@ -143,8 +127,6 @@ TEST_CASE("plug-in names cross as UTF-16 and come back as UTF-8") {
   const std::string name = "プラグイン";
   const auto set_find = library_function<void (*)(void*)>("il2cpp_set_find_plugin_callback");
   const auto found = [&] { return std::string(call_game<const char*>("find_plugin", name.c_str())); };
-  set_find(nullptr);
-  CHECK_EQ(found(), name);
   set_find(reinterpret_cast<void*>(+[](const wchar_t* name) { return asked = name, answer.c_str(); }));
   for (const auto& [given, expected] : {std::pair(std::wstring(L"C:\\プラグイン.dll"), "C:\\" + name + ".dll"),
                                         {std::wstring(1023, L'x'), std::string(1023, 'x')},

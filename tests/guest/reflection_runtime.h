@@ -98,7 +98,6 @@ struct Image {
   const char* name = "";
 };
 extern const Image* assemblies[];
-inline bool throws = false;  // instead of an answer
 
 template <class T>
 static const T* next(const T* rows, uint64 count, void** position) {
@@ -161,10 +160,7 @@ int32 il2cpp_class_value_size(const Class* klass, uint32* alignment) {
 }
 const Class* il2cpp_class_from_type(const Type* type) { return type->klass; }
 const char* il2cpp_method_get_name(const Method* method) { return method->name; }
-uint32 il2cpp_method_get_param_count(const Method* method) {
-  if (throws) throw 1;
-  return method->count;
-}
+uint32 il2cpp_method_get_param_count(const Method* method) { return method->count; }
 const Type* il2cpp_method_get_param(const Method* method, uint32 index) { return method->parameters[index](); }
 const Type* il2cpp_method_get_return_type(const Method* method) { return method->result(); }
 bool il2cpp_method_is_instance(const Method* method) { return method->instance; }

@@ -2,9 +2,6 @@
 // of imports are traced.
 #include "reflection_runtime.h"
 
-guest_test::Report guest_test::report;
-int64 guest_test::checks;
-
 static constexpr const Type* (*int_type[])() = {&TypeOf<int>::get};
 static const Method methods[] = {{"Call", false, 0x1000, 1, int_type, &TypeOf<int>::get}};
 static const Class outer = {.name = "Outer", .name_space = "Game", .methods = methods, .method_count = 1};

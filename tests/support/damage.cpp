@@ -1,10 +1,8 @@
 #include "support/damage.h"
 
 #include <algorithm>
-#include <memory>
 #include <random>
 
-#include "macho/commands.h"
 #include "support/good_image.h"
 
 namespace vlm::test {
@@ -95,24 +93,6 @@ Bytes damaged_image(std::uint64_t seed) {
   if (random.one_in(8)) file = build_universal({{CPU_TYPE_X86_64, file}, {0x0100000C, Bytes().u64(0)}});
   if (random.one_in(8)) random.change_byte(file, 0, 48);
   return file;
-}
-
-void damage_unwind_information(Bytes& image, std::uint64_t seed) {
-  Random random(seed);
-  const auto record = std::make_unique<MachImage>();
-  record->file_data = image.data();
-  record->file_size = image.size();
-  if (!macho_read_commands(*record)) return;
-  constexpr std::size_t personality_count = 16;  // unwind_info_section_header.personalityArrayCount
-  for (const MachSection& section : std::span(record->sections, record->section_count)) {
-    if (std::strcmp(section.sectname, "__unwind_info") != 0) continue;
-    const std::size_t begin = section.addr - record->segments[0].vmaddr;  // __TEXT takes the file from its start
-    for (std::uint64_t changes = 1 + random.below(4); changes > 0; --changes) {
-      const std::size_t place = begin + random.below(section.size / 4) * 4;
-      random.one_in(2) ? random.change_byte(image, begin, begin + section.size) : random.change_field(image, place, 4);
-    }
-    image.put_at(begin + personality_count, std::uint32_t{0});
-  }
 }
 
 }  // namespace vlm::test
