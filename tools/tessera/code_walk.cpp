@@ -32,6 +32,17 @@ bool may_use_gs(const ZydisDecodedInstruction& instruction) {
   }
 }
 
+/// What texts and tables between functions look like, and no compiler writes: input and output, which an operating
+/// system keeps to itself, and a REX prefix that another one follows, which has no effect.
+bool is_data(const ZydisDecodedInstruction& instruction) {
+  if (instruction.meta.category == ZYDIS_CATEGORY_IO || instruction.meta.category == ZYDIS_CATEGORY_IOSTRINGOP) {
+    return true;
+  }
+  return std::ranges::any_of(std::span(instruction.raw.prefixes, instruction.raw.prefix_count), [](const auto& prefix) {
+    return prefix.type == ZYDIS_PREFIX_TYPE_IGNORED && (prefix.value & 0xF0) == 0x40;
+  });
+}
+
 unsigned register_of(unsigned low, unsigned rex_bit) { return low | rex_bit << 3; }
 
 }  // namespace
@@ -158,7 +169,7 @@ bool CodeWalk::read_everything(bool may_begin_anew) {
 }
 
 /// Decodes until something is reached that was decoded before, execution does not go on, or the bytes are no
-/// instruction. In a gap, an instruction that would reach into the code behind it is none.
+/// instruction. In a gap, one that would reach into the code behind it is none.
 void CodeWalk::decode_from(std::uint32_t place, Reach reach) {
   std::array<std::uint8_t, 2> before = {};
   while (place < range_.end && !starts_.has(place - range_.begin) && !(!tables_.empty() && in_table(place))) {
@@ -170,7 +181,7 @@ void CodeWalk::decode_from(std::uint32_t place, Reach reach) {
       return;
     }
     const std::uint32_t behind = at + instruction.length;
-    if (data_.next(at, behind, true) != behind) return;
+    if (data_.next(at, behind, true) != behind || is_data(instruction)) return;
     if (reach == Reach::gap && covered_.next(at, behind, true) != behind) return;
     starts_.set(at);
     covered_.set(at, instruction.length);
