@@ -45,7 +45,6 @@ struct Derived : First, Second, private Hidden {
 struct Further : Derived {
   int further = 5;
 };
-struct Private : private Hidden {};
 struct Virtual : virtual Second {};
 struct Failure : std::exception {};
 
@@ -110,9 +109,7 @@ GUEST_TEST(a_clause_takes_what_its_type_says) {
       {15, [] { throw Further(); }},
       {-1, [] { throw Hidden(); }},
       {16, [] { throw 2.0; }},
-      {16, [] { throw Private(); }},
       {16, [] { throw Virtual(); }},  // no clause for a virtual base takes it
-      {16, [] { throw static_cast<First*>(&further); }},
       {42, [] { Half half; }},
       // Types of the C++ library are imports that stand for themselves alone, yet their bases are known.
       {17, [] { throw std::out_of_range("position"); }},
@@ -122,19 +119,6 @@ GUEST_TEST(a_clause_takes_what_its_type_says) {
   };
   for (const auto& row : rows) CHECK(taken_by(row.function) == row.clause);
   CHECK(destroyed == 5 && alive == lasting);  // of Further and of Half
-}
-
-GUEST_TEST(a_handler_for_a_base_receives_that_base) {
-  const int clause = taken_by([&] {
-    try {
-      throw Further();
-    } catch (Second& second) {
-      const auto* const whole = static_cast<Derived*>(&second);
-      CHECK(second.number == 2 && static_cast<void*>(&second) != whole && whole->tracked.value == 4);
-      throw;
-    }
-  });
-  CHECK(clause == 15);
 }
 
 [[gnu::noinline]] void descend(int depth, int value) {
@@ -231,19 +215,6 @@ GUEST_TEST(exceptions_cross_windows_code) {
   CHECK(taken_by([&] { bsearch(numbers, numbers, 1, sizeof *numbers, compare_and_throw); }) == 25);
   CHECK(taken_by([] { descend_on_windows(1); }) == 70 && taken_by([] { descend_on_windows(20); }) == 70);
   CHECK(destroyed == 4 + 2 + 21 && alive == lasting);
-}
-
-GUEST_TEST(a_million_exceptions_leave_nothing_behind) {
-  uint64 lowest = ~0ul, highest = 0;
-  for (int i = 0; i < 1'000'000; ++i) {
-    try {
-      descend(0, i);
-    } catch (const Tracked& thrown) {
-      const auto address = reinterpret_cast<uint64>(&thrown);
-      lowest = address < lowest ? address : lowest, highest = address > highest ? address : highest;
-    }
-  }
-  CHECK(alive == lasting && highest - lowest < 1 << 20);  // the memory is used again
 }
 
 GUEST_TEST(threads_throw_at_the_same_time) {

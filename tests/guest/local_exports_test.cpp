@@ -128,13 +128,11 @@ TEST_CASE("plug-in names cross as UTF-16 and come back as UTF-8") {
   const auto set_find = library_function<void (*)(void*)>("il2cpp_set_find_plugin_callback");
   const auto found = [&] { return std::string(call_game<const char*>("find_plugin", name.c_str())); };
   set_find(reinterpret_cast<void*>(+[](const wchar_t* name) { return asked = name, answer.c_str(); }));
-  for (const auto& [given, expected] : {std::pair(std::wstring(L"C:\\プラグイン.dll"), "C:\\" + name + ".dll"),
-                                        {std::wstring(1023, L'x'), std::string(1023, 'x')},
-                                        {std::wstring(1024, L'x'), name}}) {  // does not fit
-    answer = given;
-    CHECK_EQ(found(), expected);
-    CHECK_EQ(asked, L"プラグイン");
-  }
+  answer = L"C:\\プラグイン.dll";
+  CHECK_EQ(found(), "C:\\" + name + ".dll");
+  CHECK_EQ(asked, L"プラグイン");
+  answer.assign(1024, L'x');  // does not fit
+  CHECK_EQ(found(), name);
 }
 
 HOST_PROGRAM(local_exports) {

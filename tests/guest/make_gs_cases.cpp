@@ -36,7 +36,7 @@ const T& one_of(const T (&rows)[N]) {
 }
 
 constexpr unsigned register_count = 16;
-constexpr unsigned rax = 0, rcx = 1, rdx = 2, rsp = 4, rsi = 6, r11 = 11;
+constexpr unsigned rax = 0, rdx = 2, rsp = 4, rsi = 6, r11 = 11;
 constexpr const char* names[4][register_count] = {
     {"al", "cl", "dl", "bl", "spl", "bpl", "sil", "dil", "r8b", "r9b", "r10b", "r11b", "r12b", "r13b", "r14b", "r15b"},
     {"ax", "cx", "dx", "bx", "sp", "bp", "si", "di", "r8w", "r9w", "r10w", "r11w", "r12w", "r13w", "r14w", "r15w"},
@@ -83,18 +83,11 @@ constexpr Row accesses[] = {
     {"{cmpxchg8b|lock cmpxchg16b} {M}", false, bit(rax) | bit(rdx), Row::ALIGNED},
     {"cmov{c}{Z} {M}, {r}", true},
     {"set{c} {M}"},
-    {"crc32{b|w|l} {M}, {d}", true},
-    {"movnti {q}, {M}"},
     {"{movups|movdqu|movss|movhps|cvtsi2sdq|ucomisd} {M}, {x}"},
     {"{movups|movdqu|movsd} {x}, {M}"},
     {"{movaps|movdqa|pxor|paddb|addps} {M}, {x}", false, 0, Row::ALIGNED},
-    {"pshufd ${i}, {M}, {x}", false, 0, Row::ALIGNED},
-    {"pinsrw ${i}, {M}, {x}"},
-    {"pextrb ${i}, {x}, {M}"},
     {"{vmovups|vpbroadcastd} {M}, {y}", false, 0, Row::AVX},
     {"vmovdqu {y}, {M}", false, 0, Row::AVX},
-    {"vaddps {M}, {y}, %ymm1", false, 0, Row::AVX},
-    {"{vpshufb|vfmadd213sd} {M}, {x}, %xmm2", false, 0, Row::AVX},
 };
 
 /// Accesses that bring their neighbours with them.
@@ -102,7 +95,6 @@ constexpr Row companies[] = {
     {"pushq {M}\n movl %esp, -8(%rsp)\n popq {q}", true},
     {"pushq {q}\n popq {M}\n testl {d}, {d}"},
     {"movq %rsp, {q}\n negq {q}\n movq {v}, %xmm0\n leaq 48({q}), {q}\n addq {s}, !{0|160}(%rsp,{q},1)", true},
-    {"movq %rsp, {q}\n negq {q}\n movq {v}, %xmm0\n leaq 48({q}), {q}\n movq !{0|160}(%rsp,{q},1), %xmm1", true},
 };
 
 /// May stand between two accesses.
@@ -161,9 +153,7 @@ class Case {
  public:
   explicit Case(unsigned number) : number_(number) {
     if (one_in(6)) jump_table();
-    for (unsigned parts = 1 + below(2); parts > 0; --parts) {
-      one_in(5) && (safe_ & ~bit(r11)) != 0 ? loop() : site();
-    }
+    for (unsigned parts = 1 + below(2); parts > 0; --parts) site();
     if (one_in(5)) line("jmp " + use_label());
     place_labels();
     line("ret");
@@ -189,7 +179,6 @@ class Case {
     return reg;
   }
   static constexpr std::uint32_t all_registers = 0xFFFF & ~bit(rsp);
-  std::uint32_t writable() const { return all_registers & ~frozen_; }
   static Text number(unsigned value) { return std::to_string(value); }
 
   void line(const Text& text) { body_ += " " + text + "\n"; }
@@ -202,17 +191,16 @@ class Case {
     return pending_.back();
   }
   void place_labels() {
-    if (!pending_.empty() && frozen_ == 0 && one_in(10)) line(".fill 140, 1, 0x90");
+    if (!pending_.empty() && one_in(10)) line(".fill 140, 1, 0x90");
     for (const Text& name : pending_) label(name);
     pending_.clear();
   }
 
   /// Base, index and displacement whose sum stays in the storage.
   Text place(Row::Kind kind) {
-    const std::uint32_t usable = frozen_ != 0 ? safe_ & frozen_ : safe_;
     const Text displacement = "!" + number(kind == Row::ALIGNED ? 16 * below(90) : below(1440));
-    if (usable == 0) return displacement;
-    const Text base = quad_name(any(usable)), index = quad_name(any(usable));
+    if (safe_ == 0) return displacement;
+    const Text base = quad_name(any(safe_)), index = quad_name(any(safe_));
     const Text scaled = "," + index + "," + number(1 << below(4)) + ")";
     switch (below(15)) {
       case 0: return displacement;
@@ -228,7 +216,7 @@ class Case {
   /// Fills in a row. What it writes is no longer fit to address storage.
   Text fill(const Row& row, const Text& storage = {}) {
     Text text = row.text;
-    const unsigned reg = any(row.writes ? writable() : all_registers);
+    const unsigned reg = any(all_registers);
     choose(text);
     replace(text, "{c}", one_of(conditions));
     replace(text, "{M}", storage);
@@ -252,8 +240,6 @@ class Case {
     return text;
   }
 
-  bool allowed(const Row& row) const { return (row.also_writes & ~writable()) == 0; }
-
   /// A neighbour that can be moved, of 2 bytes at least.
   void guard(bool in_front) {
     switch (below(12)) {
@@ -276,17 +262,13 @@ class Case {
       case 1: place_labels(); return;
       case 2: return;
       case 3: return guard(true);
-      default:
-        if (const Row& row = one_of(others); allowed(row)) line(fill(row));
+      default: line(fill(one_of(others)));
     }
   }
 
   void access(bool alone) {
-    const Row* row;
-    do {
-      row = alone && one_in(12) ? &one_of(companies) : one_in(3) ? &accesses[below(2)] : &one_of(accesses);
-    } while (!allowed(*row));
-    line(fill(*row, place(row->kind)));
+    const Row& row = alone && one_in(12) ? one_of(companies) : one_in(3) ? accesses[below(2)] : one_of(accesses);
+    line(fill(row, place(row.kind)));
   }
 
   /// An access, or two side by side, with a movable neighbour on one side and anything on the other.
@@ -296,30 +278,12 @@ class Case {
     if (in_front) guard(true);
     access(alone);
     if (!alone) {
-      if (one_in(2) && allowed(between)) line(fill(between));
+      if (one_in(2)) line(fill(between));
       access(alone);
     }
     if (!in_front) guard(false);
     beside();
     if (one_in(2)) place_labels();
-  }
-
-  /// Runs a site three times. What addresses storage, and the counter, are not written inside.
-  void loop() {
-    place_labels();
-    const unsigned address = any(safe_ & ~bit(r11));
-    // Rows write some implicitly.
-    const std::uint32_t taken = bit(address) | bit(r11) | bit(rax) | bit(rdx);
-    const unsigned counter = one_in(4) && address != rcx ? rcx : any(all_registers & ~taken);
-    line("movl $3, " + long_name(counter));
-    safe_ &= ~bit(counter);
-    frozen_ = bit(address) | bit(counter);
-    const Text start = new_label();
-    label(start);
-    site();
-    place_labels();
-    line(counter == rcx && one_in(2) ? "loop " + start : "decl " + long_name(counter) + "\n jnz " + start);
-    frozen_ = 0;
   }
 
   /// Jumps into a row of three sites, by a table of distances in text, as compilers make it, of 4 or 8 bytes each, or
@@ -357,7 +321,6 @@ class Case {
   unsigned labels_ = 0, flags_ = 0;
   std::vector<Text> pending_;
   std::uint32_t safe_ = all_registers;
-  std::uint32_t frozen_ = 0;
 };
 
 constexpr const char* preamble = R"(# Written by make_gs_cases.

@@ -300,3 +300,26 @@ void come_and_go(int64 count) {
 GUEST_TEST(threads_come_and_go_without_end_while_a_collector_stops_them) { come_and_go(400); }
 /// Hours of play: a probe.
 extern "C" int64 come_and_go_for_long() { return come_and_go(20'000), 0; }
+
+GUEST_TEST(a_list_that_is_shifted_holds_every_reference_at_every_moment) {
+  static uint64 list[1'001];
+  for (uint64 i = 0; i <= 1'000; ++i) list[i] = i;
+  uint32 port = 0, count = 42, done = 0;
+  Crew crew(1, [&](int64) {
+    __atomic_store_n(&port, mach_thread_self(), __ATOMIC_RELEASE);
+    for (uint64 size = 8; !__atomic_load_n(&done, __ATOMIC_RELAXED); size = size == 600 ? 8'000 : size % 8'000 + 8) {
+      memmove(list + 1, memmove(list, list + 1, size), size);  // a place to the left, and back
+    }
+  });
+  while (__atomic_load_n(&port, __ATOMIC_ACQUIRE) == 0) wait_milliseconds(1);
+  for (int32 look = 0; look < 2'000; ++look) {
+    bool seen[1'001] = {};
+    ThreadState state;
+    CHECK(thread_suspend(port) == 0 && thread_get_state(port, x86_thread_state64, &state, &count) == 0);
+    for (const uint64 word : list) seen[word] = true;
+    for (int32 i = 0; i < 16; ++i) seen[(&state.rax)[i] <= 1'000 ? (&state.rax)[i] : 0] = true;
+    CHECK(thread_resume(port) == 0);
+    for (int32 i = 1; i <= 1'000; ++i) CHECK(seen[i]);
+  }
+  __atomic_store_n(&done, 1, __ATOMIC_RELAXED);
+}

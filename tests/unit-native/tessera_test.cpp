@@ -37,11 +37,7 @@ TEST_CASE("an instruction that cannot run elsewhere is refused with the reason")
       {"65 48 89 24 25 00 01 00 00", "it uses rsp, which the trampoline moves"},  // mov gs:[256], rsp
       {"65 ff 14 25 00 01 00 00", "it is a branch"},                              // call gs:[256]
       {"65 48 8b 05 00 01 00 00", "its address is relative to rip"},              // mov rax, gs:[rip+256]
-      {"65 48 a1 00 00 00 00 01 00 00 00", "its displacement needs more than 32 bits"},
-      {"65 48 ad", "its memory operand is implied, so it cannot be given another base register"},  // lodsq
-      {"8c e8", "it handles the gs register itself"},                                              // mov eax, gs
       {"65 48 8b 00 e8 00 00 00 00", "its neighbour call +0x05 is a call, whose return address must lie in the image"},
-      {"65 48 8b 00 0f 0b", "its neighbour ud2 is a trap, which belongs where it is"},
       {"65 8f 00 65 48 8b 00", "it moves rsp, and another gs access follows"},
       {"65 8b 00 c3 50", "code follows that is reached from elsewhere"},
   };
@@ -188,7 +184,6 @@ TEST_CASE("a list is appended, and the one of an earlier build replaced; what is
       {bytes_of("7f 45 4c 46"), "it does not begin with \"MZ\", so it is no Windows library"},
       {ending_in(0), "it ends in a damaged patch list; build the library anew"},
       {ending_in(255), "it ends in a damaged patch list"},  // more than the file has
-      {ending_in(8), "it ends in a damaged patch list"},    // no magic
   };
   for (const auto& [file, fault] : refused) CHECK(with_patch_list(file, empty_list).error().text.starts_with(fault));
 }

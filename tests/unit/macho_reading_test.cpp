@@ -71,10 +71,6 @@ TEST_CASE("load commands that do not fit the file, their segment or the record a
     draft.more_commands.pop_back();
     CHECK_EQ(FakeImage(draft).fault, "");
   }
-  ImageDraft draft = good_draft();
-  ++draft.segments[data_segment].sections[1].size;
-  CHECK(FakeImage(draft).fault.contains(
-      "section __DATA,__data (0x2ff1 bytes at 0x100002010) is not inside mapped segment"));
 }
 
 // ---- Opcode streams -------------------------------------------------------------------------------------------------
@@ -154,7 +150,6 @@ TEST_CASE("opcodes add the slide to, or store a symbol's address plus addend in,
       {rebase, "\x22\0\x80\x03\x08\x51"s, {{0, 0}, {16, 2}, {32, 4}, {48, 6}}},
       {rebase, "\x22\x20\x80\x03" + minus_24, {{0, 0}, {16, 2}, {32, 4}}},  // backwards, down to the segment's start
       {rebase, "\x13\x22\xF8\x5F\x51\0\xFF"s, {{0x2FF8, 0}}},               // up to its end; DONE
-      {rebase, "\x22\0\x60\x82"s, {{0, 0}, {8, 1}}},                        // a ULEB cut by the end ends there
       {bind, start + "\x90\x90\0\x90"s, {{0, 0x5000}, {8, 0x5000}}},
       {bind, start + "\xA0\x08\x90", {{0, 0x5000}, {16, 0x5000}}},
       {bind, start + "\xB2\x90", {{0, 0x5000}, {24, 0x5000}}},
@@ -193,7 +188,6 @@ TEST_CASE("imports are looked for in the image itself, in images that the librar
       {"\x20\x02", "_shimmed", 0x5000, {"libOther.dylib:_shimmed"}},
       {"\x11", "_exported", 0x5000, {"libSystem.B.dylib:_exported"}},
       {"\x20\xFF\xFF\xFF\xFF\x0F", "_exported", 0x5000, {"flat:_exported"}},  // negative in 32 bits
-      {"\x3F", "_exported", 0x5000, {"flat:_exported"}},
       {"\x3E", "_other", 0x6000, {"flat:_other", "missing flat:_other"}},
   };
   for (const auto& c : cases) {
@@ -203,9 +197,6 @@ TEST_CASE("imports are looked for in the image itself, in images that the librar
     CHECK((patched.words == Words{{0, c.value}}));
     CHECK_EQ(questions, c.questions);
   }
-  // Binds in a row resolve their symbol once; another ordinal or another spelling of it asks again.
-  patch(&ImageDraft::bind, shimmed + at_0 + "\x11\x90\x90\x11\xC0\x64" + "\0\x12\x90"s + shimmed + "\x90");
-  CHECK_EQ(questions.size(), 3);
 }
 
 TEST_CASE("streams that make no sense, leave their segment or the image's room are refused and write nothing") {
