@@ -98,9 +98,24 @@ GUEST_TEST(a_stream_gets_all_of_a_text_and_its_length_is_told_anyway) {
   FILE* const file = fopen(scratch, "w+b");
   CHECK(fprintf(file, "%s|%d|%s", part, 42, part) == 4002 && fseek(file, 0, SEEK_SET) == 0);
   CHECK(fread(read, 1, sizeof read, file) == 4002 && memcmp(read, part, 1999) == 0 && same(read + 2003, part));
-  CHECK(fclose(file) == 0 && unlink(scratch) == 0);
+  CHECK(fclose(file) == 0);
   CHECK(fwrite("printed\n", 1, 8, stdout) == 8 && fflush(stdout) == 0 && fprintf(stderr, "%d: %s\n", 1, "short") == 9);
   CHECK(fprintf(stdin, "%d: %s\n", 1, "nobody reads it") == 19);
+}
+
+GUEST_TEST(threads_and_descriptors_that_append_lose_nothing) {
+  constexpr int64 records = 2000, writers = 4;
+  unlink(scratch);
+  run_on_threads(writers, [](int64 own) {
+    const int32 file = open(scratch, O_WRONLY | O_APPEND | O_CREAT, 0666);
+    for (int64 record[2] = {own}; record[1] < records; ++record[1]) CHECK(write(file, record, 16) == 16);
+    close(file);
+  });
+  const int32 file = open(scratch, O_RDWR | O_APPEND);
+  int64 record[2], next[writers] = {}, count = 0;
+  while (read(file, record, 16) == 16 && record[0] < writers) count += record[1] == next[record[0]]++;
+  CHECK(count == records * writers && lseek(file, 8, SEEK_SET) == 8 && write(file, "end", 3) == 3);
+  CHECK(lseek(file, 0, SEEK_CUR) == count * 16 + 3 && close(file) == 0 && unlink(scratch) == 0);
 }
 
 GUEST_TEST(a_thread_of_the_game_computes_with_64_bits) {

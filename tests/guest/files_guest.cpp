@@ -14,7 +14,9 @@ int32 plain_stat(const char*, struct stat*) asm("_stat");
 int32 plain_lstat(const char*, struct stat*) asm("_lstat");
 int32 plain_fstat(int32, struct stat*) asm("_fstat");
 
-int64 (*open_handles)() = nullptr;  // set by the driver
+// Set by the driver: how many handles the process has, and an export of a Windows module.
+int64 (*open_handles)() = nullptr;
+void* (*windows_symbol)(const char* module, const char* name) = nullptr;
 }
 
 namespace {
@@ -135,6 +137,14 @@ GUEST_TEST(names_that_windows_reads_otherwise_are_names_of_files) {
     CHECK(stat(other, &status) == 0 && status.st_mode == 0x81A4 && unlink(other) == 0);
   }
   CHECK(rmdir("files.tmp/aux") == 0);
+}
+
+/// The build has made the link to a directory; elsewhere there may be none.
+GUEST_TEST(a_link_to_a_directory_is_a_directory) {
+  using Attributes = uint32 __attribute__((ms_abi)) (const char*);
+  if (((Attributes*)windows_symbol("kernel32.dll", "GetFileAttributesA"))("link_to_guests") == ~0u) return;
+  CHECK(stat("link_to_guests", &status) == 0 && status.st_mode == 0x41ED);
+  CHECK(lstat("link_to_guests", &status) == 0 && status.st_mode == 0xA1ED);
 }
 
 GUEST_TEST(a_file_that_is_open_is_replaced_and_read_on) {
