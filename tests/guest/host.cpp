@@ -29,7 +29,7 @@ namespace {
 
 struct HostCase {
   check::Case check;
-  const char* words[5];  // a program of this one and its arguments
+  const char* words[6];  // a program of this one and its arguments; one or none is empty, the rest is null
 };
 constexpr HostCase cases[] = {
 #include "host_cases.inc"
@@ -106,8 +106,6 @@ int main(int argc, char** argv) {
   if (words.size() > 1 || found == std::end(cases)) return run(std::move(words));
   if (library_path == default_library) use_folder(found->check.folder);
   words.clear();
-  for (const char* word : found->words) {
-    if (word != nullptr && *word != '\0') words.emplace_back(word);
-  }
+  for (const char* const* word = found->words; *word != nullptr && **word != '\0'; ++word) words.emplace_back(*word);
   return run(std::move(words));
 }
