@@ -190,8 +190,11 @@ add_custom_command(OUTPUT ${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll
   DEPENDS GameAssembly VERBATIM)
 add_custom_target(controllers ALL DEPENDS ${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll)
 in_check(${CMAKE_BINARY_DIR}/controllers/GameAssembly.dll ${CMAKE_BINARY_DIR}/controllers/xinput1_4.dll)
-host_case(controllers FOLDER controllers ENVIRONMENT VLM_KEYBOARD=1 PROGRAM guest guests/controllers_guest.dylib)
-host_case(no_keyboard FOLDER controllers PROGRAM guest guests/controllers_guest.dylib keyboard_is_absent)
+# Wine prefers its own XInput.
+host_case(controllers FOLDER controllers ENVIRONMENT WINEDLLOVERRIDES=xinput1_4=n,b VLM_KEYBOARD=1
+  PROGRAM guest guests/controllers_guest.dylib)
+host_case(no_keyboard FOLDER controllers ENVIRONMENT WINEDLLOVERRIDES=xinput1_4=n,b
+  PROGRAM guest guests/controllers_guest.dylib keyboard_is_absent)
 
 # Some thousand functions around gs accesses, and switches in every form that clang gives them, patched, against the
 # same functions with plain memory: in an image whose jump tables the linker names, and in one where it does not.

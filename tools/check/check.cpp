@@ -80,9 +80,12 @@ Outcome run(const std::string& command, const fs::path& output) {
   limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
   SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits, sizeof limits);
 
+  const UniqueHandle nothing =
+      own_handle(CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ, &inherited, OPEN_EXISTING, 0, nullptr));
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = nothing.get();
   startup.hStdOutput = startup.hStdError = file.get();
   PROCESS_INFORMATION started{};
   std::wstring line = path_of(command).wstring();
